@@ -1,0 +1,69 @@
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "vek/xml.h"
+
+/// Queries to a local service over its unix socket.
+namespace vek_client {
+
+/// A service's answer.
+class Result {
+public:
+    /// From the body of an answer. Errors: the error that the answer reports; type "protocol" for a body that is no
+    /// answer ("doc" element).
+    explicit Result(const std::string& body);
+
+    /// The text of /doc/key; empty when there is none.
+    std::string value(const std::string& key) const;
+
+    /// The whole answer, for lists.
+    const vek_xml::Xml& xml() const { return xml_; }
+
+private:
+    vek_xml::Xml xml_;
+};
+
+/// `text` with each "?" replaced by the next value, percent-encoded. A "?" beyond the values stays itself, and so does
+/// one inside a value; values beyond the places are dropped.
+std::string Bind(const std::string& text, const std::vector<std::string>& values);
+
+/// `text` followed by the entries as "&key=value" in key order, both percent-encoded.
+std::string Bind(const std::string& text, const std::map<std::string, std::string>& entries);
+
+/// Errors of every query: vek_err::Error of the answer's type; of type "connect" when the service cannot be reached,
+/// "protocol" when its answer cannot be read. A refused connection is tried again for a few seconds.
+class Client {
+public:
+    /// One query; the values take the places of the text's "?" in their order.
+    template <class... Values>
+    Result Query(const std::string& text, const std::string& value, const Values&... values) const {
+        return Send(Bind(text, std::vector<std::string>{value, values...}));
+    }
+
+    /// One query with every entry of the map as a further parameter.
+    Result Query(const std::string& text, const std::map<std::string, std::string>& entries) const {
+        return Send(Bind(text, entries));
+    }
+
+    Result Query(const std::string& text) const { return Send(text); }
+
+protected:
+    Client(std::string service, std::string module);
+
+private:
+    Result Send(const std::string& query) const;
+
+    std::string service_;
+    std::string module_;
+};
+
+/// The client of a service on this machine: `$VEK_RUN_DIR/<service>.sock`. `module` is the caller's name.
+class Local : public Client {
+public:
+    Local(std::string service, std::string module) : Client(std::move(service), std::move(module)) {}
+};
+
+}  // namespace vek_client

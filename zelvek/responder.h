@@ -1,0 +1,23 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+
+namespace zelvek {
+
+/// A small web server for http-01 answers, for machines without one: GET and HEAD of
+/// /.well-known/acme-challenge/<token> give the file's content as text/plain, everything else 404.
+class Responder {
+public:
+    /// Listens until destroyed. `address` is "127.0.0.1:80", "[::1]:80" or ":80" (every address).
+    /// Errors: vek_err::Error of type "value" (address), "io" (cannot listen).
+    Responder(const std::string& address, std::filesystem::path answers);
+    ~Responder();
+
+private:
+    struct Server;
+    std::unique_ptr<Server> server_;
+};
+
+}  // namespace zelvek
