@@ -12,8 +12,8 @@ namespace vek_client {
 /// A service's answer.
 class Result {
 public:
-    /// From the body of an answer. Errors: the error that the answer reports; type "protocol" for a body that is no
-    /// answer ("doc" element).
+    /// From the body of an answer. Errors: the error that the answer reports; type "protocol" for a body that
+    /// is no answer ("doc" element).
     explicit Result(const std::string& body);
 
     /// The text of /doc/key; empty when there is none.
@@ -26,15 +26,15 @@ private:
     vek_xml::Xml xml_;
 };
 
-/// `text` with each "?" replaced by the next value, percent-encoded. A "?" beyond the values stays itself, and so does
-/// one inside a value; values beyond the places are dropped.
+/// `text` with each "?" replaced by the next value, percent-encoded. A "?" beyond the values stays itself,
+/// and so does one inside a value; values beyond the places are dropped.
 std::string Bind(const std::string& text, const std::vector<std::string>& values);
 
 /// `text` followed by the entries as "&key=value" in key order, both percent-encoded.
 std::string Bind(const std::string& text, const std::map<std::string, std::string>& entries);
 
-/// Errors of every query: vek_err::Error of the answer's type; of type "connect" when the service cannot be reached,
-/// "protocol" when its answer cannot be read. A refused connection is tried again for a few seconds.
+/// Errors of every query: vek_err::Error of the answer's type; of type "connect" when the service cannot be
+/// reached, "protocol" when its answer cannot be read. A refused connection is tried again for a few seconds.
 class Client {
 public:
     /// One query; the values take the places of the text's "?" in their order.

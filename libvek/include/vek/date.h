@@ -16,8 +16,8 @@ public:
     /// Errors: vek_err::Error("date", "value", text) for anything else, an empty text included.
     explicit DateTime(const std::string& text);
 
-    /// Moves the moment by whole days or seconds, backwards where negative; a result outside the years 1 to 9999
-    /// becomes the nearest moment inside them.
+    /// Moves the moment by whole days or seconds, backwards where negative; a result outside the years 1 to
+    /// 9999 becomes the nearest moment inside them.
     DateTime& AddDays(int days);
     DateTime& AddSeconds(int seconds);
 

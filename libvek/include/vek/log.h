@@ -3,30 +3,31 @@
 #include <initializer_list>
 #include <string>
 
-/// The run's log file: `$VEK_LOG_DIR/<name>.log` (default directory /var/log/vek). Nothing secret may be given to it.
+/// The run's log file: `$VEK_LOG_DIR/<name>.log` (default directory /var/log/vek). Nothing secret may be
+/// given to it.
 namespace vek_log {
 
 /// Levels: 0 nothing, 3 errors of use, 4 failures and warnings, 8 function trace, 9 detailed trace.
 enum Level : int { kUse = 3, kFailure = 4, kFunction = 8, kTrace = 9 };
 
-/// Opens the log file `<name>.log` for appending and enables levels up to `level`. A file that cannot be opened costs
-/// one line on standard error, and the run goes on without it.
+/// Opens the log file `<name>.log` for appending and enables levels up to `level`. A file that cannot be
+/// opened costs one line on standard error, and the run goes on without it.
 void Init(const std::string& name, int level);
 
 /// One value for a format's "%s" or "%d".
 class Value {
 public:
-    Value(const std::string& text) : text_(text) {}           // NOLINT(google-explicit-constructor)
-    Value(const char* text) : text_(text) {}                  // NOLINT(google-explicit-constructor)
-    Value(int number) : text_(std::to_string(number)) {}      // NOLINT(google-explicit-constructor)
+    Value(const std::string& text) : text_(text) {}       // NOLINT(google-explicit-constructor)
+    Value(const char* text) : text_(text) {}              // NOLINT(google-explicit-constructor)
+    Value(int number) : text_(std::to_string(number)) {}  // NOLINT(google-explicit-constructor)
     const std::string& text() const { return text_; }
 
 private:
     std::string text_;
 };
 
-/// `format` with each "%s" and "%d" replaced by the next value's text; "%%" is a percent sign; a place without a value
-/// stays as it is.
+/// `format` with each "%s" and "%d" replaced by the next value's text; "%%" is a percent sign; a place
+/// without a value stays as it is.
 std::string Format(const std::string& format, std::initializer_list<Value> values);
 
 /// One part of a program that writes to the log, named by a component and a module of it.
@@ -37,8 +38,8 @@ public:
     /// Whether lines of this level are written; false before `Init`.
     bool Check(int level) const;
 
-    /// Writes one line whose text stands as it is, line feeds included: date and time, process id, level, component and
-    /// module, text. Does nothing where `Check(level)` is false.
+    /// Writes one line whose text stands as it is, line feeds included: date and time, process id, level,
+    /// component and module, text. Does nothing where `Check(level)` is false.
     template <class... Values>
     void Write(int level, const std::string& format, const Values&... values) const {
         if (Check(level)) WriteText(level, Format(format, {Value(values)...}));

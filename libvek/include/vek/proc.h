@@ -9,9 +9,9 @@
 /// Child processes, waiting, and the orderly end of a run.
 namespace vek_proc {
 
-/// What ends a run in order on SIGTERM and SIGINT: thrown by the wait that is under way (sleep, HTTP exchange, child
-/// process) and by every later one. Deliberately no std::exception: code that takes any std::exception for a failed
-/// exchange must not swallow it. Panel queries go on working.
+/// What ends a run in order on SIGTERM and SIGINT: thrown by the wait that is under way (sleep, HTTP
+/// exchange, child process) and by every later one. Deliberately no std::exception: code that takes any
+/// std::exception for a failed exchange must not swallow it. Panel queries go on working.
 struct Interrupted {
     int signal;
 };
@@ -35,23 +35,27 @@ public:
     /// Starts the child. Errors: vek_err::Error("proc", "start", reason).
     Execute(const std::string& command, int mode);
 
-    /// Ends a child that is still running (with its process group, where it has a session of its own) and reaps it.
+    /// Ends a child that is still running (with its process group, where it has a session of its own) and
+    /// reaps it.
     ~Execute();
     Execute(const Execute&) = delete;
     Execute& operator=(const Execute&) = delete;
 
-    /// The child is ended when it runs longer than this, counted from its start; `Result` is then 128 + SIGKILL.
+    /// The child is ended when it runs longer than this, counted from its start; `Result` is then 128 +
+    /// SIGKILL.
     void LimitTime(std::chrono::milliseconds limit);
 
-    /// The child's standard input. What is written is kept and sent while `Result` or `Str` waits, together with the
-    /// reading of its output, so that no size of either can block. A child that does not read it is no error.
+    /// The child's standard input. What is written is kept and sent while `Result` or `Str` waits, together
+    /// with the reading of its output, so that no size of either can block. A child that does not read it is
+    /// no error.
     std::ostream& In();
 
     /// Ends the input. `Result` and `Str` end it as well.
     void CloseIn();
 
-    /// Waits for the end of the child. Returns its exit status, 128 + the signal's number for one ended by a signal;
-    /// 127 where the shell does not find the command. Throws Interrupted (the child is ended and reaped then).
+    /// Waits for the end of the child. Returns its exit status, 128 + the signal's number for one ended by a
+    /// signal; 127 where the shell does not find the command. Throws Interrupted (the child is ended and
+    /// reaped then).
     int Result();
 
     /// Waits likewise and returns everything that the child wrote to its standard output.

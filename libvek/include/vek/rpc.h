@@ -6,11 +6,11 @@
 
 namespace vek_rpc {
 
-/// One HTTP exchange on a connection of its own. TLS 1.2 or later with peer and host verified against the system's
-/// trusted roots (or the PEM file that VEK_CA_FILE names); HTTP/1.1; only https and http URLs; redirects are answers
-/// like any other; no proxy from the environment; limits on connecting, stalling, total time and size.
-/// Errors of `Get` and `Post`: a std::exception whose what() says which host and what failed, where the exchange could
-/// not be carried out; vek_proc::Interrupted.
+/// One HTTP exchange on a connection of its own. TLS 1.2 or later with peer and host verified against the
+/// system's trusted roots (or the PEM file that VEK_CA_FILE names); HTTP/1.1; only https and http URLs;
+/// redirects are answers like any other; no proxy from the environment; limits on connecting, stalling, total
+/// time and size. Errors of `Get` and `Post`: a std::exception whose what() says which host and what failed,
+/// where the exchange could not be carried out; vek_proc::Interrupted.
 class HttpQuery {
 public:
     HttpQuery();
@@ -21,7 +21,8 @@ public:
     /// Adds one request header line, "Name: value".
     void AddHeader(const std::string& line);
 
-    /// The final response's header block (status line to blank line, as received) is written ahead of the body.
+    /// The final response's header block (status line to blank line, as received) is written ahead of the
+    /// body.
     void AcceptHeader();
 
     /// Every status is a result; without this a status of 400 or more is an error.

@@ -4,7 +4,8 @@
 
 namespace test {
 
-/// True for "scheme://rest": a scheme of RFC 3986 (a letter, then letters, digits, "+", "-", ".") and a non-empty rest.
+/// True for "scheme://rest": a scheme of RFC 3986 (a letter, then letters, digits, "+", "-", ".") and a
+/// non-empty rest.
 bool Url(const std::string& text);
 
 }  // namespace test

@@ -30,10 +30,12 @@ private:
 /// A parsed document. Copies share it.
 class Xml {
 public:
-    /// Errors: vek_err::Error("xml", "parse", reason). White space is kept, entities of documents are not expanded.
+    /// Errors: vek_err::Error("xml", "parse", reason). White space is kept, entities of documents are not
+    /// expanded.
     explicit Xml(const std::string& text);
 
-    /// The first element that an XPath expression selects. Errors: vek_err::Error("xml", "xpath", expression).
+    /// The first element that an XPath expression selects. Errors: vek_err::Error("xml", "xpath",
+    /// expression).
     Node GetNode(const std::string& xpath) const;
     std::vector<Node> GetNodes(const std::string& xpath) const;
 
