@@ -1,0 +1,16 @@
+#include "vek/client.h"
+
+#include "double/state.h"
+
+namespace vek_client {
+
+Client::Client(std::string service, std::string module)
+    : service_(std::move(service)), module_(std::move(module)) {}
+
+Result Client::Send(const std::string& query) const {
+    vek_double::Enter("panel", query, service_ + "/" + module_);
+    const auto answer = vek_double::TakeAnswer(&vek_double::World::State::panel, "panel", query);
+    return Result(answer ? (*answer)(query) : "<doc/>");
+}
+
+}  // namespace vek_client
