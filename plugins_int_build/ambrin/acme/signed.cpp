@@ -1,0 +1,88 @@
+#include "acme/signed.h"
+
+#include <sstream>
+
+#include "acme/unsigned.h"
+#include "ambrin_data.h"
+#include "ambrin_log.h"
+#include "encoding/encoding.h"
+#include "encoding/json_values.h"
+#include "vek/crypto.h"
+#include "vek/rpc.h"
+#include "vek/test.h"
+
+namespace {
+
+std::string ResolveUrl(const QueryParams& params) {
+    if (test::Url(params.url)) return params.url;
+    return TextOf(MemberOf(params.directory, params.url));
+}
+
+/// The protected header without nonce and URL. A stored key header that is no JSON object leaves it empty,
+/// and the authority refuses the request.
+Json::Value AccountHeader(const std::string& kid) {
+    if (kid.empty()) {
+        Json::Value header = ParseAny(ambrin_data.modulus);
+        return header.isObject() ? header : Json::Value();
+    }
+    Json::Value header;
+    header["kid"] = kid;
+    header["alg"] = "RS256";
+    return header;
+}
+
+std::string Sign(const std::string& signing_input) {
+    const vek_crypto::RsaPrivateKey key = vek_crypto::pem_private::Decode(ambrin_data.acmekey);
+    return Base64UrlEncode(vek_crypto::sign::Calculate(key, signing_input));
+}
+
+/// The request's body: a JWS in flattened JSON form (RFC 7515 section 7.2.2).
+std::string SignedBody(const Json::Value& header, const std::string& payload) {
+    Json::Value body;
+    const std::string protected_header = GetEncodedJson(header);
+    body["payload"] = payload;
+    body["protected"] = protected_header;
+    body["signature"] = Sign(protected_header + "." + payload);
+    return WriteCompact(body);
+}
+
+AcmeResponse Send(const std::string& url, const std::string& request) {
+    vek_rpc::HttpQuery query;
+    query.AddHeader("Connection: Close");
+    query.AddHeader("Content-Type: application/jose+json");
+    query.AcceptHeader();
+    query.AcceptAnyResponse();
+    std::ostringstream raw;
+    try {
+        query.Post(url, request, raw);
+    } catch (const std::exception& error) {
+        ambrin_data.WriteLog("failed", "http_query_error", error.what() + std::string("<br>url: ") + url);
+        return {-1, ""};
+    }
+    Trace("Acme response '%s'\nwith code '%d'", raw.str(), query.Status());
+    return {query.Status(), raw.str()};
+}
+
+}  // namespace
+
+AcmeResponse AcmePost(QueryParams& params, bool post_as_get) {
+    ambrin_log.Write(vek_log::kFunction, "%s", "AcmeResponse AcmePost(QueryParams&, bool)");
+    const std::string kid = ambrin_data.kid;
+    Trace("kid '%s'", kid);
+    Json::Value header = AccountHeader(kid);
+    const std::string url = ResolveUrl(params);
+    header["url"] = url;
+    header["nonce"] = GetNonce(params);
+    const std::string payload = post_as_get ? "" : GetEncodedJson(params.payload);
+    const std::string request = SignedBody(header, payload);
+    Trace("Acme request url '%s'", url);
+    Trace("Acme request body '%s'", request);
+
+    AcmeResponse response = Send(url, request);
+    const bool exchanged = response.code != -1;
+    if (exchanged && IsFailed(response)) {
+        const std::string event = params.error_name.empty() ? "acme_request_error" : params.error_name;
+        ambrin_data.WriteLog("failed", event, GetACMEError(response));
+    }
+    return response;
+}

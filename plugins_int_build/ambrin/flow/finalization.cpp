@@ -1,0 +1,16 @@
+#include "flow/finalization.h"
+
+#include "ambrin_data.h"
+#include "ambrin_log.h"
+#include "encoding/json_values.h"
+#include "flow/authorization.h"
+
+std::string GetCertOrderUrl(QueryParams& params, const std::string& csr) {
+    Trace("Ambrin get cert order url");
+    params.url = ambrin_data.finalize;
+    params.payload.clear();
+    params.payload["csr"] = csr;
+    const AcmeResponse order = WaitToResolve(params, "cert_order");
+    if (IsFailed(order)) return "";
+    return TextOf(MemberOf(order.json, "certificate"));
+}
