@@ -24,6 +24,7 @@ public:
     /// "YYYY-MM-DD HH:MM:SS" in UTC, the form that the constructor reads.
     std::string AsDateTime() const;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): the check misreads the comparison
     auto operator<=>(const DateTime&) const = default;
 
 private:

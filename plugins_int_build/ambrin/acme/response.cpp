@@ -46,7 +46,7 @@ std::string HeaderOf(const AcmeResponse& response, const std::string& name, cons
 
 bool TryParseACMEResponse(Json::Reader& reader, Json::Value& out, const std::string& text) {
     try {
-        reader.parse(std::string(text.c_str()), out, true);
+        reader.parse(text.substr(0, text.find('\0')), out, true);
         return true;
     } catch (...) {
         Trace("error while parsing ACME resp: '%s'\nErrors '%s'", text, reader.getFormattedErrorMessages());
