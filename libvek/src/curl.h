@@ -1,0 +1,60 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <cstddef>
+#include <string>
+
+/// What the HTTP client and the client of local services share of libcurl.
+namespace vek_curl {
+
+/// An answer as it comes in. Only the final response's header block is kept: not the 1xx ones before it (100,
+/// 103), and not the trailers after its body.
+struct Answer {
+    std::size_t header_limit;
+    std::size_t body_limit;
+    std::string header{};  // status line to blank line
+    std::string body{};
+    bool header_complete = false;
+    bool too_large = false;
+};
+
+/// One transfer's handle: HTTP/1.1 on a connection of its own, nothing taken from the environment or from
+/// home folders.
+class Easy {
+public:
+    Easy();
+    ~Easy();
+    Easy(const Easy&) = delete;
+    Easy& operator=(const Easy&) = delete;
+
+    CURL* get() const { return handle_; }
+
+    template <class T>
+    void Set(CURLoption option, T value) {
+        Require(curl_easy_setopt(handle_, option, value));
+    }
+
+    /// Request lines, "Name: value".
+    void AddHeader(const std::string& line);
+    void Post(const std::string& data);
+
+    /// The answer goes there; it has to outlive the transfer.
+    void Receive(Answer& answer);
+
+    /// Status of the final response; 0 without one.
+    int Status() const;
+
+    /// Why the transfer failed, for people.
+    std::string Reason(CURLcode code) const;
+
+private:
+    static void Require(CURLcode code);
+
+    CURL* handle_;
+    curl_slist* headers_ = nullptr;
+    const Answer* answer_ = nullptr;
+    char error_[CURL_ERROR_SIZE] = "";
+};
+
+}  // namespace vek_curl

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace vek_rpc {
+
+struct Limits {
+    std::chrono::seconds connect{30};  // look-up, connection and TLS handshake
+    std::chrono::seconds stall{60};    // without a byte
+    std::chrono::seconds total{300};
+    std::size_t header = 256UL << 10;
+    std::size_t body = 16UL << 20;
+};
+
+struct Request {
+    std::string url;
+    std::vector<std::string> headers;      // "Name: value"
+    const std::string* content = nullptr;  // POST where there is one
+};
+
+struct Response {
+    int status = 0;
+    std::string header;  // the final response's, status line to blank line
+    std::string body;
+};
+
+/// One HTTP exchange on a connection of its own; what may be shared without it (the trust store, looked-up
+/// names, TLS session tickets) is shared by all exchanges of the process. Errors: vek_err::Error("rpc", code,
+/// host and reason), code "url", "header" or "exchange"; vek_proc::Interrupted.
+Response Carry(const Request& request, const Limits& limits);
+
+}  // namespace vek_rpc

@@ -1,0 +1,17 @@
+#pragma once
+
+/// The orderly end of a run: what SIGTERM and SIGINT leave behind, and every wait looks at.
+namespace vek_interrupt {
+
+/// Handles SIGTERM and SIGINT from now on. Only the launcher calls it: a program with a `main` of its own
+/// keeps its own handling, and nothing ever interrupts it here.
+void Watch();
+
+/// Throws vek_proc::Interrupted once a signal has come; the first one counts.
+void Check();
+
+/// Readable from the first signal on, and never emptied, so that every later wait returns at once; -1, which
+/// poll(2) skips, where nothing is watched.
+int WakeFd();
+
+}  // namespace vek_interrupt

@@ -1,0 +1,73 @@
+// The plug-ins' main. It stands alone in its file, so that a program with a main of its own does not get it
+// from the archive.
+#include "vek/launcher.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <string>
+
+#include "interrupt.h"
+#include "vek/log.h"
+#include "vek/proc.h"
+
+namespace {
+
+constexpr int kException = 2;  // neither success nor the plug-in's own failure
+constexpr int kSignal = 128;   // as shells report it
+
+void Report(const std::string& text) {
+    const std::string line = program_invocation_short_name + (": " + text + "\n");
+    [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
+    vek_log::Module("vek", "launcher").WriteText(vek_log::kUse, text);
+}
+
+// Reports the exception that is being handled; returns the exit status that goes with it.
+int ReportException() try { throw; } catch (const std::exception& e) {
+    Report(e.what());
+    return kException;
+} catch (const vek_proc::Interrupted& interrupted) {
+    Report(std::string("ended by ") + strsignal(interrupted.signal));
+    return kSignal + interrupted.signal;
+} catch (...) {
+    Report("an exception of an unknown type");
+    return kException;
+}
+
+// Where an exception can go nowhere: out of the destructor of a static object, when the record cannot be
+// written back.
+[[noreturn]] void Terminate() {
+    if (std::current_exception()) {
+        ReportException();
+    } else {
+        Report("terminated");
+    }
+    std::abort();
+}
+
+// Whatever opens a file next would get the number of a closed standard descriptor, and all its output.
+void OpenStandardDescriptors() {
+    int fd = 0;
+    do {
+        fd = open("/dev/null", O_RDWR);
+    } while (fd >= 0 && fd <= STDERR_FILENO);
+    close(fd);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+    OpenStandardDescriptors();
+    std::set_terminate(&Terminate);
+    std::signal(SIGPIPE, SIG_IGN);
+    // Its children could not be waited for where it was started with SIGCHLD ignored.
+    std::signal(SIGCHLD, SIG_DFL);
+    vek_interrupt::Watch();
+    return zelmain(argc, argv);
+} catch (...) {
+    return ReportException();
+}

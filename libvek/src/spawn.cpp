@@ -1,0 +1,93 @@
+#include "spawn.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+
+#include <cerrno>
+#include <csignal>
+#include <system_error>
+
+#include "vek/err.h"
+
+namespace vek_proc {
+namespace {
+
+void Require(int error) {
+    if (error != 0) throw vek_err::Error("proc", "start", std::generic_category().message(error));
+}
+
+// A process whose standard descriptors are closed gets pipes with their numbers, which the child's own would
+// overwrite.
+void MoveUp(Fd& fd) {
+    if (fd.get() > STDERR_FILENO) return;
+    Fd moved(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+    Require(moved ? 0 : errno);
+    fd = std::move(moved);
+}
+
+class Attributes {
+public:
+    explicit Attributes(bool own_session) {
+        Require(posix_spawnattr_init(&attributes_));
+        sigset_t signals;
+        sigfillset(&signals);
+        Require(posix_spawnattr_setsigdefault(&attributes_, &signals));
+        sigemptyset(&signals);
+        Require(posix_spawnattr_setsigmask(&attributes_, &signals));
+        const int flags =
+            POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | (own_session ? POSIX_SPAWN_SETSID : 0);
+        Require(posix_spawnattr_setflags(&attributes_, static_cast<short>(flags)));
+    }
+    ~Attributes() { posix_spawnattr_destroy(&attributes_); }
+    Attributes(const Attributes&) = delete;
+    Attributes& operator=(const Attributes&) = delete;
+    const posix_spawnattr_t* get() const { return &attributes_; }
+
+private:
+    posix_spawnattr_t attributes_{};
+};
+
+class Descriptors {
+public:
+    Descriptors(int input, int output) {
+        Require(posix_spawn_file_actions_init(&actions_));
+        if (input >= 0) {
+            Require(posix_spawn_file_actions_adddup2(&actions_, input, STDIN_FILENO));
+        } else {
+            Require(posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
+        }
+        if (output >= 0) Require(posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO));
+        Require(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
+    }
+    ~Descriptors() { posix_spawn_file_actions_destroy(&actions_); }
+    Descriptors(const Descriptors&) = delete;
+    Descriptors& operator=(const Descriptors&) = delete;
+    const posix_spawn_file_actions_t* get() const { return &actions_; }
+
+private:
+    posix_spawn_file_actions_t actions_{};
+};
+
+}  // namespace
+
+Pipe MakePipe() {
+    int ends[2];
+    Require(pipe2(ends, O_CLOEXEC) == 0 ? 0 : errno);
+    Pipe pipe{Fd(ends[0]), Fd(ends[1])};
+    MoveUp(pipe.read);
+    MoveUp(pipe.write);
+    return pipe;
+}
+
+pid_t Spawn(const std::string& command, int input, int output, bool own_session) {
+    const Attributes attributes(own_session);
+    const Descriptors descriptors(input, output);
+    // "--": a command that begins with "-" is a command all the same. exec(3) leaves the words alone.
+    std::string words[] = {"sh", "-c", "--", command};
+    char* const argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(), nullptr};
+    pid_t pid = -1;
+    Require(posix_spawn(&pid, "/bin/sh", descriptors.get(), attributes.get(), argv, environ));
+    return pid;
+}
+
+}  // namespace vek_proc
