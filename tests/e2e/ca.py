@@ -1,0 +1,72 @@
+"""A certificate authority of our own, made at run time: root, intermediate, server certificates. EC keys, for speed."""
+import os
+import re
+import secrets
+import subprocess
+
+EC = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes"]
+
+
+def openssl(*arguments, data=None):
+    done = subprocess.run(["openssl", *arguments], input=data, capture_output=True, check=False)
+    if done.returncode != 0:
+        raise RuntimeError(f"openssl {arguments[0]}: {done.stderr.decode(errors='replace')}")
+    return done.stdout
+
+
+class CertificateAuthority:
+    def __init__(self, folder):
+        self.folder = folder
+        os.makedirs(folder, exist_ok=True)
+        self.root = self._path("root.pem")
+        openssl("req", "-x509", *EC, "-keyout", self._path("root.key"), "-out", self.root, "-days", "30",
+                "-subj", "/CN=Harness Root", "-addext", "keyUsage=critical,keyCertSign,cRLSign")
+        self.intermediate = self._path("intermediate.pem")
+        self._signed("root", "intermediate", "/CN=Harness Intermediate",
+                     "basicConstraints=critical,CA:TRUE,pathlen:0", "keyUsage=critical,keyCertSign,cRLSign")
+
+    def _path(self, name):
+        return os.path.join(self.folder, name)
+
+    def _signed(self, issuer, name, subject, *extensions):
+        openssl("req", "-x509", *EC, "-CA", self._path(f"{issuer}.pem"), "-CAkey", self._path(f"{issuer}.key"),
+                "-keyout", self._path(f"{name}.key"), "-out", self._path(f"{name}.pem"), "-days", "30", "-subj", subject,
+                *(part for extension in extensions for part in ("-addext", extension)))
+
+    def server(self, *names):
+        """A TLS server's certificate for these names (addresses too): the paths of its chain and of its key."""
+        kinds = ("IP" if name.replace(".", "").isdigit() else "DNS" for name in names)
+        alternatives = ",".join(f"{kind}:{name}" for kind, name in zip(kinds, names))
+        self._signed("intermediate", names[0], f"/CN={names[0]}",
+                     f"subjectAltName={alternatives}", "basicConstraints=critical,CA:FALSE")
+        with open(self._path(f"{names[0]}.pem"), "a", encoding="ascii") as chain:
+            chain.write(read(self.intermediate))
+        return self._path(f"{names[0]}.pem"), self._path(f"{names[0]}.key")
+
+    def issue(self, request_der):
+        """The certificate for a request, PEM: the leaf and the intermediate."""
+        request = self._path(f"request-{secrets.token_hex(8)}.der")
+        with open(request, "wb") as file:
+            file.write(request_der)
+        leaf = openssl("x509", "-req", "-inform", "DER", "-in", request, "-days", "90", "-copy_extensions", "copy",
+                       "-CA", self.intermediate, "-CAkey", self._path("intermediate.key"),
+                       "-set_serial", "0x" + secrets.token_hex(16)).decode()
+        return leaf, read(self.intermediate)
+
+
+def self_signed(folder, name):
+    """A placeholder such as a web server starts with; fullchain.pem and privkey.pem in the folder."""
+    os.makedirs(folder, exist_ok=True)
+    openssl("req", "-x509", *EC, "-keyout", os.path.join(folder, "privkey.pem"),
+            "-out", os.path.join(folder, "fullchain.pem"), "-days", "30", "-subj", f"/CN={name}")
+
+
+def read(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+def names_of(kind, data, form="PEM"):
+    """The DNS names in a certificate ("x509") or a request ("req")."""
+    text = openssl(kind, "-inform", form, "-noout", "-text", data=data).decode()
+    return sorted(re.findall(r"DNS:([^,\s]+)", text))

@@ -1,0 +1,96 @@
+"""Whatever an authority answers, a run ends in order, says what happened, and the next run can finish the job."""
+from fixture import WorldTest
+from tls_server import Answer, json_answer
+from authority import problem
+from world import FAILURE, INSTALLED
+
+EC = ("--csr", "key_type=ec")
+HUGE = b'{"status": "valid", "padding": "' + b"x" * 200_000_000 + b'"}'
+
+
+def html(status):
+    return Answer(status, {"Content-Type": "text/html"}, b"<html><h1>not what you asked for</h1></html>")
+
+
+def redirect(proper):
+    return Answer(302, {"Location": "https://blog.example/elsewhere"}, b"")
+
+
+def cut(proper):
+    proper.cut_at = len(proper.body) // 2
+    return proper
+
+
+def paced(proper):
+    proper.pace = 0.002
+    return proper
+
+
+class Failure(WorldTest):
+    """A job whose every run begins with a registered default account, and an authority that misbehaves once."""
+
+    def setUp(self):
+        super().setUp()
+        self.world.start_authority()
+        self.authority = self.world.authority
+        self.world.start_service()
+        self.world.add_domain("shop.example")
+
+    def outcome_of(self, resource, answer, occurrence=1):
+        """The failed events of a run at whose n-th request to the resource that answer comes, in place of the proper one."""
+        job = self.world.add_job("shop.example", *EC, "--certname", f"case-{len(self.world.ask('job', 'list'))}")
+        self.authority.script(resource, answer, occurrence)
+        self.assertEqual(self.world.run_job(job), FAILURE)
+        record = self.world.job(job)
+        self.assertFalse(record["processing"] or record["verified"])
+        self.assertEqual(self.world.answer_files(), [])
+        self.authority.unscript(resource)
+        failed = [event for state, event in self.world.events(job) if state == "failed"]
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+        return failed
+
+    def test_exchange_that_breaks_is_a_failed_query(self):
+        for resource in ("directory", "new-order", "authorization", "challenge", "finalize", "certificate"):
+            with self.subTest(resource, how="dropped"):
+                self.assertEqual(self.outcome_of(resource, Answer(drop=True)), ["http_query_error"])
+            with self.subTest(resource, how="cut"):
+                self.assertEqual(self.outcome_of(resource, cut), ["http_query_error"])
+
+    def test_error_answer_is_told_under_the_name_of_its_step(self):
+        steps = {"directory": "acme_request_error", "new-order": "order_failed", "authorization": "authorization_fail",
+                 "challenge": "challenge_fail", "finalize": "cert_order_fail", "certificate": "cert_recive_failed"}
+        for resource, event in steps.items():
+            with self.subTest(resource, kind="problem"):
+                self.assertEqual(self.outcome_of(resource, problem("serverInternal", "not today", 500)), [event])
+            with self.subTest(resource, kind="page"):
+                self.assertEqual(self.outcome_of(resource, html(502)), [event])
+
+    def test_redirect_is_not_followed(self):
+        for resource in ("directory", "new-order", "certificate"):
+            with self.subTest(resource):
+                self.outcome_of(resource, redirect)
+
+    def test_missing_nonce_is_refused_by_the_authority_and_told(self):
+        failed = self.outcome_of("nonce", Answer(204))
+        self.assertIn("acme_request_error", failed)
+
+    def test_huge_answer_is_given_up(self):
+        self.assertEqual(self.outcome_of("directory", Answer(200, {"Content-Type": "application/json"}, HUGE)), ["http_query_error"])
+
+    def test_deeply_nested_answer_ends_no_run_by_surprise(self):
+        self.outcome_of("new-order", Answer(201, {"Content-Type": "application/json"}, b"[" * 5000 + b"]" * 5000))
+
+    def test_answer_that_comes_byte_by_byte_is_read_in_full(self):
+        self.authority.script("certificate", paced)
+        job = self.world.add_job("shop.example", *EC)
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+
+    def test_order_that_stays_refused_after_validation_is_no_certificate(self):
+        self.assertEqual(self.outcome_of("finalize", json_answer({"status": "invalid"})), ["cert_order_req_attempt"])
+
+    def test_certificate_that_is_none_is_not_installed(self):
+        job = self.world.add_job("shop.example", *EC)
+        self.authority.script("certificate", html(200))
+        self.assertEqual(self.world.run_job(job), FAILURE)
+        self.assertIn(("failed", "hardreplace_error"), self.world.events(job))
+        self.assertTrue(self.world.job(job)["failed"])

@@ -1,0 +1,138 @@
+"""http-01 jobs against a real authority that fetches the answer files from a real web server."""
+import os
+
+from ca import names_of, read
+from fixture import WorldTest
+from world import DIRECTORY_HOST, FAILURE, INSTALLED, NOTHING_TO_DO
+
+EC = ("--csr", "key_type=ec")  # quicker made than the default's RSA
+
+
+class Http01(WorldTest):
+    def setUp(self):
+        super().setUp()
+        self.world.start_web({"shop.example": ["shop.example", "www.shop.example", "mail.shop.example"],
+                              "blog.example": ["blog.example"], "xn--bcher-kva.example": ["xn--bcher-kva.example"]})
+        self.world.start_pebble()
+        self.world.start_service()
+
+    def trusted(self, name):
+        """The certificate that the web server shows for the name, which has to be pebble's."""
+        return self.world.web.wait_trusted(name, self.world.path("pebble-root.pem"))
+
+    def test_first_job_registers_and_ends_with_the_web_server_showing_its_certificate(self):
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example")
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+
+        shown = self.trusted("shop.example")
+        self.assertEqual(names_of("x509", shown.encode()), ["shop.example"])
+        self.assertIn(shown.strip(), read(self.world.installed("shop.example")))
+        self.assertEqual(os.stat(self.world.installed("shop.example", file="privkey.pem")).st_mode & 0o777, 0o600)
+        self.assertEqual(self.world.answer_files(), [])
+        record = self.world.job(job)
+        self.assertTrue(record["verified"])
+        self.assertFalse(record["failed"] or record["processing"])
+        self.assertTrue(record["kid"].startswith(f"https://{DIRECTORY_HOST}/"))
+        self.assertEqual([event for _, event in self.world.events(job)], [
+            "registration_try", "registration_success", "order_success", "authorization_try", "authorization_success",
+            "challenge_start", "challenge_created", "challenge_success", "cert_order_success", "cert_recived"])
+        self.assertCountEqual(self.world.problems(), [("ambrin_success", ""), ("ambrin_success", "anna")])
+        self.assertTrue(self.world.account_keys())
+
+    def test_second_job_uses_the_account_that_the_first_registered(self):
+        for name in ("shop.example", "blog.example"):
+            self.world.add_domain(name)
+        first = self.world.add_job("shop.example", *EC)
+        self.assertEqual(self.world.run_job(first), INSTALLED)
+        second = self.world.add_job("blog.example", "--skip-account-check", *EC)
+        self.assertEqual(self.world.run_job(second), INSTALLED)
+
+        self.trusted("blog.example")
+        self.assertNotIn(("processing", "registration_try"), self.world.events(second))
+        self.assertEqual(self.world.job(second)["kid"], self.world.job(first)["kid"])
+        self.assertEqual(self.world.ask("account", "show"), {"kid": self.world.job(first)["kid"], "key": True})
+
+    def test_one_certificate_names_the_domain_and_all_its_aliases(self):
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example", "--alias", "www.shop.example", "--alias", "mail.shop.example", *EC)
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+
+        names = ["mail.shop.example", "shop.example", "www.shop.example"]
+        for name in names:
+            self.assertEqual(names_of("x509", self.trusted(name).encode()), names)
+        self.assertEqual(self.world.events(job).count(("processing", "challenge_success")), 3)
+
+    def test_internationalised_name_is_certified_in_its_ascii_form(self):
+        self.world.add_domain("bücher.example")
+        job = self.world.add_job("bücher.example", *EC)
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+
+        shown = self.trusted("xn--bcher-kva.example")
+        self.assertEqual(names_of("x509", shown.encode()), ["xn--bcher-kva.example"])
+
+    def test_verified_job_sends_nothing_more(self):
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example", *EC)
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+        before, record = list(self.world.front.server.seen), self.world.job(job)
+
+        self.assertEqual(self.world.run_job(job), NOTHING_TO_DO)
+        self.assertEqual(self.world.front.server.seen, before)
+        self.assertEqual(self.world.job(job), record)
+
+    def test_unreachable_authority_fails_the_run_and_the_record_says_why(self):
+        self.world.front.stop()
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example", *EC)
+        self.assertEqual(self.world.run_job(job), FAILURE)
+
+        self.assertEqual(self.world.events(job), [("failed", "http_query_error")])
+        self.assertIn(f"<br>url: https://{DIRECTORY_HOST}/directory", self.world.event_detail(job, "http_query_error"))
+        record = self.world.job(job)
+        self.assertEqual(record["attempt_count"], 1)
+        self.assertFalse(record["processing"] or record["verified"] or record["failed"])
+
+    def test_failing_reload_command_stops_the_job_and_tells_everybody(self):
+        self.world.stop_service()
+        self.world.start_service("--reload-command", "echo the web server is ill; exit 3")
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example", *EC)
+        self.assertEqual(self.world.run_job(job), FAILURE)
+
+        self.assertIn(("failed", "hardreplace_error"), self.world.events(job))
+        self.assertIn("the web server is ill", self.world.event_detail(job, "hardreplace_error"))
+        self.assertTrue(self.world.job(job)["failed"])
+        self.assertCountEqual(self.world.problems(), [("ambrin_failed_admin", ""), ("ambrin_failed_user", "anna")])
+
+
+class UnservedAnswers(WorldTest):
+    """The web server does not serve the answer files."""
+
+    def setUp(self):
+        super().setUp()
+        os.makedirs(self.world.path("elsewhere"))
+        self.world.start_web(answers=self.world.path("elsewhere"))
+        self.world.start_pebble()
+        self.world.start_service()
+
+    def test_failed_validation_is_told_and_the_answer_files_are_removed(self):
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example", *EC)
+        self.assertEqual(self.world.run_job(job), FAILURE)
+
+        self.assertIn(("failed", "challenge_fail"), self.world.events(job))
+        self.assertEqual(self.world.answer_files(), [])
+        record = self.world.job(job)
+        self.assertEqual((record["challenges"], record["attempt_count"]), ("", 0))
+        self.assertFalse(os.path.exists(self.world.installed("shop.example")))
+
+    def test_run_after_the_web_server_is_repaired_installs_the_certificate(self):
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example", "--skip-account-check", *EC)
+        self.assertEqual(self.world.run_job(job), FAILURE)
+        os.rmdir(self.world.path("elsewhere"))
+        os.symlink(self.world.answers, self.world.path("elsewhere"))
+
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+        self.world.web.wait_trusted("shop.example", self.world.path("pebble-root.pem"))

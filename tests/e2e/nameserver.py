@@ -1,0 +1,81 @@
+"""The name server: BIND, authoritative for the test zones, which takes dynamic updates signed with a key of its own."""
+import base64
+import os
+import secrets
+import subprocess
+
+from process import Background, LONG
+
+ADDRESS = "127.0.0.1"
+# On a real Debian, named may touch its own folders only (AppArmor), so the zones lie under this one.
+FOLDER = "/var/cache/bind"
+
+CONFIG = """
+options {{
+    directory "{folder}";
+    listen-on {{ {addresses} }};
+    listen-on-v6 {{ none; }};
+    recursion no;
+    notify no;
+    dnssec-validation no;
+    empty-zones-enable no;
+    pid-file none;
+    session-keyfile none;
+}};
+controls {{ }};
+include "{folder}/update.key";
+{zones}
+"""
+
+KEY = """key "{name}" {{
+    algorithm hmac-sha256;
+    secret "{secret}";
+}};
+"""
+
+ZONE = """zone "{zone}" {{ type primary; file "{zone}.zone"; allow-update {{ key "{key}"; }}; }};
+"""
+
+# The zone's own name server has an address: without one, named refuses the zone.
+RECORDS = """$TTL 5
+@ IN SOA ns hostmaster 1 60 60 60 5
+@ IN NS ns
+ns IN A {server}
+{sites}"""
+
+
+class NameServer:
+    def __init__(self, folder, log, zones, resolvers=()):
+        """`zones`: each zone's names (relative, "@" for the zone itself) with their addresses.
+
+        Answers at the resolvers' addresses too, which must be on the loopback device.
+        """
+        os.makedirs(folder)
+        self.key_file = os.path.join(folder, "update.key")
+        self.zones = list(zones)
+        self.secret = base64.b64encode(secrets.token_bytes(32)).decode()
+        write(self.key_file, KEY.format(name="panel", secret=self.secret), mode=0o600)
+        for zone, names in zones.items():
+            sites = "".join(f"{name} IN A {address}\n" for name, address in names.items())
+            write(os.path.join(folder, f"{zone}.zone"), RECORDS.format(server=ADDRESS, sites=sites))
+        addresses = "".join(f"{address}; " for address in (ADDRESS, *resolvers))
+        served = "".join(ZONE.format(zone=zone, key="panel") for zone in zones)
+        write(os.path.join(folder, "named.conf"), CONFIG.format(folder=FOLDER, addresses=addresses, zones=served))
+        subprocess.run(["mount", "--bind", folder, FOLDER], check=True)
+        self._process = Background("named", ["named", "-g", "-c", f"{FOLDER}/named.conf"], log)
+        self._process.wait_ready(lambda: all(self.look_up(zone, "SOA") for zone in zones))
+
+    def look_up(self, name, kind, server=ADDRESS):
+        """The data of the records there, one text each."""
+        answer = subprocess.run(["dig", "+short", "+tries=1", "+time=2", f"@{server}", kind, name],
+                                capture_output=True, text=True, check=False, timeout=LONG).stdout
+        return [line for line in answer.splitlines() if not line.startswith(";")]
+
+    def stop(self):
+        self._process.stop()
+        subprocess.run(["umount", FOLDER], check=True)
+
+
+def write(path, text, mode=0o644):
+    with open(os.open(path, os.O_CREAT | os.O_WRONLY | os.O_TRUNC, mode), "w", encoding="utf-8") as file:
+        file.write(text)

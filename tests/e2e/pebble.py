@@ -1,0 +1,85 @@
+"""The certificate authority under test, Debian's pebble, and the front that makes it answer like the production one."""
+import http.client
+import json
+import os
+import re
+import ssl
+
+from process import Background, accepts, wait_until
+from tls_server import Answer, TlsServer
+
+ADDRESS, PORT, MANAGEMENT_PORT = "127.0.0.1", 14000, 15000
+ISSUED = re.compile(r"Issued certificate serial (\w+) for order (\S+)")
+
+
+class Pebble:
+    """Validates over the network: http-01 on port 80, dns-01 at `dns_server` (or the system's resolver)."""
+
+    def __init__(self, folder, authority, log, dns_server=None):
+        os.makedirs(folder)
+        certificate, key = authority.server(ADDRESS)
+        config = os.path.join(folder, "pebble.json")
+        with open(config, "w", encoding="utf-8") as file:
+            json.dump({"pebble": {
+                "listenAddress": f"{ADDRESS}:{PORT}", "managementListenAddress": f"{ADDRESS}:{MANAGEMENT_PORT}",
+                "certificate": certificate, "privateKey": key, "httpPort": 80, "tlsPort": 443,
+                "ocspResponderURL": "", "externalAccountBindingRequired": False}}, file)
+        # What differs from the production authority without need: refused good nonces, random waits, reused authorizations.
+        environment = os.environ | {"PEBBLE_WFE_NONCEREJECT": "0", "PEBBLE_VA_NOSLEEP": "1", "PEBBLE_AUTHZREUSE": "0"}
+        command = ["pebble", "-config", config] + (["-dnsserver", dns_server] if dns_server else [])
+        self._context = ssl.create_default_context(cafile=authority.root)
+        self._process = Background("pebble", command, log, environment)
+        self._process.wait_ready(lambda: accepts(ADDRESS, PORT) and accepts(ADDRESS, MANAGEMENT_PORT))
+
+    def ask(self, method, path, body=None, headers=None, port=PORT):
+        connection = http.client.HTTPSConnection(ADDRESS, port, context=self._context)
+        try:
+            connection.request(method, path, body, headers or {})
+            answer = connection.getresponse()
+            return answer.status, dict(answer.getheaders()), answer.read()
+        finally:
+            connection.close()
+
+    def root(self):
+        """The root certificate, PEM, under which it issues; a new one at every start."""
+        return self.ask("GET", "/roots/0", port=MANAGEMENT_PORT)[2].decode()
+
+    def wait_issued(self, order):
+        """The serial of the order's certificate, once it is issued."""
+        def serial():
+            return next((serial for serial, name in ISSUED.findall(self._process.log()) if name == order), None)
+
+        return wait_until(serial, f"pebble issues the certificate of order {order}")
+
+    def stop(self):
+        self._process.stop()
+
+
+class Front:
+    """What stands at the production host's address: everything passes through to pebble, and finalization is synchronous.
+
+    Pebble answers a finalization with status "processing"; the production authority's answer comes when the certificate
+    is there. So that one answer is held until pebble's log says so, and then tells the certificate's URL.
+    """
+
+    def __init__(self, address, host, authority, pebble):
+        self._host, self._pebble = host, pebble
+        self.server = TlsServer(address, 443, *authority.server(host), self._answer)
+
+    def stop(self):
+        self.server.stop()
+
+    def _answer(self, request):
+        path = "/dir" if request.path == "/directory" else request.path
+        # With the Host header kept: pebble makes its URLs from it, and checks the signed URL against it.
+        status, headers, body = self._pebble.ask(request.method, path, request.body or None, request.headers)
+        folder, _, order = path.rpartition("/")
+        if folder == "/finalize-order" and status == 200:
+            body = self._finalized(order, json.loads(body))
+        for name in ("Transfer-Encoding", "Content-Length", "Connection"):
+            headers.pop(name, None)
+        return Answer(status, headers, body)
+
+    def _finalized(self, order, answer):
+        certificate = f"https://{self._host}/certZ/{self._pebble.wait_issued(order)}"
+        return json.dumps(answer | {"status": "valid", "certificate": certificate}).encode()

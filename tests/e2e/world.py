@@ -1,0 +1,204 @@
+"""One test's world: the service with the shipped plug-in, and around it whatever parts the test asks for."""
+import contextlib
+import json
+import os
+import re
+import signal
+import sqlite3
+import subprocess
+
+import sandbox
+from authority import Authority
+from ca import CertificateAuthority, read
+from nameserver import NameServer
+from pebble import Front, Pebble
+from process import LONG, Background, NeverHappened, running, wait_until
+from web import WebServer
+
+DIRECTORY_HOST = "acme-v02.api.letsencrypt.org"
+AUTHORITY_ADDRESS = "127.0.0.2"
+WEB_ADDRESS = "127.0.0.3"
+RESOLVERS = ("8.8.8.8", "8.8.4.4", "1.1.1.1", "1.0.0.1", "9.9.9.9")
+SITES = ("shop.example", "www.shop.example", "mail.shop.example", "blog.example", "xn--bcher-kva.example")
+HOSTS = {DIRECTORY_HOST: AUTHORITY_ADDRESS} | {site: WEB_ADDRESS for site in SITES}
+
+# The statuses of `zelvek job run`.
+INSTALLED, FAILURE, WAITING, NOTHING_TO_DO = 0, 1, 3, 4
+
+PRIVATE_KEY = re.compile(r"-----BEGIN [A-Z ]*PRIVATE KEY-----.*?-----END [A-Z ]*PRIVATE KEY-----", re.S)
+
+
+class World:
+    def __init__(self, folder, binaries):
+        self.folder, self._binaries = folder, binaries
+        self.answers, self.certificates = self.path("answers"), self.path("certs")
+        self.logs, self.database = self.path("log"), self.path("zelvek.db")
+        for name in (self.answers, self.certificates, self.logs):
+            os.makedirs(name)
+        os.makedirs(self.path("run"), mode=0o700)
+        self.ca = CertificateAuthority(self.path("ca"))
+        self.web = self.pebble = self.front = self.authority = self.dns = self.service = None
+        self._stopping = contextlib.ExitStack()
+        self._commands = 0
+
+    def path(self, name):
+        return os.path.join(self.folder, name)
+
+    # The parts.
+
+    def start_web(self, sites=None, answers=None):
+        """`sites`: names per certificate; each site has one of its own where nothing is said."""
+        sites = {site: [site] for site in SITES} if sites is None else sites
+        self.web = WebServer(self.path("web"), WEB_ADDRESS, answers or self.answers, sites)
+        self._stopping.callback(self.web.stop)
+
+    def start_dns(self, zones):
+        self.dns = NameServer(self.path("dns"), self.log_path("named"), zones, RESOLVERS)
+        self._stopping.callback(self.dns.stop)
+
+    def start_pebble(self):
+        """Pebble, with the synchronous front at the production directory's address."""
+        self.pebble = Pebble(self.path("pebble"), self.ca, self.log_path("pebble"), "127.0.0.1:53" if self.dns else None)
+        self._stopping.callback(self.pebble.stop)
+        self.front = Front(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca, self.pebble)
+        self._stopping.callback(self.front.stop)
+        with open(self.path("pebble-root.pem"), "w", encoding="ascii") as file:
+            file.write(self.pebble.root())
+
+    def start_authority(self):
+        """The scripted authority, at the production directory's address."""
+        self.authority = Authority(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca)
+        self._stopping.callback(self.authority.stop)
+
+    def start_service(self, *options):
+        """Without its scheduler: jobs run when the test says so."""
+        command = [self.binary("zelvek"), "serve", "--database", self.database, "--answers-dir", self.answers,
+                   "--certs-dir", self.certificates, "--scheduler", "off"]
+        if self.web:
+            command += ["--reload-command", self.web.reload_command]
+        if self.dns:
+            command += ["--dns-server", "127.0.0.1", "--dns-port", "53", "--dns-key-file", self.dns.key_file]
+            command += [part for zone in self.dns.zones for part in ("--dns-zone", zone)]
+        log = self.log_path("service")
+        ready_before = read(log).count("zelvek: ready") if os.path.exists(log) else 0
+        self.service = Background("zelvek", [*command, *options], log, self.environment())
+        self.service.wait_ready(lambda: self.service.log().count("zelvek: ready") > ready_before)
+
+    def binary(self, name):
+        return os.path.join(self._binaries, name)
+
+    def environment(self):
+        return os.environ | {"VEK_RUN_DIR": self.path("run"), "VEK_LOG_DIR": self.logs, "VEK_CA_FILE": self.ca.root}
+
+    def log_path(self, name):
+        return os.path.join(self.logs, f"{name}.out")
+
+    # What a person does at the command line.
+
+    def zelvek(self, *arguments):
+        """Runs a client command; its status is the caller's to look at."""
+        run = self.start_zelvek(*arguments)
+        run.process.wait(4 * LONG)
+        return run
+
+    def start_zelvek(self, *arguments):
+        self._commands += 1
+        command = [self.binary("zelvek"), *map(str, arguments)]
+        return Background(" ".join(command), command, self.log_path(f"command-{self._commands:02}"), self.environment())
+
+    def ask(self, *arguments):
+        """The JSON answer of a client command that succeeds."""
+        done = subprocess.run([self.binary("zelvek"), *map(str, arguments), "--json"], env=self.environment(),
+                              stdin=subprocess.DEVNULL, capture_output=True, text=True, timeout=LONG, check=False)
+        if done.returncode != 0:
+            raise AssertionError(f"zelvek {arguments}: status {done.returncode}\n{done.stdout}{done.stderr}")
+        return json.loads(done.stdout)
+
+    def add_domain(self, name, user="anna"):
+        self.ask("domain", "add", name, "--user", user)
+
+    def add_job(self, name, *options, user="anna"):
+        return self.ask("job", "add", name, "--user", user, *options)["id"]
+
+    def run_job(self, job):
+        """Returns the status; the output lies among the logs."""
+        return self.zelvek("job", "run", job).process.returncode
+
+    def start_run(self, job):
+        return self.start_zelvek("job", "run", job)
+
+    def job(self, job):
+        return self.ask("job", "show", job)
+
+    def events(self, job):
+        return [(entry["state"], entry["event"]) for entry in self.job(job)["events"]]
+
+    def event_detail(self, job, event):
+        """The detail of the latest event of this name."""
+        return [entry["detail"] for entry in self.job(job)["events"] if entry["event"] == event][-1]
+
+    def problems(self):
+        return [(problem["name"], problem["owner"]) for problem in self.ask("problem", "list")]
+
+    # Looking around.
+
+    def installed(self, certname, user="anna", file="fullchain.pem"):
+        return os.path.join(self.certificates, user, certname, file)
+
+    def answer_files(self):
+        return sorted(os.listdir(self.answers))
+
+    def plugin(self):
+        """The process of the run that is under way."""
+        def only():
+            return running(self.binary("ambrin"), sandbox.descendants(self.service.pid))
+
+        return wait_until(only, "the plug-in runs")[0]
+
+    def wait_run_over(self, job):
+        wait_until(lambda: not self.job(job)["processing"], f"the run of job {job} is over")
+
+    def account_keys(self):
+        """The private keys in the service's database, whatever it calls its tables."""
+        with contextlib.closing(sqlite3.connect(f"file:{self.database}?mode=ro", uri=True)) as database:
+            tables = [name for (name,) in database.execute("select name from sqlite_master where type = 'table'")]
+            values = {str(value) for table in tables for row in database.execute(f'select * from "{table}"') for value in row}
+        return {key for value in values for key in PRIVATE_KEY.findall(value)}
+
+    def leaked_secrets(self):
+        """Places in any log where a private key, or a line of one, is to be read."""
+        keys = self.account_keys() if os.path.exists(self.database) else set()
+        for folder, _, files in os.walk(self.certificates):
+            keys |= {key for name in files if name == "privkey.pem" for key in PRIVATE_KEY.findall(read(os.path.join(folder, name)))}
+        lines = {"PRIVATE KEY"} | {line for key in keys for line in key.splitlines()[1:-1]}
+        lines |= {self.dns.secret} if self.dns else set()
+        logs = {name: read(os.path.join(self.logs, name)) for name in os.listdir(self.logs)}
+        return [name for name, text in logs.items() for line in lines if line in text]
+
+    def describe(self):
+        """The ends of the logs, for the report on a failed test."""
+        parts = []
+        for name in sorted(os.listdir(self.logs)):
+            with open(os.path.join(self.logs, name), encoding="utf-8", errors="replace") as file:
+                parts.append(f"--- {name}\n" + "".join(file.readlines()[-40:]))
+        return "\n".join(parts)
+
+    # The end.
+
+    def stop_service(self, name=signal.SIGTERM):
+        return self.service.stop(name)
+
+    def close(self):
+        """Ends everything; complains about what a sound run does not leave behind."""
+        complaints = []
+        if self.service and self.service.process.poll() is None and (status := self.stop_service()) != 0:
+            complaints.append(f"the service ended with status {status}")
+        for part in (self.front, self.authority):
+            complaints += part.server.faults if part else []
+        self._stopping.close()
+        if leaks := self.leaked_secrets():
+            complaints.append(f"secrets in the logs {sorted(set(leaks))}")
+        if left := sandbox.others():
+            complaints.append(f"processes left: {left}")
+        if complaints:
+            raise AssertionError("\n".join(complaints))
