@@ -17,7 +17,7 @@ namespace {
 using vek_curl::Easy;
 
 [[noreturn]] void Fail(const std::string& code, const std::string& reason) {
-    throw vek_err::Error("rpc", code, reason);
+    throw vek_err::Error("http", code, reason);
 }
 
 std::string PartOf(CURLU* url, CURLUPart part) {

@@ -24,7 +24,7 @@ void HttpQuery::Exchange::Run(const std::string& url, const std::string* content
     const Response response = Carry({url, headers, content}, Limits{});
     status = response.status;
     if (!accepts_any && status >= kFirstErrorStatus) {
-        throw vek_err::Error("rpc", "status", url + " answered with status " + std::to_string(status));
+        throw vek_err::Error("http", "status", url + " answered with status " + std::to_string(status));
     }
     if (accepts_header) out << response.header;
     out << response.body;
