@@ -71,6 +71,14 @@ class NameServer:
                                 capture_output=True, text=True, check=False, timeout=LONG).stdout
         return [line for line in answer.splitlines() if not line.startswith(";")]
 
+    def update(self, *lines):
+        """A dynamic update of a test's own, such as `delete NAME TXT`, beside what the service does."""
+        script = "".join(f"update {line}\n" for line in lines)
+        done = subprocess.run(["nsupdate", "-k", self.key_file], input=f"server {ADDRESS}\n{script}send\n",
+                              capture_output=True, text=True, check=False, timeout=LONG)
+        if done.returncode != 0:
+            raise RuntimeError(f"nsupdate: {done.stderr}")
+
     def stop(self):
         self._process.stop()
         subprocess.run(["umount", FOLDER], check=True)

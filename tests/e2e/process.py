@@ -34,7 +34,7 @@ class Background:
     """A process whose output goes to a log file and which is ended, at the latest, by `stop`."""
 
     def __init__(self, name, command, log, env=None):
-        self.name, self.log_path = name, log
+        self.name, self.command, self.log_path = name, command, log
         with open(log, "ab") as output:
             self.process = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=output, stderr=output, env=env)
 

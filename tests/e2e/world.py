@@ -52,8 +52,8 @@ class World:
         self.web = WebServer(self.path("web"), WEB_ADDRESS, answers or self.answers, sites)
         self._stopping.callback(self.web.stop)
 
-    def start_dns(self, zones):
-        self.dns = NameServer(self.path("dns"), self.log_path("named"), zones, RESOLVERS)
+    def start_dns(self, zones, resolvers=RESOLVERS):
+        self.dns = NameServer(self.path("dns"), self.log_path("named"), zones, resolvers)
         self._stopping.callback(self.dns.stop)
 
     def start_pebble(self):
