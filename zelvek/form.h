@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <utility>
@@ -7,8 +8,9 @@
 
 namespace zelvek {
 
-/// The parameters of one query, as application/x-www-form-urlencoded text brings them. Of a key that stands twice the
-/// first value counts: what a caller appends to a query never replaces what the query's own text says.
+/// The parameters of one query, as application/x-www-form-urlencoded text brings them. Of a key that stands
+/// twice the first value counts: what a caller appends to a query never replaces what the query's own text
+/// says.
 class Parameters {
 public:
     explicit Parameters(const std::string& form);
@@ -22,9 +24,12 @@ public:
 
 private:
     std::vector<std::pair<std::string, std::string>> all_;
+    std::map<std::string, std::size_t>
+        index_;  // key to its place in all_; ordered, so that no choice of keys makes it slow
 };
 
-/// Percent-decoding of one key or value; "+" is a blank. A "%" that no two hexadecimal digits follow stays itself.
+/// Percent-decoding of one key or value; "+" is a blank. A "%" that no two hexadecimal digits follow stays
+/// itself.
 std::string FormDecode(const std::string& text);
 
 }  // namespace zelvek
