@@ -14,6 +14,11 @@ public:
     /// Errors: vek_err::Error of type "value" (address), "io" (cannot listen).
     Responder(const std::string& address, std::filesystem::path answers);
     ~Responder();
+    Responder(const Responder&) = delete;
+    Responder& operator=(const Responder&) = delete;
+
+    /// The port that it listens on, chosen by the system where `address` has port 0.
+    int Port() const;
 
 private:
     struct Server;
