@@ -21,18 +21,44 @@ bool IsAscii(const std::string& label) {
     throw vek_err::Error("str", "puny", name + " (" + reason + ")");
 }
 
-// One label that is not ASCII. Each comes alone, so that libidn2 cannot take a further character, such as the
-// ideographic full stop, for a separator, or drop one: either shows in the result.
-std::string EncodeLabel(const std::string& label, const std::string& name) {
-    if (label.find('\0') != std::string::npos) Refuse(name, "a label holds a NUL byte");
+std::string Lookup(const std::string& label, const std::string& name) {
     std::uint8_t* found = nullptr;
     const auto* source = reinterpret_cast<const std::uint8_t*>(label.c_str());
     const int status = idn2_lookup_u8(source, &found, IDN2_NONTRANSITIONAL | IDN2_NFC_INPUT);
     const std::unique_ptr<std::uint8_t, decltype(&idn2_free)> owner(found, &idn2_free);
     if (status != IDN2_OK) Refuse(name, idn2_strerror(status));
-    const std::string encoded = reinterpret_cast<const char*>(found);
-    if (encoded.empty() || encoded.find('.') != std::string::npos)
-        Refuse(name, "a label is no label when mapped");
+    return reinterpret_cast<const char*>(found);
+}
+
+// The mapping drops some invisible characters, the soft hyphen for one; a certificate for the shorter name is
+// not what was asked for. Alone, such a character becomes nothing.
+bool IsDropped(const std::string& character) {
+    try {
+        return Lookup(character, character).empty();
+    } catch (const vek_err::Error&) {
+        return false;  // a combining mark, say, is fine where it stands
+    }
+}
+
+bool HasDropped(const std::string& label) {
+    for (std::size_t begin = 0; begin < label.size();) {
+        std::size_t end = begin + 1;
+        while (end < label.size() && (static_cast<unsigned char>(label[end]) & 0xC0U) == 0x80U) ++end;
+        if (end - begin > 1 && IsDropped(label.substr(begin, end - begin))) return true;
+        begin = end;
+    }
+    return false;
+}
+
+// One label that is not ASCII. Each comes alone, and its result is looked at, because the mapping also turns
+// single characters into separators (the ideographic full stop) or into what stands in no name.
+std::string EncodeLabel(const std::string& label, const std::string& name) {
+    constexpr char kOfNames[] = "abcdefghijklmnopqrstuvwxyz0123456789-_";
+    if (label.find('\0') != std::string::npos) Refuse(name, "a label holds a NUL byte");
+    const std::string encoded = Lookup(label, name);
+    if (HasDropped(label)) Refuse(name, "a label holds a character that its ASCII form would drop");
+    if (encoded.find_first_not_of(kOfNames) != std::string::npos)
+        Refuse(name, "a label's ASCII form is no label");
     if (encoded.size() > kLongestLabel) Refuse(name, "a label is too long");
     return encoded;
 }

@@ -1,0 +1,115 @@
+#include <gtest/gtest.h>
+
+#include "vek/client.h"
+#include "vek/err.h"
+
+namespace {
+
+using vek_client::Bind;
+using vek_client::Result;
+using Values = std::vector<std::string>;
+using Entries = std::map<std::string, std::string>;
+
+struct Failure {
+    std::string type;
+    std::string text;
+};
+
+Failure FailureOf(const std::string& body) {
+    try {
+        const Result result(body);
+        return {"none", ""};
+    } catch (const vek_err::Error& e) {
+        return {e.type(), e.what()};
+    }
+}
+
+TEST(Bind, PutsValuesInTheirPlaces) {
+    EXPECT_EQ(Bind("func=a&elid=?&name=?&", Values{"7", "x"}), "func=a&elid=7&name=x&");
+    EXPECT_EQ(Bind("?", Values{""}), "");
+}
+
+TEST(Bind, LeavesPlacesBeyondTheValues) { EXPECT_EQ(Bind("a=?&b=?", Values{"1"}), "a=1&b=?"); }
+
+TEST(Bind, DropsValuesBeyondThePlaces) { EXPECT_EQ(Bind("a=?", Values{"1", "2"}), "a=1"); }
+
+TEST(Bind, TakesAQuestionMarkInAValueForAValue) { EXPECT_EQ(Bind("a=?&b=?", Values{"?", "2"}), "a=%3F&b=2"); }
+
+TEST(Bind, LetsNoValueBecomeAParameter) {
+    EXPECT_EQ(Bind("a=?", Values{"1&sok=ok#;+ %\"'<>/\\"}),
+              "a=1%26sok%3Dok%23%3B%2B%20%25%22%27%3C%3E%2F%5C");
+    EXPECT_EQ(Bind("a=?", Values{"a\r\nb\tc"}), "a=a%0D%0Ab%09c");
+}
+
+TEST(Bind, EncodesEveryByte) {
+    EXPECT_EQ(Bind("a=?", Values{"ü"}), "a=%C3%BC");
+    EXPECT_EQ(Bind("a=?", Values{std::string("a\0b", 3)}), "a=a%00b");
+    EXPECT_EQ(Bind("a=?", Values{"\xff"}), "a=%FF");
+}
+
+TEST(Bind, LeavesUnreservedCharacters) {
+    const std::string unreserved = "AZaz09-._~";
+    EXPECT_EQ(Bind("?", Values{unreserved}), unreserved);
+}
+
+TEST(Bind, AppendsEntriesInKeyOrder) {
+    EXPECT_EQ(Bind("func=a&sok=ok", Entries{{"b", "2"}, {"a", "1"}, {"c", ""}}), "func=a&sok=ok&a=1&b=2&c=");
+    EXPECT_EQ(Bind("func=a", Entries{}), "func=a");
+}
+
+TEST(Bind, EncodesKeysAndValuesOfEntries) {
+    EXPECT_EQ(Bind("f=?", Entries{{"k&=", "v&sok=ok?"}}), "f=?&k%26%3D=v%26sok%3Dok%3F");
+}
+
+TEST(Answer, GivesItsValues) {
+    const Result result("<doc><elid>7</elid><certname>example.org</certname><empty/></doc>");
+    EXPECT_EQ(result.value("elid"), "7");
+    EXPECT_EQ(result.value("certname"), "example.org");
+    EXPECT_EQ(result.value("empty"), "");
+    EXPECT_EQ(result.value("missing"), "");
+    EXPECT_EQ(result.value(""), "");
+    EXPECT_EQ(result.value("a/b['"), "");
+}
+
+TEST(Answer, GivesTheValuesOfItsDocumentOnly) {
+    EXPECT_EQ(Result("<doc><elem><id>1</id></elem></doc>").value("id"), "");
+    EXPECT_EQ(Result("<doc><a>1</a><a>2</a></doc>").value("a"), "1");
+}
+
+TEST(Answer, KeepsValuesAsTheyWereSent) {
+    const Result result("<doc><a> \t</a><b>  x</b><c>1&#13;\n2</c><d><![CDATA[<&>]]></d></doc>");
+    EXPECT_EQ(result.value("a"), " \t");
+    EXPECT_EQ(result.value("b"), "  x");
+    EXPECT_EQ(result.value("c"), "1\r\n2");
+    EXPECT_EQ(result.value("d"), "<&>");
+}
+
+TEST(Answer, GivesItsListsByXPath) {
+    const Result result("<doc><elem><name>a</name></elem><elem><name>b</name></elem></doc>");
+    EXPECT_EQ(result.xml().GetNodes("/doc/elem").size(), 2U);
+}
+
+TEST(Answer, IsAnErrorThatTheServiceReports) {
+    const auto failure =
+        FailureOf("<doc><error type=\"exists\" object=\"x\"><msg>It &lt;exists&gt;</msg></error></doc>");
+    EXPECT_EQ(failure.type, "exists");
+    EXPECT_EQ(failure.text, "It <exists>");
+}
+
+TEST(Answer, NamesTheTypeOfAnErrorWithoutAMessage) {
+    EXPECT_EQ(FailureOf("<doc><error type=\"dns\"/></doc>").text, "dns");
+    EXPECT_EQ(FailureOf("<doc><error/></doc>").type, "");
+}
+
+TEST(Answer, IsNoErrorWhereOneStandsDeeper) {
+    EXPECT_EQ(FailureOf("<doc><elem><error>text</error></elem></doc>").type, "none");
+}
+
+TEST(Answer, IsOfTypeProtocolWhereItCannotBeRead) {
+    for (const char* body : {"", "text", "{\"a\":1}", "<doc>", "<html><body/></html>", "<a><doc/></a>"}) {
+        EXPECT_EQ(FailureOf(body).type, "protocol") << body;
+    }
+    EXPECT_EQ(FailureOf(std::string("<doc>\0</doc>", 12)).type, "protocol");
+}
+
+}  // namespace

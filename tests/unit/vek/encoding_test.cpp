@@ -1,0 +1,58 @@
+#include <gtest/gtest.h>
+
+#include "vek/str.h"
+
+namespace {
+
+std::string AllBytes() {
+    std::string bytes;
+    for (int value = 0; value < 256; ++value) bytes += static_cast<char>(value);
+    return bytes;
+}
+
+// RFC 4648 section 10.
+TEST(Base64, EncodesTheVectorsOfItsRfc) {
+    EXPECT_EQ(str::base64::Encode(""), "");
+    EXPECT_EQ(str::base64::Encode("f"), "Zg==");
+    EXPECT_EQ(str::base64::Encode("fo"), "Zm8=");
+    EXPECT_EQ(str::base64::Encode("foo"), "Zm9v");
+    EXPECT_EQ(str::base64::Encode("foob"), "Zm9vYg==");
+    EXPECT_EQ(str::base64::Encode("fooba"), "Zm9vYmE=");
+    EXPECT_EQ(str::base64::Encode("foobar"), "Zm9vYmFy");
+}
+
+TEST(Base64, UsesTheStandardAlphabet) {
+    EXPECT_EQ(str::base64::Encode("\xfb\xef\xbe"), "++++");
+    EXPECT_EQ(str::base64::Encode("\xff\xff\xff"), "////");
+}
+
+TEST(Base64, BreaksNoLines) {
+    EXPECT_EQ(str::base64::Encode(std::string(300, 'x')).find_first_of("\r\n"), std::string::npos);
+}
+
+TEST(Base64, EncodesNulBytes) { EXPECT_EQ(str::base64::Encode(std::string(4, '\0')), "AAAAAA=="); }
+
+// RFC 4648 section 10, in lower case.
+TEST(Hex, EncodesTheVectorsOfItsRfc) {
+    EXPECT_EQ(str::hex::Encode(""), "");
+    EXPECT_EQ(str::hex::Encode("f"), "66");
+    EXPECT_EQ(str::hex::Encode("foobar"), "666f6f626172");
+}
+
+TEST(Hex, DecodesWhatItEncodes) { EXPECT_EQ(str::hex::Decode(str::hex::Encode(AllBytes())), AllBytes()); }
+
+TEST(Hex, DecodesBothCases) { EXPECT_EQ(str::hex::Decode("4a4B4c"), "JKL"); }
+
+TEST(Hex, TakesTheLastOfAnOddCountForAByte) {
+    EXPECT_EQ(str::hex::Decode("4a4"), "J\x04");
+    EXPECT_EQ(str::hex::Decode("0"), std::string(1, '\0'));
+}
+
+TEST(Hex, StopsAtWhatIsNoDigit) {
+    EXPECT_EQ(str::hex::Decode("4a:4b"), "J");
+    EXPECT_EQ(str::hex::Decode("4a4g"), "J\x04");
+    EXPECT_EQ(str::hex::Decode(" 4a"), "");
+    EXPECT_EQ(str::hex::Decode(""), "");
+}
+
+}  // namespace

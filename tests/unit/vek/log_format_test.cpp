@@ -1,0 +1,38 @@
+#include <gtest/gtest.h>
+
+#include "vek/log.h"
+
+namespace {
+
+using vek_log::Format;
+
+TEST(LogFormat, PutsValuesInTheirPlaces) {
+    EXPECT_EQ(Format("%s:%d text", {std::string("file"), 17}), "file:17 text");
+    EXPECT_EQ(Format("%d%s", {-1, "x"}), "-1x");
+}
+
+TEST(LogFormat, DoesNotLookAtWhatItPutIn) { EXPECT_EQ(Format("%s, %s", {"%s", "100%"}), "%s, 100%"); }
+
+TEST(LogFormat, LeavesAPlaceWithoutAValue) {
+    EXPECT_EQ(Format("%s", {}), "%s");
+    EXPECT_EQ(Format("%s and %d", {"one"}), "one and %d");
+}
+
+TEST(LogFormat, DropsValuesWithoutAPlace) { EXPECT_EQ(Format("text", {"value"}), "text"); }
+
+TEST(LogFormat, TakesTwoPercentSignsForOne) {
+    EXPECT_EQ(Format("100%%", {}), "100%");
+    EXPECT_EQ(Format("%%s", {"value"}), "%s");
+}
+
+TEST(LogFormat, LeavesOtherPercentSigns) {
+    EXPECT_EQ(Format("100% of it", {}), "100% of it");
+    EXPECT_EQ(Format("%x %", {"value"}), "%x %");
+}
+
+TEST(LogFormat, KeepsLineFeedsAndNulBytes) {
+    const std::string text("a\nb\0c", 5);
+    EXPECT_EQ(Format("%s", {text}), text);
+}
+
+}  // namespace

@@ -1,0 +1,218 @@
+#include "vek/str.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const std::string kNul(1, '\0');
+
+TEST(Str, WritesDecimalText) {
+    EXPECT_EQ(str::Str(0), "0");
+    EXPECT_EQ(str::Str(-17), "-17");
+    EXPECT_EQ(str::Str(std::numeric_limits<long>::max()), "9223372036854775807");
+    EXPECT_EQ(str::Str(std::numeric_limits<long>::min()), "-9223372036854775808");
+}
+
+TEST(Int, ReadsDigitsWithASign) {
+    EXPECT_EQ(str::Int("42"), 42);
+    EXPECT_EQ(str::Int("-42"), -42);
+    EXPECT_EQ(str::Int("+42"), 42);
+    EXPECT_EQ(str::Int("007"), 7);
+}
+
+TEST(Int, SkipsWhiteSpaceAhead) { EXPECT_EQ(str::Int(" \t\n\r\f\v12"), 12); }
+
+TEST(Int, StopsAtTheFirstOtherCharacter) {
+    EXPECT_EQ(str::Int("12ab"), 12);
+    EXPECT_EQ(str::Int("12.9"), 12);
+    EXPECT_EQ(str::Int("1 2"), 1);
+    EXPECT_EQ(str::Int("12" + kNul + "3"), 12);
+    EXPECT_EQ(str::Int("Wed, 21 Oct 2015 07:28:00 GMT"), 0);
+}
+
+TEST(Int, IsZeroWithoutDigits) {
+    EXPECT_EQ(str::Int(""), 0);
+    EXPECT_EQ(str::Int("   "), 0);
+    EXPECT_EQ(str::Int("-"), 0);
+    EXPECT_EQ(str::Int("+-3"), 0);
+    EXPECT_EQ(str::Int("- 3"), 0);
+    EXPECT_EQ(str::Int("x1"), 0);
+}
+
+TEST(Int, ReadsEvery32BitNumber) {
+    EXPECT_EQ(str::Int("2147483647"), 2147483647);
+    EXPECT_EQ(str::Int("-2147483648"), std::numeric_limits<int>::min());
+    EXPECT_EQ(str::Int("-2147483647"), -2147483647);
+}
+
+TEST(Int, GivesTheNearestNumberBeyond32Bits) {
+    EXPECT_EQ(str::Int("2147483648"), 2147483647);
+    EXPECT_EQ(str::Int("-2147483649"), std::numeric_limits<int>::min());
+    EXPECT_EQ(str::Int("18446744073709551617"), 2147483647);
+    EXPECT_EQ(str::Int("-" + std::string(1000, '9')), std::numeric_limits<int>::min());
+    EXPECT_EQ(str::Int(std::string(1000, '0') + "5"), 5);
+}
+
+TEST(Trim, TakesEveryWhiteSpaceOffBothEnds) {
+    EXPECT_EQ(str::Trim(" \t\n\r\f\va b\v\f\r\n\t "), "a b");
+    EXPECT_EQ(str::Trim(" \t "), "");
+    EXPECT_EQ(str::Trim(""), "");
+    EXPECT_EQ(str::Trim("\xc2\xa0"), "\xc2\xa0");
+    EXPECT_EQ(str::Trim(" " + kNul + " "), kNul);
+}
+
+TEST(Trim, WorksInPlace) {
+    std::string text = "  x ";
+    str::inpl::Trim(text);
+    EXPECT_EQ(text, "x");
+}
+
+TEST(Lower, ChangesAsciiLettersAlone) {
+    EXPECT_EQ(str::Lower("AZaz09-[@"), "azaz09-[@");
+    EXPECT_EQ(str::Lower("\xc3\x84"), "\xc3\x84");
+}
+
+TEST(GetWord, CutsOffTheTextBeforeTheFirstSeparator) {
+    std::string source = "a.b.c";
+    EXPECT_EQ(str::GetWord(source, '.'), "a");
+    EXPECT_EQ(source, "b.c");
+    EXPECT_EQ(str::GetWord(source, "."), "b");
+    EXPECT_EQ(source, "c");
+}
+
+TEST(GetWord, TakesEverythingWithoutASeparator) {
+    std::string source = "abc";
+    EXPECT_EQ(str::GetWord(source, '.'), "abc");
+    EXPECT_EQ(source, "");
+    EXPECT_EQ(str::GetWord(source, '.'), "");
+}
+
+TEST(GetWord, TakesLongSeparatorsWhole) {
+    std::string source = "one\r\ntwo\nthree\r\n";
+    EXPECT_EQ(str::GetWord(source, "\r\n"), "one");
+    EXPECT_EQ(str::GetWord(source, "\r\n"), "two\nthree");
+    EXPECT_EQ(source, "");
+}
+
+TEST(GetWord, OfASeparatorAheadIsEmpty) {
+    std::string source = "..a";
+    EXPECT_EQ(str::GetWord(source, '.'), "");
+    EXPECT_EQ(source, ".a");
+}
+
+TEST(GetWord, TakesEverythingForAnEmptySeparator) {
+    std::string source = "abc";
+    EXPECT_EQ(str::GetWord(source, ""), "abc");
+    EXPECT_EQ(source, "");
+}
+
+TEST(RGetWord, CutsOffTheTextAfterTheLastSeparator) {
+    std::string source = "a\tb\tc";
+    EXPECT_EQ(str::RGetWord(source, '\t'), "c");
+    EXPECT_EQ(source, "a\tb");
+    EXPECT_EQ(str::RGetWord(source, "\t"), "b");
+    EXPECT_EQ(source, "a");
+}
+
+TEST(RGetWord, TakesEverythingWithoutASeparator) {
+    std::string source = "abc";
+    EXPECT_EQ(str::RGetWord(source, '.'), "abc");
+    EXPECT_EQ(source, "");
+}
+
+TEST(RGetWord, SplitsAtTheLastBlankLine) {
+    std::string source = "leaf\n\nmiddle\n\nroot\n";
+    EXPECT_EQ(str::RGetWord(source, "\n\n"), "root\n");
+    EXPECT_EQ(source, "leaf\n\nmiddle");
+}
+
+TEST(RGetWord, OfASeparatorAtTheEndIsEmpty) {
+    std::string source = "a.";
+    EXPECT_EQ(str::RGetWord(source, '.'), "");
+    EXPECT_EQ(source, "a");
+}
+
+TEST(RGetWord, TakesEverythingForAnEmptySeparator) {
+    std::string source = "abc";
+    EXPECT_EQ(str::RGetWord(source, ""), "abc");
+    EXPECT_EQ(source, "");
+}
+
+TEST(Split, SkipsEmptyPieces) {
+    EXPECT_THAT(str::Split("  a  b ", " "), ElementsAre("a", "b"));
+    EXPECT_THAT(str::Split("", " "), IsEmpty());
+    EXPECT_THAT(str::Split("   ", " "), IsEmpty());
+}
+
+TEST(Split, TrimsThePiecesThatAreNotEmpty) {
+    EXPECT_THAT(str::Split("a\n b", " "), ElementsAre("a", "b"));
+    EXPECT_THAT(str::Split("a, b ,c", ","), ElementsAre("a", "b", "c"));
+}
+
+TEST(Split, LooksForEmptyPiecesBeforeItTrims) {
+    EXPECT_THAT(str::Split("a \t b", " "), ElementsAre("a", "", "b"));
+}
+
+TEST(Split, KnowsOneSeparatorOnly) { EXPECT_THAT(str::Split("a\tb c", " "), ElementsAre("a\tb", "c")); }
+
+TEST(Split, TakesLongSeparatorsWhole) {
+    EXPECT_THAT(str::Split("a--b---c", "--"), ElementsAre("a", "b", "-c"));
+}
+
+TEST(Split, WithoutASeparatorIsOnePiece) {
+    EXPECT_THAT(str::Split("abc", " "), ElementsAre("abc"));
+    EXPECT_THAT(str::Split(" abc", ""), ElementsAre("abc"));
+}
+
+TEST(Append, PutsTheSeparatorBetweenParts) { EXPECT_EQ(str::Append("a", "b", ", "), "a, b"); }
+
+TEST(Append, OfAnEmptyPartAddsNothing) {
+    EXPECT_EQ(str::Append("", "b", ", "), "b");
+    EXPECT_EQ(str::Append("a", "", ", "), "a");
+    EXPECT_EQ(str::Append("", "", ", "), "");
+}
+
+TEST(Append, WorksInPlace) {
+    std::string text;
+    for (const char* part : {"a", "", "b"}) str::inpl::Append(text, part, "; ");
+    EXPECT_EQ(text, "a; b");
+}
+
+TEST(Replace, ReplacesEveryOccurrence) {
+    EXPECT_EQ(str::Replace("a:b:c", ":", "::"), "a::b::c");
+    EXPECT_EQ(str::Replace(":::", ":", ""), "");
+    EXPECT_EQ(str::Replace("none", ":", "x"), "none");
+}
+
+TEST(Replace, DoesNotLookAtWhatItPutIn) { EXPECT_EQ(str::Replace("aaa", "aa", "a"), "aa"); }
+
+TEST(Replace, OfNothingChangesNothing) { EXPECT_EQ(str::Replace("abc", "", "x"), "abc"); }
+
+TEST(Replace, GoesThroughATableInItsOrder) {
+    EXPECT_EQ(str::Replace("a+b/c=", {{"+", "-"}, {"/", "_"}, {"=", ""}}), "a-b_c");
+    EXPECT_EQ(str::Replace("a", {{"a", "b"}, {"b", "c"}}), "c");
+    EXPECT_EQ(str::Replace("b", {{"a", "x"}, {"b", "a"}}), "a");
+}
+
+TEST(Replace, WorksInPlace) {
+    std::string text = "a b";
+    str::inpl::Replace(text, " ", "");
+    EXPECT_EQ(text, "ab");
+}
+
+TEST(Texts, HoldNulBytes) {
+    const std::string text = "a" + kNul + "b";
+    EXPECT_EQ(str::Replace(text, kNul, "-"), "a-b");
+    EXPECT_THAT(str::Split(text, kNul), ElementsAre("a", "b"));
+    EXPECT_EQ(str::Append(text, text, kNul).size(), 7U);
+    std::string source = text;
+    EXPECT_EQ(str::GetWord(source, '\0'), "a");
+}
+
+}  // namespace

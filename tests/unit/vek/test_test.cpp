@@ -1,0 +1,32 @@
+#include "vek/test.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(TestUrl, TakesASchemeAndARest) {
+    EXPECT_TRUE(test::Url("https://example.org/acct/1"));
+    EXPECT_TRUE(test::Url("HTTP://x"));
+    EXPECT_TRUE(test::Url("a+b-c.9://x"));
+    EXPECT_TRUE(test::Url("x:///path"));
+}
+
+TEST(TestUrl, NeedsARest) { EXPECT_FALSE(test::Url("https://")); }
+
+TEST(TestUrl, NeedsASchemeThatBeginsWithALetter) {
+    EXPECT_FALSE(test::Url("://example.org"));
+    EXPECT_FALSE(test::Url("9p://example.org"));
+    EXPECT_FALSE(test::Url("ht tp://example.org"));
+    EXPECT_FALSE(test::Url(" https://example.org"));
+}
+
+TEST(TestUrl, NeedsTheSlashes) {
+    EXPECT_FALSE(test::Url(""));
+    EXPECT_FALSE(test::Url("https"));
+    EXPECT_FALSE(test::Url("https:"));
+    EXPECT_FALSE(test::Url("https:/example.org"));
+    EXPECT_FALSE(test::Url("mailto:someone@example.org"));
+    EXPECT_FALSE(test::Url("/acct/1"));
+}
+
+}  // namespace
