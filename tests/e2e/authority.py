@@ -57,7 +57,8 @@ class Authority:
     def script(self, resource, answer, occurrence=None):
         """Replaces what a resource answers: always, or at its n-th request from now on (counted from 1).
 
-        `answer` is an `Answer`, or a function of the proper answer that gives one.
+        An `Answer` is given without the request being looked at; a function is called with the proper answer, after
+        the request has been served, and gives what is sent.
         """
         with self._lock:
             at = None if occurrence is None else occurrence + len(self.requests(resource))
@@ -93,13 +94,10 @@ class Authority:
             resource, names = self._resource(request.path)
             exchange = Exchange(resource, request.method, request.path, request.headers)
             self.exchanges.append(exchange)
-            exchange.answer = self._scripted(resource, self._proper(exchange, request, names))
+            scripts = self._scripts.get(resource, {})
+            answer = scripts.get(len(self.requests(resource)), scripts.get(None, lambda proper: proper))
+            exchange.answer = answer(self._proper(exchange, request, names)) if callable(answer) else answer
             return exchange.answer
-
-    def _scripted(self, resource, proper):
-        scripts = self._scripts.get(resource, {})
-        answer = scripts.get(len(self.requests(resource)), scripts.get(None, proper))
-        return answer(proper) if callable(answer) else answer
 
     @staticmethod
     def _resource(path):
@@ -251,6 +249,8 @@ class Authority:
 
     def _finalize(self, exchange, kid, number):
         order = self._own_order(kid, number)
+        if exchange.raw_payload == b"":  # who waits for the certificate asks here again
+            return json_answer(self._order_body(number))
         if self._order_status(order) != "ready":
             raise Problem("orderNotReady", f"the order is {self._order_status(order)}", 403)
         request = decode(exchange.payload["csr"])

@@ -1,9 +1,12 @@
 """dns-01 jobs: a real name server takes the records and shows them at the public resolvers' addresses, to the real dig."""
 import contextlib
+import os
+import signal
 import socket
 
 from ca import names_of
 from fixture import WorldTest
+from process import LONG, wait_until
 from world import FAILURE, INSTALLED, RESOLVERS, WAITING, WEB_ADDRESS
 
 DNS = ("--check", "dns", "--csr", "key_type=ec")
@@ -87,6 +90,30 @@ class Dns01(DnsTest):
 
         self.world.dns.update(f"add {RECORD}. 5 TXT {value}")
         self.assertEqual(self.world.run_job(job), INSTALLED)
+
+    def test_job_older_than_a_day_is_stopped_and_its_records_are_removed(self):
+        job = self.world.add_job("shop.example", "--alias", "www.shop.example", *DNS)
+        self.assertEqual(self.world.run_job(job), WAITING)
+        self.world.age_job(job, hours=25)
+        self.assertEqual(self.world.run_job(job), FAILURE)
+
+        self.assertEqual(self.world.events(job)[-1], ("failed", "timeout_error"))
+        self.assertEqual([self.shown(), self.shown("_acme-challenge.www.shop.example")], [[], []])
+        self.assertTrue(self.world.job(job)["failed"])
+
+    def test_killed_run_leaves_no_record(self):
+        job = self.world.add_job("shop.example", *DNS)
+        gate = self.world.front.server.hold(lambda request: request.path.startswith("/finalize-order/"))
+        self.assertEqual(self.world.run_job(job), WAITING)
+        run = self.world.start_run(job)
+        gate.wait_reached()
+        os.kill(self.world.plugin(), signal.SIGKILL)
+        run.process.wait(LONG)
+        gate.open()
+
+        wait_until(lambda: not self.shown(), "no record stays")
+        self.world.wait_run_over(job)
+        self.assertEqual(self.world.job(job)["attempt_count"], 1)  # as the first run left it
 
     def test_job_without_a_zone_fails_and_keeps_its_record(self):
         job = self.world.add_job("blog.example", *DNS)

@@ -12,13 +12,17 @@ def html(status):
     return Answer(status, {"Content-Type": "text/html"}, b"<html><h1>not what you asked for</h1></html>")
 
 
-def redirect(proper):
+def redirect(_):
     return Answer(302, {"Location": "https://blog.example/elsewhere"}, b"")
 
 
 def cut(proper):
     proper.cut_at = len(proper.body) // 2
     return proper
+
+
+def busy(_):
+    return json_answer({"status": "processing"}, **{"Retry-After": "1"})
 
 
 def paced(proper):
@@ -85,7 +89,17 @@ class Failure(WorldTest):
         job = self.world.add_job("shop.example", *EC)
         self.assertEqual(self.world.run_job(job), INSTALLED)
 
-    def test_order_that_stays_refused_after_validation_is_no_certificate(self):
+    def test_authority_that_takes_its_time_is_polled_until_it_is_done(self):
+        for resource in ("challenge", "finalize"):
+            for occurrence in (1, 2):
+                self.authority.script(resource, busy, occurrence)
+        job = self.world.add_job("shop.example", *EC)
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+        for resource in ("challenge", "finalize"):
+            exchanges = self.authority.requests(resource)
+            self.assertEqual([exchange.raw_payload == b"" for exchange in exchanges], [False, True, True])
+
+    def test_order_that_turns_invalid_gives_no_certificate(self):
         self.assertEqual(self.outcome_of("finalize", json_answer({"status": "invalid"})), ["cert_order_req_attempt"])
 
     def test_certificate_that_is_none_is_not_installed(self):

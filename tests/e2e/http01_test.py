@@ -3,6 +3,7 @@ import os
 
 from ca import names_of, read
 from fixture import WorldTest
+from process import LONG, wait_until
 from world import DIRECTORY_HOST, FAILURE, INSTALLED, NOTHING_TO_DO
 
 EC = ("--csr", "key_type=ec")  # quicker made than the default's RSA
@@ -104,6 +105,27 @@ class Http01(WorldTest):
         self.assertIn("the web server is ill", self.world.event_detail(job, "hardreplace_error"))
         self.assertTrue(self.world.job(job)["failed"])
         self.assertCountEqual(self.world.problems(), [("ambrin_failed_admin", ""), ("ambrin_failed_user", "anna")])
+
+    def test_job_older_than_a_day_is_stopped_for_good(self):
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example", *EC)
+        self.world.age_job(job, hours=25)
+        self.assertEqual(self.world.run_job(job), FAILURE)
+
+        self.assertEqual(self.world.events(job), [("failed", "timeout_error")])
+        self.assertTrue(self.world.job(job)["failed"])
+        self.assertCountEqual(self.world.problems(), [("ambrin_failed_admin", ""), ("ambrin_failed_user", "anna")])
+        self.assertEqual(self.world.front.server.seen, [])
+
+    def test_scheduler_carries_new_jobs_to_their_certificates(self):
+        self.world.stop_service()
+        self.world.start_service("--scheduler-interval", "1", scheduler="on")
+        for name in ("shop.example", "blog.example"):
+            self.world.add_domain(name)
+        jobs = [self.world.add_job(name, "--skip-account-check", *EC) for name in ("shop.example", "blog.example")]
+        wait_until(lambda: all(self.world.job(job)["verified"] for job in jobs), "the scheduler has run both jobs", 2 * LONG)
+        self.trusted("shop.example")
+        self.trusted("blog.example")
 
 
 class UnservedAnswers(WorldTest):

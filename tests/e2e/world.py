@@ -6,6 +6,7 @@ import re
 import signal
 import sqlite3
 import subprocess
+from datetime import datetime, timedelta, timezone
 
 import sandbox
 from authority import Authority
@@ -70,10 +71,10 @@ class World:
         self.authority = Authority(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca)
         self._stopping.callback(self.authority.stop)
 
-    def start_service(self, *options):
-        """Without its scheduler: jobs run when the test says so."""
+    def start_service(self, *options, scheduler="off"):
+        """Without its scheduler, jobs run when the test says so."""
         command = [self.binary("zelvek"), "serve", "--database", self.database, "--answers-dir", self.answers,
-                   "--certs-dir", self.certificates, "--scheduler", "off"]
+                   "--certs-dir", self.certificates, "--scheduler", scheduler]
         if self.web:
             command += ["--reload-command", self.web.reload_command]
         if self.dns:
@@ -154,6 +155,12 @@ class World:
             return running(self.binary("ambrin"), sandbox.descendants(self.service.pid))
 
         return wait_until(only, "the plug-in runs")[0]
+
+    def age_job(self, job, hours):
+        """Has the job begun earlier. Only the service's own clock could do it otherwise."""
+        began = datetime.now(timezone.utc) - timedelta(hours=hours)
+        with contextlib.closing(sqlite3.connect(self.database, timeout=LONG)) as database, database:
+            database.execute("update job set time_started = ? where id = ?", (began.strftime("%Y-%m-%d %H:%M:%S"), job))
 
     def wait_run_over(self, job):
         wait_until(lambda: not self.job(job)["processing"], f"the run of job {job} is over")
