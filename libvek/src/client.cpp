@@ -1,16 +1,22 @@
 #include "vek/client.h"
 
+#include <cerrno>
+#include <chrono>
 #include <cstdlib>
+#include <system_error>
+#include <thread>
 
 #include "curl.h"
-#include "local_socket.h"
 #include "sigpipe.h"
 #include "vek/err.h"
 
 namespace vek_client {
 namespace {
 
-constexpr std::chrono::seconds kPatience{5};
+using std::chrono::steady_clock;
+
+constexpr std::chrono::seconds kPatience{5};  // with a service that is not there
+constexpr std::chrono::milliseconds kPause{50};
 constexpr long kTimeLimit = 600;  // seconds for one query; a service that installs may run slow commands
 constexpr std::size_t kHeaderLimit = 256UL << 10;
 constexpr std::size_t kBodyLimit = 64UL << 20;
@@ -22,14 +28,33 @@ std::string SocketOf(const std::string& service) {
     return (is_set ? directory : "/run/vek") + ("/" + service + ".sock");
 }
 
-// libcurl gets a socket that is connected already: only our own connecting tells a refusal from everything
-// else.
-curl_socket_t HandOver(void* fd, curlsocktype /*purpose*/, curl_sockaddr* /*address*/) {
-    return static_cast<Fd*>(fd)->Release();
+// A service that restarts has no socket, or one that nobody listens on, for a moment; one with many callers
+// at once cannot take one more (libcurl knows no error number then). In none of these cases was anything
+// sent.
+bool MayPass(const vek_curl::Easy& easy, CURLcode outcome) {
+    const int error = easy.SystemError();
+    return outcome == CURLE_COULDNT_CONNECT && (error == ENOENT || error == ECONNREFUSED || error == 0);
 }
 
-int IsConnected(void* /*unused*/, curl_socket_t /*socket*/, curlsocktype /*purpose*/) {
-    return CURL_SOCKOPT_ALREADY_CONNECTED;
+CURLcode Perform(const vek_curl::Easy& easy) {
+    const auto end = steady_clock::now() + kPatience;
+    for (;;) {
+        const CURLcode outcome = curl_easy_perform(easy.get());
+        if (!MayPass(easy, outcome) || steady_clock::now() >= end) return outcome;
+        // Not the interruptible sleep: a run that is being ended still has its record to write back.
+        std::this_thread::sleep_for(kPause);
+    }
+}
+
+// What fails before there is a connection; a path that is too long is a host that cannot be resolved.
+bool IsUnreached(CURLcode outcome) {
+    return outcome == CURLE_COULDNT_CONNECT || outcome == CURLE_COULDNT_RESOLVE_HOST;
+}
+
+// libcurl's own text speaks of a port 80.
+std::string Cause(const vek_curl::Easy& easy, CURLcode outcome) {
+    const int error = easy.SystemError();
+    return error != 0 ? std::generic_category().message(error) : easy.Reason(outcome);
 }
 
 }  // namespace
@@ -40,20 +65,17 @@ Client::Client(std::string service, std::string module)
 Result Client::Send(const std::string& query) const {
     const SigpipeBlocked no_sigpipe;
     const std::string path = SocketOf(service_);
-    Fd socket = Connect(path, kPatience);
     vek_curl::Answer answer{.header_limit = kHeaderLimit, .body_limit = kBodyLimit};
     vek_curl::Easy easy;
     easy.Set(CURLOPT_URL, "http://localhost/");
     easy.Set(CURLOPT_UNIX_SOCKET_PATH, path.c_str());
-    easy.Set(CURLOPT_OPENSOCKETFUNCTION, &HandOver);
-    easy.Set(CURLOPT_OPENSOCKETDATA, &socket);
-    easy.Set(CURLOPT_SOCKOPTFUNCTION, &IsConnected);
     easy.Set(CURLOPT_TIMEOUT, kTimeLimit);
     easy.AddHeader("Content-Type: application/x-www-form-urlencoded");
     easy.AddHeader("X-Vek-Module: " + module_);
     easy.Post(query);
     easy.Receive(answer);
-    const CURLcode outcome = curl_easy_perform(easy.get());
+    const CURLcode outcome = Perform(easy);
+    if (IsUnreached(outcome)) throw vek_err::Error("client", "connect", path + ": " + Cause(easy, outcome));
     if (outcome != CURLE_OK)
         throw vek_err::Error("client", "protocol", service_ + ": " + easy.Reason(outcome));
     if (easy.Status() != kOk) {

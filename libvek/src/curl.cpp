@@ -111,6 +111,12 @@ int Easy::Status() const {
     return static_cast<int>(status);
 }
 
+int Easy::SystemError() const {
+    long error = 0;
+    curl_easy_getinfo(handle_, CURLINFO_OS_ERRNO, &error);
+    return static_cast<int>(error);
+}
+
 std::string Easy::Reason(CURLcode code) const {
     if (answer_ != nullptr && answer_->too_large) return "the answer is too large";
     return error_[0] != '\0' ? error_ : curl_easy_strerror(code);

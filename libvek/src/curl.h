@@ -45,6 +45,9 @@ public:
     /// Status of the final response; 0 without one.
     int Status() const;
 
+    /// The system's error number of a connection that failed; 0 for none.
+    int SystemError() const;
+
     /// Why the transfer failed, for people.
     std::string Reason(CURLcode code) const;
 

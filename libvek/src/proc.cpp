@@ -3,8 +3,9 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/ioctl.h>
-#include <sys/pidfd.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -78,7 +79,8 @@ Execute::Child::Child(const std::string& command, int mode) : own_session((mode 
     pid = Spawn(command, to_child.read.get(), from_child.write.get(), own_session);
     in = std::move(to_child.write);
     out = std::move(from_child.read);
-    ending = Fd(pidfd_open(pid, 0));
+    // glibc 2.36 declares it for C alone.
+    ending = Fd(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
     SetNonBlocking(in);
     SetNonBlocking(out);
 }
