@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// Checks of what comes from outside. Every failed check is a Refusal of type "value".
+namespace zelvek::names {
+
+/// A panel user: `[A-Za-z0-9._-]+`, not beginning with "." or "-".
+void CheckUser(const std::string& user);
+
+/// A certificate's name: something that can be the name of a folder.
+void CheckCertname(const std::string& certname);
+
+/// A domain name in UTF-8 or ASCII: labels of letters, digits, hyphens and underscores in its ASCII form.
+/// With `wildcard` a first label "*" is allowed.
+void CheckDomain(const std::string& name, bool wildcard);
+
+/// What an XML answer can carry: UTF-8 without the control characters that XML 1.0 forbids. `key` names the
+/// value.
+void CheckText(const std::string& key, const std::string& text);
+bool IsText(const std::string& text);
+
+/// `text` with each byte that `IsText` forbids replaced by U+FFFD.
+std::string MakeText(const std::string& text);
+
+/// The form in which names are compared: ASCII, lower case, without the final dot.
+std::string Canonical(const std::string& name);
+
+/// Whether `name` is `zone` or lies below it; both in the canonical form.
+bool Holds(const std::string& zone, const std::string& name);
+
+/// Those of `zones` (canonical) that hold `name`, the longest first.
+std::vector<std::string> Holding(const std::vector<std::string>& zones, const std::string& name);
+
+}  // namespace zelvek::names
