@@ -1,0 +1,54 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace zelvek {
+
+/// One answer of the service: values under "doc", and lists of elements that hold values.
+class XmlAnswer {
+public:
+    XmlAnswer();
+    ~XmlAnswer();
+    XmlAnswer(XmlAnswer&&) noexcept;
+
+    /// An element that takes values; valid while the answer lives.
+    class Element {
+    public:
+        /// Adds a child element with this text, which comes out of the XML just as it went in.
+        Element& Value(const std::string& key, const std::string& text);
+        Element& Value(const std::string& key, long long number);
+        Element& Flag(const std::string& key, bool on);
+        Element& Attribute(const std::string& key, const std::string& text);
+        Element Child(const std::string& key);
+
+    private:
+        friend class XmlAnswer;
+        explicit Element(void* node) : node_(node) {}
+        void* node_;
+    };
+
+    Element Doc();
+
+    /// A further "elem" of the list.
+    Element Elem();
+
+    std::string Text() const;
+
+private:
+    struct Document;
+    std::unique_ptr<Document> document_;
+};
+
+/// What an answer says of a query that failed.
+struct XmlError {
+    std::string type;
+    std::string object;
+    std::string value;
+    std::string message;  // for a person
+};
+
+std::string ErrorAnswer(const XmlError& error);
+
+}  // namespace zelvek
