@@ -1,0 +1,40 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <optional>
+
+namespace zelvek {
+
+/// One run of the plug-in for one job, a child of this process with its environment and output.
+class PluginRun {
+public:
+    /// Errors: std::runtime_error when it cannot be started.
+    PluginRun(const std::filesystem::path& plugin, int job);
+
+    /// Kills and reaps a child that is still running.
+    ~PluginRun();
+    PluginRun(PluginRun&& other) noexcept;
+    PluginRun(const PluginRun&) = delete;
+    PluginRun& operator=(const PluginRun&) = delete;
+    PluginRun& operator=(PluginRun&&) = delete;
+
+    pid_t pid() const { return pid_; }
+
+    /// Readable when it has ended, for poll(2); -1 on a kernel without such descriptors.
+    int ending() const { return ending_; }
+
+    /// Its exit status once it has ended (128 + the signal's number for one ended by a signal), at once.
+    std::optional<int> Status();
+
+    /// Asks it to end in order.
+    void Terminate() const;
+
+private:
+    pid_t pid_ = -1;
+    int ending_ = -1;
+    std::optional<int> status_;
+};
+
+}  // namespace zelvek
