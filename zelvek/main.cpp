@@ -1,0 +1,3 @@
+#include "zelvek/cli.h"
+
+int main(int argc, char** argv) { return zelvek::cli::Main(argc, argv); }
