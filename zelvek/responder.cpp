@@ -29,7 +29,7 @@ constexpr off_t kLargestAnswer = 65536;  // a key authorization has a few hundre
 constexpr unsigned kThreads = 2;
 constexpr unsigned kConnections = 256;
 constexpr unsigned kConnectionsOfOneAddress = 64;
-constexpr unsigned kSilentSeconds = 15;
+constexpr unsigned kSilentSeconds = 10;
 constexpr std::size_t kMemoryOfOneConnection = 8192;
 constexpr int kBacklog = 128;
 

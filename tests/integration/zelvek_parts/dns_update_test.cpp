@@ -1,0 +1,246 @@
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <thread>
+
+#include "integration/zelvek_parts/name_server.h"
+#include "zelvek/dns.h"
+
+namespace {
+
+using parts::Failure;
+using parts::FailureOf;
+using parts::NameServer;
+using parts::TypeOf;
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using zelvek::dns::Backend;
+using zelvek::dns::MakeBackend;
+using zelvek::dns::Settings;
+
+const std::string kZone = "example.test";
+
+/// One name server for all tests; each uses a name of its own.
+class DynamicUpdate : public testing::Test {
+protected:
+    static void SetUpTestSuite() { server_ = std::make_unique<NameServer>(); }
+    static void TearDownTestSuite() { server_.reset(); }
+
+    static Settings Good() {
+        Settings settings;
+        settings.server = "127.0.0.1";
+        settings.port = server_->port();
+        settings.key_file = server_->key();
+        settings.zones = {kZone, "static.test", "elsewhere.test"};
+        settings.ttl = 17;
+        return settings;
+    }
+
+    static std::string Address() { return "127.0.0.1:" + std::to_string(server_->port()); }
+
+    static std::unique_ptr<NameServer> server_;
+    std::unique_ptr<Backend> backend_ = MakeBackend(Good());
+};
+
+std::unique_ptr<NameServer> DynamicUpdate::server_;
+
+TEST_F(DynamicUpdate, AddsAValueWithItsTimeToLive) {
+    backend_->AddTxt(kZone, "_acme-challenge.add.example.test.", "value-1_A");
+    EXPECT_EQ(server_->Txt("_acme-challenge.add.example.test"), "\"value-1_A\"\n");
+    EXPECT_EQ(server_->Ttl("_acme-challenge.add.example.test"), "17");
+}
+
+TEST_F(DynamicUpdate, KeepsSeveralValuesOfAName) {
+    const std::string name = "_acme-challenge.several.example.test.";
+    backend_->AddTxt(kZone, name, "one");
+    backend_->AddTxt(kZone, name, "two");
+    EXPECT_EQ(server_->Txt(name), "\"one\"\n\"two\"\n");
+    backend_->RemoveTxt(kZone, name, "one");
+    EXPECT_EQ(server_->Txt(name), "\"two\"\n");
+}
+
+TEST_F(DynamicUpdate, SaysThatAValueIsThereWhoeverPutIt) {
+    const std::string name = "_acme-challenge.exists.example.test";
+    MakeBackend(Good())->AddTxt(kZone, name, "value");
+    EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, name + ".", "value"); }), "exists");
+    EXPECT_EQ(
+        TypeOf([&] { backend_->AddTxt("Example.TEST.", "_ACME-Challenge.exists.example.test", "value"); }),
+        "exists");
+    EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, name, "VALUE"); }), "none");
+    EXPECT_EQ(server_->Txt(name), "\"VALUE\"\n\"value\"\n");
+}
+
+TEST_F(DynamicUpdate, RemovingWhatIsNotThereSucceeds) {
+    const std::string name = "_acme-challenge.missing.example.test.";
+    EXPECT_EQ(TypeOf([&] { backend_->RemoveTxt(kZone, name, "value"); }), "none");
+    EXPECT_EQ(TypeOf([&] { backend_->RemoveTxt(kZone, "_acme-challenge.other.example.", "value"); }), "none");
+    backend_->AddTxt(kZone, name, "value");
+    backend_->RemoveTxt(kZone, name, "value");
+    EXPECT_EQ(TypeOf([&] { backend_->RemoveTxt(kZone, name, "value"); }), "none");
+    EXPECT_EQ(server_->Txt(name), "");
+}
+
+TEST_F(DynamicUpdate, AnyPrintableValueArrivesUnchanged) {
+    const std::string name = "_acme-challenge.odd.example.test.";
+    for (const std::string& value : {std::string("a \"quoted\" text"), std::string("back\\slash \\123"),
+                                     std::string("semi;colon $x @y (z) 'q'"), std::string(255, 'x')}) {
+        backend_->AddTxt(kZone, name, value);
+        EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, name, value); }), "exists") << value;
+        backend_->RemoveTxt(kZone, name, value);
+        EXPECT_EQ(server_->Txt(name), "") << value;
+    }
+}
+
+TEST_F(DynamicUpdate, NameMayBeTheZoneItselfOrBeginWithAHyphenOrAStar) {
+    backend_->AddTxt(kZone, kZone, "apex");
+    EXPECT_EQ(server_->Txt(kZone), "\"apex\"\n");
+    backend_->RemoveTxt(kZone, kZone, "apex");
+    backend_->AddTxt(kZone, "*.star.example.test.", "star");
+    EXPECT_EQ(server_->Txt("anything.star.example.test"), "\"star\"\n");
+    EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, "*.star.example.test", "star"); }), "exists");
+}
+
+TEST_F(DynamicUpdate, CommandsInNamesAndValuesAreRefused) {
+    EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, "x.example.test. 60 TXT y\nsend\n", "v"); }), "value");
+    EXPECT_EQ(
+        TypeOf([&] { backend_->AddTxt(kZone, "x.example.test", "v\"\nupdate add y.example.test 60 TXT z"); }),
+        "value");
+    EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, "_acme-challenge.notexample.test", "v"); }), "value");
+    EXPECT_EQ(server_->Txt("y.example.test"), "");
+}
+
+TEST_F(DynamicUpdate, AliasIsReportedInsteadOfLosingTheRecord) {
+    const Failure failure =
+        FailureOf([&] { backend_->AddTxt(kZone, "_acme-challenge.alias.example.test", "v"); });
+    EXPECT_EQ(failure.type, "dns");
+    EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("CNAME")));
+}
+
+TEST_F(DynamicUpdate, WrongKeyIsRefused) {
+    Settings settings = Good();
+    settings.key_file = parts::WriteTsigKey(server_->folder(), "stranger");
+    const auto stranger = MakeBackend(settings);
+    for (const auto& action : {&Backend::AddTxt, &Backend::RemoveTxt}) {
+        const Failure failure =
+            FailureOf([&] { (*stranger.*action)(kZone, "_acme-challenge.key.example.test", "v"); });
+        EXPECT_EQ(failure.type, "dns");
+        EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("key is refused (NOTAUTH)")));
+    }
+    EXPECT_EQ(server_->Txt("_acme-challenge.key.example.test"), "");
+}
+
+TEST_F(DynamicUpdate, RightNameWithAnotherSecretIsRefused) {
+    const parts::TempFolder folder;
+    Settings settings = Good();
+    settings.key_file = parts::WriteTsigKey(folder.path(), "update");
+    const Failure failure = FailureOf([&] { MakeBackend(settings)->AddTxt(kZone, "a.example.test", "v"); });
+    EXPECT_EQ(failure.type, "dns");
+    EXPECT_THAT(failure.text, HasSubstr("key is refused (NOTAUTH)"));
+}
+
+TEST_F(DynamicUpdate, KeyFileIsCheckedAgainAtEachUse) {
+    const parts::TempFolder folder;
+    Settings settings = Good();
+    settings.key_file = folder.path() / "key";
+    std::filesystem::copy_file(server_->key(), settings.key_file);
+    chmod(settings.key_file.c_str(), 0600);
+    const auto backend = MakeBackend(settings);
+    chmod(settings.key_file.c_str(), 0644);
+    EXPECT_EQ(TypeOf([&] { backend->AddTxt(kZone, "a.example.test", "v"); }), "value");
+}
+
+TEST_F(DynamicUpdate, ZoneThatTheServerDoesNotHaveIsReported) {
+    const Failure failure = FailureOf([&] { backend_->AddTxt("elsewhere.test", "a.elsewhere.test", "v"); });
+    EXPECT_EQ(failure.type, "dns");
+    EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("REFUSED")));
+}
+
+TEST_F(DynamicUpdate, ZoneThatTakesNoUpdatesIsReported) {
+    const Failure failure = FailureOf([&] { backend_->AddTxt("static.test", "a.static.test", "v"); });
+    EXPECT_EQ(failure.type, "dns");
+    EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("static.test"), HasSubstr("REFUSED")));
+}
+
+TEST_F(DynamicUpdate, ZoneOutsideTheSettingsIsNotAsked) {
+    const Failure failure = FailureOf([&] { backend_->AddTxt("other.test", "a.other.test", "v"); });
+    EXPECT_EQ(failure.type, "dns");
+    EXPECT_THAT(failure.text, HasSubstr("other.test"));
+}
+
+TEST_F(DynamicUpdate, ServerThatIsDownIsReported) {
+    Settings settings = Good();
+    settings.port = parts::FreePort();
+    const auto backend = MakeBackend(settings);
+    for (const auto& action : {&Backend::AddTxt, &Backend::RemoveTxt}) {
+        const Failure failure = FailureOf([&] { (*backend.*action)(kZone, "a.example.test", "v"); });
+        EXPECT_EQ(failure.type, "dns");
+        EXPECT_THAT(failure.text, AllOf(HasSubstr("127.0.0.1:" + std::to_string(settings.port)),
+                                        HasSubstr("connection refused")));
+    }
+}
+
+/// Takes connections, which the kernel does by itself, and never answers.
+class SilentServer {
+public:
+    SilentServer() : fd_(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        if (bind(fd_, reinterpret_cast<sockaddr*>(&address), size) != 0 || listen(fd_, 10) != 0) port_ = -1;
+        if (getsockname(fd_, reinterpret_cast<sockaddr*>(&address), &size) == 0 && port_ == 0) {
+            port_ = ntohs(address.sin_port);
+        }
+    }
+    ~SilentServer() { close(fd_); }
+    SilentServer(const SilentServer&) = delete;
+    SilentServer& operator=(const SilentServer&) = delete;
+
+    int port() const { return port_; }
+
+private:
+    int fd_;
+    int port_ = 0;
+};
+
+TEST_F(DynamicUpdate, SilentServerIsGivenUpInTime) {
+    const SilentServer silent;
+    ASSERT_GT(silent.port(), 0);
+    Settings settings = Good();
+    settings.port = silent.port();
+    const auto start = std::chrono::steady_clock::now();
+    const Failure failure = FailureOf([&] { MakeBackend(settings)->AddTxt(kZone, "a.example.test", "v"); });
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(40));
+    EXPECT_EQ(failure.type, "dns");
+    EXPECT_THAT(failure.text,
+                AllOf(HasSubstr("127.0.0.1:" + std::to_string(silent.port())), HasSubstr("timed out")));
+}
+
+TEST_F(DynamicUpdate, NoErrorTellsTheSecret) {
+    const std::string content = parts::Content(server_->key());
+    const std::size_t begin = content.find("secret \"") + 8;
+    const std::string secret = content.substr(begin, content.find('"', begin) - begin);
+    ASSERT_GT(secret.size(), 20u);
+    for (const char* zone : {"static.test", "elsewhere.test", "other.test"}) {
+        const Failure failure = FailureOf([&] { backend_->AddTxt(zone, std::string("a.") + zone, "v"); });
+        EXPECT_THAT(failure.text, Not(HasSubstr(secret)));
+    }
+}
+
+TEST_F(DynamicUpdate, ThreadsCanUpdateAtOnce) {
+    std::vector<std::thread> threads;
+    const std::string name = "_acme-challenge.threads.example.test";
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] { backend_->AddTxt(kZone, name, "value" + std::to_string(i)); });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_EQ(server_->Txt(name), "\"value0\"\n\"value1\"\n\"value2\"\n\"value3\"\n");
+}
+
+}  // namespace

@@ -1,0 +1,78 @@
+#include "zelvek/durable.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+
+#include <csignal>
+
+#include "unit/zelvek_parts/support.h"
+
+namespace {
+
+namespace durable = zelvek::durable;
+
+/// Files cannot grow beyond so many bytes meanwhile, as on a full disk.
+class SizeLimit {
+public:
+    explicit SizeLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit{bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~SizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &before_);
+        std::signal(SIGXFSZ, handler_);
+    }
+    SizeLimit(const SizeLimit&) = delete;
+    SizeLimit& operator=(const SizeLimit&) = delete;
+
+private:
+    rlimit before_{};
+    sighandler_t handler_;
+};
+
+TEST(DurableFile, NewOneIsNeverWiderThanItsMode) {
+    const parts::TempFolder folder;
+    durable::WriteNew(folder.path() / "secret", "x", 0600);
+    EXPECT_EQ(parts::Mode(folder.path() / "secret"), 0600u);
+    EXPECT_EQ(parts::Content(folder.path() / "secret"), "x");
+}
+
+TEST(DurableFile, NewOneDoesNotTouchWhatIsThere) {
+    const parts::TempFolder folder;
+    parts::Put(folder.path() / "there", "kept");
+    std::filesystem::create_symlink("elsewhere", folder.path() / "link");
+    EXPECT_EQ(parts::TypeOf([&] { durable::WriteNew(folder.path() / "there", "x", 0644); }), "io");
+    EXPECT_EQ(parts::TypeOf([&] { durable::WriteNew(folder.path() / "link", "x", 0644); }), "io");
+    EXPECT_EQ(parts::Content(folder.path() / "there"), "kept");
+    EXPECT_FALSE(std::filesystem::exists(folder.path() / "elsewhere"));
+}
+
+TEST(DurableFile, ReplacementThatDoesNotFitLeavesTheOldContent) {
+    const parts::TempFolder folder;
+    durable::Replace(folder.path() / "file", "old", 0644);
+    parts::Failure failure;
+    {
+        const SizeLimit limit(1000);
+        failure =
+            parts::FailureOf([&] { durable::Replace(folder.path() / "file", std::string(5000, 'x'), 0644); });
+    }
+    EXPECT_EQ(failure.type, "io");
+    EXPECT_THAT(failure.text, testing::HasSubstr("too large"));
+    EXPECT_EQ(parts::Content(folder.path() / "file"), "old");
+    EXPECT_THAT(parts::Entries(folder.path()), testing::ElementsAre("file"));
+}
+
+TEST(DurableFile, DescriptorsStayInThisProcess) {
+    const parts::TempFolder folder;
+    const durable::Descriptor opened(folder.path(), O_RDONLY);
+    EXPECT_NE(fcntl(opened.get(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST(DurableFolder, MissingOneIsAnError) {
+    const parts::TempFolder folder;
+    EXPECT_EQ(parts::TypeOf([&] { durable::SyncFolder(folder.path() / "missing"); }), "io");
+}
+
+}  // namespace

@@ -1,0 +1,36 @@
+#include "zelvek/printable.h"
+
+#include <gmock/gmock.h>
+
+namespace {
+
+using zelvek::LastLines;
+using zelvek::Printable;
+
+TEST(PrintableText, HasNoControlCharacters) {
+    EXPECT_EQ(Printable(std::string("a\0b\n\x1b[31mc\x7f", 11)), "a?b??[31mc?");
+    EXPECT_EQ(Printable("b\xc3\xbc"
+                        "cher.example"),
+              "b\xc3\xbc"
+              "cher.example");
+}
+
+TEST(PrintableText, IsCutBetweenCharacters) {
+    std::string umlauts = "x";
+    for (int i = 0; i < 200; ++i) umlauts += "\xc3\xbc";
+    EXPECT_EQ(Printable(umlauts), umlauts.substr(0, 299) + "...");
+    EXPECT_EQ(Printable(std::string(300, 'a')), std::string(300, 'a'));
+}
+
+TEST(LastLinesOfAnOutput, AreAtMostFive) {
+    EXPECT_EQ(LastLines(""), "");
+    EXPECT_EQ(LastLines("one\n"), "one");
+    EXPECT_EQ(LastLines("1\n2\n3\n4\n5\n6\n7\n"), "3 4 5 6 7");
+    EXPECT_EQ(LastLines("a\r\n\n\nb\tc\n"), "a b?c");
+}
+
+TEST(LastLinesOfAnOutput, AreAtMostAThousandBytes) {
+    EXPECT_EQ(LastLines(std::string(5'000'000, 'x')), std::string(1000, 'x'));
+}
+
+}  // namespace
