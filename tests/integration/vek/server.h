@@ -54,7 +54,8 @@ class Connection {
 public:
     Connection(int fd, SSL* ssl) : fd_(fd), ssl_(ssl) {}
     std::string Read();
-    void Write(const std::string& text);
+    /// False where the other side has gone.
+    bool Write(const std::string& text);
     HttpRequest ReadRequest();
     /// Waits until the other side closes.
     void AwaitEnd();

@@ -1,0 +1,207 @@
+// The client against real sockets.
+#include "vek/client.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <fstream>
+#include <future>
+
+#include "integration/vek/server.h"
+#include "vek/err.h"
+
+namespace {
+
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using vek_client::Local;
+using vek_test::Connection;
+using vek_test::Server;
+using vek_test::Service;
+
+constexpr std::chrono::milliseconds kMoment{700};
+
+class Client : public testing::Test {
+protected:
+    std::string SocketPath() const { return folder.file("zelvek.sock"); }
+
+    std::string TypeOfError() const {
+        try {
+            client.Query("func=a");
+            return "none";
+        } catch (const vek_err::Error& e) {
+            return e.type();
+        }
+    }
+
+    // What the client makes of these bytes as an answer.
+    std::string TypeOfErrorFor(const std::string& answer) const {
+        const auto serve = [&answer](Connection& connection) {
+            connection.ReadRequest();
+            connection.Write(answer);
+        };
+        const Server server(serve, SocketPath());
+        return TypeOfError();
+    }
+
+    vek_test::TempFolder folder;
+    vek_test::Variable run_dir{"VEK_RUN_DIR", folder.path()};
+    Local client{"zelvek", "sslcert"};
+};
+
+std::string EmptyAnswer(const std::string& /*query*/) { return "<doc/>"; }
+
+TEST_F(Client, PostsAFormAndNamesItsModule) {
+    Service service(folder.path(), "zelvek", EmptyAnswer);
+    client.Query("func=a&b=?", "c d");
+    ASSERT_EQ(service.requests().size(), 1U);
+    const auto request = service.requests().front();
+    EXPECT_EQ(request.body, "func=a&b=c%20d");
+    EXPECT_THAT(request.head, StartsWith("POST / HTTP/1.1\r\nHost: localhost\r\n"));
+    EXPECT_THAT(request.head, HasSubstr("\r\nContent-Type: application/x-www-form-urlencoded\r\n"));
+    EXPECT_THAT(request.head, HasSubstr("\r\nX-Vek-Module: sslcert\r\n"));
+    EXPECT_THAT(request.head, Not(HasSubstr("Expect:")));
+}
+
+TEST_F(Client, LooksForItsServiceAtEachQuery) {
+    const Service service(folder.path(), "zelvek",
+                          [](const std::string&) { return "<doc><at>1</at></doc>"; });
+    const vek_test::TempFolder other;
+    const Service elsewhere(other.path(), "zelvek",
+                            [](const std::string&) { return "<doc><at>2</at></doc>"; });
+    EXPECT_EQ(client.Query("func=a").value("at"), "1");
+    const vek_test::Variable moved("VEK_RUN_DIR", other.path());
+    EXPECT_EQ(client.Query("func=a").value("at"), "2");
+}
+
+TEST_F(Client, CarriesMegabytesBothWays) {
+    const std::string much(5 << 20, 'x');
+    Service service(folder.path(), "zelvek",
+                    [&much](const std::string&) { return "<doc><a>" + much + "</a></doc>"; });
+    EXPECT_EQ(client.Query("func=a", {{"a", much}}).value("a"), much);
+    EXPECT_EQ(service.requests().front().body, "func=a&a=" + much);
+}
+
+TEST_F(Client, IgnoresTheEnvironmentsProxy) {
+    const Service service(folder.path(), "zelvek", EmptyAnswer);
+    const vek_test::Variable lower("http_proxy", "http://127.0.0.1:1/");
+    const vek_test::Variable all("ALL_PROXY", "http://127.0.0.1:1/");
+    EXPECT_EQ(TypeOfError(), "none");
+}
+
+TEST_F(Client, MayBeUsedByManyThreads) {
+    Service service(folder.path(), "zelvek",
+                    [](const std::string& query) { return "<doc><q>" + query + "</q></doc>"; });
+    std::vector<std::future<bool>> outcomes;
+    for (int thread = 0; thread < 8; ++thread) {
+        outcomes.push_back(std::async(std::launch::async, [this, thread] {
+            bool all = true;
+            for (int i = 0; i < 10; ++i) {
+                const std::string query = std::to_string(thread * 100 + i);
+                all = client.Query(query).value("q") == query && all;
+            }
+            return all;
+        }));
+    }
+    for (auto& outcome : outcomes) EXPECT_TRUE(outcome.get());
+    EXPECT_EQ(service.requests().size(), 80U);
+}
+
+TEST_F(Client, GivesUpOnAMissingServiceAfterSeconds) {
+    const auto start = steady_clock::now();
+    EXPECT_EQ(TypeOfError(), "connect");
+    EXPECT_GE(steady_clock::now() - start, seconds(3));
+}
+
+TEST_F(Client, WaitsForAServiceThatStarts) {
+    auto answer = std::async(std::launch::async, [this] { return TypeOfError(); });
+    std::this_thread::sleep_for(kMoment);
+    const Service service(folder.path(), "zelvek", EmptyAnswer);
+    EXPECT_EQ(answer.get(), "none");
+}
+
+TEST_F(Client, WaitsForAServiceThatStartsAgain) {
+    {
+        const int stale = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        SocketPath().copy(address.sun_path, sizeof(address.sun_path) - 1);
+        ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+        close(stale);
+    }
+    auto answer = std::async(std::launch::async, [this] { return TypeOfError(); });
+    std::this_thread::sleep_for(kMoment);
+    const Service service(folder.path(), "zelvek", EmptyAnswer);
+    EXPECT_EQ(answer.get(), "none");
+}
+
+TEST_F(Client, WaitsForAServiceWithManyCallers) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    SocketPath().copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const auto* generic = reinterpret_cast<sockaddr*>(&address);
+    const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(bind(listener, generic, sizeof(address)), 0);
+    ASSERT_EQ(listen(listener, 0), 0);
+    const int caller = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    ASSERT_EQ(connect(caller, generic, sizeof(address)), 0);
+    auto answer = std::async(std::launch::async, [this] { return TypeOfError(); });
+    std::this_thread::sleep_for(kMoment);
+    close(accept(listener, nullptr, nullptr));
+    const int fd = accept(listener, nullptr, nullptr);
+    Connection connection(fd, nullptr);
+    EXPECT_EQ(connection.ReadRequest().body, "func=a");
+    connection.Write(vek_test::Answer(200, "", "<doc/>"));
+    EXPECT_EQ(answer.get(), "none");
+    for (const int open : {fd, caller, listener}) close(open);
+}
+
+TEST_F(Client, CannotReachASocketWithTooLongAName) {
+    const vek_test::Variable deep("VEK_RUN_DIR", folder.file(std::string(200, 'x')));
+    EXPECT_EQ(TypeOfError(), "connect");
+}
+
+TEST_F(Client, NamesTheSocketThatItCannotReach) {
+    const vek_test::Variable elsewhere("VEK_RUN_DIR", "/dev/null");
+    try {
+        client.Query("func=a");
+        FAIL();
+    } catch (const vek_err::Error& e) {
+        EXPECT_EQ(e.type(), "connect");
+        EXPECT_STREQ(e.what(), "client: connect: /dev/null/zelvek.sock: Not a directory");
+    }
+}
+
+TEST_F(Client, CannotReadAnAnswerThatIsNone) {
+    EXPECT_EQ(TypeOfErrorFor(""), "protocol");
+    EXPECT_EQ(TypeOfErrorFor("garbage\r\n\r\n"), "protocol");
+    EXPECT_EQ(TypeOfErrorFor("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n<doc/>"), "protocol");
+    EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(200, "", "text")), "protocol");
+    EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(200, "", "<doc/>")), "none");
+}
+
+TEST_F(Client, TakesStatus200Alone) {
+    EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(500, "", "<doc/>")), "protocol");
+    EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(204, "", "")), "protocol");
+    EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(302, "Location: /\r\n", "<doc/>")), "protocol");
+}
+
+TEST_F(Client, RefusesAnAnswerBeyondItsLimit) {
+    EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(200, "", "<doc>" + std::string(64UL << 20, 'x') + "</doc>")),
+              "protocol");
+}
+
+// A write to a socket that the service has closed raises SIGPIPE, which nobody handles here.
+TEST_F(Client, SurvivesAServiceThatHangsUp) {
+    const Server server([](Connection&) {}, SocketPath());
+    EXPECT_THROW(client.Query("func=a", {{"a", std::string(16 << 20, 'x')}}), vek_err::Error);
+}
+
+}  // namespace

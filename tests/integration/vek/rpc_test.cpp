@@ -1,0 +1,270 @@
+// Exchanges over plain HTTP with servers that answer well and badly.
+#include "vek/rpc.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <fstream>
+#include <sstream>
+
+#include "integration/vek/server.h"
+#include "libvek/src/exchange.h"
+#include "vek/err.h"
+
+namespace {
+
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using testing::HasSubstr;
+using testing::Not;
+using testing::StartsWith;
+using vek_rpc::HttpQuery;
+using vek_test::Answer;
+using vek_test::Connection;
+using vek_test::HttpRequest;
+using vek_test::Server;
+
+Server::Handler Says(const std::string& answer) {
+    return [answer](Connection& connection) {
+        connection.ReadRequest();
+        connection.Write(answer);
+    };
+}
+
+Server::Handler Notes(std::vector<HttpRequest>& requests) {
+    return [&requests](Connection& connection) {
+        requests.push_back(connection.ReadRequest());
+        connection.Write(Answer(200, "", "ok"));
+    };
+}
+
+std::string GetWithHeader(const std::string& url) {
+    HttpQuery query;
+    query.AcceptHeader();
+    query.AcceptAnyResponse();
+    std::ostringstream out;
+    query.Get(url, out);
+    return out.str();
+}
+
+std::string Get(const std::string& url) {
+    HttpQuery query;
+    std::ostringstream out;
+    query.Get(url, out);
+    return out.str();
+}
+
+// The text of the error that an exchange with a server that says this ends with; empty without one.
+std::string ErrorFor(const std::string& answer) {
+    const Server server(Says(answer));
+    try {
+        GetWithHeader(server.url());
+        return "";
+    } catch (const vek_err::Error& e) {
+        EXPECT_EQ(e.type(), "exchange");
+        return e.what();
+    }
+}
+
+TEST(HttpExchange, NamesTheFrameworkAndItsVersion) {
+    std::vector<HttpRequest> requests;
+    {
+        const Server server(Notes(requests));
+        Get(server.url());
+    }
+    ASSERT_EQ(requests.size(), 1U);
+    EXPECT_THAT(requests[0].head, StartsWith("GET / HTTP/1.1\r\n"));
+    EXPECT_THAT(requests[0].head,
+                testing::ContainsRegex("\r\nUser-Agent: libvek/[0-9]+\\.[0-9]+\\.[0-9]+\r\n"));
+}
+
+TEST(HttpExchange, SendsItsHeaderLinesEachTime) {
+    std::vector<HttpRequest> requests;
+    {
+        const Server server(Notes(requests));
+        HttpQuery query;
+        query.AddHeader("Content-Type: application/jose+json");
+        query.AddHeader("Connection: Close");
+        std::ostringstream out;
+        query.Post(server.url() + "order", "{\"a\":1}", out);
+        query.Get(server.url() + "order", out);
+        query.Post(server.url() + "order", "", out);
+        EXPECT_EQ(out.str(), "okokok");
+    }
+    ASSERT_EQ(requests.size(), 3U);
+    EXPECT_THAT(requests[0].head, StartsWith("POST /order HTTP/1.1\r\n"));
+    EXPECT_EQ(requests[0].body, "{\"a\":1}");
+    EXPECT_THAT(requests[1].head, StartsWith("GET /order HTTP/1.1\r\n"));
+    EXPECT_THAT(requests[2].head, HasSubstr("\r\nContent-Length: 0\r\n"));
+    for (const auto& request : requests) {
+        EXPECT_THAT(request.head, HasSubstr("\r\nContent-Type: application/jose+json\r\n"));
+        EXPECT_THAT(request.head, HasSubstr("\r\nConnection: Close\r\n"));
+    }
+}
+
+TEST(HttpExchange, RefusesAHeaderLineWithALineBreak) {
+    std::vector<HttpRequest> requests;
+    {
+        const Server server(Notes(requests));
+        HttpQuery query;
+        query.AddHeader("X-A: b\r\nX-C: d");
+        std::ostringstream out;
+        EXPECT_THROW(query.Get(server.url(), out), vek_err::Error);
+    }
+    EXPECT_TRUE(requests.empty());
+}
+
+TEST(HttpExchange, HasAConnectionOfItsOwn) {
+    const auto keep_alive = [](Connection& connection) {
+        while (!connection.ReadRequest().head.empty()) connection.Write(Answer(200, "", "ok"));
+    };
+    const Server server(keep_alive);
+    HttpQuery query;
+    std::ostringstream out;
+    query.Get(server.url(), out);
+    query.Get(server.url(), out);
+    Get(server.url());
+    EXPECT_EQ(server.connections(), 3);
+}
+
+TEST(HttpExchange, DoesNotAskBeforeALargeBody) {
+    std::vector<HttpRequest> requests;
+    const std::string body(3 << 20, 'x');
+    {
+        const Server server(Notes(requests));
+        HttpQuery query;
+        std::ostringstream out;
+        query.Post(server.url(), body, out);
+    }
+    EXPECT_EQ(requests.at(0).body, body);
+    EXPECT_THAT(requests.at(0).head, Not(HasSubstr("Expect")));
+}
+
+TEST(HttpExchange, TakesNothingFromTheEnvironment) {
+    std::vector<HttpRequest> requests;
+    const vek_test::TempFolder home;
+    std::ofstream(home.file(".netrc")) << "machine 127.0.0.1 login me password secret\n";
+    const vek_test::Variable home_variable("HOME", home.path());
+    const vek_test::Variable proxy("http_proxy", "http://127.0.0.1:1/");
+    const vek_test::Variable all("ALL_PROXY", "http://127.0.0.1:1/");
+    {
+        const Server server(Notes(requests));
+        Get(server.url());
+    }
+    EXPECT_THAT(requests.at(0).head, Not(HasSubstr("Authorization")));
+}
+
+TEST(HttpExchange, GivesTheFinalHeaderBlockAsItCame) {
+    const std::string block =
+        "HTTP/1.1 201 Created\r\nReplay-Nonce:  a \r\nX: 1\r\nx: 2\r\nContent-Length: 4\r\n\r\n";
+    const Server server(
+        Says("HTTP/1.1 100 Continue\r\nX-Early: 1\r\n\r\n"
+             "HTTP/1.1 103 Early Hints\r\nLink: </a>\r\n\r\n" +
+             block + "body"));
+    EXPECT_EQ(GetWithHeader(server.url()), block + "body");
+}
+
+TEST(HttpExchange, LeavesTrailersOut) {
+    const std::string block = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+    const Server server(Says(block + "4\r\nbody\r\n0\r\nX-Trailer: 1\r\nHTTP/1.1 500 X: 2\r\n\r\n"));
+    EXPECT_EQ(GetWithHeader(server.url()), block + "body");
+}
+
+TEST(HttpExchange, GivesNulBytesAndMegabytesWhole) {
+    std::string body("\0a\0\r\n\r\n", 7);
+    while (body.size() < (3U << 20)) body += body;
+    const Server server(Says(Answer(200, "", body)));
+    EXPECT_EQ(Get(server.url()), body);
+}
+
+TEST(HttpExchange, GivesTheStatusOfTheFinalResponse) {
+    const Server server(Says("HTTP/1.1 103 Early Hints\r\n\r\n" + Answer(204, "", "")));
+    HttpQuery query;
+    std::ostringstream out;
+    query.Get(server.url(), out);
+    EXPECT_EQ(query.Status(), 204);
+    EXPECT_THROW(query.Get("http://127.0.0.1:1/", out), vek_err::Error);
+    EXPECT_EQ(query.Status(), 0);
+}
+
+TEST(HttpExchange, NamesHostAndReasonWhenRefused) {
+    try {
+        Get("http://127.0.0.1:1/secret-path");
+        FAIL();
+    } catch (const vek_err::Error& e) {
+        EXPECT_EQ(e.type(), "exchange");
+        EXPECT_THAT(e.what(), HasSubstr("127.0.0.1"));
+        EXPECT_THAT(e.what(), HasSubstr("Couldn't connect"));
+    }
+}
+
+TEST(HttpExchange, FailsWhereTheAnswerIsNone) {
+    EXPECT_NE(ErrorFor(""), "");
+    EXPECT_NE(ErrorFor("garbage\r\n\r\n"), "");
+    EXPECT_NE(ErrorFor("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nshort"), "");
+    EXPECT_NE(ErrorFor("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n4\r\nbo"), "");
+    EXPECT_NE(ErrorFor("HTTP/1.1 100 Continue\r\n\r\n"), "");
+    EXPECT_EQ(ErrorFor(Answer(500, "", "")), "");
+}
+
+TEST(HttpExchange, WritesNothingWhenItFails) {
+    const Server server(Says("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nshort"));
+    HttpQuery query;
+    std::ostringstream out;
+    EXPECT_THROW(query.Get(server.url(), out), vek_err::Error);
+    EXPECT_EQ(out.str(), "");
+}
+
+TEST(HttpExchange, RefusesAnAnswerBeyondItsLimits) {
+    EXPECT_EQ(ErrorFor(Answer(200, "", std::string(16UL << 20, 'x'))), "");
+    EXPECT_THAT(ErrorFor(Answer(200, "", std::string((16UL << 20) + 1, 'x'))), HasSubstr("too large"));
+    std::string lines;
+    for (int i = 0; i < 300; ++i) lines += "X-Line: " + std::string(1000, 'x') + "\r\n";
+    EXPECT_THAT(ErrorFor(Answer(200, lines, "")), HasSubstr("too large"));
+}
+
+// A write to a socket that the server has closed raises SIGPIPE, which nobody handles here.
+TEST(HttpExchange, SurvivesAServerThatHangsUp) {
+    const Server server([](Connection&) {});
+    HttpQuery query;
+    std::ostringstream out;
+    EXPECT_THROW(query.Post(server.url(), std::string(16 << 20, 'x'), out), vek_err::Error);
+}
+
+struct Waiting : testing::Test {
+    // Whether an exchange within these limits fails, and sooner than within the usual ones.
+    static bool EndsEarly(const std::string& url, const vek_rpc::Limits& limits) {
+        const auto start = steady_clock::now();
+        try {
+            vek_rpc::Carry({url, {}, nullptr}, limits);
+        } catch (const vek_err::Error&) {
+            return steady_clock::now() - start < seconds(25);
+        }
+        return false;
+    }
+    const Server::Handler silent = [](Connection& connection) { connection.AwaitEnd(); };
+};
+
+TEST_F(Waiting, EndsWhereNoByteComes) {
+    const Server server(silent);
+    EXPECT_TRUE(EndsEarly(server.url(), {.stall = seconds(1)}));
+}
+
+TEST_F(Waiting, EndsWhereAHandshakeTakesTooLong) {
+    const Server server(silent);
+    EXPECT_TRUE(
+        EndsEarly("https://127.0.0.1:" + std::to_string(server.port()) + "/", {.connect = seconds(1)}));
+}
+
+TEST_F(Waiting, EndsWhereEverythingTakesTooLong) {
+    const auto drip = [](Connection& connection) {
+        connection.ReadRequest();
+        connection.Write("HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n");
+        while (connection.Write("x")) std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    };
+    const Server server(drip);
+    EXPECT_TRUE(EndsEarly(server.url(), {.total = seconds(1)}));
+}
+
+}  // namespace
