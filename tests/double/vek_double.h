@@ -97,6 +97,7 @@ public:
     /// the script may stay unasked.
     void FailAtStep(int n, Failure failure);
     void FailAt(const std::string& kind, int n, Failure failure);
+    void ForgetFailures();  // those that have not come yet
     int steps() const;
     void AllowUnaskedAnswers();
 

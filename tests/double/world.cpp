@@ -98,6 +98,7 @@ void World::FailAtStep(int n, Failure failure) { state_->injected.push_back({"",
 void World::FailAt(const std::string& kind, int n, Failure failure) {
     state_->injected.push_back({kind, n, failure});
 }
+void World::ForgetFailures() { state_->injected.clear(); }
 int World::steps() const { return state_->steps; }
 void World::AllowUnaskedAnswers() { state_->unasked_allowed = true; }
 void World::SetLogLevel(int level) { state_->log_level = level; }

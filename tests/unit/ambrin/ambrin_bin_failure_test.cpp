@@ -1,0 +1,364 @@
+#include "support/issuance.h"
+#include "vek/err.h"
+#include "vek/proc.h"
+
+// Every way in which a run ends early, and what it leaves in the record; then a failure at each step of a
+// whole run.
+namespace {
+
+using ambrin_test::IssuanceTest;
+using ambrin_test::JsonAnswer;
+using ambrin_test::kCertificateUrl;
+using ambrin_test::kDefaultKid;
+using ambrin_test::kDerCommand;
+using ambrin_test::kDirectoryUrl;
+using ambrin_test::kFinalizeUrl;
+using ambrin_test::kHardReplace;
+using ambrin_test::kNewAccount;
+using ambrin_test::kNewOrder;
+using ambrin_test::kStoredKid;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using vek_double::Failure;
+using vek_double::FakePem;
+
+const std::string kRefusal = R"({"status":403,"detail":"no"})";
+const std::string kRefusalText = "<p><b>Return code:</b> 403</p></br><p><b>Details:</b> no</p>";
+
+class FailingRun : public IssuanceTest {
+protected:
+    std::vector<std::string> Failures() const {
+        std::vector<std::string> failures;
+        for (const std::string& line : LogLines())
+            if (line.starts_with("4 ")) failures.push_back(line.substr(2));
+        return failures;
+    }
+
+    void FailPanelQuery(const std::string& pattern, const std::string& type) {
+        world.AlwaysPanel(pattern, [type](const std::string&) -> std::string {
+            throw vek_err::Error::Reported(type, "the panel says no");
+        });
+    }
+
+    void UseStoredAccount() {
+        job["kid"] = kStoredKid;
+        job["acmekey"] = FakePem("stored");
+        job["modulus"] = ambrin_test::FakeHeader(FakePem("stored"));
+    }
+
+    /// Neither installation nor notification.
+    void ExpectNothingInstalled() {
+        EXPECT_THAT(Story(), Not(Contains(HasSubstr("hardreplace"))));
+        EXPECT_THAT(ProblemsRaised(), IsEmpty());
+        EXPECT_FALSE(ambrin_data.verified);
+        EXPECT_FALSE(ambrin_data.failed);
+    }
+};
+
+TEST_F(FailingRun, JobThatCannotBeReadEndsByThePanelsError) {
+    FailPanelQuery("func=ambrin.data.edit&elid=7&out=xml", "missed");
+    EXPECT_THROW(Run(), vek_err::Error);
+    EXPECT_EQ(EndOfProcess().at("elid"), "7");
+}
+
+TEST_F(FailingRun, CsrThatCannotBeMadeEndsByThePanelsError) {
+    FailPanelQuery("func=sslcert.csr.edit&domain=*", "value");
+    EXPECT_THROW(Run(), vek_err::Error);
+    ExpectNothingInstalled();
+    EXPECT_THAT(world.Lines({"http"}), IsEmpty());
+    EXPECT_EQ(EndOfProcess().at("attempt_count"), "1");
+}
+
+TEST_F(FailingRun, RefusedDirectoryIsAnErrorWithoutALine) {
+    world.AlwaysHttp("GET " + kDirectoryUrl, [](const std::string&) { return JsonAnswer(403, kRefusal); });
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), IsEmpty());
+    EXPECT_THAT(JobLog(), ElementsAre("failed,acme_request_error," + kRefusalText));
+    EXPECT_EQ(ambrin_data.attempt_count, 1);
+    EXPECT_EQ(ambrin_data.account_check_count, 2);
+    EXPECT_EQ(Story().back(), "GET " + kDirectoryUrl);
+    ExpectNothingInstalled();
+}
+
+TEST_F(FailingRun, DirectoryWithAnErrorIsRefusedToo) {
+    world.AlwaysHttp("GET " + kDirectoryUrl,
+                     [](const std::string&) { return JsonAnswer(200, R"({"error":{}})"); });
+    EXPECT_EQ(Run(), 1);
+    EXPECT_EQ(Story().back(), "GET " + kDirectoryUrl);
+}
+
+TEST_F(FailingRun, DirectoryThatIsNoJsonFailsAtTheRegistration) {
+    job.erase("default_pem");
+    world.AlwaysHttp("GET " + kDirectoryUrl, [](const std::string&) { return JsonAnswer(200, "busy"); });
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Registration failed"));
+}
+
+TEST_F(FailingRun, FailedAccountsAreRetriedWithinTheJobsLimit) {
+    UseStoredAccount();
+    job["max_account_check_attempts"] = "3";
+    Object(kStoredKid, 403, kRefusal);
+    Object(kDefaultKid, 403, kRefusal);
+    EXPECT_EQ(Run(), 0);
+    EXPECT_THAT(Failures(), ElementsAre("Account check failed. Need retry"));
+    EXPECT_EQ(ambrin_data.account_check_count, 3);
+    EXPECT_EQ(ambrin_data.kid, kDefaultKid) << "the default account stays in the record";
+    EXPECT_EQ(ambrin_data.attempt_count, 1);
+    EXPECT_THAT(Story(), Not(Contains(HasSubstr(kNewAccount))));
+    EXPECT_THAT(JobLog(), ElementsAre("failed,acme_request_error," + kRefusalText,
+                                      "failed,acme_request_error," + kRefusalText));
+    ExpectNothingInstalled();
+}
+
+TEST_F(FailingRun, AccountThatFailsPastTheLimitIsReplaced) {
+    UseStoredAccount();
+    job.erase("default_pem");
+    job["max_account_check_attempts"] = "2";
+    Object(kStoredKid, 200, R"({"status":"deactivated"})");
+    EXPECT_EQ(Run(), 0);
+    EXPECT_EQ(ambrin_data.kid, "https://ca.test/account/new");
+    EXPECT_EQ(ambrin_data.account_check_count, 0);
+    EXPECT_TRUE(ambrin_data.update_default_account);
+    EXPECT_TRUE(ambrin_data.verified);
+}
+
+TEST_F(FailingRun, RefusedRegistrationIsAnError) {
+    job.erase("default_pem");
+    Object(kNewAccount, 403, kRefusal);
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Registration failed"));
+    EXPECT_EQ(ambrin_data.account_check_count, 2);
+    EXPECT_EQ(ambrin_data.acmekey, FakePem("1"));
+    EXPECT_THAT(JobLog(),
+                ElementsAre("processing,registration_try,", "failed,registration_fail," + kRefusalText));
+    ExpectNothingInstalled();
+}
+
+TEST_F(FailingRun, RefusedOrderIsAnError) {
+    Object(kNewOrder, 403, kRefusal);
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Authorisations is empty"));
+    EXPECT_EQ(ambrin_data.account_check_count, 0);
+    EXPECT_EQ(ambrin_data.attempt_count, 1);
+    EXPECT_THAT(JobLog(), ElementsAre("failed,order_failed," + kRefusalText));
+    ExpectNothingInstalled();
+}
+
+TEST_F(FailingRun, OrderWithoutAuthorizationsIsAnErrorToo) {
+    Object(kNewOrder, 201, R"({"authorizations":[]})");
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Authorisations is empty"));
+    EXPECT_THAT(JobLog(), ElementsAre("processing,order_success,"));
+}
+
+TEST_F(FailingRun, RefusedAuthorizationIsAnError) {
+    Object("https://ca.test/authz/2", 403, kRefusal);
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Failed to get challenges"));
+    EXPECT_EQ(ambrin_data.challenges, "");
+    EXPECT_EQ(ambrin_data.finalize, kFinalizeUrl) << "the order stays in the record";
+    ExpectNothingInstalled();
+}
+
+TEST_F(FailingRun, StoredJobWithoutKeyHeaderCannotListItsChallenges) {
+    MakeSecondRun();
+    job["modulus"] = "";
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Failed to prepare challenges list"));
+    ExpectNothingInstalled();
+}
+
+TEST_F(FailingRun, StoredChallengesTooDeepForTheLibraryCannotBeListed) {
+    MakeSecondRun();
+    job["challenges"] = std::string(5000, '[');
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Failed to prepare challenges list"));
+    EXPECT_THAT(JobLog(), ElementsAre("processing,acme_response_error," + job["challenges"]));
+}
+
+TEST_F(FailingRun, PublicationThatFailsEndsByThePanelsErrorWithItsStartLogged) {
+    FailPanelQuery("func=ambrin_challenge&action=create&*", "io");
+    EXPECT_THROW(Run(), vek_err::Error);
+    EXPECT_EQ(JobLog().back(), "processing,challenge_start,");
+    EXPECT_THAT(EndOfProcess().at("challenges"), HasSubstr("http1"));
+}
+
+TEST_F(FailingRun, FailedChallengeIsAnErrorAfterTheCleanUp) {
+    Object("https://ca.test/http/1", 200, R"({"status":"invalid","error":{"status":403,"detail":"no"}})");
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Failed to process challenges"));
+    EXPECT_EQ(JobLog().back(), "failed,challenge_fail," + kRefusalText);
+    EXPECT_THAT(Story(), Not(Contains(HasSubstr("http/2"))));
+    EXPECT_THAT(Story(), Contains(HasSubstr("action=delete")).Times(2));
+    EXPECT_EQ(ambrin_data.attempt_count, 0);
+    EXPECT_EQ(ambrin_data.challenges, "");
+    ExpectNothingInstalled();
+}
+
+TEST_F(FailingRun, CsrThatTheToolRefusesEndsByItsError) {
+    world.AlwaysChild(kDerCommand, [](const std::string&) {
+        return vek_double::ChildAnswer{"bad request", 1};
+    });
+    try {
+        Run();
+        FAIL() << "no error";
+    } catch (const vek_err::Error& error) {
+        EXPECT_EQ(error.type(), "derencode_error");
+    }
+    ExpectNothingInstalled();
+}
+
+TEST_F(FailingRun, RefusedFinalizationIsAnError) {
+    Object(kFinalizeUrl, 403, kRefusal);
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Failed to get cert url"));
+    EXPECT_EQ(JobLog().back(), "failed,cert_order_fail," + kRefusalText);
+    EXPECT_EQ(ambrin_data.finalize, kFinalizeUrl);
+    ExpectNothingInstalled();
+}
+
+TEST_F(FailingRun, OrderThatStaysProcessingIsAnError) {
+    Object(kFinalizeUrl, 200, R"({"status":"processing"})");
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Failed to get cert url"));
+    EXPECT_THAT(world.Lines({"sleep"}), testing::SizeIs(60));
+    EXPECT_EQ(JobLog().back(), "failed,cert_order_req_attempt,");
+}
+
+TEST_F(FailingRun, RefusedDownloadIsAnError) {
+    Object(kCertificateUrl, 403, kRefusal);
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Failed to get cert"));
+    EXPECT_EQ(JobLog().back(), "failed,cert_recive_failed," + kRefusalText);
+    EXPECT_THAT(JobLog(), Not(Contains(HasSubstr("cert_recived"))));
+    ExpectNothingInstalled();
+}
+
+TEST_F(FailingRun, DownloadWithAnErrorObjectIsRefusedToo) {
+    Object(kCertificateUrl, 200, R"({"error":{"status":403,"detail":"no"}})");
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(Failures(), ElementsAre("Failed to get cert"));
+}
+
+class FailedInstallation : public FailingRun {
+protected:
+    FailedInstallation() { FailPanelQuery(kHardReplace, "badkey"); }
+};
+
+TEST_F(FailedInstallation, StopsTheJobWithThePanelsText) {
+    EXPECT_EQ(Run(), 1);
+    EXPECT_THAT(ProblemsRaised(),
+                ElementsAre("ann: ambrin_failed_user error error=the panel says no name=shop.example",
+                            "(none): ambrin_failed_admin error error=the panel says no name=shop.example"));
+    const auto log = JobLog();
+    EXPECT_THAT(std::vector(log.end() - 2, log.end()),
+                ElementsAre("success,cert_recived,", "failed,hardreplace_error,the panel says no"));
+    EXPECT_THAT(Failures(), IsEmpty());
+}
+
+TEST_F(FailedInstallation, KeepsTheOrderInTheRecord) {
+    job["force_update"] = "on";
+    Run();
+    const auto posted = EndOfProcess();
+    EXPECT_EQ(posted.at("failed"), "on");
+    EXPECT_EQ(posted.at("verified"), "off");
+    EXPECT_EQ(posted.at("force_update"), "on");
+    EXPECT_EQ(posted.at("finalize"), kFinalizeUrl);
+    EXPECT_EQ(posted.at("finalize_check"), "https://ca.test/order/1");
+}
+
+TEST_F(FailedInstallation, NotificationThatFailsTooEndsByThePanelsError) {
+    FailPanelQuery(ambrin_test::kProblem, "value");
+    EXPECT_THROW(Run(), vek_err::Error);
+    EXPECT_FALSE(ambrin_data.failed);
+    EXPECT_THAT(JobLog(), Not(Contains(HasSubstr("hardreplace_error"))));
+}
+
+TEST_F(FailingRun, SuccessNotificationThatFailsLeavesTheJobVerified) {
+    FailPanelQuery(ambrin_test::kProblem, "value");
+    EXPECT_THROW(Run(), vek_err::Error);
+    EXPECT_EQ(EndOfProcess().at("verified"), "on");
+}
+
+// --- a failure at each step of a whole run
+
+class EveryStep : public FailingRun {
+protected:
+    /// The number of outside steps of a run that nothing disturbs.
+    int StepsOfAWholeRun() {
+        Run();
+        const int steps = world.steps();
+        EXPECT_GT(steps, 30);
+        return steps;
+    }
+};
+
+class StepFailure : public FailingRun, public testing::WithParamInterface<std::pair<int, std::string>> {
+protected:
+    StepFailure() {
+        if (GetParam().second == "dns, published before") {
+            MakeSecondRun();
+            visible_records = {"_acme-challenge.shop.example.", "_acme-challenge.www.shop.example."};
+            job["check_type"] = "dns";
+        }
+        if (GetParam().second == "http, own account") UseStoredAccount();
+        job["max_account_check_attempts"] = "9";
+    }
+
+    bool HasStoredKey() const { return job.contains("acmekey"); }
+};
+
+TEST_P(StepFailure, ErrorLeavesARecordThatCanBeWrittenBack) {
+    world.FailAtStep(GetParam().first, Failure::kError);
+    bool thrown = false;
+    int status = -1;
+    try {
+        status = Run();
+    } catch (const vek_err::Error&) {
+        thrown = true;
+    }
+    EXPECT_TRUE(thrown || status == 0 || status == 1);
+    world.ForgetFailures();
+    const bool verified = ambrin_data.verified;
+    const auto posted = EndOfProcess();
+    EXPECT_EQ(posted.at("elid"), "7");
+    EXPECT_EQ(posted.at("verified"), verified ? "on" : "off");
+    EXPECT_FALSE(HasStoredKey() && GetParam().first > 1 && posted.at("acmekey").empty());
+}
+
+TEST_P(StepFailure, InterruptionLeavesTheAccountAndTheRecordWhole) {
+    world.FailAtStep(GetParam().first, Failure::kInterrupted);
+    try {
+        EXPECT_EQ(Run(), 0) << "only the last queries of a finished run have no wait after them";
+        EXPECT_TRUE(ambrin_data.verified);
+    } catch (const vek_proc::Interrupted&) {
+        EXPECT_FALSE(ambrin_data.verified);
+        EXPECT_THAT(JobLog(), Not(Contains(HasSubstr("http_query_error"))));
+        EXPECT_THAT(world.Lines({"generate key"}), IsEmpty());
+    }
+    world.ForgetFailures();
+    const std::string posted_key = EndOfProcess().at("acmekey");
+    EXPECT_TRUE(!HasStoredKey() || posted_key == job["acmekey"]);
+}
+
+std::vector<std::pair<int, std::string>> AllSteps() {
+    std::vector<std::pair<int, std::string>> steps;
+    for (int step = 1; step <= 40; ++step)
+        for (const std::string job : {"http, default account", "http, own account", "dns, published before"})
+            steps.emplace_back(step, job);
+    return steps;
+}
+
+INSTANTIATE_TEST_SUITE_P(, StepFailure, testing::ValuesIn(AllSteps()), [](const auto& step) {
+    std::string name = "Step" + std::to_string(step.param.first) + "_" + step.param.second;
+    for (char& c : name)
+        if (c == ' ' || c == ',') c = '_';
+    return name;
+});
+
+TEST_F(EveryStep, TheSweepCoversTheWholeRun) { EXPECT_LE(StepsOfAWholeRun(), 40); }
+
+}  // namespace

@@ -1,0 +1,43 @@
+#include "ambrin_log.h"
+
+#include "support/job_test.h"
+
+namespace {
+
+using ambrin_test::JobTest;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::MatchesRegex;
+
+class ProgramLog : public JobTest {};
+
+TEST_F(ProgramLog, TraceLineBeginsWithProgramAndSourceLine) {
+    const int line = __LINE__ + 1;
+    Trace("cert '%s' of %d", "shop.example", 3);
+    EXPECT_THAT(world.Lines(),
+                ElementsAre("log: 9 ambrin_bin:" + std::to_string(line) + " cert 'shop.example' of 3"));
+    EXPECT_EQ(world.calls().front().detail, "zelvek/sslcert");
+}
+
+TEST_F(ProgramLog, FailureLineStandsAlone) {
+    LogFailure("Registration failed");
+    LogFailure("'%s' cert already verified", "shop.example");
+    EXPECT_THAT(world.Lines(),
+                ElementsAre("log: 4 Registration failed", "log: 4 'shop.example' cert already verified"));
+}
+
+TEST_F(ProgramLog, NothingIsWrittenAtALevelThatIsOff) {
+    world.SetLogLevel(8);
+    Trace("cert '%s'", "shop.example");
+    EXPECT_THAT(world.Lines(), IsEmpty());
+    world.SetLogLevel(3);
+    LogFailure("Registration failed");
+    EXPECT_THAT(world.Lines(), IsEmpty());
+}
+
+TEST_F(ProgramLog, PercentSignsOfValuesStayThemselves) {
+    Trace("body '%s'", "%s%d%%");
+    EXPECT_THAT(world.Lines(), ElementsAre(MatchesRegex("log: 9 ambrin_bin:[0-9]+ body '%s%d%%'")));
+}
+
+}  // namespace

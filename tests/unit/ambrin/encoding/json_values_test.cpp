@@ -1,0 +1,56 @@
+#include "encoding/json_values.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+Json::Value Parsed(const std::string& text) { return ParseAny(text); }
+
+TEST(JsonValues, MemberOfAnythingButAnObjectIsNull) {
+    for (const char* text : {"null", "[1]", "\"text\"", "7", "7.5", "true", ""})
+        EXPECT_TRUE(MemberOf(Parsed(text), "status").isNull()) << text;
+    EXPECT_EQ(MemberOf(Parsed(R"({"status":"valid"})"), "status"), Json::Value("valid"));
+}
+
+TEST(JsonValues, ReadingInsertsNoMembers) {
+    Json::Value value = Parsed(R"({"a":1})");
+    EXPECT_TRUE(MemberOf(value, "b").isNull());
+    EXPECT_FALSE(HasMember(value, "b"));
+    EXPECT_EQ(WriteCompact(value), "{\"a\":1}\n");
+}
+
+TEST(JsonValues, OnlyObjectsHaveMembers) {
+    EXPECT_TRUE(HasMember(Parsed(R"({"error":null})"), "error"));
+    EXPECT_FALSE(HasMember(Parsed(R"(["error"])"), "error"));
+    EXPECT_FALSE(HasMember(Parsed(R"("error")"), "error"));
+}
+
+TEST(JsonValues, TextOfEveryKindOfValue) {
+    EXPECT_EQ(TextOf(Json::Value("text")), "text");
+    EXPECT_EQ(TextOf(Json::Value(7)), "7");
+    EXPECT_EQ(TextOf(Json::Value(true)), "true");
+    EXPECT_EQ(TextOf(Json::Value()), "");
+    EXPECT_EQ(TextOf(Parsed(R"(["text"])")), "");
+    EXPECT_EQ(TextOf(Parsed(R"({"a":"text"})")), "");
+}
+
+TEST(JsonValues, DeepNestingIsNullAndNoError) {
+    EXPECT_TRUE(ParseAny(std::string(100000, '[')).isNull());
+    EXPECT_TRUE(ParseAny(std::string(100000, '[') + std::string(100000, ']')).isNull());
+}
+
+TEST(JsonValues, BrokenTextsAreNoErrors) {
+    for (const std::string text :
+         {"", "not json", "{", "{\"a\"", "\"\xFF\xFE\"", "{\"a\":\"\\ud800\"}", "[1,", "\\"})
+        EXPECT_NO_THROW(ParseAny(text)) << text;
+    EXPECT_NO_THROW(ParseAny(std::string("\0{}", 3)));
+    EXPECT_NO_THROW(ParseAny("{\"a\":1e999999,\"b\":123456789012345678901234567890}"));
+}
+
+TEST(JsonValues, CompactTextIsSortedAndEndsWithOneLineFeed) {
+    EXPECT_EQ(WriteCompact(Parsed(R"({ "b" : [1, 2], "B" : null, "a" : {} })")),
+              "{\"B\":null,\"a\":{},\"b\":[1,2]}\n");
+    EXPECT_EQ(WriteCompact(Json::Value(Json::arrayValue)), "[]\n");
+}
+
+}  // namespace

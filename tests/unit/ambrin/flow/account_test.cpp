@@ -1,0 +1,320 @@
+#include "flow/account.h"
+
+#include <limits>
+
+#include "support/job_test.h"
+#include "vek/err.h"
+
+namespace {
+
+using ambrin_test::FakeHeader;
+using ambrin_test::JobTest;
+using ambrin_test::JsonAnswer;
+using ambrin_test::kDefaultKid;
+using ambrin_test::kKeyDumpCommand;
+using ambrin_test::kNewAccount;
+using ambrin_test::kStoredKid;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using vek_double::FakePem;
+
+class CheckAccountTest : public JobTest {
+protected:
+    CheckAccountTest() {
+        StoreAccount();
+        AnswerNonces();
+    }
+
+    bool CheckAnsweredBy(int status, const std::string& body) {
+        world.AnswerHttp("POST " + kStoredKid, JsonAnswer(status, body));
+        return CheckAccount(params);
+    }
+};
+
+TEST_F(CheckAccountTest, JobWithoutAccountFailsWithoutARequest) {
+    ambrin_data.kid.clear();
+    EXPECT_FALSE(CheckAccount(params));
+    ambrin_data.skip_account_check = true;
+    EXPECT_FALSE(CheckAccount(params)) << "skipping the check saves no job that has no account";
+    EXPECT_THAT(world.calls(), IsEmpty());
+}
+
+TEST_F(CheckAccountTest, SkippedCheckSucceedsWithoutARequest) {
+    ambrin_data.skip_account_check = true;
+    EXPECT_TRUE(CheckAccount(params));
+    EXPECT_THAT(world.calls(), IsEmpty());
+}
+
+TEST_F(CheckAccountTest, ValidAccountIsAskedOnceWithThePayloadAsItIs) {
+    EXPECT_TRUE(CheckAnsweredBy(200, R"({"status":"valid"})"));
+    EXPECT_THAT(Story(), ElementsAre("nonce", "POST " + kStoredKid + " null"));
+    EXPECT_EQ(params.url, kStoredKid);
+    EXPECT_TRUE(params.payload.isNull());
+    EXPECT_EQ(params.error_name, "");
+    EXPECT_THAT(JobLog(), IsEmpty());
+}
+
+TEST_F(CheckAccountTest, CallersPayloadAndErrorNameAreUsed) {
+    params.payload["a"] = 1;
+    params.error_name = "mine";
+    EXPECT_FALSE(CheckAnsweredBy(403, "{}"));
+    EXPECT_THAT(Story(), ElementsAre("nonce", "POST " + kStoredKid + " {\"a\":1}"));
+    EXPECT_TRUE(JobLog().at(0).starts_with("failed,mine,"));
+}
+
+TEST_F(CheckAccountTest, AnyOtherStatusFails) {
+    for (const std::string body : {R"({"status":"deactivated"})", R"({"status":"Valid"})",
+                                   R"({"status":"valid "})", R"({"status":["valid"]})", R"({"status":true})",
+                                   R"({})", R"(["valid"])", R"("valid")", "valid", "", R"({"contact":[]})"})
+        EXPECT_FALSE(CheckAnsweredBy(200, body)) << body;
+    EXPECT_THAT(JobLog(), IsEmpty());
+}
+
+TEST_F(CheckAccountTest, RefusalFailsUnderTheDefaultName) {
+    EXPECT_FALSE(CheckAnsweredBy(401, R"({"status":401,"detail":"unknown"})"));
+    EXPECT_THAT(JobLog(),
+                ElementsAre("failed,acme_request_error,<p><b>Return code:</b> 401</p></br><p><b>Details:</b> "
+                            "unknown</p>"));
+}
+
+TEST_F(CheckAccountTest, ErrorMemberOutweighsAValidStatus) {
+    EXPECT_FALSE(CheckAnsweredBy(200, R"({"status":"valid","error":{}})"));
+}
+
+TEST_F(CheckAccountTest, FailedExchangeFails) {
+    world.FailHttp("POST " + kStoredKid, "timed out");
+    EXPECT_FALSE(CheckAccount(params));
+    EXPECT_THAT(JobLog(), ElementsAre("failed,http_query_error,timed out<br>url: " + kStoredKid));
+}
+
+TEST_F(CheckAccountTest, UnreadableKeyTravelsToTheCaller) {
+    ambrin_data.acmekey = "no key";
+    EXPECT_THROW(CheckAccount(params), vek_err::Error);
+}
+
+class CheckDefaultAccountTest : public CheckAccountTest {
+protected:
+    CheckDefaultAccountTest() {
+        ambrin_data.default_kid = kDefaultKid;
+        ambrin_data.default_pem = FakePem("default");
+        AnswerKeyDumps();
+    }
+
+    void ExpectStoredAccount() {
+        EXPECT_EQ(ambrin_data.kid, kStoredKid);
+        EXPECT_EQ(ambrin_data.acmekey, FakePem("stored"));
+        EXPECT_EQ(ambrin_data.modulus, FakeHeader(FakePem("stored")));
+    }
+
+    void ExpectDefaultAccount() {
+        EXPECT_EQ(ambrin_data.kid, kDefaultKid);
+        EXPECT_EQ(ambrin_data.acmekey, FakePem("default"));
+        EXPECT_EQ(ambrin_data.modulus, FakeHeader(FakePem("default")));
+    }
+};
+
+TEST_F(CheckDefaultAccountTest, PanelWithoutDefaultKeyChangesNothing) {
+    ambrin_data.default_pem.clear();
+    EXPECT_FALSE(CheckDefaultAccount(params));
+    ExpectStoredAccount();
+    EXPECT_THAT(world.calls(), IsEmpty());
+}
+
+TEST_F(CheckDefaultAccountTest, DefaultAccountThatHasJustFailedIsNotAskedAgain) {
+    ambrin_data.default_kid = kStoredKid;
+    EXPECT_FALSE(CheckDefaultAccount(params));
+    ExpectStoredAccount();
+    EXPECT_THAT(world.calls(), IsEmpty());
+}
+
+TEST_F(CheckDefaultAccountTest, ValidDefaultAccountReplacesTheStoredOne) {
+    world.AnswerHttp("POST " + kDefaultKid, JsonAnswer(200, R"({"status":"valid"})"));
+    EXPECT_TRUE(CheckDefaultAccount(params));
+    ExpectDefaultAccount();
+    EXPECT_THAT(Story(), ElementsAre("child " + kKeyDumpCommand, "nonce", "POST " + kDefaultKid + " null"));
+    EXPECT_EQ(Requests().at(0).signature,
+              vek_double::FakeSignature(FakePem("default"), Requests().at(0).signing_input));
+}
+
+TEST_F(CheckDefaultAccountTest, DefaultAccountStaysWhenItsCheckFails) {
+    world.AnswerHttp("POST " + kDefaultKid, JsonAnswer(403, "{}"));
+    EXPECT_FALSE(CheckDefaultAccount(params));
+    ExpectDefaultAccount();
+}
+
+TEST_F(CheckDefaultAccountTest, SkippedCheckTakesTheDefaultAccountWithoutARequest) {
+    ambrin_data.kid.clear();
+    ambrin_data.skip_account_check = true;
+    EXPECT_TRUE(CheckDefaultAccount(params));
+    ExpectDefaultAccount();
+    EXPECT_THAT(Story(), ElementsAre("child " + kKeyDumpCommand));
+}
+
+TEST_F(CheckDefaultAccountTest, DefaultKeyWithoutKeyIdEmptiesTheJobsOwn) {
+    ambrin_data.default_kid.clear();
+    EXPECT_FALSE(CheckDefaultAccount(params));
+    EXPECT_EQ(ambrin_data.kid, "");
+    EXPECT_EQ(ambrin_data.acmekey, FakePem("default"));
+    EXPECT_THAT(Story(), ElementsAre("child " + kKeyDumpCommand));
+}
+
+TEST_F(CheckDefaultAccountTest, JobWithoutAccountAndDefaultWithoutKeyIdAreTheSame) {
+    ambrin_data.kid.clear();
+    ambrin_data.default_kid.clear();
+    EXPECT_FALSE(CheckDefaultAccount(params));
+    EXPECT_EQ(ambrin_data.acmekey, FakePem("stored"));
+    EXPECT_THAT(world.calls(), IsEmpty());
+}
+
+TEST_F(CheckDefaultAccountTest, UnreadableDefaultKeyTravelsToTheCaller) {
+    world.AlwaysChild(kKeyDumpCommand, [](const std::string&) { return vek_double::ChildAnswer{"", 1}; });
+    EXPECT_THROW(CheckDefaultAccount(params), vek_err::Error);
+    EXPECT_EQ(ambrin_data.kid, kDefaultKid);
+}
+
+class RetryOfAccountCheck : public CheckAccountTest {};
+
+TEST_F(RetryOfAccountCheck, JobWithoutCompleteAccountHasNothingToRetry) {
+    ambrin_data.max_account_check_attempts = 5;
+    ambrin_data.kid.clear();
+    EXPECT_FALSE(NeedRetryAccountCheck());
+    ambrin_data.kid = kStoredKid;
+    ambrin_data.acmekey.clear();
+    EXPECT_FALSE(NeedRetryAccountCheck());
+    EXPECT_EQ(ambrin_data.account_check_count, 0);
+}
+
+TEST_F(RetryOfAccountCheck, LimitOfThreeGivesThreeRetries) {
+    ambrin_data.max_account_check_attempts = 3;
+    EXPECT_TRUE(NeedRetryAccountCheck());
+    EXPECT_TRUE(NeedRetryAccountCheck());
+    EXPECT_TRUE(NeedRetryAccountCheck());
+    EXPECT_EQ(ambrin_data.account_check_count, 3);
+    EXPECT_FALSE(NeedRetryAccountCheck());
+    EXPECT_EQ(ambrin_data.account_check_count, 4);
+    EXPECT_THAT(world.calls(), IsEmpty());
+}
+
+TEST_F(RetryOfAccountCheck, LimitOfZeroOrLessGivesNone) {
+    EXPECT_FALSE(NeedRetryAccountCheck());
+    EXPECT_EQ(ambrin_data.account_check_count, 1);
+    ambrin_data.max_account_check_attempts = -1;
+    ambrin_data.account_check_count = -3;
+    EXPECT_TRUE(NeedRetryAccountCheck()) << "the comparison is signed";
+}
+
+TEST_F(RetryOfAccountCheck, CountAtItsLimitDoesNotOverflow) {
+    ambrin_data.account_check_count = std::numeric_limits<std::int32_t>::max();
+    NeedRetryAccountCheck();
+    EXPECT_GT(ambrin_data.account_check_count, 0);
+}
+
+class RegistrationTest : public JobTest {
+protected:
+    RegistrationTest() {
+        StoreAccount();
+        AnswerNonces();
+        AnswerKeyDumps();
+    }
+
+    bool RegisterAnsweredBy(int status, const std::string& head,
+                            const std::string& body = R"({"status":"valid"})") {
+        world.AnswerHttp("POST " + kNewAccount, JsonAnswer(status, body, head));
+        return Registration(params);
+    }
+
+    void ExpectNewKey() {
+        EXPECT_EQ(ambrin_data.acmekey, FakePem("1"));
+        EXPECT_EQ(ambrin_data.modulus, FakeHeader(FakePem("1")));
+    }
+};
+
+const std::string kLocation = "Location: https://ca.test/account/new\r\n";
+
+TEST_F(RegistrationTest, CreatedAccountIsKeptAndBecomesTheDefault) {
+    EXPECT_TRUE(RegisterAnsweredBy(201, kLocation));
+    EXPECT_EQ(ambrin_data.kid, "https://ca.test/account/new");
+    ExpectNewKey();
+    EXPECT_TRUE(ambrin_data.update_default_account);
+    EXPECT_THAT(JobLog(), ElementsAre("processing,registration_try,", "processing,registration_success,"));
+    EXPECT_EQ(params.error_name, "registration_fail");
+    EXPECT_EQ(params.url, "newAccount");
+}
+
+TEST_F(RegistrationTest, RequestIsSignedByTheNewKeyItself) {
+    RegisterAnsweredBy(201, kLocation);
+    EXPECT_THAT(Story(), ElementsAre("child " + kKeyDumpCommand, "nonce",
+                                     "POST " + kNewAccount + " {\"termsOfServiceAgreed\":true}"));
+    const auto request = Requests().at(0);
+    EXPECT_FALSE(request.header.isMember("kid"));
+    EXPECT_TRUE(request.header.isMember("jwk"));
+    EXPECT_EQ(request.signature, vek_double::FakeSignature(FakePem("1"), request.signing_input));
+}
+
+TEST_F(RegistrationTest, TracesTheNewAccount) {
+    RegisterAnsweredBy(201, kLocation);
+    EXPECT_EQ(Traces().front(), "Ambrin registration");
+    EXPECT_EQ(Traces().back(), "registration kid 'https://ca.test/account/new'");
+}
+
+TEST_F(RegistrationTest, AccountThatTheAuthorityKnewIsTakenLikewise) {
+    EXPECT_TRUE(RegisterAnsweredBy(200, kLocation));
+    EXPECT_EQ(ambrin_data.kid, "https://ca.test/account/new");
+    EXPECT_TRUE(ambrin_data.update_default_account);
+    EXPECT_THAT(JobLog(), ElementsAre("processing,registration_try,", "processing,registration_exist,"));
+}
+
+TEST_F(RegistrationTest, OnlyTheStatusDecides) {
+    EXPECT_TRUE(RegisterAnsweredBy(201, kLocation, R"({"error":{"status":403,"detail":"x"}})"));
+    EXPECT_EQ(ambrin_data.kid, "https://ca.test/account/new");
+    EXPECT_THAT(
+        JobLog(),
+        ElementsAre("processing,registration_try,",
+                    "failed,registration_fail,<p><b>Return code:</b> 403</p></br><p><b>Details:</b> x</p>",
+                    "processing,registration_success,"));
+}
+
+TEST_F(RegistrationTest, OtherGoodStatusesFailSilently) {
+    for (const int status : {202, 204, 301}) {
+        ambrin_data.log.clear();
+        EXPECT_FALSE(RegisterAnsweredBy(status, kLocation));
+        EXPECT_EQ(ambrin_data.kid, "");
+        EXPECT_THAT(JobLog(), ElementsAre("processing,registration_try,")) << status;
+        EXPECT_FALSE(ambrin_data.update_default_account);
+    }
+    EXPECT_EQ(ambrin_data.acmekey, FakePem("3")) << "the newest key stays";
+}
+
+TEST_F(RegistrationTest, RefusalKeepsTheNewKeyWithoutAKeyId) {
+    EXPECT_FALSE(RegisterAnsweredBy(403, kLocation, R"({"status":403,"detail":"no"})"));
+    EXPECT_EQ(ambrin_data.kid, "");
+    ExpectNewKey();
+    EXPECT_FALSE(ambrin_data.update_default_account);
+    EXPECT_THAT(
+        JobLog(),
+        ElementsAre("processing,registration_try,",
+                    "failed,registration_fail,<p><b>Return code:</b> 403</p></br><p><b>Details:</b> no</p>"));
+}
+
+TEST_F(RegistrationTest, FailedExchangeFails) {
+    world.FailHttp("POST " + kNewAccount, "timed out");
+    EXPECT_FALSE(Registration(params));
+    EXPECT_THAT(JobLog(), ElementsAre("processing,registration_try,",
+                                      "failed,http_query_error,timed out<br>url: " + kNewAccount));
+}
+
+TEST_F(RegistrationTest, AnswerWithoutLocationIsASuccessWithoutKeyId) {
+    EXPECT_TRUE(RegisterAnsweredBy(201, ""));
+    EXPECT_EQ(ambrin_data.kid, "");
+    EXPECT_TRUE(ambrin_data.update_default_account);
+}
+
+TEST_F(RegistrationTest, KeyThatCannotBeMadeTravelsToTheCaller) {
+    world.FailAt("generate key", 1, vek_double::Failure::kError);
+    EXPECT_THROW(Registration(params), vek_err::Error);
+    EXPECT_EQ(ambrin_data.acmekey, FakePem("stored"));
+    EXPECT_EQ(ambrin_data.kid, "");
+    EXPECT_THAT(Story(), IsEmpty());
+}
+
+}  // namespace
