@@ -1,0 +1,130 @@
+// Real log files.
+#include "vek/log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "integration/vek/server.h"
+#include "vek/date.h"
+
+namespace {
+
+class LogFile : public testing::Test {
+protected:
+    std::string Text() const {
+        std::ostringstream text;
+        text << std::ifstream(path).rdbuf();
+        return text.str();
+    }
+
+    vek_test::TempFolder folder;
+    vek_test::Variable directory{"VEK_LOG_DIR", folder.path()};
+    std::string path = folder.file("ambrin.log");
+    vek_log::Module module{"zelvek", "sslcert"};
+};
+
+TEST_F(LogFile, HasLinesWithTimeProcessLevelAndModule) {
+    const vek_date::DateTime before;
+    vek_log::Init("ambrin", 9);
+    module.Write(vek_log::kFailure, "%s failed", "it");
+    const std::string text = Text();
+    std::smatch parts;
+    ASSERT_TRUE(std::regex_match(
+        text, parts, std::regex("([0-9: -]{19}) \\[([0-9]+)\\] WARNING zelvek.sslcert it failed\n")))
+        << text;
+    EXPECT_GE(vek_date::DateTime(parts[1]), before);
+    EXPECT_LE(vek_date::DateTime(parts[1]), vek_date::DateTime());
+    EXPECT_EQ(parts[2], std::to_string(getpid()));
+}
+
+TEST_F(LogFile, NamesItsLevels) {
+    vek_log::Init("ambrin", 9);
+    for (const int level : {3, 4, 8, 9}) module.Write(level, "%d", level);
+    const std::string text = Text();
+    for (const char* part : {" ERROR zelvek.sslcert 3\n", " WARNING zelvek.sslcert 4\n",
+                             " FUNCTION zelvek.sslcert 8\n", " TRACE zelvek.sslcert 9\n"}) {
+        EXPECT_THAT(text, testing::HasSubstr(part));
+    }
+}
+
+TEST_F(LogFile, HoldsNothingAtLevelZero) {
+    vek_log::Init("ambrin", 0);
+    EXPECT_FALSE(module.Check(vek_log::kUse));
+    EXPECT_FALSE(module.Check(0));
+    module.Write(vek_log::kUse, "text");
+    EXPECT_EQ(Text(), "");
+}
+
+TEST_F(LogFile, IsAppendedTo) {
+    std::ofstream(path) << "earlier\n";
+    vek_log::Init("ambrin", 9);
+    module.Write(9, "one");
+    vek_log::Init("ambrin", 9);
+    module.Write(9, "two");
+    EXPECT_THAT(Text(), testing::MatchesRegex("earlier\n.* one\n.* two\n"));
+}
+
+TEST_F(LogFile, KeepsTextsAsTheyAre) {
+    vek_log::Init("ambrin", 9);
+    const std::string text("a\n  b\r\n\0%s \xff", 13);
+    module.Write(9, "%s", text);
+    EXPECT_THAT(Text(), testing::EndsWith(" TRACE zelvek.sslcert " + text + "\n"));
+}
+
+TEST_F(LogFile, CannotBeReadByEverybody) {
+    const auto mask = umask(0);
+    vek_log::Init("ambrin", 9);
+    umask(mask);
+    struct stat status {};
+    ASSERT_EQ(stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0640U);
+}
+
+TEST_F(LogFile, DoesNotMixTheLinesOfProcesses) {
+    constexpr int kProcesses = 4;
+    constexpr int kLines = 200;
+    vek_log::Init("ambrin", 9);
+    for (int i = 0; i < kProcesses; ++i) {
+        if (fork() != 0) continue;
+        const std::string text(3000, static_cast<char>('a' + i));
+        for (int line = 0; line < kLines; ++line) module.Write(9, "%s", text);
+        _exit(0);
+    }
+    for (int i = 0; i < kProcesses; ++i) wait(nullptr);
+    std::istringstream lines(Text());
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        const std::string text = line.substr(line.rfind(' ') + 1);
+        ASSERT_EQ(text, std::string(3000, text[0]));
+    }
+    EXPECT_EQ(count, kProcesses * kLines);
+}
+
+TEST_F(LogFile, ThatCannotBeOpenedCostsOneLine) {
+    const vek_test::Variable missing("VEK_LOG_DIR", folder.file("missing"));
+    testing::internal::CaptureStderr();
+    vek_log::Init("ambrin", 9);
+    module.Write(9, "text");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "log: " + folder.file("missing") + "/ambrin.log: No such file or directory\n");
+    EXPECT_FALSE(module.Check(9));
+}
+
+TEST_F(LogFile, OnAFullDiskCostsOneLine) {
+    std::filesystem::create_symlink("/dev/full", path);
+    vek_log::Init("ambrin", 9);
+    testing::internal::CaptureStderr();
+    module.Write(9, "one");
+    module.Write(9, "two");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "log: cannot write: No space left on device\n");
+}
+
+}  // namespace
