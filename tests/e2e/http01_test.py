@@ -38,7 +38,7 @@ class Http01(WorldTest):
         self.assertEqual([event for _, event in self.world.events(job)], [
             "registration_try", "registration_success", "order_success", "authorization_try", "authorization_success",
             "challenge_start", "challenge_created", "challenge_success", "cert_order_success", "cert_recived"])
-        self.assertCountEqual(self.world.problems(), [("ambrin_success", ""), ("ambrin_success", "anna")])
+        self.assertCountEqual(self.world.problems(), [("ambrin_success", "root"), ("ambrin_success", "anna")])
         self.assertTrue(self.world.account_keys())
 
     def test_second_job_uses_the_account_that_the_first_registered(self):
@@ -96,7 +96,7 @@ class Http01(WorldTest):
 
     def test_failing_reload_command_stops_the_job_and_tells_everybody(self):
         self.world.stop_service()
-        self.world.start_service("--reload-command", "echo the web server is ill; exit 3")
+        self.world.start_service(reload_command="echo the web server is ill; exit 3")
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", *EC)
         self.assertEqual(self.world.run_job(job), FAILURE)
@@ -104,7 +104,7 @@ class Http01(WorldTest):
         self.assertIn(("failed", "hardreplace_error"), self.world.events(job))
         self.assertIn("the web server is ill", self.world.event_detail(job, "hardreplace_error"))
         self.assertTrue(self.world.job(job)["failed"])
-        self.assertCountEqual(self.world.problems(), [("ambrin_failed_admin", ""), ("ambrin_failed_user", "anna")])
+        self.assertCountEqual(self.world.problems(), [("ambrin_failed_admin", "root"), ("ambrin_failed_user", "anna")])
 
     def test_job_older_than_a_day_is_stopped_for_good(self):
         self.world.add_domain("shop.example")
@@ -114,7 +114,7 @@ class Http01(WorldTest):
 
         self.assertEqual(self.world.events(job), [("failed", "timeout_error")])
         self.assertTrue(self.world.job(job)["failed"])
-        self.assertCountEqual(self.world.problems(), [("ambrin_failed_admin", ""), ("ambrin_failed_user", "anna")])
+        self.assertCountEqual(self.world.problems(), [("ambrin_failed_admin", "root"), ("ambrin_failed_user", "anna")])
         self.assertEqual(self.world.front.server.seen, [])
 
     def test_scheduler_carries_new_jobs_to_their_certificates(self):

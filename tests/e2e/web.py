@@ -6,6 +6,8 @@ import subprocess
 from ca import self_signed
 from process import Background, accepts, wait_until
 
+CERTIFICATE = re.compile("-----BEGIN CERTIFICATE-----.*?-----END CERTIFICATE-----\n", re.S)
+
 CONFIG = """
 user root;
 worker_processes 1;
@@ -70,17 +72,13 @@ class WebServer:
         return subprocess.run(["openssl", "s_client", "-connect", f"{self._address}:443", "-servername", name, *options],
                               stdin=subprocess.DEVNULL, capture_output=True, text=True, check=False).stdout
 
-    def certificate(self, name):
-        """The certificate, PEM, that a TLS client is shown for a name."""
-        return re.search("-----BEGIN CERTIFICATE-----.*?-----END CERTIFICATE-----\n", self.handshake(name), re.S)[0]
-
     def wait_trusted(self, name, root):
-        """Waits until a TLS client that trusts `root` (a file) alone accepts the certificate shown for this name.
+        """The certificate, PEM, that a TLS client which trusts `root` (a file) alone is shown for this name, and accepts.
 
-        A reload is answered before the new workers accept connections, so the first look may still show the old one.
+        A reload is answered before the old workers are gone, so the first looks may still show the old one.
         """
         def trusted():
-            return "Verification: OK" in self.handshake(name, "-CAfile", root, "-verify_hostname", name)
+            shown = self.handshake(name, "-CAfile", root, "-verify_hostname", name)
+            return shown if "Verification: OK" in shown else None
 
-        wait_until(trusted, f"{name} shows a trusted certificate of its own")
-        return self.certificate(name)
+        return CERTIFICATE.search(wait_until(trusted, f"{name} shows a trusted certificate of its own"))[0]

@@ -1,4 +1,5 @@
 """One test's world: the service with the shipped plug-in, and around it whatever parts the test asks for."""
+import base64
 import contextlib
 import json
 import os
@@ -10,7 +11,7 @@ from datetime import datetime, timedelta, timezone
 
 import sandbox
 from authority import Authority
-from ca import CertificateAuthority, read
+from ca import CertificateAuthority, openssl, read
 from nameserver import NameServer
 from pebble import Front, Pebble
 from process import LONG, Background, NeverHappened, running, wait_until
@@ -71,12 +72,12 @@ class World:
         self.authority = Authority(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca)
         self._stopping.callback(self.authority.stop)
 
-    def start_service(self, *options, scheduler="off"):
+    def start_service(self, *options, scheduler="off", reload_command=None):
         """Without its scheduler, jobs run when the test says so."""
         command = [self.binary("zelvek"), "serve", "--database", self.database, "--answers-dir", self.answers,
                    "--certs-dir", self.certificates, "--scheduler", scheduler]
-        if self.web:
-            command += ["--reload-command", self.web.reload_command]
+        if reload_command or self.web:
+            command += ["--reload-command", reload_command or self.web.reload_command]
         if self.dns:
             command += ["--dns-server", "127.0.0.1", "--dns-port", "53", "--dns-key-file", self.dns.key_file]
             command += [part for zone in self.dns.zones for part in ("--dns-zone", zone)]
@@ -152,7 +153,7 @@ class World:
     def plugin(self):
         """The process of the run that is under way."""
         def only():
-            return running(self.binary("ambrin"), sandbox.descendants(self.service.pid))
+            return running(self.binary("ambrin"), sandbox.descendants(os.getpid()))
 
         return wait_until(only, "the plug-in runs")[0]
 
@@ -177,10 +178,10 @@ class World:
         keys = self.account_keys() if os.path.exists(self.database) else set()
         for folder, _, files in os.walk(self.certificates):
             keys |= {key for name in files if name == "privkey.pem" for key in PRIVATE_KEY.findall(read(os.path.join(folder, name)))}
-        lines = {"PRIVATE KEY"} | {line for key in keys for line in key.splitlines()[1:-1]}
+        lines = {"PRIVATE KEY"} | {line for key in keys for line in secret_lines(key)}
         lines |= {self.dns.secret} if self.dns else set()
         logs = {name: read(os.path.join(self.logs, name)) for name in os.listdir(self.logs)}
-        return [name for name, text in logs.items() for line in lines if line in text]
+        return sorted({f"{name} (…{line[-8:]})" for name, text in logs.items() for line in lines if line in text})
 
     def describe(self):
         """The ends of the logs, for the report on a failed test."""
@@ -204,8 +205,14 @@ class World:
             complaints += part.server.faults if part else []
         self._stopping.close()
         if leaks := self.leaked_secrets():
-            complaints.append(f"secrets in the logs {sorted(set(leaks))}")
+            complaints.append(f"secrets in the logs {leaks}")
         if left := sandbox.others():
             complaints.append(f"processes left: {left}")
         if complaints:
             raise AssertionError("\n".join(complaints))
+
+
+def secret_lines(key):
+    """The lines of a private key's PEM that do not hold its public half alone: that may be read everywhere."""
+    public = openssl("pkey", "-pubout", "-outform", "DER", data=key.encode())
+    return [line for line in key.splitlines()[1:-1] if base64.b64decode(line) not in public]
