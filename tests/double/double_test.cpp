@@ -200,4 +200,15 @@ TEST(Double, LinesAboveTheLevelAreNotWritten) {
     EXPECT_THAT(world.Lines({"log"}), ElementsAre("log: 4 shown"));
 }
 
+TEST(Double, LogIsOpenUntilItIsClosed) {
+    World world;
+    EXPECT_TRUE(logger.Check(9));
+    world.CloseLog();
+    EXPECT_FALSE(logger.Check(3));
+    vek_log::Init("name", 4);
+    EXPECT_TRUE(logger.Check(4));
+    EXPECT_FALSE(logger.Check(8));
+    EXPECT_THAT(world.Lines(), ElementsAre("open log: name 4"));
+}
+
 }  // namespace

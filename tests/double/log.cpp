@@ -6,6 +6,7 @@ namespace vek_log {
 
 void Init(const std::string& name, int level) {
     vek_double::Note("open log", name + " " + std::to_string(level));
+    if (vek_double::World::State* world = vek_double::Current()) world->opened_log_level = level;
 }
 
 Module::Module(std::string component, std::string name)
@@ -13,7 +14,7 @@ Module::Module(std::string component, std::string name)
 
 bool Module::Check(int level) const {
     const vek_double::World::State* world = vek_double::Current();
-    return world && level <= world->log_level;
+    return world && level <= world->log_level && level <= world->opened_log_level;
 }
 
 void Module::WriteText(int level, const std::string& text) const {

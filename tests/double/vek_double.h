@@ -101,8 +101,11 @@ public:
     int steps() const;
     void AllowUnaskedAnswers();
 
-    /// Lines above this level are not written; 9 at first. 0 is the state before vek_log::Init.
+    /// Lines above this level are not written, whatever vek_log::Init says; 9 at first. The log counts as
+    /// open from the start, so that the parts of a program can be tested without its entry point, unless it
+    /// is closed.
     void SetLogLevel(int level);
+    void CloseLog();
 
     struct State;
     State& state() { return *state_; }

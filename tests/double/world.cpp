@@ -102,6 +102,7 @@ void World::ForgetFailures() { state_->injected.clear(); }
 int World::steps() const { return state_->steps; }
 void World::AllowUnaskedAnswers() { state_->unasked_allowed = true; }
 void World::SetLogLevel(int level) { state_->log_level = level; }
+void World::CloseLog() { state_->opened_log_level = 0; }
 
 std::string Head(std::initializer_list<std::pair<std::string, std::string>> lines) {
     std::string head;
