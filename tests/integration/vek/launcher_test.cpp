@@ -1,0 +1,312 @@
+// The launcher, and how a run ends: a real plug-in as a process of its own.
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <sstream>
+
+#include "integration/vek/certificate.h"
+#include "integration/vek/server.h"
+#include "vek/str.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using vek_test::Connection;
+using vek_test::Server;
+
+constexpr seconds kSoon{60};  // for what takes no time on an idle machine
+
+std::string TextOf(const std::string& path) {
+    std::ostringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
+}
+
+template <class Condition>
+bool Comes(Condition condition) {
+    const auto end = steady_clock::now() + kSoon;
+    while (!condition()) {
+        if (steady_clock::now() >= end) return false;
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    return true;
+}
+
+class Plugin : public testing::Test {
+protected:
+    void StartService() {
+        service = std::make_unique<vek_test::Service>(folder.path(), "zelvek",
+                                                      [](const std::string&) { return "<doc/>"; });
+    }
+
+    // Starts the plug-in; `prepare` runs in the new process.
+    void Start(
+        const std::string& what, const std::string& value = "", void (*prepare)() = [] {}) {
+        pid = fork();
+        if (pid != 0) return;
+        if (freopen(out.c_str(), "w", stdout) == nullptr || freopen(err.c_str(), "w", stderr) == nullptr)
+            _exit(99);
+        prepare();
+        execl(VEK_TEST_PLUGIN, "vek_test_plugin", what.c_str(), value.c_str(), nullptr);
+        _exit(99);
+    }
+
+    bool IsReady() const {
+        return Comes([this] { return TextOf(out) == "ready\n"; });
+    }
+
+    // Its exit status; 1000 and more for the signal that ended it.
+    int End() {
+        int status = 0;
+        const bool ended = Comes([&] { return waitpid(pid, &status, WNOHANG) == pid; });
+        if (!ended) {
+            ADD_FAILURE() << "the plug-in does not end";
+            kill(pid, SIGKILL);
+            waitpid(pid, &status, 0);
+        }
+        return WIFSIGNALED(status) ? 1000 + WTERMSIG(status) : WEXITSTATUS(status);
+    }
+
+    // Its exit status after this signal, which it gets when it is in the middle of its wait.
+    int EndBy(int number) {
+        std::this_thread::sleep_for(milliseconds(300));
+        EXPECT_EQ(kill(pid, 0), 0);
+        EXPECT_EQ(kill(pid, number), 0);
+        return End();
+    }
+
+    std::vector<std::string> Queries() const {
+        std::vector<std::string> queries;
+        for (const auto& request : service->requests()) queries.push_back(request.body);
+        return queries;
+    }
+
+    std::string Log() const { return TextOf(folder.file("plugin.log")); }
+
+    vek_test::TempFolder folder;
+    vek_test::Variable run_dir{"VEK_RUN_DIR", folder.path()};
+    vek_test::Variable log_dir{"VEK_LOG_DIR", folder.path()};
+    std::string out = folder.file("out");
+    std::string err = folder.file("err");
+    std::unique_ptr<vek_test::Service> service;
+    pid_t pid = 0;
+};
+
+using Launcher = Plugin;
+using Interruption = Plugin;
+
+constexpr char kWrittenBack[] = "func=write_back&detail=";
+
+TEST_F(Launcher, GivesThePluginsStatus) {
+    StartService();
+    for (const int status : {0, 1, 77}) {
+        Start("return", std::to_string(status));
+        EXPECT_EQ(End(), status);
+    }
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack, kWrittenBack, kWrittenBack));
+    EXPECT_EQ(TextOf(err), "");
+    EXPECT_THAT(Log(), HasSubstr("TRACE plugin.record written back\n"));
+}
+
+TEST_F(Launcher, ReportsAnExceptionAndDestroysStaticObjects) {
+    StartService();
+    Start("exception", "the reason");
+    EXPECT_EQ(End(), 2);
+    EXPECT_EQ(TextOf(err), "vek_test_plugin: the reason\n");
+    EXPECT_THAT(Log(), HasSubstr(" ERROR vek.launcher the reason\n"));
+    EXPECT_THAT(Log(), testing::EndsWith("written back\n"));
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
+}
+
+TEST_F(Launcher, ReportsAnExceptionOfAnUnknownType) {
+    StartService();
+    Start("odd");
+    EXPECT_EQ(End(), 2);
+    EXPECT_EQ(TextOf(err), "vek_test_plugin: an exception of an unknown type\n");
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
+}
+
+TEST_F(Launcher, EndsByAbortWhereTheRecordCannotBeWrittenBack) {
+    Start("return", "0");
+    EXPECT_EQ(End(), 1000 + SIGABRT);
+    const std::string reason =
+        "client: connect: " + folder.file("zelvek.sock") + ": No such file or directory\n";
+    EXPECT_EQ(TextOf(err), "vek_test_plugin: " + reason);
+    EXPECT_THAT(Log(), HasSubstr(" ERROR vek.launcher " + reason));
+}
+
+TEST_F(Launcher, WaitsForAServiceThatRestartsAtTheWriteBack) {
+    Start("return", "0");
+    EXPECT_TRUE(IsReady());
+    std::this_thread::sleep_for(milliseconds(500));
+    StartService();
+    EXPECT_EQ(End(), 0);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
+}
+
+TEST_F(Launcher, KeepsEverythingUsableForStaticObjects) {
+    StartService();
+    const vek_test::Authority authority("Root");
+    std::ofstream(folder.file("roots.pem")) << authority.Pem();
+    const vek_test::Variable roots("VEK_CA_FILE", folder.file("roots.pem"));
+    const auto context = authority.MakeContext({});
+    const auto serve = [](Connection& connection) {
+        connection.ReadRequest();
+        connection.Write(vek_test::Answer(200, "", "late"));
+    };
+    const Server server(serve, context.get());
+    Start("get", server.url());
+    EXPECT_EQ(End(), 0);
+    Start("late", server.url());
+    EXPECT_EQ(End(), 0);
+    EXPECT_EQ(TextOf(err), "");
+    EXPECT_THAT(Queries(),
+                ElementsAre(kWrittenBack + std::string("late"), kWrittenBack + std::string("late256")));
+}
+
+TEST_F(Launcher, IgnoresSigpipe) {
+    StartService();
+    Start("sigpipe");
+    EXPECT_EQ(End(), 0);
+}
+
+TEST_F(Launcher, OpensStandardDescriptorsThatAreClosed) {
+    StartService();
+    Start("descriptors", "", [] {
+        for (const int fd : {0, 1, 2}) close(fd);
+    });
+    EXPECT_EQ(End(), 0);
+    Start("child", "echo output", [] {
+        for (const int fd : {0, 1, 2}) close(fd);
+    });
+    EXPECT_EQ(End(), 0);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack + std::string("open%20open%20open%20"),
+                                       kWrittenBack + std::string("output%0A")));
+}
+
+TEST_F(Launcher, MindsNoSignalsThatWhoeverStartedItIgnoredOrBlocked) {
+    StartService();
+    Start("child", "exit 0", [] { signal(SIGCHLD, SIG_IGN); });
+    EXPECT_EQ(End(), 0);
+    Start("sleep", "", [] {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_BLOCK, &all, nullptr);
+        signal(SIGTERM, SIG_IGN);
+    });
+    EXPECT_TRUE(IsReady());
+    EXPECT_EQ(EndBy(SIGTERM), 128 + SIGTERM);
+}
+
+TEST_F(Interruption, EndsASleepOfAnyLength) {
+    StartService();
+    Start("sleep");
+    ASSERT_TRUE(IsReady());
+    EXPECT_EQ(EndBy(SIGTERM), 128 + SIGTERM);
+    EXPECT_EQ(TextOf(err), "vek_test_plugin: ended by Terminated\n");
+    EXPECT_THAT(Log(), HasSubstr("ended by Terminated\n"));
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
+}
+
+TEST_F(Interruption, ComesFromTheKeyboardToo) {
+    StartService();
+    Start("sleep");
+    ASSERT_TRUE(IsReady());
+    EXPECT_EQ(EndBy(SIGINT), 128 + SIGINT);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
+}
+
+TEST_F(Interruption, EndsAChildWithEverythingItStarted) {
+    StartService();
+    const std::string pids = folder.file("pids");
+    Start("child", "sleep 600 & echo $$ $! >" + pids + "; wait");
+    ASSERT_TRUE(Comes([&] { return TextOf(pids).ends_with("\n"); }));
+    EXPECT_EQ(EndBy(SIGTERM), 128 + SIGTERM);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
+    for (const auto& child : str::Split(TextOf(pids), " ")) {
+        EXPECT_TRUE(Comes([&] {
+            const std::string stat = TextOf("/proc/" + child + "/stat");
+            return stat.empty() || stat.find(") Z") != std::string::npos;
+        })) << child;
+    }
+}
+
+TEST_F(Interruption, EndsAnExchange) {
+    StartService();
+    const Server silent([](Connection& connection) { connection.AwaitEnd(); });
+    Start("get", silent.url());
+    ASSERT_TRUE(Comes([&] { return silent.connections() == 1; }));
+    EXPECT_EQ(EndBy(SIGTERM), 128 + SIGTERM);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
+}
+
+TEST_F(Interruption, EndsAHandshake) {
+    StartService();
+    const Server silent([](Connection& connection) { connection.AwaitEnd(); });
+    Start("get", "https://127.0.0.1:" + std::to_string(silent.port()) + "/");
+    ASSERT_TRUE(Comes([&] { return silent.connections() == 1; }));
+    EXPECT_EQ(EndBy(SIGTERM), 128 + SIGTERM);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
+}
+
+// A listener whose queue is full leaves further connections without an answer.
+TEST_F(Interruption, EndsAConnectionThatIsBeingMade) {
+    StartService();
+    const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    auto* generic = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(bind(listener, generic, size), 0);
+    ASSERT_EQ(listen(listener, 0), 0);
+    ASSERT_EQ(getsockname(listener, generic, &size), 0);
+    std::vector<int> callers;
+    for (int i = 0; i < 4; ++i) {
+        callers.push_back(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        connect(callers.back(), generic, size);
+    }
+    Start("get", "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/");
+    ASSERT_TRUE(IsReady());
+    EXPECT_EQ(EndBy(SIGTERM), 128 + SIGTERM);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
+    for (const int fd : callers) close(fd);
+    close(listener);
+}
+
+TEST_F(Interruption, HoldsForEveryLaterWaitButForNoQuery) {
+    StartService();
+    Start("again");
+    ASSERT_TRUE(IsReady());
+    EXPECT_EQ(EndBy(SIGTERM), 0);
+    EXPECT_THAT(Queries(), ElementsAre("func=after", kWrittenBack + std::string("all")));
+}
+
+TEST_F(Interruption, LetsAQueryThatIsUnderWayGoOn) {
+    std::atomic<bool> asked = false;
+    std::atomic<bool> may_answer = false;
+    const vek_test::Service slow(folder.path(), "zelvek", [&](const std::string&) {
+        asked = true;
+        Comes([&] { return may_answer.load(); });
+        return "<doc/>";
+    });
+    Start("return", "0");
+    ASSERT_TRUE(Comes([&] { return asked.load(); }));
+    EXPECT_EQ(kill(pid, SIGTERM), 0);
+    std::this_thread::sleep_for(milliseconds(300));
+    may_answer = true;
+    EXPECT_EQ(End(), 0);
+}
+
+}  // namespace

@@ -1,0 +1,91 @@
+// A small plug-in for the launcher's tests: does what its arguments say. Like every plug-in it owns a global
+// record that is written back by its destructor, after main has returned.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+
+#include "vek/client.h"
+#include "vek/crypto.h"
+#include "vek/launcher.h"
+#include "vek/log.h"
+#include "vek/proc.h"
+#include "vek/rpc.h"
+#include "vek/str.h"
+
+namespace {
+
+constexpr int kFedAndRead = vek_proc::kPipeIn | vek_proc::kPipeOut | vek_proc::kOwnSession;
+
+std::string Get(const std::string& url) {
+    vek_rpc::HttpQuery query;
+    std::ostringstream out;
+    query.Get(url, out);
+    return out.str();
+}
+
+struct Record {
+    ~Record() {
+        if (!late_url.empty()) {
+            detail = Get(late_url) +
+                     std::to_string(vek_crypto::sign::Calculate(vek_crypto::RsaPrivateKey(2048), "x").size());
+        }
+        client.Query("func=write_back&detail=?", detail);
+        vek_log::Module("plugin", "record").Write(vek_log::kTrace, "written back");
+    }
+
+    vek_client::Local client{"zelvek", "plugin"};
+    std::string detail;
+    std::string late_url;  // asked by the destructor
+};
+
+Record record;
+
+void Ready() { std::cout << "ready" << std::endl; }
+
+template <class Wait>
+bool Throws(Wait wait) {
+    try {
+        wait();
+        return false;
+    } catch (const vek_proc::Interrupted&) {
+        return true;
+    }
+}
+
+// After one wait was interrupted, each kind of wait is, and the panel still answers.
+void WaitAgain() {
+    Throws([] { vek_proc::Sleep(600'000); });
+    const bool all = Throws([] { vek_proc::Sleep(0); }) &&
+                     Throws([] { vek_proc::Execute("sleep 600", kFedAndRead).Str(); }) &&
+                     Throws([] { Get("http://127.0.0.1:1/"); });
+    record.client.Query("func=after");
+    record.detail = all ? "all" : "not all";
+}
+
+int Run(const std::string& what, const std::string& value) {
+    if (what == "return") return str::Int(value);
+    if (what == "exception") throw std::runtime_error(value);
+    if (what == "odd") throw 7;
+    if (what == "sigpipe") raise(SIGPIPE);
+    if (what == "again") WaitAgain();
+    if (what == "sleep") vek_proc::Sleep(static_cast<std::uint64_t>(-1));
+    if (what == "child") record.detail = vek_proc::Execute(value, kFedAndRead).Str();
+    if (what == "get") record.detail = Get(value);
+    if (what == "late") record.late_url = value;
+    if (what == "descriptors") {
+        for (const int fd : {0, 1, 2}) record.detail += fcntl(fd, F_GETFD) >= 0 ? "open " : "closed ";
+    }
+    return 0;
+}
+
+}  // namespace
+
+int zelmain(int argc, char** argv) {
+    vek_log::Init("plugin", vek_log::kTrace);
+    Ready();
+    return Run(argc > 1 ? argv[1] : "", argc > 2 ? argv[2] : "");
+}
