@@ -1,0 +1,155 @@
+#!/usr/bin/env python3
+"""Holds the sources to the picture of who includes whom.
+
+usage: check_includes.py [ROOT]
+
+The program's folders include downwards only (LAYERS), libvek's public headers, jsoncpp and the standard library; the
+framework includes neither program nor service, and its public headers nothing but the standard library; the service
+includes libvek's public headers, never the program. Prints one line per violation; exit status 1 where there is one.
+"""
+import re
+import sys
+from pathlib import Path
+
+PROGRAM = "plugins_int_build/ambrin"
+FRAMEWORK = "libvek"
+PUBLIC = "libvek/include"
+SERVICE = "zelvek"
+
+# Layer of the program -> layers that it may include besides itself. Everybody may include the record.
+LAYERS = {
+    "driver": {"flow", "acme", "challenges", "csr", "problem"},
+    "flow": {"acme", "challenges", "encoding"},
+    "challenges": {"acme", "encoding"},
+    "acme": {"encoding"},
+    "csr": {"encoding"},
+    "encoding": set(),
+    "problem": set(),
+    "record": set(),
+}
+RECORD = {"ambrin_data", "ambrin_log"}
+PROGRAM_THIRD_PARTY = {"json/json.h"}
+
+STANDARD = set(
+    """algorithm any array atomic barrier bit bitset charconv chrono compare complex concepts condition_variable coroutine
+    deque exception execution filesystem forward_list fstream functional future initializer_list iomanip ios iosfwd iostream
+    istream iterator latch limits list locale map memory memory_resource mutex new numbers numeric optional ostream queue
+    random ranges ratio regex scoped_allocator semaphore set shared_mutex source_location span sstream stack stdexcept
+    stop_token streambuf string string_view strstream syncstream system_error thread tuple type_traits typeindex typeinfo
+    unordered_map unordered_set utility valarray variant vector version
+    cassert cctype cerrno cfenv cfloat cinttypes climits clocale cmath csetjmp csignal cstdarg cstddef cstdint cstdio cstdlib
+    cstring ctime cuchar cwchar cwctype""".split()
+)
+
+INCLUDE = re.compile(r'^\s*#\s*include\b\s*(?:<([^>]*)>|"([^"]*)"|(.*))')
+COMMENT = re.compile(r"/\*.*?\*/", re.DOTALL)
+
+
+def includes(source):
+    """(line number, header, in quotes) of each include; the header is None where a macro names it."""
+    text = COMMENT.sub(lambda comment: "\n" * comment.group().count("\n"), source.read_text(encoding="utf-8"))
+    for number, line in enumerate(text.splitlines(), 1):
+        match = INCLUDE.match(line)
+        if match:
+            angled, quoted, _ = match.groups()
+            yield number, angled if quoted is None else quoted, quoted is not None
+
+
+def resolve(root, source, header, quoted):
+    """The file of this project that an include means, relative to the root; None where there is none."""
+    folders = [root / PUBLIC, root / PROGRAM, root / SERVICE, root]
+    if quoted:  # <spawn.h> is the system's, even where a source has a spawn.h beside it
+        folders = [source.parent, *folders, root / FRAMEWORK / "src"]
+    for folder in folders:
+        target = (folder / header).resolve()
+        if target.is_file() and target.is_relative_to(root):
+            return target.relative_to(root).as_posix()
+    return None
+
+
+def inside(path, folder):
+    return path is not None and path.startswith(folder + "/")
+
+
+def layer(path):
+    """The layer of a file of the program, None for a file that the picture does not know."""
+    rest = Path(path).relative_to(PROGRAM)
+    if len(rest.parts) > 1:
+        return rest.parts[0] if rest.parts[0] in LAYERS else None
+    if rest.stem in RECORD:
+        return "record"
+    return {"ambrin_bin": "driver", "problem": "problem"}.get(rest.stem)
+
+
+def program_rule(path, header, target):
+    own = layer(path)
+    if own is None:
+        return "has no place in the picture of the program's layers"
+    if inside(target, PROGRAM):
+        other = layer(target)
+        if other in (own, "record") or other in LAYERS[own]:
+            return None
+        return f"{own} must not include {other}: {header}"
+    if inside(target, PUBLIC) or (target is None and header in STANDARD | PROGRAM_THIRD_PARTY):
+        return None
+    return f"the program includes libvek's public headers, json/json.h and the standard library alone: {header}"
+
+
+def public_rule(_, header, target):
+    if inside(target, PUBLIC) or (target is None and header in STANDARD):
+        return None
+    return f"libvek's public headers include the standard library alone: {header}"
+
+
+def framework_rule(_, header, target):
+    if target is None or inside(target, FRAMEWORK):
+        return None
+    return f"the framework must include neither program nor service: {header}"
+
+
+def service_rule(_, header, target):
+    if target is None or inside(target, SERVICE) or inside(target, PUBLIC):
+        return None
+    return f"the service includes its own headers and libvek's public ones: {header}"
+
+
+RULES = [(PROGRAM, program_rule), (PUBLIC, public_rule), (FRAMEWORK + "/src", framework_rule), (SERVICE, service_rule)]
+
+
+def check_file(root, source, rule):
+    path = source.relative_to(root).as_posix()
+    for number, header, quoted in includes(source):
+        if header is None:
+            yield f"{path}:{number}: a macro names the included file"
+            continue
+        target = resolve(root, source, header, quoted)
+        if quoted and target is None:
+            yield f"{path}:{number}: no such file in this project: {header}"
+            continue
+        complaint = rule(path, header, target)
+        if complaint:
+            yield f"{path}:{number}: {complaint}"
+
+
+def check(root):
+    root = Path(root).resolve()
+    findings = []
+    for folder, rule in RULES:
+        sources = sorted(file for file in (root / folder).rglob("*") if file.suffix in {".h", ".cpp"})
+        # a folder that moved would otherwise pass for ever
+        if not sources:
+            findings.append(f"{folder}: no sources found")
+        for source in sources:
+            findings.extend(check_file(root, source, rule))
+    return findings
+
+
+def main():
+    root = sys.argv[1] if len(sys.argv) > 1 else Path(__file__).parents[2]
+    findings = check(root)
+    print("\n".join(findings), end="\n" if findings else "")
+    return 1 if findings else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

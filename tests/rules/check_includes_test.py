@@ -1,0 +1,95 @@
+"""Plants one violation of each rule in a small tree that keeps them all."""
+import tempfile
+import unittest
+from pathlib import Path
+
+from check_includes import check
+
+GOOD = {
+    "plugins_int_build/ambrin/ambrin_bin.cpp": '#include <string>\n#include "flow/order.h"\n#include "problem.h"\n'
+    '#include "ambrin_data.h"\n#include "ambrin_log.h"\n#include "vek/client.h"\n',
+    "plugins_int_build/ambrin/ambrin_data.h": '#include "vek/client.h"\n',
+    "plugins_int_build/ambrin/ambrin_log.h": "#include <string>\n",
+    "plugins_int_build/ambrin/problem.h": '#include "ambrin_data.h"\n',
+    "plugins_int_build/ambrin/flow/order.h": '#include "acme/response.h"\n#include "challenges/list.h"\n'
+    '#include "encoding/encoding.h"\n#include "flow/order.h"\n#include "ambrin_log.h"\n',
+    "plugins_int_build/ambrin/challenges/list.h": '#include "acme/response.h"\n#include "encoding/encoding.h"\n',
+    "plugins_int_build/ambrin/acme/response.h": '#include <json/json.h>\n#include "encoding/encoding.h"\n',
+    "plugins_int_build/ambrin/csr/csr.h": '#include "encoding/encoding.h"\n',
+    "plugins_int_build/ambrin/encoding/encoding.h": "/* #include <curl/curl.h>\n*/\n#include <map>\n",
+    "libvek/include/vek/client.h": '#include <string>\n#include "vek/xml.h"\n',
+    "libvek/include/vek/xml.h": "// #include <pugixml.hpp>\n#include <memory>\n",
+    "libvek/src/xml.cpp": '#include <pugixml.hpp>\n#include "vek/xml.h"\n#include "socket.h"\n',
+    "libvek/src/socket.h": "#include <sys/socket.h>\n",
+    "zelvek/main.cpp": '#include <microhttpd.h>\n#include <socket.h>\n#include "store.h"\n#include "vek/client.h"\n',
+    "zelvek/store.h": "#include <vector>\n",
+}
+
+PLANTED = [
+    ("plugins_int_build/ambrin/encoding/encoding.h", '#include "acme/response.h"', "encoding must not include acme"),
+    ("plugins_int_build/ambrin/acme/response.h", '#include "challenges/list.h"', "acme must not include challenges"),
+    ("plugins_int_build/ambrin/acme/response.h", '#include "flow/order.h"', "acme must not include flow"),
+    ("plugins_int_build/ambrin/challenges/list.h", '#include "flow/order.h"', "challenges must not include flow"),
+    ("plugins_int_build/ambrin/csr/csr.h", '#include "acme/response.h"', "csr must not include acme"),
+    ("plugins_int_build/ambrin/flow/order.h", '#include "csr/csr.h"', "flow must not include csr"),
+    ("plugins_int_build/ambrin/flow/order.h", '#include "../problem.h"', "flow must not include problem"),
+    ("plugins_int_build/ambrin/ambrin_bin.cpp", '#include "encoding/encoding.h"', "driver must not include encoding"),
+    ("plugins_int_build/ambrin/problem.h", '#include "acme/response.h"', "problem must not include acme"),
+    ("plugins_int_build/ambrin/ambrin_data.h", '#include "problem.h"', "record must not include problem"),
+    ("plugins_int_build/ambrin/flow/order.h", "#include <curl/curl.h>", "the program includes"),
+    ("plugins_int_build/ambrin/flow/order.h", "#include <json/value.h>", "the program includes"),
+    ("plugins_int_build/ambrin/flow/order.h", "  #  include <unistd.h>", "the program includes"),
+    ("plugins_int_build/ambrin/flow/order.h", '#include "socket.h"', "the program includes"),
+    ("plugins_int_build/ambrin/flow/order.h", '#include "zelvek/store.h"', "the program includes"),
+    ("plugins_int_build/ambrin/flow/order.h", "#include HEADER", "a macro names"),
+    ("plugins_int_build/ambrin/flow/order.h", '#include "gone.h"', "no such file"),
+    ("plugins_int_build/ambrin/utils.h", "#include <string>", "has no place"),
+    ("plugins_int_build/ambrin/tools/tool.h", "#include <string>", "has no place"),
+    ("libvek/include/vek/xml.h", "#include <pugixml.hpp>", "public headers"),
+    ("libvek/include/vek/xml.h", '#include "../../src/socket.h"', "public headers"),
+    ("libvek/src/xml.cpp", '#include "ambrin_data.h"', "neither program nor service"),
+    ("libvek/src/xml.cpp", '#include "store.h"', "neither program nor service"),
+    ("libvek/src/xml.cpp", "#include <zelvek/store.h>", "neither program nor service"),
+    ("zelvek/main.cpp", '#include "plugins_int_build/ambrin/ambrin_data.h"', "the service includes"),
+    ("zelvek/main.cpp", '#include "socket.h"', "the service includes"),
+]
+
+
+class CheckIncludes(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.root = Path(folder.name)
+        for path, text in GOOD.items():
+            self.add(path, text)
+
+    def add(self, path, text):
+        file = self.root / path
+        file.parent.mkdir(parents=True, exist_ok=True)
+        with file.open("a", encoding="utf-8") as stream:
+            stream.write(text)
+
+    def test_tree_that_keeps_the_rules_passes(self):
+        self.assertEqual(check(self.root), [])
+
+    def test_each_planted_violation_is_the_one_finding(self):
+        for path, line, complaint in PLANTED:
+            with self.subTest(path=path, line=line):
+                file = self.root / path
+                before = file.read_text(encoding="utf-8") if file.exists() else None
+                self.add(path, line + "\n")
+                findings = check(self.root)
+                self.assertEqual(len(findings), 1, findings)
+                number = len((before or "").splitlines()) + 1
+                self.assertTrue(findings[0].startswith(f"{path}:{number}: "), findings)
+                self.assertIn(complaint, findings[0])
+                file.write_text(before, encoding="utf-8") if before is not None else file.unlink()
+
+    def test_folder_without_sources_is_a_finding(self):
+        for file in (self.root / "zelvek").iterdir():
+            file.unlink()
+        self.assertEqual(check(self.root), ["zelvek: no sources found"])
+
+
+if __name__ == "__main__":
+    unittest.main()
