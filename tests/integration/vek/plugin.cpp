@@ -75,7 +75,7 @@ int Run(const std::string& what, const std::string& value) {
     if (what == "sleep") vek_proc::Sleep(static_cast<std::uint64_t>(-1));
     if (what == "child") record.detail = vek_proc::Execute(value, kFedAndRead).Str();
     if (what == "get") record.detail = Get(value);
-    if (what == "late") record.late_url = value;
+    if (what == "early and late") record.late_url = (Get(value), value);
     if (what == "descriptors") {
         for (const int fd : {0, 1, 2}) record.detail += fcntl(fd, F_GETFD) >= 0 ? "open " : "closed ";
     }
