@@ -128,9 +128,9 @@ TEST(CertificateRequest, KeyIsOfTheKindAskedFor) {
         int bits;
     };
     for (const Case& wanted :
-         {Case{"", "RSA", 2048}, Case{"key_type=rsa", "RSA", 2048}, Case{"key_type=&key_size=", "RSA", 2048},
-          Case{"key_size=3072", "RSA", 3072}, Case{"key_type=ec", "EC", 256},
-          Case{"key_type=ec&key_curve=P-384", "EC", 384}, Case{"key_type=ec&key_curve=P-521", "EC", 521}}) {
+         {Case{"key_type=&key_size=", "RSA", 2048}, Case{"key_type=rsa&key_size=3072", "RSA", 3072},
+          Case{"key_type=ec", "EC", 256}, Case{"key_type=ec&key_curve=P-384", "EC", 384},
+          Case{"key_type=ec&key_curve=P-521", "EC", 521}}) {
         const Parsed parsed(MakeCsr({"example.org"}, Parameters(wanted.form)));
         EXPECT_EQ(EVP_PKEY_is_a(parsed.key.get(), wanted.name.c_str()), 1) << wanted.form;
         EXPECT_EQ(EVP_PKEY_get_bits(parsed.key.get()), wanted.bits) << wanted.form;
