@@ -76,7 +76,7 @@ class Account(WorldTest):
         kid = self.world.job(job)["kid"]
         self.authority.script("account", Answer(503))
         self.assertEqual(self.world.run_job(job), WAITING)
-        self.authority.unscript("account")
+        self.authority.unscript()
 
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual((self.registrations(), self.world.job(job)["kid"]), (1, kid))

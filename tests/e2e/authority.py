@@ -64,9 +64,10 @@ class Authority:
             at = None if occurrence is None else occurrence + len(self.requests(resource))
             self._scripts.setdefault(resource, {})[at] = answer
 
-    def unscript(self, resource):
+    def unscript(self):
+        """Everything is answered properly again."""
         with self._lock:
-            self._scripts.pop(resource, None)
+            self._scripts.clear()
 
     def hold(self, resource):
         """A gate before the next request to a resource."""

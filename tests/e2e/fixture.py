@@ -21,7 +21,23 @@ class WorldTest(unittest.TestCase):
     maxDiff = None
 
     def setUp(self):
-        folder = os.path.join(_place["folder"], str(len(os.listdir(_place["folder"]))))
-        os.makedirs(folder)
-        self.world = World(folder, _place["binaries"])
+        self.world = make_world()
         self.addCleanup(self.world.close)
+
+
+class SharedWorldTest(unittest.TestCase):
+    """Tests that are many and small, and share one world: a new account takes seconds to make."""
+
+    longMessage = True
+    maxDiff = None
+
+    @classmethod
+    def setUpClass(cls):
+        cls.world = make_world()
+        cls.addClassCleanup(cls.world.close)
+
+
+def make_world():
+    folder = os.path.join(_place["folder"], str(len(os.listdir(_place["folder"]))))
+    os.makedirs(folder)
+    return World(folder, _place["binaries"])

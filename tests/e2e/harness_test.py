@@ -194,9 +194,27 @@ class Runner(WorldTest):
             def test_that_holds(self): pass
             def test_that_does_not(self): self.fail()
             def test_that_breaks(self): 1 / 0
+            def test_with_a_part_that_does_not_hold(self):
+                with self.subTest("part"): self.fail()
             """)
         self.assertEqual(status, 1)
-        self.assertEqual(outcomes, {"test_that_holds": False, "test_that_does_not": True, "test_that_breaks": True})
+        self.assertEqual(outcomes, {"test_that_holds": False, "test_that_does_not": True, "test_that_breaks": True,
+                                    "test_with_a_part_that_does_not_hold": True})
+
+    def test_file_whose_preparation_breaks_fails(self):
+        status, _ = self.run_file("""
+            @classmethod
+            def setUpClass(cls): 1 / 0
+            def test_that_holds(self): pass
+            """)
+        self.assertEqual(status, 1)
+
+    def test_test_that_is_left_out_fails_the_run(self):
+        status, _ = self.run_file("""
+            @unittest.skip("not today")
+            def test_that_holds(self): pass
+            """)
+        self.assertEqual(status, 1)
 
     def test_sound_file_succeeds(self):
         self.assertEqual(self.run_file("def test_that_holds(self): pass"), (0, {"test_that_holds": False}))

@@ -62,7 +62,7 @@ class Interruption(WorldTest):
 
         self.assertEqual(len(self.authority.requests("challenge")), 1)
         self.assertEqual(self.world.job(self.job)["attempt_count"], 1)
-        self.authority.unscript("challenge")
+        self.authority.unscript()
         self.assertEqual(self.world.run_job(self.job), INSTALLED)
 
     def test_killed_run_leaves_no_answer_file_and_no_half_written_record(self):

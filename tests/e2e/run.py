@@ -67,6 +67,11 @@ class Result(unittest.TextTestResult):
         super().addError(test, err)
         self._failed(test, self.errors)
 
+    def addSubTest(self, test, subtest, err):
+        super().addSubTest(test, subtest, err)
+        if err:
+            self._failed(test, self.failures if issubclass(err[0], test.failureException) else self.errors)
+
     def _failed(self, test, kept):
         text = kept[-1][1]
         if world := getattr(test, "world", None):

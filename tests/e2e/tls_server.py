@@ -42,12 +42,18 @@ class Gate:
     def __init__(self, matches):
         self.matches = matches
         self.reached, self.opened = threading.Event(), threading.Event()
+        self.lost = False
 
     def wait_reached(self):
         if not self.reached.wait(LONG):
             raise AssertionError("the exchange that was to be held never came")
 
     def open(self):
+        self.opened.set()
+
+    def lose(self):
+        """The request never arrives."""
+        self.lost = True
         self.opened.set()
 
 
@@ -83,6 +89,8 @@ class TlsServer:
             if not gate.reached.is_set() and gate.matches(request):
                 gate.reached.set()
                 gate.opened.wait()
+                if gate.lost:
+                    return Answer(drop=True)
         try:
             answer = self._answer(request)
         except Exception:
@@ -113,6 +121,7 @@ class _Server(http.server.ThreadingHTTPServer):
 
 class _Handler(http.server.BaseHTTPRequestHandler):
     protocol_version = "HTTP/1.1"
+    disable_nagle_algorithm = True  # or every answer waits 40 ms between header and body
 
     def log_message(self, *_):
         pass
