@@ -58,7 +58,8 @@ def self_signed(folder, name):
     """A placeholder such as a web server starts with; fullchain.pem and privkey.pem in the folder."""
     os.makedirs(folder, exist_ok=True)
     openssl("req", "-x509", *EC, "-keyout", os.path.join(folder, "privkey.pem"),
-            "-out", os.path.join(folder, "fullchain.pem"), "-days", "30", "-subj", f"/CN={name}")
+            "-out", os.path.join(folder, "fullchain.pem"), "-days", "30", "-subj", f"/CN={name}",
+            "-addext", f"subjectAltName=DNS:{name}")
 
 
 def read(path):

@@ -9,7 +9,12 @@ import sandbox
 from world import HOSTS, INSTALLED, RESOLVERS, WAITING, WEB_ADDRESS, World
 
 SITES = {"shop.example": ["shop.example", "www.shop.example"], "blog.example": ["blog.example"]}
-ZONES = {"shop.example": {"@": WEB_ADDRESS, "www": WEB_ADDRESS}, "blog.example": {"@": WEB_ADDRESS}}
+ZONES = {"shop.example": {"@": WEB_ADDRESS, "www": WEB_ADDRESS}}
+
+LOOK = """openssl s_client -connect {name}:443 -servername {name} </dev/null 2>/dev/null |
+        openssl x509 -noout -subject -issuer -ext subjectAltName -dates"""
+CHECK = """openssl s_client -connect {name}:443 -servername {name} -verify_hostname {name} \\
+        -CAfile {root} </dev/null 2>/dev/null | grep '^Verif'"""
 
 
 def main():
@@ -40,9 +45,9 @@ class Demonstration:
             else:
                 self.http_job()
                 self.second_job()
-            self.step("Everything is stopped; nothing stays on the machine.")
         finally:
             self.world.close()
+        self.step("Everything is stopped; nothing stays on the machine.")
         return 0
 
     def start(self):
@@ -51,7 +56,7 @@ class Demonstration:
         if self.dns:
             self.step("The name server (BIND), authoritative for the sites' zones, takes updates signed with a key.")
             self.world.start_dns(ZONES)
-        self.step("The certificate authority (pebble) and the web server (nginx, self-signed placeholders so far).")
+        self.step("The certificate authority (pebble) and the web server (nginx).")
         self.world.start_pebble()
         self.world.start_web(SITES)
         self.step("The service.")
@@ -60,13 +65,13 @@ class Demonstration:
         print(textwrap.fill(command, 114, initial_indent="    $ ", subsequent_indent="        ", break_on_hyphens=False))
 
     def http_job(self):
-        self.show_certificate("shop.example", "What a TLS client sees before")
+        self.placeholder("shop.example")
         self.step("A domain and a certificate job for it, with an alias; then one run of the job.")
         self.type("zelvek domain add shop.example --user anna")
         self.type("zelvek job add shop.example --user anna --alias www.shop.example")
         self.type("zelvek job run 1 --quiet")
-        self.history(1)
-        self.show_certificate("shop.example", "What a TLS client sees now", trusted=True)
+        self.installed("shop.example")
+        self.step("The notifications, for the administrator and for the domain's user.")
         self.type("zelvek problem list")
 
     def second_job(self):
@@ -76,32 +81,35 @@ class Demonstration:
         self.type("zelvek domain add blog.example --user anna")
         self.type("zelvek job add blog.example --user anna --skip-account-check")
         self.type("zelvek job run 2 --quiet")
-        self.history(2)
-        self.show_certificate("blog.example", "What a TLS client sees now", trusted=True)
+        self.installed("blog.example")
+        self.step("Both jobs.")
+        self.type("zelvek job list")
 
     def dns_job(self):
-        self.show_certificate("shop.example", "What a TLS client sees before")
-        self.step("A domain and a dns-01 job. Its first run publishes the TXT records.")
+        record = f"dig +noall +answer @{RESOLVERS[0]} TXT _acme-challenge.shop.example"
+        self.placeholder("shop.example")
+        self.step("A domain and a dns-01 job for it and every name below. The first run publishes the TXT records.")
         self.type("zelvek domain add shop.example --user anna")
-        self.type("zelvek job add shop.example --user anna --alias www.shop.example --check dns")
+        self.type("zelvek job add shop.example --user anna --alias '*.shop.example' --check dns")
         self.type("zelvek job run 1 --quiet", WAITING)
-        self.type(f"dig +noall +answer @{RESOLVERS[0]} TXT _acme-challenge.shop.example")
-        self.step("The next run looks the records up, and goes on to the certificate.")
+        self.type(record)
+        self.step("The next run looks the records up, and goes on to the certificate. The records are gone then.")
         self.type("zelvek job run 1 --quiet")
-        self.history(1)
-        self.show_certificate("shop.example", "What a TLS client sees now", trusted=True)
-        self.type(f"dig +noall +answer @{RESOLVERS[0]} TXT _acme-challenge.shop.example")
+        self.type(record)
+        self.installed("shop.example")
+        self.step("The history of the job.")
+        self.type("zelvek job show 1")
 
-    def history(self, job):
-        self.step(f"The history of job {job}.")
-        self.type(f"zelvek job show {job}")
+    def placeholder(self, name):
+        self.step(f"What a TLS client sees at https://{name}/ before: a self-signed placeholder.")
+        self.type(LOOK.format(name=name))
 
-    def show_certificate(self, name, what, trusted=False):
-        self.step(f"{what} at https://{name}/")
-        if trusted:
-            self.world.web.wait_trusted(name, self.world.path("pebble-root.pem"))
-        self.type(f"openssl s_client -connect {name}:443 -servername {name} </dev/null 2>/dev/null |\n"
-                  "      openssl x509 -noout -subject -issuer -ext subjectAltName -dates")
+    def installed(self, name):
+        self.step(f"What a TLS client sees at https://{name}/ now; it accepts the certificate if it trusts the authority.")
+        root = self.world.path("pebble-root.pem")
+        self.world.web.wait_trusted(name, root)
+        self.type(LOOK.format(name=name))
+        self.type(CHECK.format(name=name, root=root))
 
     def step(self, text):
         self.steps += 1

@@ -72,6 +72,8 @@ def as_init(main):
         status = 70
         try:
             status = main()
+        except SystemExit as end:
+            print(end, file=sys.stderr)
         except BaseException:
             traceback.print_exc()
         finally:

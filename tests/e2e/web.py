@@ -5,6 +5,7 @@ import subprocess
 
 from ca import self_signed
 from process import Background, accepts, wait_until
+from sandbox import descendants
 
 CERTIFICATE = re.compile("-----BEGIN CERTIFICATE-----.*?-----END CERTIFICATE-----\n", re.S)
 
@@ -75,10 +76,12 @@ class WebServer:
     def wait_trusted(self, name, root):
         """The certificate, PEM, that a TLS client which trusts `root` (a file) alone is shown for this name, and accepts.
 
-        A reload is answered before the old workers are gone, so the first looks may still show the old one.
+        A reload is answered before the old worker is gone, so the first looks may still show the old one.
         """
         def trusted():
             shown = self.handshake(name, "-CAfile", root, "-verify_hostname", name)
             return shown if "Verification: OK" in shown else None
 
-        return CERTIFICATE.search(wait_until(trusted, f"{name} shows a trusted certificate of its own"))[0]
+        shown = wait_until(trusted, f"{name} shows a trusted certificate of its own")
+        wait_until(lambda: len(descendants(self._process.pid)) == 1, "the old worker is gone")
+        return CERTIFICATE.search(shown)[0]
