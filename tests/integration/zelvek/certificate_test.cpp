@@ -1,0 +1,179 @@
+// Requests with their keys, and installations, over the socket.
+#include <atomic>
+#include <cstdlib>
+#include <fstream>
+#include <thread>
+
+#include "service.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+class Certificate : public ServiceTest {
+protected:
+    static vek_client::Result Make(const std::string& names, const std::string& certname,
+                                   const std::string& further = "key_type=ec") {
+        const auto client = vek_client::Local("zelvek", "test");
+        client.Query("func=sslcert.csr.edit&domain=?&su=?&certname_ascii=" + certname + "&" + further, names,
+                     "anna");
+        return client.Query("func=sslcert.csr.edit&out=xml&elid=?", certname);
+    }
+
+    /// What `openssl` prints of it.
+    std::string Openssl(const std::string& command, const std::string& input) const {
+        std::ofstream(Path("input")) << input;
+        const std::string line = "openssl " + command + " <" + Path("input").string() + " >" +
+                                 Path("output").string() + " 2>" + Path("complaints").string();
+        EXPECT_EQ(std::system(line.c_str()), 0) << ReadFile(Path("complaints"));
+        return ReadFile(Path("output"));
+    }
+
+    /// A certificate of this request, signed by an authority of the test's own.
+    std::string Sign(const std::string& request) {
+        Openssl("req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=root -keyout " +
+                    Path("ca.key").string() + " -out " + Path("ca.pem").string(),
+                "");
+        return Openssl(
+            "x509 -req -days 1 -CA " + Path("ca.pem").string() + " -CAkey " + Path("ca.key").string(),
+            request);
+    }
+
+    std::string Install(const std::string& elid, const std::string& user, const std::string& chain,
+                        const std::string& certificate, const std::string& key) {
+        return ErrorOf(
+            "func=sslcert.hardreplace&sok=ok",
+            {{"cacrt", chain}, {"elid", elid}, {"user", user}, {"crt", certificate}, {"key", key}});
+    }
+
+    std::filesystem::path Installed(const std::string& certname) const {
+        return Path("certs") / "anna" / certname;
+    }
+};
+
+TEST_F(Certificate, ARequestHoldsItsNamesAndBelongsToItsKey) {
+    Start();
+    const auto csr = Make("shop.example www.shop.example bücher.example", "shop.example");
+    const std::string text = Openssl("req -text -noout", csr.value("csr_req"));
+    for (const char* name : {"DNS:shop.example", "DNS:www.shop.example", "DNS:xn--bcher-kva.example"}) {
+        EXPECT_NE(text.find(name), std::string::npos) << name;
+    }
+    EXPECT_EQ(Openssl("pkey -pubout", csr.value("csr_pk")),
+              Openssl("req -pubkey -noout", csr.value("csr_req")));
+}
+
+TEST_F(Certificate, ARequestIsKeptUntilItIsDeleted) {
+    Start();
+    const std::string request = Make("shop.example", "shop.example").value("csr_req");
+    EXPECT_EQ(Ask("func=sslcert.csr.edit&out=xml&elid=shop.example").value("csr_req"), request);
+    EXPECT_NE(Make("shop.example", "shop.example").value("csr_req"), request) << "a leftover is replaced";
+    Ask("func=sslcert.csr.delete&elid=shop.example");
+    Ask("func=sslcert.csr.delete&elid=shop.example");
+    EXPECT_EQ(ErrorOf("func=sslcert.csr.edit&out=xml&elid=shop.example"), "missed");
+}
+
+TEST_F(Certificate, TwoRunsForOneNameNeverGetEachOthersKey) {
+    Start();
+    const std::string mine = Make("shop.example", "x").value("csr_pk");
+    EXPECT_EQ(InChild([&] {
+                  if (Make("other.example", "x").value("csr_pk") == mine)
+                      throw std::runtime_error("one key for both");
+                  if (ErrorOf("func=sslcert.csr.delete&elid=x") != "")
+                      throw std::runtime_error("not deleted");
+              }),
+              0);
+    EXPECT_EQ(Ask("func=sslcert.csr.edit&out=xml&elid=x").value("csr_pk"), mine);
+}
+
+TEST_F(Certificate, WrongValuesForARequestAreRefused) {
+    Start();
+    const std::string query = "func=sslcert.csr.edit&";
+    EXPECT_EQ(ErrorOf(query + "domain=shop.example&su=anna&"), "value") << "no certificate's name";
+    EXPECT_EQ(ErrorOf(query + "domain=&su=anna&certname_ascii=x"), "value");
+    EXPECT_EQ(ErrorOf(query + "domain=a..b&su=anna&certname_ascii=x"), "value");
+    EXPECT_EQ(ErrorOf(query + "domain=shop.example&su=..&certname_ascii=x"), "value");
+    EXPECT_EQ(ErrorOf(query + "domain=shop.example&su=anna&certname_ascii=..%2fx"), "value");
+    EXPECT_EQ(ErrorOf(query + "domain=shop.example&su=anna&certname_ascii=x&key_type=none"), "value");
+    EXPECT_EQ(ErrorOf("func=sslcert.csr.edit&out=xml&elid=x"), "missed");
+}
+
+TEST_F(Certificate, IsInstalledUnderTheAsciiFormOfItsName) {
+    Start({{"--reload-command", "echo $VEK_CERT_NAME >>" + Path("reloads").string()}});
+    const auto csr = Make("bücher.example", "xn--bcher-kva.example");
+    const std::string certificate = Sign(csr.value("csr_req"));
+    EXPECT_EQ(
+        Install("anna%#%bücher.example", "anna", ReadFile(Path("ca.pem")), certificate, csr.value("csr_pk")),
+        "");
+    const auto folder = Installed("xn--bcher-kva.example");
+    EXPECT_EQ(ReadFile(folder / "fullchain.pem"), certificate + ReadFile(Path("ca.pem")));
+    EXPECT_EQ(ReadFile(folder / "privkey.pem"), csr.value("csr_pk"));
+    EXPECT_EQ(std::filesystem::status(folder / "privkey.pem").permissions(), std::filesystem::perms{0600});
+    EXPECT_EQ(ReadFile(Path("reloads")), "xn--bcher-kva.example\n");
+}
+
+TEST_F(Certificate, WhatDoesNotBelongTogetherIsRefused) {
+    Start();
+    const auto csr = Make("shop.example", "shop.example");
+    const std::string certificate = Sign(csr.value("csr_req"));
+    const std::string root = ReadFile(Path("ca.pem"));
+    const std::string other = Make("blog.example", "blog.example").value("csr_pk");
+    EXPECT_EQ(Install("anna%#%shop.example", "anna", root, certificate, other), "badkey");
+    EXPECT_EQ(Install("anna%#%shop.example", "anna", "no certificate", certificate, csr.value("csr_pk")),
+              "badchain");
+    EXPECT_EQ(Install("bob%#%shop.example", "anna", root, certificate, csr.value("csr_pk")), "value");
+    EXPECT_EQ(Install("shop.example", "anna", root, certificate, csr.value("csr_pk")), "value");
+    EXPECT_EQ(Install("anna%#%../x", "anna", root, certificate, csr.value("csr_pk")), "value");
+    EXPECT_FALSE(std::filesystem::exists(Installed("shop.example")));
+}
+
+TEST_F(Certificate, AFailedReloadCommandIsAnErrorOfItsOwn) {
+    Start({{"--reload-command", "echo broken; false"}});
+    const auto csr = Make("shop.example", "shop.example");
+    const std::string certificate = Sign(csr.value("csr_req"));
+    EXPECT_EQ(Install("anna%#%shop.example", "anna", "", certificate, csr.value("csr_pk")), "hook");
+    EXPECT_TRUE(std::filesystem::exists(Installed("shop.example")));
+}
+
+TEST_F(Certificate, ASlowReloadCommandKeepsNobodyElseWaiting) {
+    const std::string go = Path("go");
+    Start({{"--reload-command", "while [ ! -e " + go + " ]; do sleep 0.02; done"}});
+    const auto csr = Make("shop.example", "shop.example");
+    const std::string certificate = Sign(csr.value("csr_req"));
+    std::string result;
+    std::atomic<bool> finished{false};
+    std::thread installer([&] {
+        result = Install("anna%#%shop.example", "anna", "", certificate, csr.value("csr_pk"));
+        finished = true;
+    });
+    EXPECT_TRUE(Eventually([&] { return std::filesystem::exists(Installed("shop.example")); }));
+    EXPECT_EQ(ErrorOf("func=zelvek.job.list"), "");
+    EXPECT_FALSE(finished);
+    std::ofstream{go};
+    installer.join();
+    EXPECT_EQ(result, "");
+}
+
+TEST_F(Certificate, AStopLetsAnInstallationUnderWayFinish) {
+    const std::string go = Path("go");
+    Start({{"--reload-command", "while [ ! -e " + go + " ]; do sleep 0.02; done"}});
+    const auto csr = Make("shop.example", "shop.example");
+    const std::string certificate = Sign(csr.value("csr_req"));
+    std::string result;
+    std::atomic<bool> finished{false};
+    std::thread installer([&] {
+        result = Install("anna%#%shop.example", "anna", "", certificate, csr.value("csr_pk"));
+        finished = true;
+    });
+    EXPECT_TRUE(Eventually([&] { return std::filesystem::exists(Installed("shop.example")); }));
+    service().Signal(SIGTERM);
+    EXPECT_TRUE(Eventually([&] { return !std::filesystem::exists(Socket()); }));
+    EXPECT_FALSE(finished);
+    std::ofstream{go};
+    installer.join();
+    EXPECT_EQ(result, "");
+    EXPECT_EQ(service().Wait().status, 0);
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing

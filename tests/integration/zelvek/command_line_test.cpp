@@ -1,0 +1,252 @@
+// The command line: tables for people, JSON for programs, exit statuses for scripts.
+#include <json/json.h>
+
+#include <csignal>
+#include <memory>
+
+#include "service.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+Json::Value Parse(const std::string& text) {
+    Json::Value value;
+    std::string errors;
+    const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+    EXPECT_TRUE(reader->parse(text.data(), text.data() + text.size(), &value, &errors)) << errors << text;
+    return value;
+}
+
+class CommandLine : public ServiceTest {
+protected:
+    /// The JSON text of a command that succeeds.
+    Json::Value Json(std::vector<std::string> words) {
+        words.emplace_back("--json");
+        const Ended ended = Zelvek(words);
+        EXPECT_EQ(ended.status, 0) << ended.err;
+        return Parse(ended.out);
+    }
+
+    Ended Run(const std::string& certname, const std::vector<std::string>& options = {}) {
+        Zelvek({"job", "add", "shop.example", "--user", "anna", "--certname", certname});
+        std::vector<std::string> words{"job", "run", "1", "--plugin", TEST_PLUGIN};
+        words.insert(words.end(), options.begin(), options.end());
+        return Zelvek(words);
+    }
+};
+
+TEST_F(CommandLine, DomainsAreAddedAndListed) {
+    Start();
+    EXPECT_EQ(Zelvek({"domain", "add", "bücher.example", "--user", "anna"}).out,
+              "domain bücher.example added\n");
+    EXPECT_EQ(Json({"domain", "add", "shop.example", "--user", "bob"})["user"].asString(), "bob");
+    EXPECT_EQ(Zelvek({"domain", "list"}).out,
+              "NAME            USER  ZONE\n"
+              "bücher.example  anna  yes\n"
+              "shop.example    bob   yes\n");
+    const Json::Value list = Json({"domain", "list", "--user", "anna"});
+    ASSERT_EQ(list.size(), 1U);
+    EXPECT_EQ(list[0]["name"].asString(), "bücher.example");
+    EXPECT_EQ(list[0]["user"].asString(), "anna");
+    EXPECT_TRUE(list[0]["zone"].asBool());
+    EXPECT_EQ(Zelvek({"domain", "add", "shop.example", "--user", "eve"}).err,
+              "zelvek: the domain \"shop.example\" is there already\n");
+}
+
+TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
+    Start();
+    EXPECT_EQ(Zelvek({"job", "add", "shop.example", "--user", "anna"}).out, "job 1 added\n");
+    const Json::Value added = Json({"job",
+                                    "add",
+                                    "blog.example",
+                                    "--user",
+                                    "bob",
+                                    "--alias",
+                                    "a.blog.example",
+                                    "--alias",
+                                    "*.blog.example",
+                                    "--check",
+                                    "dns",
+                                    "--certname",
+                                    "Blog",
+                                    "--res-name",
+                                    "team",
+                                    "--csr",
+                                    "key_type=ec",
+                                    "--csr",
+                                    "organization=A=B & C",
+                                    "--skip-account-check",
+                                    "--max-account-checks",
+                                    "5"});
+    EXPECT_EQ(added["id"].asInt(), 2);
+    const Json::Value shown = Json({"job", "show", "2"});
+    EXPECT_EQ(shown["aliases"].asString(), "blog.example a.blog.example *.blog.example");
+    EXPECT_EQ(shown["certname"].asString(), "Blog");
+    EXPECT_EQ(shown["check_type"].asString(), "dns");
+    EXPECT_EQ(shown["attempt_count"].asInt(), 0);
+    EXPECT_TRUE(shown["verified"].isBool() && !shown["verified"].asBool());
+    EXPECT_TRUE(shown["events"].isArray());
+    for (const char* key : {"domain", "user_name", "failed", "next_attempt", "time_started", "kid",
+                            "finalize_check", "challenges", "processing"}) {
+        EXPECT_TRUE(shown.isMember(key)) << key;
+    }
+    const auto record = Ask("func=ambrin.data.edit&elid=2&out=xml");
+    EXPECT_EQ(record.value("csr_internal_request"),
+              "certname_ascii=Blog&key_type=ec&organization=A%3DB%20%26%20C");
+    EXPECT_EQ(record.value("skip_account_check"), "on");
+    EXPECT_EQ(record.value("max_account_check_attempts"), "5");
+    EXPECT_EQ(record.value("res_name"), "team");
+    Write("2", {{"log", "2026-01-01 00:00:00,processing,challenge_start,"}});
+
+    EXPECT_EQ(Json({"job", "list"}).size(), 2U);
+    EXPECT_EQ(Json({"job", "show", "2"})["events"][0]["event"].asString(), "challenge_start");
+    EXPECT_EQ(Zelvek({"job", "list"}).out,
+              "ID  CERTIFICATE   USER  CHECK  STATE    ATTEMPTS  NEXT ATTEMPT\n"
+              "1   shop.example  anna  http   waiting  0\n"
+              "2   Blog          bob   dns    waiting  0\n");
+    EXPECT_EQ(Zelvek({"job", "remove", "1"}).out, "job 1 removed\n");
+    const Ended missed = Zelvek({"job", "show", "1", "--json"});
+    EXPECT_EQ(missed.status, 1);
+    EXPECT_EQ(missed.out, "");
+    EXPECT_EQ(missed.err, "zelvek: there is no job 1\n");
+}
+
+TEST_F(CommandLine, TheAccountIsShownWithoutItsKey) {
+    Start();
+    EXPECT_EQ(Zelvek({"account", "show"}).out, "no default account\n");
+    EXPECT_EQ(Zelvek({"account", "show", "--json"}).out, "{\"key\":false,\"kid\":\"\"}\n");
+    const std::string id = AddJob();
+    ReadJob(id);
+    Write(id, {{"kid", "https://ca.example/1"}, {"acmekey", "SECRET"}, {"update_default_account", "on"}});
+    EXPECT_EQ(Zelvek({"account", "show"}).out, "account https://ca.example/1, key kept\n");
+    EXPECT_EQ(Zelvek({"account", "show", "--json"}).out, "{\"key\":true,\"kid\":\"https://ca.example/1\"}\n");
+}
+
+TEST_F(CommandLine, NoTextFromOutsideControlsTheTerminal) {
+    Start();
+    Ask("func=problems.register&sok=ok&name=n&id=1&level=error&owner=anna", {{"param_error",
+                                                                              "one\ntwo\x7f"
+                                                                              "three"},
+                                                                             {"param_name", "shop.example"}});
+    const std::string table = Zelvek({"problem", "list"}).out;
+    EXPECT_NE(table.find("error=one two three, name=shop.example\n"), std::string::npos) << table;
+    const Json::Value list = Json({"problem", "list"});
+    EXPECT_EQ(list[0]["parameters"]["error"].asString(),
+              "one\ntwo\x7f"
+              "three");
+    EXPECT_EQ(list[0]["owner"].asString(), "anna");
+    EXPECT_EQ(list[0]["time"].asString().size(), 19U);
+}
+
+TEST_F(CommandLine, UsageErrorsHaveTheirOwnStatus) {
+    for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
+             {},
+             {"nonsense"},
+             {"job"},
+             {"job", "add"},
+             {"job", "add", "shop.example"},
+             {"job", "show"},
+             {"job", "show", "one"},
+             {"job", "list", "--nonsense"},
+             {"domain", "add", "shop.example"},
+             {"job", "add", "shop.example", "--user", "anna", "--check", "mail"},
+             {"job", "add", "shop.example", "--user", "anna", "--csr", "key_type"},
+             {"serve", "--scheduler", "perhaps"},
+             {"serve", "--dns-port", "0"}}) {
+        const Ended ended = Zelvek(words);
+        EXPECT_EQ(ended.status, 2) << ended.err;
+        EXPECT_EQ(ended.out, "");
+        EXPECT_FALSE(ended.err.empty());
+    }
+    const Ended help = Zelvek({"job", "add", "--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_NE(help.out.find("--alias"), std::string::npos);
+}
+
+TEST_F(CommandLine, AServiceThatDoesNotRunIsNamed) {
+    const Ended ended = Zelvek({"job", "list"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.err,
+              "zelvek: cannot reach the service at " + Socket().string() + ": No such file or directory\n");
+}
+
+TEST_F(CommandLine, ARunThatInstallsSucceeds) {
+    Start();
+    const Ended ended = Run("installs");
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    EXPECT_NE(ended.out.find("run of 'installs'\nsecond line\n"), std::string::npos) << "the run's log lines";
+    EXPECT_NE(ended.out.find("2026-01-01 00:00:00  processing  run    number 1\n"), std::string::npos)
+        << ended.out;
+    EXPECT_NE(ended.out.find("the certificate is installed\n"), std::string::npos);
+}
+
+TEST_F(CommandLine, AQuietRunShowsNoProgress) {
+    Start();
+    const Ended ended = Run("installs", {"--quiet"});
+    EXPECT_EQ(ended.status, 0);
+    EXPECT_EQ(ended.out.find("second line"), std::string::npos);
+    EXPECT_NE(ended.out.find("number 1"), std::string::npos);
+}
+
+TEST_F(CommandLine, ARunsOutcomeIsItsStatus) {
+    Start();
+    const Ended waits = Run("waits", {"--json"});
+    EXPECT_EQ(waits.status, 3);
+    const Json::Value json = Parse(waits.out);
+    EXPECT_EQ(json["outcome"].asString(), "waiting");
+    EXPECT_EQ(json["exit_status"].asInt(), 0);
+    EXPECT_EQ(json["challenges"].asString(), "pending");
+    int id = 1;
+    for (const auto& [certname, status] :
+         std::vector<std::pair<std::string, int>>{{"fails", 1}, {"stops", 1}, {"dies", 1}, {"retries", 3}}) {
+        Zelvek({"job", "add", "shop.example", "--user", "anna", "--certname", certname});
+        ++id;
+        EXPECT_EQ(Zelvek({"job", "run", std::to_string(id), "--plugin", TEST_PLUGIN}).status, status)
+            << certname;
+    }
+}
+
+TEST_F(CommandLine, ARunOfAnInstalledJobHasNothingToDo) {
+    Start();
+    EXPECT_EQ(Run("installs").status, 0);
+    const Ended again = Zelvek({"job", "run", "1", "--plugin", TEST_PLUGIN});
+    EXPECT_EQ(again.status, 4);
+    EXPECT_NE(again.out.find("nothing to do"), std::string::npos);
+    EXPECT_EQ(Parse(Zelvek({"job", "run", "1", "--plugin", TEST_PLUGIN, "--json"}).out)["outcome"].asString(),
+              "nothing");
+}
+
+TEST_F(CommandLine, AJobThatIsRunningIsNotRunTwice) {
+    Start();
+    const std::string id = AddJob();
+    ReadJob(id);
+    const Ended ended = Zelvek({"job", "run", id, "--plugin", TEST_PLUGIN});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.err, "zelvek: job 1 is running already\n");
+    EXPECT_EQ(ReadFile(Path("log") / "runs"), "");
+}
+
+TEST_F(CommandLine, AMissingPlugInIsAFailureThatFreesTheJob) {
+    Start();
+    const std::string id = AddJob();
+    const Ended ended = Zelvek({"job", "run", id, "--plugin", "/nonexistent/plugin"});
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(ended.err, "zelvek: starting /nonexistent/plugin: No such file or directory\n");
+    EXPECT_EQ(Zelvek({"job", "run", id, "--plugin", TEST_PLUGIN}).status, 3);
+}
+
+TEST_F(CommandLine, AnInterruptedRunEndsInOrder) {
+    Start();
+    const std::string id = AddJob({{"certname", "hangs"}});
+    const auto run = StartCommand({ZELVEK_BINARY, "job", "run", id, "--plugin", TEST_PLUGIN});
+    EXPECT_TRUE(Eventually([&] { return run->Out().find("second line") != std::string::npos; }));
+    run->Signal(SIGTERM);
+    const Ended ended = run->Wait();
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "interrupted");
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing

@@ -1,0 +1,199 @@
+// What a killed run, or a killed service, leaves behind is taken back.
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+
+#include "service.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+class DeadRun : public ServiceTest {
+protected:
+    static void Publish(const std::string& token) {
+        Ask("func=ambrin_challenge&action=create&user_name=anna&content=c&file_name=" + token);
+    }
+
+    static void AddRecord(const std::string& value) {
+        Ask("sok=ok&rtype=txt&func=domain.record.edit", {{"su", "anna"},
+                                                         {"plid", "shop.example"},
+                                                         {"name", "_acme-challenge.shop.example."},
+                                                         {"value", value}});
+    }
+
+    static void AddDomain() { Ask("func=zelvek.domain.add&name=shop.example&user_name=anna"); }
+
+    static std::string Processing(const std::string& id) {
+        return Ask("func=zelvek.job.show&elid=" + id).value("processing");
+    }
+
+    /// Makes the records' folder unusable for anybody, root included, and usable again.
+    void BreakRecords() const {
+        std::filesystem::rename(Path("records"), Path("records.away"));
+        std::filesystem::create_directory(Path("records"));
+    }
+    void MendRecords() const {
+        std::filesystem::remove(Path("records"));
+        std::filesystem::rename(Path("records.away"), Path("records"));
+    }
+};
+
+TEST_F(DeadRun, ItsPublicationsAreRemovedAndItsJobIsFree) {
+    Start();
+    AddDomain();
+    const std::string id = AddJob();
+    ASSERT_EQ(InChild([&] {
+                  ReadJob(id);
+                  Publish("left");
+                  AddRecord("left");
+                  ::raise(SIGKILL);
+              }),
+              128 + SIGKILL);
+    EXPECT_TRUE(Eventually([&] { return !HasAnswer("left") && Records().empty(); }));
+    EXPECT_EQ(Processing(id), "off");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.claim&elid=" + id), "");
+}
+
+TEST_F(DeadRun, TheNextReaderFindsItsPublicationsGone) {
+    Start({{"--sweep-interval", "86400"}});
+    const std::string id = AddJob();
+    ASSERT_EQ(InChild([&] {
+                  ReadJob(id);
+                  Publish("left");
+              }),
+              0);
+    EXPECT_TRUE(HasAnswer("left"));
+    ReadJob(id);
+    EXPECT_FALSE(HasAnswer("left"));
+}
+
+TEST_F(DeadRun, ALivingProcessKeepsWhatItPublishesAnew) {
+    Start();
+    const std::string id = AddJob();
+    ASSERT_EQ(InChild([&] {
+                  ReadJob(id);
+                  Publish("shared");
+              }),
+              0);
+    ReadJob(id);
+    Publish("shared");
+    // A sweep that removes something else proves that one has passed.
+    ASSERT_EQ(InChild([] { Publish("other"); }), 0);
+    EXPECT_TRUE(Eventually([&] { return !HasAnswer("other"); }));
+    EXPECT_TRUE(HasAnswer("shared"));
+}
+
+TEST_F(DeadRun, ARecordThatExistsPassesToTheNewestPublisher) {
+    Start();
+    AddDomain();
+    const std::string id = AddJob();
+    const std::string line = "shop.example _acme-challenge.shop.example v\n";
+    ReadJob(id);
+    AddRecord("v");
+    Write(id, {{"challenges", "pending"}});
+    ASSERT_EQ(InChild([&] {
+                  ReadJob(id);
+                  if (ErrorOf("sok=ok&rtype=txt&func=domain.record.edit",
+                              {{"su", "anna"}, {"name", "_acme-challenge.shop.example"}, {"value", "v"}}) !=
+                      "exists") {
+                      ::_exit(1);
+                  }
+                  Write(id, {{"challenges", "pending"}});
+              }),
+              0);
+    EXPECT_EQ(Records(), line);
+    ReadJob(id);
+    Write(id);
+    EXPECT_EQ(Records(), "");
+}
+
+TEST_F(DeadRun, ARecordOfSomebodyElseStays) {
+    Start();
+    AddDomain();
+    const std::string line = "shop.example _acme-challenge.shop.example theirs\n";
+    std::ofstream(Path("records")) << line;
+    const std::string id = AddJob();
+    ReadJob(id);
+    EXPECT_EQ(ErrorOf("sok=ok&rtype=txt&func=domain.record.edit",
+                      {{"su", "anna"}, {"name", "_acme-challenge.shop.example"}, {"value", "theirs"}}),
+              "exists");
+    Write(id);
+    EXPECT_EQ(Records(), line);
+}
+
+TEST_F(DeadRun, IsClearedAwayAtTheServicesStart) {
+    Start({{"--sweep-interval", "86400"}});
+    const std::string id = AddJob();
+    ASSERT_EQ(InChild([&] {
+                  ReadJob(id);
+                  Publish("left");
+              }),
+              0);
+    Kill();
+    EXPECT_TRUE(HasAnswer("left"));
+    Start({{"--sweep-interval", "86400"}});
+    EXPECT_TRUE(Eventually([&] { return !HasAnswer("left"); }));
+    EXPECT_EQ(Processing(id), "off");
+}
+
+TEST_F(DeadRun, ALivingRunOutlivesARestartOfTheService) {
+    Start();
+    const std::string id = AddJob();
+    ReadJob(id);
+    Publish("mine");
+    Kill();
+    Start();
+    EXPECT_EQ(Processing(id), "on");
+    Write(id, {{"challenges", "pending"}, {"kid", "k"}});
+    EXPECT_TRUE(HasAnswer("mine"));
+    EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "k");
+}
+
+TEST_F(DeadRun, ARemovalThatFailsIsTriedAgain) {
+    Start();
+    AddDomain();
+    const std::string id = AddJob();
+    ReadJob(id);
+    AddRecord("v");
+    BreakRecords();
+    Write(id);  // the record is stored all the same
+    EXPECT_EQ(Processing(id), "off");
+    MendRecords();
+    EXPECT_TRUE(Eventually([&] { return Records().empty(); }));
+}
+
+TEST_F(DeadRun, AFailedDeletionIsAnErrorAndTriedAgain) {
+    Start();
+    AddDomain();
+    const std::string id = AddJob();
+    ReadJob(id);
+    AddRecord("v");
+    BreakRecords();
+    EXPECT_EQ(
+        ErrorOf("sok=ok&rtype=txt&func=domain.record.delete",
+                {{"su", "anna"}, {"plid", "shop.example"}, {"elid", "_acme-challenge.shop.example. TXT  v"}}),
+        "dns");
+    MendRecords();
+    EXPECT_TRUE(Eventually([&] { return Records().empty(); }));
+}
+
+TEST_F(DeadRun, ItsRequestsAreReplacedByTheNextRun) {
+    Start();
+    const std::string id = AddJob({{"csr_key_type", "ec"}});
+    const auto make = [] {
+        Ask("func=sslcert.csr.edit&domain=shop.example&su=anna&certname_ascii=shop.example&key_type=ec");
+    };
+    ASSERT_EQ(InChild(make), 0);
+    const std::string left = Ask("func=sslcert.csr.edit&out=xml&elid=shop.example").value("csr_req");
+    make();
+    EXPECT_NE(Ask("func=sslcert.csr.edit&out=xml&elid=shop.example").value("csr_req"), left);
+    Ask("func=sslcert.csr.delete&elid=shop.example");
+    EXPECT_EQ(ErrorOf("func=sslcert.csr.edit&out=xml&elid=shop.example"), "missed")
+        << "the dead one's is gone too";
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing

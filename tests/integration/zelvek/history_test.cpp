@@ -1,0 +1,66 @@
+// A job's history, appended to by every write-back.
+#include "service.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+class History : public ServiceTest {
+protected:
+    History() { Start(); }
+
+    std::vector<std::string> Events(const std::string& id) {
+        std::vector<std::string> events;
+        const auto shown = Ask("func=zelvek.job.show&elid=" + id);
+        for (const auto& node : shown.xml().GetNodes("/doc/event")) {
+            events.push_back(node.Value("time") + "|" + node.Value("state") + "|" + node.Value("event") +
+                             "|" + node.Value("detail"));
+        }
+        return events;
+    }
+};
+
+TEST_F(History, EveryRunsEntriesAreAppended) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    Write(id, {{"log", "2026-01-01 00:00:00,processing,challenge_start,;2026-01-01 00:00:01,failed,x,y"}});
+    ReadJob(id);
+    Write(id, {{"log", ""}});
+    ReadJob(id);
+    Write(id, {{"log", "2026-01-02 00:00:00,success,cert_recived,"}});
+    EXPECT_EQ(Events(id), (std::vector<std::string>{"2026-01-01 00:00:00|processing|challenge_start|",
+                                                    "2026-01-01 00:00:01|failed|x|y",
+                                                    "2026-01-02 00:00:00|success|cert_recived|"}));
+}
+
+TEST_F(History, DetailsHoldAnyText) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    const std::string detail = "a;b,c; 2026-01-01, <x> \"q\"\nline & more";
+    Write(id, {{"log", "2026-01-01 00:00:00,failed,e," + detail + ";2026-01-01 00:00:02,failed,f,"}});
+    EXPECT_EQ(Events(id), (std::vector<std::string>{"2026-01-01 00:00:00|failed|e|" + detail,
+                                                    "2026-01-01 00:00:02|failed|f|"}));
+}
+
+TEST_F(History, ARefusedWriteBackAddsNothing) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    EXPECT_EQ(ErrorOf("func=ambrin.data.edit&sok=ok",
+                      WriteBack(id, {{"log", "2026-01-01 00:00:00,failed,e,"}, {"verified", "perhaps"}})),
+              "value");
+    EXPECT_TRUE(Events(id).empty());
+}
+
+// An authority's words reach the history; they must not cost a run its account key.
+TEST_F(History, CharactersThatNoAnswerCarriesCostNoWriteBack) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    Write(id, {{"kid", "k"}, {"log", "2026-01-01 00:00:00,failed,e,bell\x07 and \xff"}});
+    EXPECT_EQ(Events(id),
+              std::vector<std::string>{"2026-01-01 00:00:00|failed|e|bell\xef\xbf\xbd and \xef\xbf\xbd"});
+    EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "k");
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing

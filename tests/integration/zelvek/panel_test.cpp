@@ -1,0 +1,145 @@
+// Notifications, the functions' table, and what the command line's functions never give away.
+#include "service.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+class Panel : public ServiceTest {
+protected:
+    Panel() { Start(); }
+
+    std::vector<std::string> Problems() {
+        std::vector<std::string> problems;
+        const auto list = Ask("func=zelvek.problem.list");
+        const auto nodes = list.xml().GetNodes("/doc/elem");
+        for (std::size_t i = 0; i < nodes.size(); ++i) {
+            std::string text =
+                nodes[i].Value("name") + " " + nodes[i].Value("level") + " " + nodes[i].Value("owner");
+            for (const auto& parameter :
+                 list.xml().GetNodes("/doc/elem[" + std::to_string(i + 1) + "]/parameter")) {
+                text += " " + parameter.Value("name") + "=" + parameter.Value("value");
+            }
+            problems.push_back(text);
+        }
+        return problems;
+    }
+};
+
+TEST_F(Panel, KeepsNotificationsWithTheirParameters) {
+    Ask("func=problems.register&sok=ok", {{"name", "ambrin_failed_admin"},
+                                          {"id", "0123456789abcdef"},
+                                          {"level", "error"},
+                                          {"param_name", "shop.example"},
+                                          {"param_error", "a;b=c & \"d\"\n<e>"}});
+    Ask("func=problems.register&sok=ok", {{"name", "ambrin_failed_user"},
+                                          {"id", "0123456789abcde0"},
+                                          {"level", "error"},
+                                          {"owner", "anna"},
+                                          {"param_error", ""}});
+    EXPECT_EQ(Problems(), (std::vector<std::string>{
+                              "ambrin_failed_admin error root error=a;b=c & \"d\"\n<e> name=shop.example",
+                              "ambrin_failed_user error anna error="}));
+}
+
+TEST_F(Panel, ARepeatedNotificationIsNotDoubled) {
+    const std::map<std::string, std::string> problem{
+        {"name", "n"}, {"id", "1"}, {"level", "message"}, {"param_a", "b"}};
+    Ask("func=problems.register&sok=ok", problem);
+    Ask("func=problems.register&sok=ok", problem);
+    EXPECT_EQ(Problems().size(), 1U);
+}
+
+TEST_F(Panel, ANotificationNeedsNameAndId) {
+    EXPECT_EQ(ErrorOf("func=problems.register&sok=ok", {{"name", "n"}}), "value");
+    EXPECT_EQ(ErrorOf("func=problems.register&sok=ok", {{"id", "1"}}), "value");
+    EXPECT_EQ(ErrorOf("func=problems.register&sok=ok", {{"name", "n"}, {"id", "1"}, {"param_x", "\x01"}}),
+              "value");
+    EXPECT_TRUE(Problems().empty());
+}
+
+TEST_F(Panel, AnUnknownFunctionIsMissed) {
+    EXPECT_EQ(ErrorOf("func=no.such.function"), "missed");
+    EXPECT_EQ(ErrorOf("sok=ok&rtype=txt"), "missed") << "no function at all";
+    EXPECT_EQ(ErrorOf("func=%00%ff"), "missed");
+}
+
+TEST_F(Panel, ErrorsSayWhatIsWrong) {
+    try {
+        Ask("func=zelvek.job.add", {{"domain", "a..b"}, {"user_name", "anna"}});
+        FAIL() << "such a name is accepted";
+    } catch (const vek_err::Error& error) {
+        EXPECT_STREQ(error.what(), "\"a..b\" is no domain name");
+    }
+}
+
+TEST_F(Panel, NoFunctionOfTheCommandLineGivesAKey) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    Write(id, {{"kid", "k"}, {"acmekey", "SECRET"}, {"update_default_account", "on"}});
+    const auto account = Ask("func=zelvek.account.show");
+    EXPECT_EQ(account.value("kid"), "k");
+    EXPECT_EQ(account.value("key"), "on");
+    for (const std::string& query :
+         {std::string("func=zelvek.account.show"), std::string("func=zelvek.job.list"),
+          "func=zelvek.job.show&elid=" + id}) {
+        EXPECT_FALSE(Ask(query).xml().GetNode("//*[contains(text(), 'SECRET')]")) << query;
+    }
+}
+
+TEST_F(Panel, JobsAreCheckedWhenTheyAreAdded) {
+    const std::vector<std::map<std::string, std::string>> wrong{
+        {{"domain", ""}},
+        {{"domain", "-a.example"}},
+        {{"domain", std::string(64, 'a') + ".example"}},
+        {{"domain", "192.0.2.1"}},
+        {{"domain", "*.shop.example"}},
+        {{"domain", "*.shop.example"}, {"check_type", "http"}},
+        {{"domain", "www.*.example"}, {"check_type", "dns"}},
+        {{"aliases", "good.example bad..example"}},
+        {{"check_type", "mail"}},
+        {{"user_name", ""}},
+        {{"user_name", "../etc"}},
+        {{"user_name", ".hidden"}},
+        {{"user_name", "-option"}},
+        {{"user_name", "a b"}},
+        {{"certname", "../../etc"}},
+        {{"certname", "a/b"}},
+        {{"certname", "a\nb"}},
+        {{"csr_domain", "evil.example"}},
+        {{"csr_certname_ascii", "other"}},
+        {{"max_account_check_attempts", "x"}}};
+    for (const auto& entries : wrong) {
+        std::map<std::string, std::string> all{{"domain", "shop.example"}, {"user_name", "anna"}};
+        for (const auto& [key, value] : entries) all[key] = value;
+        EXPECT_EQ(ErrorOf("func=zelvek.job.add", all), "value")
+            << entries.begin()->first << "=" << entries.begin()->second;
+    }
+    EXPECT_EQ(ErrorOf("func=zelvek.job.add",
+                      {{"domain", "*.shop.example"}, {"user_name", "anna"}, {"check_type", "dns"}}),
+              "");
+}
+
+TEST_F(Panel, ARunningJobIsNeitherClaimedNorRemoved) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    EXPECT_EQ(ErrorOf("func=zelvek.job.claim&elid=" + id), "busy");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.remove&elid=" + id), "busy");
+    Write(id);
+    EXPECT_EQ(ErrorOf("func=zelvek.job.claim&elid=" + id), "");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.claim&elid=" + id), "busy");
+    ReadJob(id);
+    Write(id);
+    EXPECT_EQ(ErrorOf("func=zelvek.job.remove&elid=" + id), "");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.show&elid=" + id), "missed");
+}
+
+TEST_F(Panel, TheIdOfARemovedJobIsNotUsedAgain) {
+    const std::string first = AddJob();
+    Ask("func=zelvek.job.remove&elid=" + first);
+    EXPECT_NE(AddJob(), first);
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing

@@ -1,0 +1,62 @@
+// A plug-in for the tests of the service: its run does what the job's certificate name says.
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+
+#include "vek/client.h"
+#include "vek/launcher.h"
+#include "vek/log.h"
+#include "vek/proc.h"
+#include "vek/str.h"
+
+namespace {
+
+constexpr std::uint64_t kLong = 600'000;  // milliseconds
+
+void WriteBack(const std::string& id, int attempts, std::map<std::string, std::string> entries) {
+    entries["elid"] = id;
+    entries["attempt_count"] = str::Str(attempts);
+    entries["processing"] = "off";
+    entries["log"] = "2026-01-01 00:00:00,processing,run,number " + str::Str(attempts);
+    vek_client::Local("zelvek", "plugin").Query("func=ambrin.data.edit&sok=ok", entries);
+}
+
+/// One line a run: the job and the process.
+void Note(const std::string& id) {
+    std::ofstream runs(std::string(std::getenv("VEK_LOG_DIR")) + "/runs", std::ios::app);
+    runs << id + " " + std::to_string(getpid()) + "\n" << std::flush;
+}
+
+}  // namespace
+
+int zelmain(int, char** argv) {
+    const std::string id = argv[1];
+    vek_log::Init("ambrin", vek_log::kTrace);
+    const vek_log::Module log("zelvek", "test");
+    Note(id);
+    if (std::getenv("PLUGIN_DIES_AT_ONCE") != nullptr) return 7;
+    const auto record =
+        vek_client::Local("zelvek", "plugin").Query("func=ambrin.data.edit&elid=?&out=xml", id);
+    const std::string way = record.value("certname");
+    const int attempts = str::Int(record.value("attempt_count")) + 1;
+    log.Write(vek_log::kTrace, "run of '%s'\nsecond line", way);
+
+    std::map<std::string, std::string> entries;
+    if (way == "dies") ::raise(SIGKILL);
+    if (way == "installs") entries["verified"] = "on";
+    if (way == "stops") entries["failed"] = "on";
+    if (way == "waits") entries = {{"challenges", "pending"}, {"next_attempt", "2999-01-01 00:00:00"}};
+    if (way == "hangs") {
+        try {
+            vek_proc::Sleep(kLong);
+        } catch (const vek_proc::Interrupted&) {
+            WriteBack(id, attempts, {{"kid", "interrupted"}});
+            throw;
+        }
+    }
+    WriteBack(id, attempts, entries);
+    return way == "fails" ? 1 : 0;
+}

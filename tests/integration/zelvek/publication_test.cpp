@@ -1,0 +1,141 @@
+// Answer files, and how long what a job publishes stays.
+#include "service.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+class Publication : public ServiceTest {
+protected:
+    Publication() { Start(); }
+
+    static void Challenge(const std::string& action, const std::string& token,
+                          const std::string& content = "c") {
+        vek_client::Local("zelvek", "test")
+            .Query("func=ambrin_challenge&action=?&user_name=?&file_name=?&content=?", action, "anna", token,
+                   content);
+    }
+};
+
+TEST_F(Publication, AnAnswerIsWrittenAndRemoved) {
+    Challenge("create", "Token-_9", "a.b&c=d?\n");
+    EXPECT_EQ(ReadFile(Path("answers") / "Token-_9"), "a.b&c=d?\n");
+    Challenge("create", "Token-_9", "other");
+    EXPECT_EQ(ReadFile(Path("answers") / "Token-_9"), "other");
+    Challenge("delete", "Token-_9");
+    EXPECT_FALSE(HasAnswer("Token-_9"));
+    Challenge("delete", "Token-_9");
+}
+
+TEST_F(Publication, WhatIsNoTokenUserOrActionIsRefused) {
+    for (const std::string token : {"", "..", "../x", "a/b", "a.b", "a b", "ü"}) {
+        EXPECT_EQ(ErrorOf("func=ambrin_challenge&action=create&user_name=anna", {{"file_name", token}}),
+                  "value")
+            << token;
+        EXPECT_EQ(ErrorOf("func=ambrin_challenge&action=delete&user_name=anna", {{"file_name", token}}),
+                  "value")
+            << token;
+    }
+    EXPECT_EQ(ErrorOf("func=ambrin_challenge&action=create&user_name=..&file_name=t&content=c"), "value");
+    EXPECT_EQ(ErrorOf("func=ambrin_challenge&action=update&user_name=anna&file_name=t&content=c"), "value");
+    EXPECT_EQ(ErrorOf("func=ambrin_challenge&user_name=anna&file_name=t&content=c"), "value");
+    EXPECT_TRUE(std::filesystem::is_empty(Path("answers")));
+}
+
+TEST_F(Publication, WhatCannotBeWrittenIsAnErrorAndLeavesNothingRecorded) {
+    std::filesystem::create_directories(Path("answers") / "t" / "in-the-way");
+    EXPECT_EQ(ErrorOf("func=ambrin_challenge&action=create&user_name=anna&file_name=t&content=c"), "io");
+    Stop();
+    EXPECT_EQ(ReadFile(Path("command-1.err")).find("removing"), std::string::npos);
+}
+
+TEST_F(Publication, AJobWithChallengesKeepsWhatItPublished) {
+    const std::string id = AddJob();
+    ASSERT_EQ(InChild([&] {
+                  ReadJob(id);
+                  Challenge("create", "kept");
+                  Write(id, {{"challenges", "pending"}});
+              }),
+              0);
+    Ask("func=zelvek.job.show&elid=" + id);
+    ReadJob(id);  // looks for what dead runs left
+    EXPECT_TRUE(HasAnswer("kept"));
+}
+
+TEST_F(Publication, AKilledLaterRunLosesNothingThatWasKept) {
+    const std::string id = AddJob();
+    ASSERT_EQ(InChild([&] {
+                  ReadJob(id);
+                  Challenge("create", "kept");
+                  Write(id, {{"challenges", "pending"}});
+              }),
+              0);
+    ASSERT_EQ(InChild([&] {
+                  ReadJob(id);
+                  Challenge("create", "kept", "anew");
+                  Challenge("create", "later");
+              }),
+              0);
+    EXPECT_TRUE(Eventually([&] { return !HasAnswer("later"); }));
+    EXPECT_TRUE(HasAnswer("kept"));
+    ReadJob(id);
+    Write(id);
+    EXPECT_FALSE(HasAnswer("kept"));
+}
+
+TEST_F(Publication, AJobWithoutChallengesKeepsNothing) {
+    const std::string id = AddJob();
+    for (const std::map<std::string, std::string>& end :
+         {std::map<std::string, std::string>{{"challenges", ""}},
+          {{"challenges", "pending"}, {"failed", "on"}},
+          {{"challenges", "pending"}, {"verified", "on"}}}) {
+        ReadJob(id);
+        Challenge("create", "left");
+        Write(id, end);
+        EXPECT_FALSE(HasAnswer("left"));
+    }
+}
+
+TEST_F(Publication, AStaleWriteBackRemovesNothing) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    Challenge("create", "mine");
+    EXPECT_EQ(InChild([&] { Write(id); }), 99);
+    EXPECT_TRUE(HasAnswer("mine"));
+}
+
+TEST_F(Publication, OneJobsEndLeavesTheOthersAnswersAlone) {
+    const std::string first = AddJob();
+    const std::string second = AddJob({{"domain", "blog.example"}});
+    ReadJob(first);
+    Challenge("create", "first");
+    Challenge("create", "both");
+    Write(first, {{"challenges", "pending"}});
+    ReadJob(second);
+    Challenge("create", "second");
+    Challenge("create", "both");
+    Challenge("delete", "both");
+    EXPECT_TRUE(HasAnswer("both")) << "the first job still needs it";
+    Challenge("create", "both");
+    Write(second);
+    EXPECT_FALSE(HasAnswer("second"));
+    EXPECT_TRUE(HasAnswer("first"));
+    EXPECT_TRUE(HasAnswer("both"));
+    ReadJob(first);
+    Write(first);
+    EXPECT_FALSE(HasAnswer("first"));
+    EXPECT_FALSE(HasAnswer("both"));
+}
+
+TEST_F(Publication, ARemovedJobTakesItsAnswersAlong) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    Challenge("create", "kept");
+    Write(id, {{"challenges", "pending"}});
+    Ask("func=zelvek.job.remove&elid=" + id);
+    EXPECT_FALSE(HasAnswer("kept"));
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing

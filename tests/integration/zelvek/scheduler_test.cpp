@@ -1,0 +1,128 @@
+// Due jobs are started by themselves, one process each, and end in order with the service.
+#include <SQLiteCpp/Database.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <set>
+#include <sstream>
+
+#include "service.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+class SchedulerTest : public ServiceTest {
+protected:
+    void StartScheduler(const std::string& retry = "3600") {
+        Start({{"--scheduler", "on"}, {"--scheduler-interval", "0.05"}, {"--retry-interval", retry}});
+    }
+
+    static std::string Add(const std::string& certname) { return AddJob({{"certname", certname}}); }
+
+    static std::string Value(const std::string& id, const std::string& key) {
+        return Ask("func=zelvek.job.show&elid=" + id).value(key);
+    }
+
+    /// The processes that have run for the job.
+    std::vector<pid_t> Runs(const std::string& id) const {
+        std::istringstream lines(ReadFile(Path("log") / "runs"));
+        std::vector<pid_t> runs;
+        std::string job;
+        for (pid_t pid = 0; lines >> job >> pid;) {
+            if (job == id) runs.push_back(pid);
+        }
+        return runs;
+    }
+
+    bool Over(const std::string& id) const { return !Runs(id).empty() && Value(id, "processing") == "off"; }
+};
+
+TEST_F(SchedulerTest, StartsANewJobAtOnceAndAVerifiedOneNeverAgain) {
+    StartScheduler("1");
+    const std::string id = Add("installs");
+    const std::string marker = Add("retries");
+    EXPECT_TRUE(Eventually([&] { return Value(id, "verified") == "on"; }));
+    EXPECT_TRUE(Eventually([&] { return Runs(marker).size() >= 3; }));
+    EXPECT_EQ(Runs(id).size(), 1U);
+}
+
+TEST_F(SchedulerTest, AFailedJobIsNotStartedAgain) {
+    StartScheduler("1");
+    const std::string id = Add("stops");
+    const std::string marker = Add("fails");
+    EXPECT_TRUE(Eventually([&] { return Runs(marker).size() >= 3; })) << "a run that failed is repeated";
+    EXPECT_EQ(Runs(id).size(), 1U);
+}
+
+TEST_F(SchedulerTest, WaitsUntilTheTimeThatTheJobAsksFor) {
+    StartScheduler("1");
+    const std::string id = Add("waits");
+    const std::string marker = Add("retries");
+    EXPECT_TRUE(Eventually([&] { return Runs(marker).size() >= 3; }));
+    EXPECT_EQ(Runs(id).size(), 1U);
+    EXPECT_EQ(Value(id, "next_attempt"), "2999-01-01 00:00:00");
+}
+
+TEST_F(SchedulerTest, WaitsForTheRetryIntervalOtherwise) {
+    StartScheduler("3600");
+    const std::string id = Add("retries");
+    EXPECT_TRUE(Eventually([&] { return Over(id); }));
+    const std::string later = Add("retries");
+    EXPECT_TRUE(Eventually([&] { return Over(later); }));
+    EXPECT_EQ(Runs(id).size(), 1U);
+}
+
+TEST_F(SchedulerTest, AKilledRunFreesItsJob) {
+    StartScheduler("1");
+    const std::string id = Add("dies");
+    EXPECT_TRUE(Eventually([&] { return Runs(id).size() >= 2; }));
+}
+
+TEST_F(SchedulerTest, ARunThatDiesBeforeReadingFreesItsJob) {
+    ::setenv("PLUGIN_DIES_AT_ONCE", "1", 1);
+    StartScheduler("1");
+    ::unsetenv("PLUGIN_DIES_AT_ONCE");
+    const std::string id = Add("installs");
+    EXPECT_TRUE(Eventually([&] { return Runs(id).size() >= 2; }));
+}
+
+TEST_F(SchedulerTest, RunsNoMoreThanFourAtOnceAndOneForEachJob) {
+    StartScheduler();
+    std::vector<std::string> ids;
+    for (int i = 0; i < 6; ++i) ids.push_back(Add("hangs"));
+    const auto running = [&] {
+        return std::count_if(ids.begin(), ids.end(),
+                             [&](const std::string& id) { return !Runs(id).empty(); });
+    };
+    EXPECT_TRUE(Eventually([&] { return running() == 4; }));
+    EXPECT_EQ(ErrorOf("func=zelvek.job.claim&elid=" + ids[0]), "busy");
+    ::kill(Runs(ids[0]).front(), SIGTERM);
+    EXPECT_TRUE(Eventually([&] { return running() == 5; }));
+    for (const auto& id : ids) EXPECT_LE(Runs(id).size(), 1U);
+}
+
+TEST_F(SchedulerTest, AStopEndsTheRunsWhichStillWriteTheirRecordsBack) {
+    StartScheduler();
+    const std::string id = Add("hangs");
+    EXPECT_TRUE(Eventually([&] { return Value(id, "processing") == "on" && !Runs(id).empty(); }));
+    const pid_t run = Runs(id).front();
+    EXPECT_TRUE(Eventually([&] { return !ReadFile(Path("log") / "ambrin.log").empty(); }));
+    Stop();
+    EXPECT_NE(::kill(run, 0), 0) << "it outlives the service";
+    Start();
+    EXPECT_EQ(Value(id, "kid"), "interrupted");
+    EXPECT_EQ(Value(id, "processing"), "off");
+}
+
+TEST_F(SchedulerTest, RunsGetTheServicesEnvironment) {
+    StartScheduler();
+    const std::string id = Add("installs");
+    EXPECT_TRUE(Eventually([&] { return Value(id, "verified") == "on"; })) << "VEK_RUN_DIR";
+    EXPECT_FALSE(Runs(id).empty()) << "VEK_LOG_DIR";
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing

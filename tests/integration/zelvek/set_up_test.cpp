@@ -1,0 +1,121 @@
+// The service's start: what it takes over, what it refuses, what it reads from a file.
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <fstream>
+
+#include "service.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class SetUp : public ServiceTest {
+protected:
+    /// What the service says when it does not start.
+    std::string Refusal(const std::map<std::string, std::string>& options = {}) {
+        const Ended ended = StartCommand(ServeCommand(options))->Wait();
+        EXPECT_EQ(ended.status, 1) << ended.err;
+        EXPECT_EQ(ended.out, "");
+        return ended.err;
+    }
+};
+
+TEST_F(SetUp, ASecondServiceInTheSameDirectoryIsRefused) {
+    Start();
+    EXPECT_EQ(Refusal({{"--database", Path("other.db")}}),
+              "zelvek: another service runs on " + Socket().string() + " already\n");
+    EXPECT_EQ(ErrorOf("func=zelvek.account.show"), "") << "the first goes on";
+}
+
+TEST_F(SetUp, ASecondServiceWithTheSameDatabaseIsRefused) {
+    Start();
+    ::setenv("VEK_RUN_DIR", Path("run2").c_str(), 1);
+    EXPECT_EQ(Refusal(), "zelvek: database " + Database().string() + " is in use by another service\n");
+}
+
+TEST_F(SetUp, ASocketThatNobodyAnswersOnIsReplaced) {
+    Start();
+    Kill();
+    EXPECT_TRUE(fs::exists(Socket()));
+    Start();
+    EXPECT_EQ(ErrorOf("func=zelvek.account.show"), "");
+}
+
+TEST_F(SetUp, AFileInTheSocketsPlaceStays) {
+    fs::create_directory(Path("run"));
+    std::ofstream(Socket()) << "precious";
+    EXPECT_EQ(Refusal(), "zelvek: " + Socket().string() + " is in the way: it is no socket\n");
+    EXPECT_EQ(ReadFile(Socket()), "precious");
+}
+
+TEST_F(SetUp, WhatCannotBeUsedIsNamed) {
+    std::ofstream(Path("file")) << "no directory, no database";
+    EXPECT_NE(
+        Refusal({{"--answers-dir", Path("file")}}).find("the answers' directory " + Path("file").string()),
+        std::string::npos);
+    EXPECT_NE(Refusal({{"--certs-dir", Path("file") / "x"}}).find("the certificates' directory"),
+              std::string::npos);
+    EXPECT_NE(Refusal({{"--database", Path("file")}}).find("database " + Path("file").string()),
+              std::string::npos);
+    EXPECT_NE(
+        Refusal({{"--scheduler", "on"}, {"--plugin", "/nonexistent/plugin"}}).find("/nonexistent/plugin"),
+        std::string::npos);
+    EXPECT_NE(Refusal({{"--http-responder", "nowhere"}}).find("nowhere"), std::string::npos);
+    EXPECT_EQ(ReadFile(Path("file")), "no directory, no database");
+}
+
+TEST_F(SetUp, APortInUseIsNamed) {
+    const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    ASSERT_EQ(::bind(fd, reinterpret_cast<const sockaddr*>(&address), size), 0);
+    ASSERT_EQ(::listen(fd, 1), 0);
+    ASSERT_EQ(::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size), 0);
+    const std::string where = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
+    EXPECT_NE(Refusal({{"--http-responder", where}}).find(where), std::string::npos);
+    ::close(fd);
+}
+
+TEST_F(SetUp, OptionsAreTakenFromAFileToo) {
+    std::ofstream(Path("conf")) << "# the service\n"
+                                << "database = " << Path("from-file.db").string() << "\n"
+                                << "answers-dir=\"" << Path("answers here").string() << "\"\n"
+                                << "certs-dir=" << Path("ignored").string() << "\n"
+                                << "reload-command=echo  one two\n"
+                                << "scheduler=off\n"
+                                << "dns-records-file=" << Path("records").string() << "\n";
+    const auto service =
+        StartCommand({ZELVEK_BINARY, "serve", "--config", Path("conf"), "--certs-dir", Path("certs")});
+    ASSERT_TRUE(Eventually([&] { return service->Out() == "zelvek: ready\n" || !service->Running(); }));
+    EXPECT_TRUE(fs::exists(Path("from-file.db"))) << service->Err();
+    EXPECT_TRUE(fs::is_directory(Path("answers here")));
+    EXPECT_TRUE(fs::is_directory(Path("certs"))) << "the command line goes before the file";
+    EXPECT_FALSE(fs::exists(Path("ignored")));
+    service->Signal(SIGINT);
+    EXPECT_EQ(service->Wait().status, 0);
+}
+
+TEST_F(SetUp, AFileWithAnUnknownOptionOrAWrongValueIsRefused) {
+    const auto refused = [&](const std::string& line) {
+        std::ofstream(Path("conf")) << line << "\n";
+        const Ended ended = Zelvek({"serve", "--config", Path("conf")});
+        EXPECT_EQ(ended.status, 2) << line << ended.err;
+        return ended.err;
+    };
+    EXPECT_NE(refused("databas=x").find("there is no option \"databas\""), std::string::npos);
+    refused("scheduler=perhaps");
+    refused("dns-port=eighty");
+    refused("reload-command=\"echo # cut");
+    EXPECT_EQ(Zelvek({"serve", "--config", Path("missing")}).status, 2);
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing
