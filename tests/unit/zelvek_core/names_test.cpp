@@ -1,0 +1,114 @@
+#include "zelvek/names.h"
+
+#include <gtest/gtest.h>
+
+#include "vek/err.h"
+
+namespace zelvek::names {
+namespace {
+
+template <class Check>
+bool Passes(const Check& check) {
+    try {
+        check();
+        return true;
+    } catch (const vek_err::Error& error) {
+        EXPECT_EQ(error.type(), "value");
+        return false;
+    }
+}
+
+bool IsUser(const std::string& user) {
+    return Passes([&] { CheckUser(user); });
+}
+bool IsCertname(const std::string& name) {
+    return Passes([&] { CheckCertname(name); });
+}
+bool IsDomain(const std::string& name, bool wildcard = false) {
+    return Passes([&] { CheckDomain(name, wildcard); });
+}
+
+TEST(Users, AreShortWordsOfPlainCharacters) {
+    for (const char* user : {"anna", "a", "A.b_c-9", "_x"}) EXPECT_TRUE(IsUser(user)) << user;
+    for (const char* user : {"", ".", "..", ".a", "-a", "a b", "a/b", "a%b", "ä", "a\n"})
+        EXPECT_FALSE(IsUser(user)) << user;
+    EXPECT_FALSE(IsUser(std::string("a\0b", 3)));
+    EXPECT_FALSE(IsUser(std::string(300, 'a')));
+}
+
+TEST(CertificateNames, CanBeFolders) {
+    for (const char* name : {"shop.example", "*.shop.example", "bücher.example", "My certificate", "a%#%b"}) {
+        EXPECT_TRUE(IsCertname(name)) << name;
+    }
+    for (const char* name : {"", ".", "..", ".a", "-a", "a/b", "../x", "a\nb", "a\x7f", "\xff"}) {
+        EXPECT_FALSE(IsCertname(name)) << name;
+    }
+    EXPECT_FALSE(IsCertname(std::string(254, 'a')));
+    EXPECT_FALSE(IsCertname(std::string("a\0b", 3)));
+}
+
+TEST(DomainNames, HaveLabelsOfLettersDigitsHyphensAndUnderscores) {
+    const std::string label(63, 'a');
+    for (const std::string& name :
+         {std::string("shop.example"), std::string("localhost"), std::string("_x.a-b.example"),
+          std::string("bücher.example"), std::string("xn--bcher-kva.example"), std::string("1.example"),
+          label + ".example", label + "." + label + "." + label + "." + std::string(61, 'a')}) {
+        EXPECT_TRUE(IsDomain(name)) << name;
+    }
+    for (const std::string& name :
+         {std::string(), std::string("."), std::string("a."), std::string(".a"), std::string("a..b"),
+          std::string("-a.b"), std::string("a-.b"), std::string("a b.c"), std::string("a/b"),
+          std::string("a\n"), std::string("\xff.a"), std::string("192.0.2.1"), "a" + label + ".example",
+          label + "." + label + "." + label + "." + std::string(62, 'a'), std::string("*.a"),
+          std::string("a\0b", 3)}) {
+        EXPECT_FALSE(IsDomain(name)) << name;
+    }
+}
+
+TEST(DomainNames, MayHaveAWildcardAsTheirFirstLabelWhereItIsAllowed) {
+    EXPECT_TRUE(IsDomain("*.shop.example", true));
+    EXPECT_TRUE(IsDomain("*.bücher.example", true));
+    for (const char* name : {"*", "*.", "a.*.b", "**.a", "*a.b", "*.*.a"})
+        EXPECT_FALSE(IsDomain(name, true)) << name;
+}
+
+TEST(Texts, AreWhatXmlCarries) {
+    for (const std::string& text :
+         {std::string(), std::string("\t\n\r "), std::string("ü東\xf0\x9f\x94\x91"), std::string("\x7f"),
+          std::string("\xed\x9f\xbf\xee\x80\x80\xef\xbf\xbd\xf4\x8f\xbf\xbf")}) {
+        EXPECT_TRUE(IsText(text)) << text;
+        EXPECT_EQ(MakeText(text), text);
+    }
+    for (const std::string& text :
+         {std::string("\0", 1), std::string("\x01"), std::string("\x1f"), std::string("\x80"),
+          std::string("\xc3"), std::string("\xc0\x80"), std::string("\xe0\x80\x80"),
+          std::string("\xed\xa0\x80"), std::string("\xef\xbf\xbe"), std::string("\xef\xbf\xbf"),
+          std::string("\xf4\x90\x80\x80"), std::string("\xf8\x88\x80\x80\x80"),
+          std::string("\xf0\x9f\x94")}) {
+        EXPECT_FALSE(IsText("a" + text + "b"));
+        EXPECT_TRUE(IsText(MakeText("a" + text + "b")));
+        EXPECT_TRUE(MakeText("a" + text + "b").starts_with("a\xef\xbf\xbd"));
+        EXPECT_TRUE(MakeText("a" + text + "b")
+                        .ends_with("\xef\xbf\xbd"
+                                   "b"));
+    }
+}
+
+TEST(Zones, HoldThemselvesAndWhatLiesBelow) {
+    EXPECT_TRUE(Holds("shop.example", "shop.example"));
+    EXPECT_TRUE(Holds("shop.example", "a.b.shop.example"));
+    EXPECT_FALSE(Holds("shop.example", "workshop.example"));
+    EXPECT_FALSE(Holds("shop.example", "example"));
+    EXPECT_FALSE(Holds("", "example"));
+    EXPECT_EQ(Holding({"example", "b.example", "c.example", "a.b.example"}, "x.a.b.example"),
+              (std::vector<std::string>{"a.b.example", "b.example", "example"}));
+}
+
+TEST(Zones, AreComparedInOneForm) {
+    EXPECT_EQ(Canonical("Shop.EXAMPLE."), "shop.example");
+    EXPECT_EQ(Canonical("bücher.Example"), "xn--bcher-kva.example");
+    EXPECT_EQ(Canonical(""), "");
+}
+
+}  // namespace
+}  // namespace zelvek::names
