@@ -3,6 +3,7 @@
 #include <functional>
 #include <iostream>
 #include <set>
+#include <sstream>
 
 #include "zelvek/cli.h"
 #include "zelvek/cli_table.h"
@@ -27,13 +28,26 @@ struct Arguments {
     std::filesystem::path plugin = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "ambrin";
 };
 
-CLI::Option* AddSeconds(CLI::App& app, const std::string& name, std::chrono::seconds& value,
-                        const std::string& description) {
-    return app
-        .add_option_function<int>(
-            name, [&value](int seconds) { value = std::chrono::seconds(seconds); }, description)
-        ->default_str(std::to_string(value.count()))
-        ->check(CLI::Range(1, 86400));
+/// An option in seconds, with decimals where the duration is finer.
+template <class Duration>
+void AddSeconds(CLI::App& app, const std::string& name, Duration& value, const std::string& description) {
+    using Seconds = std::chrono::duration<double>;
+    std::ostringstream text;
+    text << Seconds(value).count();
+    app.add_option_function<double>(
+           name, [&value](double seconds) { value = std::chrono::ceil<Duration>(Seconds(seconds)); },
+           description)
+        ->default_str(text.str())
+        ->check(CLI::Range(0.001, 86400.0));
+}
+
+/// The library cuts a line at "#" even inside quotes: better an error than half a command.
+void CheckQuotes(const std::string& file, const CLI::ConfigItem& item) {
+    for (const std::string& input : item.inputs) {
+        if (!input.empty() && (input.front() == '"' || input.front() == '\'')) {
+            throw CLI::ConfigError(file + ": the value of \"" + item.name + "\" has no closing quote");
+        }
+    }
 }
 
 /// Takes from the file what the command line does not say.
@@ -48,6 +62,7 @@ void ApplyConfig(CLI::App& app, const std::string& file) {
         if (option == nullptr || item.name == "config" || item.name == "help") {
             throw CLI::ConfigError(file + ": there is no option \"" + item.fullname() + "\"");
         }
+        CheckQuotes(file, item);
         if (given.contains(option)) continue;
         const bool repeatable = option->get_items_expected_max() > 1;
         option->add_result(repeatable ? item.inputs

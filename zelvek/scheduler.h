@@ -21,7 +21,7 @@ class Scheduler {
 public:
     struct Settings {
         std::filesystem::path plugin;
-        std::chrono::seconds interval{5};  // between looks at the jobs
+        std::chrono::milliseconds interval{5000};  // between looks at the jobs
         std::chrono::seconds retry{60};
     };
 

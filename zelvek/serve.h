@@ -16,9 +16,9 @@ struct ServeOptions {
     std::string responder;  // address and port; empty: answer files are served by another web server
     std::filesystem::path plugin;
     bool scheduler = true;
-    std::chrono::seconds scheduler_interval{5};
+    std::chrono::milliseconds scheduler_interval{5000};
     std::chrono::seconds retry_interval{60};
-    std::chrono::seconds sweep_interval{5};
+    std::chrono::milliseconds sweep_interval{5000};
     dns::Settings dns;
 };
 
