@@ -72,6 +72,7 @@ void Sweep(Services& services) {
     {
         Transaction transaction(services.store);
         jobs::EndDeadRuns(transaction.database(), now.AsDateTime());
+        jobs::ForgetDeadReaders(transaction.database());
         csrs::RemoveLeft(transaction.database(),
                          vek_date::DateTime(now).AddSeconds(-kKeepLeftCsr).AsDateTime());
         transaction.Commit();

@@ -116,6 +116,20 @@ void EndDeadRuns(SQLite::Database& database, const std::string& now) {
     }
 }
 
+void ForgetDeadReaders(SQLite::Database& database) {
+    std::vector<Process> dead;
+    SQLite::Statement select(database, "SELECT pid, start FROM reader");
+    while (select.executeStep()) {
+        const Process reader{select.getColumn(0).getInt(), select.getColumn(1).getInt64()};
+        if (!Alive(reader)) dead.push_back(reader);
+    }
+    for (const Process& reader : dead) {
+        SQLite::Statement remove(database, "DELETE FROM reader WHERE pid = ? AND start = ?");
+        SQLite::bind(remove, reader.pid, static_cast<int64_t>(reader.start));
+        remove.exec();
+    }
+}
+
 void Remove(SQLite::Database& database, int id) {
     SQLite::Statement remove(database, "DELETE FROM job WHERE id = ?");
     remove.bind(1, id);

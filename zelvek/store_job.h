@@ -58,6 +58,9 @@ int LastRead(SQLite::Database& database, const Process& process);
 /// Ends "processing" of the jobs whose holder is dead. `now` becomes the end of their last run.
 void EndDeadRuns(SQLite::Database& database, const std::string& now);
 
+/// Forgets which jobs dead processes have read.
+void ForgetDeadReaders(SQLite::Database& database);
+
 /// Removes the job with its history.
 void Remove(SQLite::Database& database, int id);
 
