@@ -83,7 +83,8 @@ DateTime::DateTime(const std::string& text) : seconds_(0) {
     const bool is_date = date.year >= 1 && date.month >= 1 && date.month <= 12 && date.day >= 1 &&
                          date.day <= DaysOfMonth(date.year, date.month);
     if (!is_date || hour > 23 || minute > 59 || second > 59) throw vek_err::Error("date", "value", text);
-    seconds_ = DaysFromCivil(date) * kDay + hour * 3600 + minute * 60 + second;
+    const int second_of_day = (hour * 60 + minute) * 60 + second;
+    seconds_ = DaysFromCivil(date) * kDay + second_of_day;
 }
 
 DateTime& DateTime::AddDays(int days) {

@@ -55,7 +55,7 @@ bool HasDropped(const std::string& label) {
 std::string EncodeLabel(const std::string& label, const std::string& name) {
     constexpr char kOfNames[] = "abcdefghijklmnopqrstuvwxyz0123456789-_";
     if (label.find('\0') != std::string::npos) Refuse(name, "a label holds a NUL byte");
-    const std::string encoded = Lookup(label, name);
+    std::string encoded = Lookup(label, name);
     if (HasDropped(label)) Refuse(name, "a label holds a character that its ASCII form would drop");
     if (encoded.find_first_not_of(kOfNames) != std::string::npos)
         Refuse(name, "a label's ASCII form is no label");

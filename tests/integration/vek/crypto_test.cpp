@@ -17,7 +17,6 @@
 namespace {
 
 using testing::HasSubstr;
-using testing::Not;
 using testing::StartsWith;
 using vek_crypto::pem_private::Decode;
 using vek_crypto::pem_private::Encode;

@@ -74,7 +74,7 @@ TEST_F(LogFile, IsAppendedTo) {
 
 TEST_F(LogFile, KeepsTextsAsTheyAre) {
     vek_log::Init("ambrin", 9);
-    const std::string text("a\n  b\r\n\0%s \xff", 13);
+    const std::string text("a\n  b\r\n\0%s \xff", 12);
     module.Write(9, "%s", text);
     EXPECT_THAT(Text(), testing::EndsWith(" TRACE zelvek.sslcert " + text + "\n"));
 }

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <fcntl.h>
+#include <array>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -228,22 +229,23 @@ TEST(ChildProcess, HandlesSignalsAsAFreshProcessDoes) {
                 testing::MatchesRegex("SigBlk:\t0000000000000000\nSigIgn:\t0000000[01][08]0000000\n"));
 }
 
-TEST(ChildProcess, MayBeRunByManyThreads) {
-    std::vector<std::future<int>> failures;
-    for (int thread = 0; thread < 6; ++thread) {
-        failures.push_back(std::async(std::launch::async, [thread] {
-            int failed = 0;
-            for (int i = 0; i < 15; ++i) {
-                const std::string text =
-                    std::to_string(thread) + std::string(100'000, 'x') + std::to_string(i);
-                Execute child("cat", kFedAndRead);
-                child.In() << text;
-                failed += child.Str() == text && child.Result() == 0 ? 0 : 1;
-            }
-            return failed;
-        }));
+// How many of some children do not give back what they were fed.
+int CountFailures(int thread) {
+    int failed = 0;
+    for (int i = 0; i < 15; ++i) {
+        const std::string text = std::to_string(thread) + std::string(100'000, 'x') + std::to_string(i);
+        Execute child("cat", kFedAndRead);
+        child.In() << text;
+        failed += child.Str() == text && child.Result() == 0 ? 0 : 1;
     }
-    for (auto& failed : failures) EXPECT_EQ(failed.get(), 0);
+    return failed;
+}
+
+TEST(ChildProcess, MayBeRunByManyThreads) {
+    std::array<std::future<int>, 6> threads;
+    int number = 0;
+    for (auto& thread : threads) thread = std::async(std::launch::async, CountFailures, number++);
+    for (auto& thread : threads) EXPECT_EQ(thread.get(), 0);
     EXPECT_TRUE(HasNoChildren());
 }
 
