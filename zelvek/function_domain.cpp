@@ -33,9 +33,10 @@ Record Checked(const std::string& user, const std::string& name, const std::stri
     return record;
 }
 
-/// The user's own zone to write the record into: the one the caller names, else the longest one that holds
-/// the name (a program names its main domain's zone for every record). Empty when the user has none.
-std::string ChooseZone(Services& services, const Record& record, const std::string& asked) {
+/// The user's own zone to write the record into: the longest one that holds the name. A program names its
+/// main domain's zone for every record, also for names that another zone of the user holds, or one cut out of
+/// it. Empty when the user has none.
+std::string ChooseZone(Services& services, const Record& record) {
     std::vector<std::string> zones;
     Transaction transaction(services.store);
     for (const auto& domain : domains::Of(transaction.database(), record.user)) {
@@ -43,14 +44,11 @@ std::string ChooseZone(Services& services, const Record& record, const std::stri
             zones.push_back(domain.ascii);
     }
     const auto holding = names::Holding(zones, record.name);
-    for (const std::string& zone : holding) {
-        if (zone == asked) return zone;
-    }
     return holding.empty() ? "" : holding.front();
 }
 
 /// Where we have published the record already, else the user's zone for it.
-std::vector<std::string> ZonesOf(Services& services, const Record& record, const std::string& asked) {
+std::vector<std::string> ZonesOf(Services& services, const Record& record) {
     std::vector<std::string> zones;
     {
         Transaction transaction(services.store);
@@ -60,7 +58,7 @@ std::vector<std::string> ZonesOf(Services& services, const Record& record, const
         }
     }
     if (!zones.empty()) return zones;
-    const std::string zone = ChooseZone(services, record, asked);
+    const std::string zone = ChooseZone(services, record);
     if (!zone.empty()) zones.push_back(zone);
     return zones;
 }
@@ -91,7 +89,7 @@ void functions::EditRecord(Services& services, const Query& query, XmlAnswer&) {
                       "no DNS back end is configured, so no record can be made");
     }
     const std::string asked = CanonicalName("plid", query.parameters.Get("plid"));
-    const std::string zone = ChooseZone(services, record, asked);
+    const std::string zone = ChooseZone(services, record);
     if (zone.empty()) {
         throw Refusal("missed", "domain", asked,
                       "user " + record.user + " has no zone that holds " + record.name);
@@ -109,8 +107,7 @@ void functions::DeleteRecord(Services& services, const Query& query, XmlAnswer&)
 
     const Record record =
         Checked(query.parameters.Get("su"), key.substr(0, at), key.substr(at + separator.size()));
-    const std::string asked = CanonicalName("plid", query.parameters.Get("plid"));
-    for (const std::string& zone : ZonesOf(services, record, asked)) {
+    for (const std::string& zone : ZonesOf(services, record)) {
         services.publications.Withdraw(query.caller, {zone, record.name, record.value});
     }
 }

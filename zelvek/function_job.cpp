@@ -57,10 +57,10 @@ void Read(Services& services, const Query& query, XmlAnswer& answer) {
     transaction.Commit();
 }
 
+/// What XML cannot carry is replaced: an authority may put anything into a URL, and refusing it here would
+/// cost the whole write-back.
 void SetText(const Query& query, const std::string& key, std::string& value) {
-    if (!query.parameters.Has(key)) return;
-    names::CheckText(key, query.parameters.Get(key));
-    value = query.parameters.Get(key);
+    if (query.parameters.Has(key)) value = names::MakeText(query.parameters.Get(key));
 }
 
 void SetNumber(const Query& query, const std::string& key, int& value) {
@@ -127,8 +127,6 @@ void Write(Services& services, const Query& query) {
     Take(query, job);
     job.last_run = now;
     jobs::Save(database, job);
-    // Events are shown, never read back by a program: what XML cannot carry must not cost the whole
-    // write-back here.
     for (const auto& event : SplitLog(names::MakeText(query.parameters.Get("log")), now)) {
         jobs::AddEvent(database, id, event);
     }

@@ -76,12 +76,12 @@ TEST_F(Domain, ANameOutsideTheNamedZoneGoesIntoTheUsersOwnZoneThatHoldsIt) {
     EXPECT_EQ(Edit("anna", "shop.example", "_acme-challenge.www.other.example.", "one"), "");
     EXPECT_EQ(Edit("anna", "shop.example", "_acme-challenge.deep.other.example.", "two"), "");
     EXPECT_EQ(Edit("anna", "other.example", "_acme-challenge.deep.other.example.", "three"), "")
-        << "as asked";
+        << "a zone cut out of the named one holds it";
     EXPECT_EQ(Edit("anna", "", "_acme-challenge.shop.example.", "four"), "") << "no zone named";
     EXPECT_EQ(Records(),
               "other.example _acme-challenge.www.other.example one\n"
               "deep.other.example _acme-challenge.deep.other.example two\n"
-              "other.example _acme-challenge.deep.other.example three\n"
+              "deep.other.example _acme-challenge.deep.other.example three\n"
               "shop.example _acme-challenge.shop.example four\n");
 }
 
