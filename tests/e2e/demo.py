@@ -33,8 +33,7 @@ class Demonstration:
         sandbox.set_up_network(options.inside, HOSTS, RESOLVERS)
         self.dns = options.dns
         self.world = World(os.path.join(options.inside, "world"), options.binaries)
-        path = f"{options.binaries}:{os.environ['PATH']}:/usr/sbin:/sbin"
-        self.environment = self.world.environment() | {"PATH": path}
+        self.environment = self.world.environment() | {"PATH": f"{options.binaries}:{os.environ['PATH']}"}
         self.steps = 0
 
     def run(self):

@@ -21,6 +21,7 @@ OWN_PROCESSES = ["--pid", "--fork", "--mount-proc", "--kill-child"]
 def run(command):
     """Runs the command, with a temporary folder as its last argument, in namespaces of its own; returns its status."""
     adopt_orphans()
+    os.environ["PATH"] += ":/usr/sbin:/sbin"  # where servers lie, which a user's search path need not have
     unshare = ["unshare", "--mount", "--net"] + ([] if os.geteuid() == 0 else ["--map-root-user"])
     own_processes = works(unshare + OWN_PROCESSES)
     if not own_processes and not works(unshare):
