@@ -44,7 +44,7 @@ class Exchange:
 
 
 class Authority:
-    def __init__(self, address, host, certificates):
+    def __init__(self, address, host, certificates, certified_name):
         self._host, self._certificates = host, certificates
         self._base = f"https://{host}"
         self._lock = threading.RLock()
@@ -52,7 +52,7 @@ class Authority:
         self._nonces, self._accounts, self._orders = set(), {}, {}
         self.exchanges = []
         self.validation_host = None  # where answer files are fetched from; None: every challenge is valid
-        self.server = TlsServer(address, 443, *certificates.server(host), self._serve)
+        self.server = TlsServer(address, 443, *certificates.server(certified_name), self._serve)
 
     def script(self, resource, answer, occurrence=None):
         """Replaces what a resource answers: always, or at its n-th request from now on (counted from 1).

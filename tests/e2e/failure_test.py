@@ -1,8 +1,9 @@
 """Whatever an authority answers, a run ends in order, says what happened, and the next run can finish the job."""
-from fixture import SharedWorldTest
+from fixture import SharedWorldTest, WorldTest
 from tls_server import Answer, json_answer
 from authority import problem
-from world import FAILURE, INSTALLED
+from ca import CertificateAuthority
+from world import FAILURE, INSTALLED, SITES
 
 HUGE = b'{"status": "valid", "padding": "' + b"x" * 200_000_000 + b'"}'
 
@@ -116,3 +117,24 @@ class Failure(SharedWorldTest):
         self.assertEqual(self.world.run_job(self.job), FAILURE)
         self.assertIn(("failed", "hardreplace_error"), self.world.events(self.job))
         self.assertTrue(self.world.job(self.job)["failed"])
+
+
+class ForeignAuthority(WorldTest):
+    """Somebody else answers at the authority's address: nobody is told anything."""
+
+    def outcome(self):
+        self.world.start_service()
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example", "--csr", "key_type=ec")
+        self.assertEqual(self.world.run_job(job), FAILURE)
+        self.assertEqual(self.world.events(job), [("failed", "http_query_error")])
+        self.assertEqual(self.world.authority.requests(), [])
+
+    def test_certificate_of_an_unknown_root_is_not_accepted(self):
+        self.world.trusted_roots = CertificateAuthority(self.world.path("other-ca")).root
+        self.world.start_authority()
+        self.outcome()
+
+    def test_certificate_for_another_name_is_not_accepted(self):
+        self.world.start_authority(certified_name=SITES[0])
+        self.outcome()

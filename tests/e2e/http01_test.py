@@ -72,6 +72,19 @@ class Http01(WorldTest):
         shown = self.trusted("xn--bcher-kva.example")
         self.assertEqual(names_of("x509", shown.encode()), ["xn--bcher-kva.example"])
 
+    def test_later_certificate_takes_the_place_of_the_one_before(self):
+        self.world.add_domain("shop.example")
+        first = self.world.add_job("shop.example", *EC)
+        self.assertEqual(self.world.run_job(first), INSTALLED)
+        before = self.trusted("shop.example")
+        self.world.ask("job", "remove", first)
+
+        second = self.world.add_job("shop.example", "--alias", "www.shop.example", "--skip-account-check", *EC)
+        self.assertEqual(self.world.run_job(second), INSTALLED)
+        shown = self.trusted("www.shop.example")
+        self.assertNotEqual(shown, before)
+        self.assertIn(shown.strip(), read(self.world.installed("shop.example")))
+
     def test_verified_job_sends_nothing_more(self):
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", *EC)

@@ -5,7 +5,7 @@ import os
 from fixture import WorldTest
 from process import wait_until
 from tls_server import Answer, json_answer
-from world import INSTALLED
+from world import FAILURE, INSTALLED
 
 EC = ("--csr", "key_type=ec")
 
@@ -78,6 +78,18 @@ class Interruption(WorldTest):
         self.world.wait_run_over(self.job)
         self.assertEqual(self.world.job(self.job)["attempt_count"], 0)
         self.assertEqual(self.world.run_job(self.job), INSTALLED)
+
+    def test_second_run_of_a_job_keeps_out_of_the_first_ones_way(self):
+        gate = self.authority.hold("challenge")
+        first = self.world.start_run(self.job)
+        gate.wait_reached()
+        asked = len(self.authority.requests())
+        self.assertEqual(self.world.run_job(self.job), FAILURE)
+        self.assertEqual(len(self.authority.requests()), asked)
+
+        gate.open()
+        self.assertEqual(first.process.wait(60), INSTALLED)
+        self.assertTrue(self.world.job(self.job)["verified"])
 
     def test_stored_account_survives_a_killed_run(self):
         kid = self.keep_account()

@@ -39,6 +39,7 @@ class World:
             os.makedirs(name)
         os.makedirs(self.path("run"), mode=0o700)
         self.ca = CertificateAuthority(self.path("ca"))
+        self.trusted_roots = self.ca.root
         self.web = self.pebble = self.front = self.authority = self.dns = self.service = None
         self._stopping = contextlib.ExitStack()
         self._commands = 0
@@ -67,9 +68,9 @@ class World:
         with open(self.path("pebble-root.pem"), "w", encoding="ascii") as file:
             file.write(self.pebble.root())
 
-    def start_authority(self):
+    def start_authority(self, certified_name=DIRECTORY_HOST):
         """The scripted authority, at the production directory's address."""
-        self.authority = Authority(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca)
+        self.authority = Authority(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca, certified_name)
         self._stopping.callback(self.authority.stop)
 
     def start_service(self, *options, scheduler="off", reload_command=None):
@@ -90,7 +91,9 @@ class World:
         return os.path.join(self._binaries, name)
 
     def environment(self):
-        return os.environ | {"VEK_RUN_DIR": self.path("run"), "VEK_LOG_DIR": self.logs, "VEK_CA_FILE": self.ca.root}
+        # A proxy of the environment is nobody's business here: nothing listens there.
+        return os.environ | {"VEK_RUN_DIR": self.path("run"), "VEK_LOG_DIR": self.logs, "VEK_CA_FILE": self.trusted_roots,
+                             "https_proxy": "http://127.0.0.1:9", "http_proxy": "http://127.0.0.1:9"}
 
     def log_path(self, name):
         return os.path.join(self.logs, f"{name}.out")
