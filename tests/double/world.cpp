@@ -106,7 +106,7 @@ void World::CloseLog() { state_->opened_log_level = 0; }
 
 std::string Head(std::initializer_list<std::pair<std::string, std::string>> lines) {
     std::string head;
-    for (const auto& [name, value] : lines) head += name + ": " + value + "\r\n";
+    for (const auto& [name, value] : lines) head.append(name).append(": ").append(value).append("\r\n");
     return head;
 }
 

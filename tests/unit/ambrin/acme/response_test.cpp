@@ -202,6 +202,11 @@ TEST_F(TryParse, TextThatIsNoJsonIsNoFailure) {
     EXPECT_THAT(LogLines(), IsEmpty());
 }
 
+TEST_F(TryParse, CommentsAreKept) {
+    EXPECT_TRUE(Parse("// the job's key\n{}"));
+    EXPECT_EQ(out.getComment(Json::commentBefore), "// the job's key");
+}
+
 TEST_F(TryParse, TextEndsAtItsFirstNulByte) {
     EXPECT_TRUE(Parse(std::string("[1]\0[", 5)));
     ASSERT_TRUE(out.isArray());

@@ -47,6 +47,10 @@ TEST(JsonValues, BrokenTextsAreNoErrors) {
     EXPECT_NO_THROW(ParseAny("{\"a\":1e999999,\"b\":123456789012345678901234567890}"));
 }
 
+TEST(JsonValues, CommentsAreKept) {
+    EXPECT_EQ(ParseAny("// a note\n{}").getComment(Json::commentBefore), "// a note");
+}
+
 TEST(JsonValues, CompactTextIsSortedAndEndsWithOneLineFeed) {
     EXPECT_EQ(WriteCompact(Parsed(R"({ "b" : [1, 2], "B" : null, "a" : {} })")),
               "{\"B\":null,\"a\":{},\"b\":[1,2]}\n");

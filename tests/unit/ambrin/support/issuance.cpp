@@ -69,12 +69,7 @@ void IssuanceTest::AnswerAuthority() {
            R"({"authorizations":[")" + kCa + R"(authz/1",")" + kCa + R"(authz/2"],"finalize":")" +
                kFinalizeUrl + "\"}",
            "Location: " + kCa + "order/1\r\n");
-    for (const int number : {1, 2}) {
-        const std::string n = std::to_string(number);
-        Object(kCa + "authz/" + n, 200, AuthorizationText(number));
-        Object(kCa + "http/" + n, 200, R"({"status":"valid"})");
-        Object(kCa + "dns/" + n, 200, R"({"status":"valid"})");
-    }
+    for (const int number : {1, 2}) AnswerAuthorization(number);
     Object(kFinalizeUrl, 200, R"({"status":"valid","certificate":")" + kCertificateUrl + "\"}");
     Object(kCertificateUrl, 200, "LEAF\n\nISSUER\n\nROOT\n");
 }
@@ -89,16 +84,24 @@ void IssuanceTest::AnswerTools() {
         return vek_double::ChildAnswer{
             "shop.example.\t9\tIN\tNS\tns1.example.\nshop.example.\t9\tIN\tNS\tns2.example.\n", 0};
     });
-    int number = 0;
-    for (const std::string domain : {"shop.example", "www.shop.example"}) {
-        const std::string name = "_acme-challenge." + domain + ".";
-        const std::string content = FakeDigestText(KeyAuthz("dns" + std::to_string(++number)));
-        world.AlwaysChild(kDigCommand + "'TXT' '" + name + "'", [=, this](const std::string&) {
-            const bool visible =
-                std::find(visible_records.begin(), visible_records.end(), name) != visible_records.end();
-            return vek_double::ChildAnswer{visible ? name + "\t9\tIN\tTXT\t\"" + content + "\"\n" : "", 0};
-        });
-    }
+    AnswerLookUps("shop.example", FakeDigestText(KeyAuthz("dns1")));
+    AnswerLookUps("www.shop.example", FakeDigestText(KeyAuthz("dns2")));
+}
+
+void IssuanceTest::AnswerAuthorization(int number) {
+    const std::string n = std::to_string(number);
+    Object(kCa + "authz/" + n, 200, AuthorizationText(number));
+    Object(kCa + "http/" + n, 200, R"({"status":"valid"})");
+    Object(kCa + "dns/" + n, 200, R"({"status":"valid"})");
+}
+
+void IssuanceTest::AnswerLookUps(const std::string& domain, const std::string& content) {
+    const std::string name = "_acme-challenge." + domain + ".";
+    world.AlwaysChild(kDigCommand + "'TXT' '" + name + "'", [=, this](const std::string&) {
+        const bool visible =
+            std::find(visible_records.begin(), visible_records.end(), name) != visible_records.end();
+        return vek_double::ChildAnswer{visible ? name + "\t9\tIN\tTXT\t\"" + content + "\"\n" : "", 0};
+    });
 }
 
 void IssuanceTest::Object(const std::string& url, int status, const std::string& body,

@@ -39,7 +39,9 @@ protected:
 private:
     void AnswerPanel();
     void AnswerAuthority();
+    void AnswerAuthorization(int number);
     void AnswerTools();
+    void AnswerLookUps(const std::string& domain, const std::string& content);
 };
 
 /// The authorizations that the authority gives for the two names.

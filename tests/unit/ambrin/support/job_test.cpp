@@ -32,6 +32,10 @@ std::string EscapeXml(std::string text) {
     return text;
 }
 
+std::string Element(const std::string& name, const std::string& content) {
+    return "<" + name + ">" + content + "</" + name + ">";
+}
+
 /// A number of sixteen hexadecimal digits that stands for a text.
 std::string Fingerprint(const std::string& text) {
     std::uint64_t hash = 14695981039346656037U;
@@ -94,9 +98,9 @@ std::map<std::string, std::string> ParseForm(const std::string& query) {
 }
 
 std::string PanelValues(const std::map<std::string, std::string>& values) {
-    std::string xml = "<doc>";
-    for (const auto& [key, value] : values) xml += "<" + key + ">" + EscapeXml(value) + "</" + key + ">";
-    return xml + "</doc>";
+    std::string xml;
+    for (const auto& [key, value] : values) xml += Element(key, EscapeXml(value));
+    return Element("doc", xml);
 }
 
 vek_double::HttpAnswer JsonAnswer(int status, const std::string& body, const std::string& head) {
