@@ -11,11 +11,15 @@ namespace {
 constexpr std::string_view kWhite = " \t\r\n\f\v";
 constexpr std::string_view kBegin = "-----BEGIN ";
 constexpr std::string_view kDashes = "-----";
+constexpr std::string_view kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
 /// The bytes of base64 text without white space; nothing where it is none.
 std::optional<std::string> Decode(const std::string& base64) {
-    const std::size_t padding = base64.size() - (base64.find_last_not_of('=') + 1);
+    const std::size_t digits = base64.find_last_not_of('=') + 1;
+    const std::size_t padding = base64.size() - digits;
     if (base64.empty() || base64.size() % 4 != 0 || padding > 2) return std::nullopt;
+    // OpenSSL itself takes padding in the middle for zeros and leaves dashes at the end out.
+    if (base64.find_first_not_of(kBase64) < digits) return std::nullopt;
     std::string bytes(base64.size() / 4 * 3, '\0');
     const int length = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
                                        reinterpret_cast<const unsigned char*>(base64.data()),

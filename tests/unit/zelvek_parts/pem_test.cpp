@@ -52,6 +52,7 @@ TEST(Pem, BrokenBlocksAreRefused) {
           "-----BEGIN A-----\nYWJj\n-----END B-----", "-----BEGIN A-----\nYWJj\n",
           "-----BEGIN A-----\n-----END A-----", "-----BEGIN A-----\nYWJ\n-----END A-----",
           "-----BEGIN A-----\nY*Jj\n-----END A-----", "-----BEGIN A-----\n====\n-----END A-----",
+          "-----BEGIN A-----\nYWI=YWJj\n-----END A-----", "-----BEGIN A-----\nYWJj----\n-----END A-----",
           "-----BEGIN A-----\nYWJj\n-----BEGIN A-----\nYWJj\n-----END A-----",
           "-----BEGIN A-----\nProc-Type: 4,ENCRYPTED\n\nYWJj\n-----END A-----"}) {
         EXPECT_FALSE(ReadPem(text)) << text;
