@@ -136,6 +136,7 @@ std::optional<std::string> RequestedToken(std::string_view method, std::string_v
     return token;
 }
 
+// NOLINTNEXTLINE(readability-function-size): the parameters are the library's
 MHD_Result Answer(void* answers, MHD_Connection* connection, const char* path, const char* method,
                   const char* /*version*/, const char* /*upload*/, std::size_t* /*upload_size*/,
                   void** /*state*/) {

@@ -234,10 +234,10 @@ TEST_F(DynamicUpdate, NoErrorTellsTheSecret) {
 }
 
 TEST_F(DynamicUpdate, ThreadsCanUpdateAtOnce) {
-    std::vector<std::thread> threads;
+    std::vector<std::thread> threads(4);
     const std::string name = "_acme-challenge.threads.example.test";
-    for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&, i] { backend_->AddTxt(kZone, name, "value" + std::to_string(i)); });
+    for (std::size_t i = 0; i < threads.size(); ++i) {
+        threads[i] = std::thread([&, i] { backend_->AddTxt(kZone, name, "value" + std::to_string(i)); });
     }
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(server_->Txt(name), "\"value0\"\n\"value1\"\n\"value2\"\n\"value3\"\n");

@@ -149,10 +149,10 @@ TEST_F(Installation, ReadersAlwaysFindMatchingFiles) {
 }
 
 TEST_F(Installation, SeveralAtOnceLeaveOneWholeInstallation) {
-    std::vector<std::thread> installers;
+    std::vector<std::thread> installers(4);
     std::atomic<int> failures{0};
-    for (int i = 0; i < 4; ++i) {
-        installers.emplace_back([&] {
+    for (std::thread& installer : installers) {
+        installer = std::thread([&] {
             for (int round = 0; round < 5; ++round) failures += Try(RequestFor(pki_)).type != "none" ? 1 : 0;
         });
     }
@@ -201,9 +201,7 @@ TEST_F(Installation, NamesThatCannotBeFoldersAreRefused) {
 
 TEST_F(Installation, FoldersAreNamedByTheAsciiForm) {
     Request request = RequestFor(pki_);
-    request.certname =
-        "b\xc3\xbc"
-        "cher.example";
+    request.certname = "bücher.example";
     Install(settings_, request);
     EXPECT_EQ(Content(user_ / "xn--bcher-kva.example" / "cert.pem"), pki_.leaf.Pem());
     request.certname = "*.shop.example";

@@ -54,7 +54,7 @@ int FreePort() {
 }
 
 std::filesystem::path WriteTsigKey(const std::filesystem::path& folder, const std::string& name) {
-    const std::filesystem::path file = folder / (name + ".key");
+    std::filesystem::path file = folder / (name + ".key");
     Put(file, Output("PATH=$PATH:/usr/sbin tsig-keygen -a hmac-sha256 " + name));
     chmod(file.c_str(), 0600);
     return file;

@@ -17,7 +17,6 @@ namespace {
 using parts::FailureOf;
 using parts::Put;
 using parts::TempFolder;
-using testing::AnyOf;
 using testing::EndsWith;
 using testing::HasSubstr;
 using testing::Not;
@@ -157,8 +156,8 @@ TEST_F(ResponderTest, OversizedRequestsAndNoiseDoNotStopIt) {
 }
 
 TEST_F(ResponderTest, SilentConnectionsDoNotKeepOthersOut) {
-    std::vector<std::unique_ptr<Connection>> silent;
-    for (int i = 0; i < 40; ++i) silent.push_back(std::make_unique<Connection>(AF_INET, responder_.Port()));
+    std::vector<std::unique_ptr<Connection>> silent(40);
+    for (auto& connection : silent) connection = std::make_unique<Connection>(AF_INET, responder_.Port());
     for (const auto& connection : silent) connection->Send("GET /.well-known/ac");
     EXPECT_THAT(Ask(responder_.Port(), found_), StartsWith("HTTP/1.1 200 OK\r\n"));
 }

@@ -13,7 +13,6 @@ namespace {
 using parts::Failure;
 using parts::FailureOf;
 using testing::ElementsAre;
-using testing::HasSubstr;
 using testing::StartsWith;
 using zelvek::Csr;
 using zelvek::MakeCsr;
@@ -81,11 +80,9 @@ TEST(CertificateRequest, EachHasAKeyOfItsOwn) {
 }
 
 TEST(CertificateRequest, HoldsEachNameOnceInItsAsciiForm) {
-    const Parsed parsed(MakeCsr(
-        {"b\xc3\xbc"
-         "cher.example",
-         "WWW.Example.org", "www.example.org", "*.example.org", "xn--bcher-kva.example", "a.example.org"},
-        Parameters(kFast)));
+    const Parsed parsed(MakeCsr({"bücher.example", "WWW.Example.org", "www.example.org", "*.example.org",
+                                 "xn--bcher-kva.example", "a.example.org"},
+                                Parameters(kFast)));
     EXPECT_THAT(parsed.Names(),
                 ElementsAre("xn--bcher-kva.example", "www.example.org", "*.example.org", "a.example.org"));
     EXPECT_EQ(parsed.Subject(), "CN=xn--bcher-kva.example");
@@ -154,7 +151,7 @@ TEST(CertificateRequest, SubjectTakesTheFieldsGiven) {
                 Parameters(kFast + "&func=sslcert.csr.edit&country=de&state=Bayern&locality=M%C3%BCnchen"
                                    "&organization=Example%2C+Inc.%2FCN%3Dx&unit=IT&email=a@example.org")));
     EXPECT_EQ(parsed.Subject(),
-              "C=DE,ST=Bayern,L=M\xc3\xbcnchen,O=Example, "
+              "C=DE,ST=Bayern,L=München,O=Example, "
               "Inc./CN=x,OU=IT,CN=example.org,emailAddress=a@example.org");
 }
 
@@ -167,7 +164,8 @@ TEST(CertificateRequest, RefusesFieldsThatDoNotFit) {
           std::string("email=%C3%BC@example.org"), std::string("organization=%FF%FE"),
           std::string("organization=a%00b"), std::string("unit=a%0Ab"),
           "organization=" + std::string(65, 'x')}) {
-        const Failure failure = FailureOf([&] { MakeCsr({"example.org"}, Parameters(kFast + "&" + field)); });
+        const Failure failure = FailureOf(
+            [&] { MakeCsr({"example.org"}, Parameters(std::string("key_type=ec&").append(field))); });
         EXPECT_EQ(failure.type, "value") << field;
         EXPECT_THAT(failure.text, StartsWith(field.substr(0, field.find('=')))) << field;
     }
@@ -183,6 +181,7 @@ TEST(CertificateRequest, LengthsCountCharactersNotBytes) {
 
 TEST(CertificateRequest, HundredNamesFit) {
     std::vector<std::string> names;
+    names.reserve(100);
     for (int i = 0; i < 100; ++i) names.push_back("n" + std::to_string(i) + ".example.org");
     EXPECT_EQ(Parsed(MakeCsr(names, Parameters(kFast))).Names(), names);
 }

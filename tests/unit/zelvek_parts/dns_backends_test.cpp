@@ -111,9 +111,7 @@ protected:
     UpdateSettings() {
         good_.server = "ns.example.org";
         good_.key_file = folder_.path() / "key";
-        good_.zones = {"example.org",
-                       "B\xc3\xbc"
-                       "cher.example."};
+        good_.zones = {"example.org", "Bücher.example."};
         WriteKey("key \"update\" {\n\talgorithm hmac-sha256;\n\tsecret \"" + secret_ + "\";\n};\n");
     }
 
