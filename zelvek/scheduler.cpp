@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -59,84 +60,75 @@ bool Scheduler::Ending() const {
 void Scheduler::Loop() {
     auto next = steady_clock::now();
     while (!Ending()) {
-        try {
-            Reap();
-            if (steady_clock::now() >= next) {
-                StartDue();
-                next = steady_clock::now() + settings_.interval;
-            }
-        } catch (const std::exception& error) {
-            Log(std::string("scheduler: ") + error.what());
-            next = steady_clock::now() + settings_.interval;
-        }
+        const bool look = steady_clock::now() >= next;
+        Reap();
+        if (look) TryStartDue();
+        if (look) next = steady_clock::now() + settings_.interval;
         Wait(std::chrono::ceil<milliseconds>(next - steady_clock::now()));
     }
     EndRuns();
 }
 
+/// What fails now, the database being locked say, may succeed at the next look.
+void Scheduler::TryStartDue() {
+    try {
+        StartDue();
+    } catch (const std::exception& error) {
+        Log(std::string("scheduler: ") + error.what());
+    }
+}
+
 void Scheduler::StartDue() {
-    std::vector<jobs::Job> due;
+    std::vector<int> due;
     {
+        const std::string now = Now();
         Transaction transaction(services_.store);
-        jobs::EndDeadRuns(transaction.database(), Now());
-        for (auto& job : jobs::All(transaction.database())) {
-            if (!IsDue(job, Now(), settings_.retry) || runs_.contains(job.id)) continue;
+        EndLostClaims(transaction.database(), now);
+        for (const auto& job : jobs::All(transaction.database())) {
             if (runs_.size() + due.size() == kRunsAtOnce) break;
+            if (!IsDue(job, now, settings_.retry) || runs_.contains(job.id)) continue;
             // Nobody else may start it before the plug-in itself reads the record.
             jobs::Claim(transaction.database(), job.id, self_);
-            due.push_back(std::move(job));
+            due.push_back(job.id);
         }
         transaction.Commit();
     }
-    for (const auto& job : due) Start(job);
+    for (const int job : due) Start(job);
 }
 
-void Scheduler::Start(const jobs::Job& job) {
+/// Frees the jobs of dead runs, and of those that never came as far as reading the record.
+void Scheduler::EndLostClaims(SQLite::Database& database, const std::string& now) {
+    jobs::EndDeadRuns(database, now);
+    for (auto& job : jobs::All(database)) {
+        if (!job.processing || job.reader != self_ || runs_.contains(job.id)) continue;
+        job.processing = false;
+        job.last_run = now;
+        jobs::Save(database, job);
+    }
+}
+
+void Scheduler::Start(int job) {
     try {
-        const auto [run, added] = runs_.emplace(job.id, PluginRun(settings_.plugin, job.id));
-        Log(Name(job.id) + ": run started, process " + std::to_string(run->second.pid()));
+        const auto [run, added] = runs_.emplace(job, PluginRun(settings_.plugin, job));
+        Log(Name(job) + ": run started, process " + std::to_string(run->second.pid()));
     } catch (const std::exception& error) {
-        Log(Name(job.id) + ": " + error.what());
-        Release(job.id);
+        Log(Name(job) + ": " + error.what());  // the next look frees the job
     }
 }
 
 void Scheduler::Reap() {
     for (auto run = runs_.begin(); run != runs_.end();) {
         const auto status = run->second.Status();
-        if (!status) {
-            ++run;
-            continue;
-        }
-        const int job = run->first;
-        Log(Name(job) + ": run ended with status " + std::to_string(*status));
-        run = runs_.erase(run);
-        Release(job);
+        if (status) Log(Name(run->first) + ": run ended with status " + std::to_string(*status));
+        run = status ? runs_.erase(run) : std::next(run);
     }
-}
-
-/// Ends the claim of a run that has not come as far as reading the record, or that died without writing it
-/// back.
-void Scheduler::Release(int id) {
-    Transaction transaction(services_.store);
-    for (auto& job : jobs::All(transaction.database())) {
-        if (job.id != id || !job.processing || (job.reader != self_ && Alive(job.reader))) continue;
-        job.processing = false;
-        job.last_run = Now();
-        jobs::Save(transaction.database(), job);
-    }
-    transaction.Commit();
 }
 
 void Scheduler::EndRuns() {
     for (const auto& [job, run] : runs_) run.Terminate();
     const auto end = steady_clock::now() + kEndLimit;
     while (!runs_.empty() && steady_clock::now() < end) {
-        try {
-            Reap();
-        } catch (const std::exception& error) {
-            Log(std::string("scheduler: ") + error.what());
-        }
+        Reap();
         if (!runs_.empty()) Wait(std::chrono::ceil<milliseconds>(end - steady_clock::now()));
     }
     for (const auto& [job, run] : runs_) Log(Name(job) + ": the run does not end, it is killed");

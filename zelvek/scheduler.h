@@ -37,10 +37,11 @@ public:
 
 private:
     void Loop();
+    void TryStartDue();
     void StartDue();
-    void Start(const jobs::Job& job);
+    void EndLostClaims(SQLite::Database& database, const std::string& now);
+    void Start(int job);
     void Reap();
-    void Release(int job);
     void EndRuns();
     void Wait(std::chrono::milliseconds limit);
     bool Ending() const;
