@@ -27,6 +27,11 @@ bool WantedByOthers(const std::vector<Publication>& entries, int job) {
                        [&](const Publication& entry) { return entry.job != job && !entry.unwanted; });
 }
 
+bool IsUnwanted(const std::vector<Publication>& entries, int job) {
+    return std::any_of(entries.begin(), entries.end(),
+                       [&](const Publication& entry) { return entry.job == job && entry.unwanted; });
+}
+
 }  // namespace
 
 Publications::Publications(Store& store, std::filesystem::path answers, dns::Backend* records)
@@ -105,30 +110,30 @@ void Publications::RemoveUnwanted(std::optional<int> job) {
 }
 
 bool Publications::TryRemove(const Publication& entry) {
-    const std::lock_guard lock(LockOf(entry.thing));
     try {
-        bool wanted = false;
-        {
-            Transaction transaction(store_);
-            const auto entries = publications::Of(transaction.database(), entry.thing);
-            const bool still = std::any_of(entries.begin(), entries.end(), [&](const Publication& now) {
-                return now.job == entry.job && now.unwanted;
-            });
-            if (!still) return true;
-            wanted = WantedByOthers(entries, entry.job);
-        }
-        if (!wanted) Revoke(entry.thing);
-        Transaction transaction(store_);
-        publications::Drop(transaction.database(), entry.thing, entry.job);
-        transaction.Commit();
+        Remove(entry);
         return true;
     } catch (const std::exception& error) {
         const std::string failure = "removing " + entry.thing.name + ": " + error.what();
-        const std::lock_guard failure_lock(last_failure_mutex_);
+        const std::lock_guard lock(last_failure_mutex_);
         if (failure != last_failure_) Log(failure);  // once, not at every sweep
         last_failure_ = failure;
         return false;
     }
+}
+
+void Publications::Remove(const Publication& entry) {
+    const std::lock_guard lock(LockOf(entry.thing));
+    std::vector<Publication> entries;
+    {
+        Transaction transaction(store_);
+        entries = publications::Of(transaction.database(), entry.thing);
+    }
+    if (!IsUnwanted(entries, entry.job)) return;  // published anew meanwhile
+    if (!WantedByOthers(entries, entry.job)) Revoke(entry.thing);
+    Transaction transaction(store_);
+    publications::Drop(transaction.database(), entry.thing, entry.job);
+    transaction.Commit();
 }
 
 void Publications::Perform(const Thing& thing, const std::string& content) {

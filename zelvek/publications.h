@@ -38,6 +38,7 @@ private:
     void Perform(const publications::Thing& thing, const std::string& content);
     void Revoke(const publications::Thing& thing);
     bool TryRemove(const publications::Publication& entry);
+    void Remove(const publications::Publication& entry);
     std::mutex& LockOf(const publications::Thing& thing);
     dns::Backend& Records();
 

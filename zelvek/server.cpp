@@ -85,6 +85,7 @@ MHD_Result Begin(Server& server, MHD_Connection* connection, const std::string& 
     return MHD_YES;
 }
 
+// NOLINTNEXTLINE(readability-function-size): the parameters are the library's
 MHD_Result Handle(void* server, MHD_Connection* connection, const char* path, const char* method,
                   const char* /*version*/, const char* data, std::size_t* size, void** state) try {
     auto& self = *static_cast<Server*>(server);
