@@ -127,10 +127,7 @@ TEST_F(JobRecord, UnreadableValuesAreRefusedAndChangeNothing) {
                                                                  {"update_default_account", "1"},
                                                                  {"processing", "maybe"},
                                                                  {"next_attempt", "tomorrow"},
-                                                                 {"next_attempt", "2031-02-30 00:00:00"},
-                                                                 {"challenges", std::string("nul\0byte", 8)},
-                                                                 {"kid", "bell\x07"},
-                                                                 {"modulus", "\xff\xfe"}};
+                                                                 {"next_attempt", "2031-02-30 00:00:00"}};
     for (const auto& [key, value] : wrong) {
         EXPECT_EQ(
             ErrorOf("func=ambrin.data.edit&sok=ok", WriteBack(id, {{"finalize", "after"}, {key, value}})),
@@ -138,6 +135,19 @@ TEST_F(JobRecord, UnreadableValuesAreRefusedAndChangeNothing) {
             << key << "=" << value;
     }
     EXPECT_EQ(Stored(id, "finalize"), "before");
+}
+
+// An authority may put anything into a URL; that must not cost a run its account key.
+TEST_F(JobRecord, CharactersThatNoAnswerCarriesAreReplaced) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    Write(id,
+          {{"challenges", std::string("nul\0byte", 8)}, {"kid", "bell\x07"}, {"finalize", "\xff\xc3\xbc"}});
+    EXPECT_EQ(Stored(id, "challenges"),
+              "nul\xef\xbf\xbd"
+              "byte");
+    EXPECT_EQ(Stored(id, "kid"), "bell\xef\xbf\xbd");
+    EXPECT_EQ(Stored(id, "finalize"), "\xef\xbf\xbd\xc3\xbc");
 }
 
 TEST_F(JobRecord, AnUnknownJobIsMissed) {
