@@ -1,5 +1,6 @@
 // The launcher, and how a run ends: a real plug-in as a process of its own.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -56,8 +57,8 @@ protected:
         const std::string& what, const std::string& value = "", void (*prepare)() = [] {}) {
         pid = fork();
         if (pid != 0) return;
-        if (freopen(out.c_str(), "w", stdout) == nullptr || freopen(err.c_str(), "w", stderr) == nullptr)
-            _exit(99);
+        dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
+        dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
         prepare();
         execl(VEK_TEST_PLUGIN, "vek_test_plugin", what.c_str(), value.c_str(), nullptr);
         _exit(99);

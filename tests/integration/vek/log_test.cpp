@@ -9,7 +9,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sstream>
 
 #include "integration/vek/server.h"
@@ -36,13 +35,11 @@ TEST_F(LogFile, HasLinesWithTimeProcessLevelAndModule) {
     vek_log::Init("ambrin", 9);
     module.Write(vek_log::kFailure, "%s failed", "it");
     const std::string text = Text();
-    std::smatch parts;
-    ASSERT_TRUE(std::regex_match(
-        text, parts, std::regex("([0-9: -]{19}) \\[([0-9]+)\\] WARNING zelvek.sslcert it failed\n")))
-        << text;
-    EXPECT_GE(vek_date::DateTime(parts[1]), before);
-    EXPECT_LE(vek_date::DateTime(parts[1]), vek_date::DateTime());
-    EXPECT_EQ(parts[2], std::to_string(getpid()));
+    const std::string time = text.substr(0, before.AsDateTime().size());
+    EXPECT_GE(vek_date::DateTime(time), before);
+    EXPECT_LE(vek_date::DateTime(time), vek_date::DateTime());
+    EXPECT_EQ(text.substr(time.size()),
+              " [" + std::to_string(getpid()) + "] WARNING zelvek.sslcert it failed\n");
 }
 
 TEST_F(LogFile, NamesItsLevels) {
