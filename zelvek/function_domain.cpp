@@ -1,4 +1,6 @@
 // A user's domains, and TXT records in their zones.
+#include <set>
+
 #include "zelvek/functions.h"
 #include "zelvek/names.h"
 #include "zelvek/refusal.h"
@@ -47,19 +49,20 @@ std::string ChooseZone(Services& services, const Record& record) {
     return holding.empty() ? "" : holding.front();
 }
 
-/// Where we have published the record already, else the user's zone for it.
-std::vector<std::string> ZonesOf(Services& services, const Record& record) {
-    std::vector<std::string> zones;
+/// Where we have published the record already, else the user's zone for it. Each once, however many jobs have
+/// published there: a job withdraws for itself alone, and only once.
+std::set<std::string> ZonesOf(Services& services, const Record& record) {
+    std::set<std::string> zones;
     {
         Transaction transaction(services.store);
         for (const auto& entry :
              publications::RecordsOf(transaction.database(), record.user, record.name, record.value)) {
-            zones.push_back(entry.thing.zone);
+            zones.insert(entry.thing.zone);
         }
     }
     if (!zones.empty()) return zones;
     const std::string zone = ChooseZone(services, record);
-    if (!zone.empty()) zones.push_back(zone);
+    if (!zone.empty()) zones.insert(zone);
     return zones;
 }
 
