@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <openssl/ssl.h>
 
+#include <array>
 #include <fstream>
+#include <future>
 #include <sstream>
 
 #include "integration/vek/certificate.h"
@@ -116,6 +118,14 @@ TEST_F(Tls, ReadsItsRootsOnceForManyExchanges) {
         EXPECT_EQ(server.connections(), 15);
     }
     EXPECT_EQ(resumed, 0);
+}
+
+TEST_F(Tls, ServesManyThreads) {
+    const auto context = authority.MakeContext({});
+    const Server server(SayOk, context.get());
+    std::array<std::future<std::string>, 12> exchanges;
+    for (auto& exchange : exchanges) exchange = std::async(std::launch::async, Get, server.url());
+    for (auto& exchange : exchanges) EXPECT_EQ(exchange.get(), "ok");
 }
 
 TEST_F(Tls, ResumesSessionsOnNewConnections) {
