@@ -1,6 +1,7 @@
 """The name server: BIND, authoritative for the test zones, which takes dynamic updates signed with a key of its own."""
 import base64
 import os
+import re
 import secrets
 import subprocess
 
@@ -21,6 +22,7 @@ options {{
     empty-zones-enable no;
     pid-file none;
     session-keyfile none;
+    querylog yes;
 }};
 controls {{ }};
 include "{folder}/update.key";
@@ -44,6 +46,10 @@ ns IN A {server}
 {sites}"""
 
 
+# The end is the address at which the question was asked.
+QUERY = re.compile(r": query: (\S+) IN (\S+) .*\((\S+)\)$", re.M)
+
+
 class NameServer:
     def __init__(self, folder, log, zones, resolvers=()):
         """`zones`: each zone's names (relative, "@" for the zone itself) with their addresses.
@@ -58,12 +64,29 @@ class NameServer:
         for zone, names in zones.items():
             sites = "".join(f"{name} IN A {address}\n" for name, address in names.items())
             write(os.path.join(folder, f"{zone}.zone"), RECORDS.format(server=ADDRESS, sites=sites))
-        addresses = "".join(f"{address}; " for address in (ADDRESS, *resolvers))
-        served = "".join(ZONE.format(zone=zone, key="panel") for zone in zones)
-        write(os.path.join(folder, "named.conf"), CONFIG.format(folder=FOLDER, addresses=addresses, zones=served))
         subprocess.run(["mount", "--bind", folder, FOLDER], check=True)
-        self._process = Background("named", ["named", "-g", "-c", f"{FOLDER}/named.conf"], log)
-        self._process.wait_ready(lambda: all(self.look_up(zone, "SOA") for zone in zones))
+        self._folder, self._log, self._process = folder, log, None
+        self.start(resolvers)
+
+    def start(self, resolvers):
+        """Also after `halt`: the zones are as they were left."""
+        addresses = "".join(f"{address}; " for address in (ADDRESS, *resolvers))
+        served = "".join(ZONE.format(zone=zone, key="panel") for zone in self.zones)
+        write(os.path.join(self._folder, "named.conf"), CONFIG.format(folder=FOLDER, addresses=addresses, zones=served))
+        self._process = Background("named", ["named", "-g", "-c", f"{FOLDER}/named.conf"], self._log)
+        self._process.wait_ready(lambda: all(self.look_up(zone, "SOA") for zone in self.zones))
+
+    def halt(self):
+        """Nobody answers at any of the addresses: their ports are closed."""
+        self._process.stop()
+
+    def restart(self, resolvers):
+        self.halt()
+        self.start(resolvers)
+
+    def queries(self):
+        """What has been asked so far, by anybody: names, record types and the addresses asked at, in order."""
+        return QUERY.findall(self._process.log())
 
     def look_up(self, name, kind, server=ADDRESS):
         """The data of the records there, one text each."""
@@ -80,7 +103,7 @@ class NameServer:
             raise RuntimeError(f"nsupdate: {done.stderr}")
 
     def stop(self):
-        self._process.stop()
+        self.halt()
         subprocess.run(["umount", FOLDER], check=True)
 
 

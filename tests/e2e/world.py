@@ -40,6 +40,7 @@ class World:
         os.makedirs(self.path("run"), mode=0o700)
         self.ca = CertificateAuthority(self.path("ca"))
         self.trusted_roots = self.ca.root
+        self.search_path = os.environ["PATH"]  # of what is started from now on
         self.web = self.pebble = self.front = self.authority = self.dns = self.service = None
         self._stopping = contextlib.ExitStack()
         self._commands = 0
@@ -93,6 +94,7 @@ class World:
     def environment(self):
         # A proxy of the environment is nobody's business here: nothing listens there.
         return os.environ | {"VEK_RUN_DIR": self.path("run"), "VEK_LOG_DIR": self.logs, "VEK_CA_FILE": self.trusted_roots,
+                             "PATH": self.search_path,
                              "https_proxy": "http://127.0.0.1:9", "http_proxy": "http://127.0.0.1:9"}
 
     def log_path(self, name):
@@ -165,6 +167,11 @@ class World:
         began = datetime.now(timezone.utc) - timedelta(hours=hours)
         with contextlib.closing(sqlite3.connect(self.database, timeout=LONG)) as database, database:
             database.execute("update job set time_started = ? where id = ?", (began.strftime("%Y-%m-%d %H:%M:%S"), job))
+
+    def recorded_publications(self, name):
+        """What the service remembers to have outside under this name: answer files, values of TXT records."""
+        with contextlib.closing(sqlite3.connect(f"file:{self.database}?mode=ro", uri=True)) as database:
+            return [value for (value,) in database.execute("select value from publication where name = ?", (name,))]
 
     def wait_run_over(self, job):
         wait_until(lambda: not self.job(job)["processing"], f"the run of job {job} is over")
