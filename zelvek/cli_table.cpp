@@ -34,6 +34,7 @@ void AddRow(std::string& table, const std::vector<std::string>& cells,
 std::string Table(const std::vector<std::string>& headings,
                   const std::vector<std::vector<std::string>>& rows) {
     std::vector<std::size_t> widths;
+    widths.reserve(headings.size());
     for (const auto& heading : headings) widths.push_back(Width(heading));
     for (const auto& row : rows) {
         for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Width(Plain(row[i])));
