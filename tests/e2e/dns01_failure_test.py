@@ -122,15 +122,23 @@ class LostRecord(DnsTest):
         self.world.stop_service()
         self.world.start_service("--sweep-interval", "0.5", *options)
 
+    def assert_not_published(self, reason):
+        run = self.world.zelvek("job", "run", self.add_job())
+        self.assertEqual(run.process.returncode, FAILURE)
+        self.assertRegex(run.log(), f"(?m)^ambrin: DNS server 127.0.0.1:53: .*{reason}")
+        self.assertNotIn(WRONG_SECRET, run.log())
+        self.assertEqual((self.published(), self.world.recorded_publications(self.record)), ([], []))
+
     def test_refused_key_fails_the_run(self):
         key = read(self.world.dns.key_file)
         self.addCleanup(self.use_key, key)
         self.use_key(key.replace(self.world.dns.secret, WRONG_SECRET))
-        run = self.world.zelvek("job", "run", self.add_job())
-        self.assertEqual(run.process.returncode, FAILURE)
-        self.assertIn("DNS server 127.0.0.1:53: ", run.log())
-        self.assertNotIn(WRONG_SECRET, run.log())
-        self.assertEqual((self.published(), self.world.recorded_publications(self.record)), ([], []))
+        self.assert_not_published("the key is refused")
+
+    def test_refused_update_fails_the_run(self):
+        self.world.dns.restart(RESOLVERS, read_only=[self.domain])
+        self.addCleanup(self.world.dns.restart, RESOLVERS)
+        self.assert_not_published(f"the zone {self.domain} cannot be changed: .*REFUSED")
 
     def use_key(self, text):
         with open(self.world.dns.key_file, "w", encoding="utf-8") as file:

@@ -35,7 +35,7 @@ KEY = """key "{name}" {{
 }};
 """
 
-ZONE = """zone "{zone}" {{ type primary; file "{zone}.zone"; allow-update {{ key "{key}"; }}; }};
+ZONE = """zone "{zone}" {{ type primary; file "{zone}.zone"; allow-update {{ {who}; }}; }};
 """
 
 # The zone's own name server has an address: without one, named refuses the zone.
@@ -68,10 +68,10 @@ class NameServer:
         self._folder, self._log, self._process = folder, log, None
         self.start(resolvers)
 
-    def start(self, resolvers):
-        """Also after `halt`: the zones are as they were left."""
+    def start(self, resolvers, read_only=()):
+        """Also after `halt`: the zones are as they were left. Those that are read-only refuse updates."""
         addresses = "".join(f"{address}; " for address in (ADDRESS, *resolvers))
-        served = "".join(ZONE.format(zone=zone, key="panel") for zone in self.zones)
+        served = "".join(ZONE.format(zone=zone, who="none" if zone in read_only else 'key "panel"') for zone in self.zones)
         write(os.path.join(self._folder, "named.conf"), CONFIG.format(folder=FOLDER, addresses=addresses, zones=served))
         self._process = Background("named", ["named", "-g", "-c", f"{FOLDER}/named.conf"], self._log)
         self._process.wait_ready(lambda: all(self.look_up(zone, "SOA") for zone in self.zones))
@@ -80,9 +80,9 @@ class NameServer:
         """Nobody answers at any of the addresses: their ports are closed."""
         self._process.stop()
 
-    def restart(self, resolvers):
+    def restart(self, resolvers, read_only=()):
         self.halt()
-        self.start(resolvers)
+        self.start(resolvers, read_only)
 
     def queries(self):
         """What has been asked so far, by anybody: names, record types and the addresses asked at, in order."""
