@@ -40,6 +40,8 @@ void HoldLabel(const std::string& encoded, const std::string& label) {
         return;
     }
     fuzz::Hold(!encoded.empty() && encoded.size() <= 63, "an encoded label has 1 to 63 characters");
+    fuzz::Hold(encoded.find_first_not_of("abcdefghijklmnopqrstuvwxyz0123456789-_") == std::string::npos,
+               "an encoded label has a name's characters");
     fuzz::HoldEqual(str::puny::Encode(Unicode(encoded)), encoded, "the decoded label has the same form");
 }
 
