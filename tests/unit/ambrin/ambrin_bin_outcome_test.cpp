@@ -512,6 +512,16 @@ TEST_F(CertificateOutcome, OfAnInstallation) {
               AndTheDefaultAccount({{"verified", "on"}, {"failed", "off"}, {"force_update", "off"}}));
 }
 
+TEST_F(Outcome, OfAnyRunIsAskedByOneClientAndToldByOneModule) {
+    job["res_name"] = "reseller";
+    EXPECT_EQ(Run(), 0);
+    Run("0");
+    for (const vek_double::Call& call : world.calls()) {
+        if (call.kind == "panel") EXPECT_EQ(call.detail, "zelvek/ambrin") << call.text;
+        if (call.kind == "log") EXPECT_EQ(call.detail, "zelvek/sslcert") << call.text;
+    }
+}
+
 TEST_F(Outcome, OfAnInstallationInALaterRun) {
     MakeSecondRun();
     job["check_type"] = "dns";
