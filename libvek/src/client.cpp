@@ -63,7 +63,7 @@ Client::Client(std::string service, std::string module)
     : service_(std::move(service)), module_(std::move(module)) {}
 
 Result Client::Send(const std::string& query) const {
-    const SigpipeBlocked no_sigpipe;
+    const vek_proc::SigpipeBlocked no_sigpipe;
     const std::string path = SocketOf(service_);
     vek_curl::Answer answer{.header_limit = kHeaderLimit, .body_limit = kBodyLimit};
     vek_curl::Easy easy;

@@ -1,7 +1,6 @@
 #include "curl.h"
 
-#include <openssl/crypto.h>
-
+#include <exception>
 #include <new>
 
 #include "openssl_setup.h"

@@ -127,7 +127,7 @@ private:
 }  // namespace
 
 Response Carry(const Request& request, const Limits& limits) {
-    const SigpipeBlocked no_sigpipe;
+    const vek_proc::SigpipeBlocked no_sigpipe;
     const std::string host = HostOf(request.url);
     vek_curl::Answer answer{.header_limit = limits.header, .body_limit = limits.body};
     Easy easy;

@@ -4,6 +4,8 @@
 
 #include <utility>
 
+namespace vek_proc {
+
 /// A file descriptor that is closed with its owner.
 class Fd {
 public:
@@ -26,3 +28,5 @@ public:
 private:
     int fd_ = -1;
 };
+
+}  // namespace vek_proc

@@ -3,6 +3,8 @@
 #include <csignal>
 #include <ctime>
 
+namespace vek_proc {
+
 /// Keeps writes of this thread to a closed pipe or socket from ending a process that does not ignore SIGPIPE,
 /// without touching the process's own handling of it.
 class SigpipeBlocked {
@@ -31,3 +33,5 @@ private:
     sigset_t before_{};
     bool was_pending_ = false;
 };
+
+}  // namespace vek_proc
