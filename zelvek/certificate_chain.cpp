@@ -13,8 +13,7 @@ namespace {
 
 using Certificates = std::vector<openssl::Certificate>;
 
-// Real chains have up to five. Every certificate is tried against every other, so their number has to have an
-// end.
+// Real chains have up to five. Each certificate is tried against every other, so their number needs an end.
 constexpr std::size_t kMostCertificates = 50;
 
 vek_err::Error BadKey(const std::string& text) { return vek_err::Error::Reported("badkey", text); }
@@ -25,7 +24,7 @@ openssl::Key ReadKey(const std::string& pem) {
     if (!blocks || blocks->size() != 1) throw BadKey("the key is not exactly one unencrypted PEM block");
     const PemBlock& block = blocks->front();
     if (block.label != "PRIVATE KEY" && block.label != "RSA PRIVATE KEY" && block.label != "EC PRIVATE KEY") {
-        throw BadKey("the key's PEM block is a " + Printable(block.label));
+        throw BadKey("the key's PEM block is no unencrypted private key");
     }
     const auto* bytes = reinterpret_cast<const unsigned char*>(block.der.data());
     const unsigned char* const end = bytes + block.der.size();
@@ -35,8 +34,7 @@ openssl::Key ReadKey(const std::string& pem) {
 }
 
 openssl::Certificate ReadCertificate(const PemBlock& block) {
-    if (block.label != "CERTIFICATE")
-        throw BadChain("a " + Printable(block.label) + " stands among the certificates");
+    if (block.label != "CERTIFICATE") throw BadChain("a block that is no certificate stands among them");
     const auto* bytes = reinterpret_cast<const unsigned char*>(block.der.data());
     const unsigned char* const end = bytes + block.der.size();
     openssl::Certificate certificate(d2i_X509(nullptr, &bytes, static_cast<long>(block.der.size())));
@@ -66,8 +64,7 @@ bool Issued(const openssl::Certificate& issuer, const openssl::Certificate& subj
     return issued;
 }
 
-/// The leaf first, then whatever issued it, then whatever issued those: of a cross-signed authority all forms
-/// stay.
+/// The leaf, then whatever issued it, then whatever issued those: of a cross-signed authority all forms stay.
 Certificates Order(Certificates rest, EVP_PKEY* key) {
     const auto own = std::find_if(rest.begin(), rest.end(), [&](const openssl::Certificate& certificate) {
         return X509_check_private_key(certificate.get(), key) == 1;
@@ -84,10 +81,9 @@ Certificates Order(Certificates rest, EVP_PKEY* key) {
         std::move(issuers, rest.end(), std::back_inserter(chain));
         rest.erase(issuers, rest.end());
     }
-    if (!rest.empty())
-        throw BadChain("the certificate of " + Printable(openssl::Subject(rest.front())) +
-                       " does not belong to the chain");
-    return chain;
+    if (rest.empty()) return chain;
+    throw BadChain("the certificate of " + Printable(openssl::Subject(rest.front())) +
+                   " does not belong to the chain");
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 #include <chrono>
-#include <csignal>
 #include <set>
 #include <sstream>
 #include <string_view>
@@ -10,6 +9,7 @@
 #include "zelvek/dns_backends.h"
 #include "zelvek/dns_record.h"
 #include "zelvek/printable.h"
+#include "zelvek/tool.h"
 #include "zelvek/tsig_key_file.h"
 
 namespace zelvek::dns {
@@ -18,19 +18,6 @@ namespace {
 // The tools have shorter limits of their own; these end a tool that does not keep to them.
 constexpr std::chrono::seconds kQueryLimit{15};
 constexpr std::chrono::seconds kUpdateLimit{30};
-
-struct ToolRun {
-    int status;
-    std::string output;
-};
-
-ToolRun RunTool(const std::string& command, const std::string& input, std::chrono::seconds limit) {
-    vek_proc::Execute tool(command + " 2>&1", vek_proc::kPipeIn | vek_proc::kPipeOut | vek_proc::kOwnSession);
-    tool.LimitTime(limit);
-    tool.In() << input;
-    const int status = tool.Result();
-    return {status, tool.Str()};
-}
 
 /// The response code that dig shows in its line ";; ->>HEADER<<- opcode: QUERY, status: NOERROR, id: 1".
 std::string ResponseCode(const std::string& output) {
@@ -113,9 +100,8 @@ private:
         if (run.status != 0) Fail(Reason(run));
         const std::string code = ResponseCode(run.output);
         if (code == "NOTAUTH") Fail("the key is refused (NOTAUTH)");
-        if (code != "NOERROR" && code != "NXDOMAIN")
-            Fail("the query for " + record.name + " is answered with " + code);
-        return ReadAnswer(run.output, record.name);
+        if (code == "NOERROR" || code == "NXDOMAIN") return ReadAnswer(run.output, record.name);
+        Fail("the query for " + record.name + " is answered with " + code);
     }
 
     /// Everything but the key's file goes to nsupdate's standard input.
@@ -128,7 +114,7 @@ private:
     }
 
     static std::string Reason(const ToolRun& run) {
-        if (run.status == 128 + SIGKILL) return "no answer in time";
+        if (run.timed_out) return "no answer in time";
         return str::Append(LastLines(run.output), "(status " + str::Str(run.status) + ")", " ");
     }
 

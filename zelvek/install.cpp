@@ -25,9 +25,9 @@ constexpr std::size_t kMarkBytes = 4;      // of a staging folder's name, random
 constexpr const char* kLinkSuffix = ".link";
 
 /// A text that is to be one folder's name and nothing else. A leading dot belongs to the staging folders.
+/// Control characters, which `Printable` replaces, would make logs and listings lie.
 std::string FolderName(const std::string& what, const std::string& name) {
-    const bool plain =
-        name.find('/') == std::string::npos && Printable(name) == name;  // the latter: no control character
+    const bool plain = name.find('/') == std::string::npos && Printable(name) == name;
     if (name.empty() || name.front() == '.' || name.size() > kLongestName || !plain) {
         throw vek_err::Error::Reported("value",
                                        what + " \"" + Printable(name) + "\" cannot be a folder's name");
@@ -40,7 +40,7 @@ std::string CertificateFolder(const std::string& certname) {
     try {
         ascii = str::puny::Encode(certname);
     } catch (const vek_err::Error& error) {
-        throw vek_err::Error::Reported("value", error.what());
+        throw vek_err::Error::Reported("value", Printable(error.what()));
     }
     // A "*" in a path would be a trap for every script that forgets its quotes.
     if (ascii.starts_with("*.")) ascii.replace(0, 1, "_wildcard");
@@ -114,7 +114,7 @@ private:
     bool in_place_ = false;
 };
 
-/// Whether an entry is a staging folder, or its link, of just this certificate; ".a.b.0123abcd" is none of
+/// Whether an entry is a staging folder, or its link, of just this certificate: ".a.b.0123abcd" is none of
 /// "a".
 bool IsStagingOf(const std::string& certificate, const std::string& entry) {
     const std::string prefix = "." + certificate + ".";
@@ -133,14 +133,14 @@ void RemoveLeftovers(const fs::path& parent, const std::string& name, const std:
     std::vector<fs::path> leftovers;
     for (fs::directory_iterator entry(parent, ignored); entry != end(entry); entry.increment(ignored)) {
         const std::string file = entry->path().filename();
-        if (IsStagingOf(name, file) && file != current && file != previous)
-            leftovers.push_back(entry->path());
+        const bool in_use = file == current || file == previous;
+        if (!in_use && IsStagingOf(name, file)) leftovers.push_back(entry->path());
     }
     for (const fs::path& leftover : leftovers) fs::remove_all(leftover, ignored);
 }
 
-/// Where the link in place points to; empty where there is none yet. Whatever else stands there is not ours
-/// to replace.
+/// Where the link in place points to; empty where there is none yet. Anything else there is not ours to
+/// replace.
 std::string PreviousFolder(const fs::path& place) {
     std::error_code error;
     const fs::file_status status = fs::symlink_status(place, error);

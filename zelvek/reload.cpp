@@ -7,24 +7,19 @@
 #include "vek/proc.h"
 #include "vek/str.h"
 #include "zelvek/printable.h"
+#include "zelvek/tool.h"
 
 namespace zelvek {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+std::string Export(const std::string& name, const std::string& value) {
+    return "export " + name + "=" + vek_proc::Escape(value) + "\n";
+}
 
-/// The variables are set by the shell, because another thread may be reading this process's environment. Each
-/// stands on a line of its own, so that the command may be a list or a pipeline.
+/// The shell sets the variables, because other threads may be reading this process's environment.
 std::string CommandLine(const std::string& command, const InstalledCertificate& installed) {
-    return "exec 2>&1\n"
-           "export VEK_CERT_DIR=" +
-           vek_proc::Escape(installed.directory) +
-           "\n"
-           "export VEK_CERT_NAME=" +
-           vek_proc::Escape(installed.name) +
-           "\n"
-           "export VEK_CERT_USER=" +
-           vek_proc::Escape(installed.user) + "\n" + command;
+    return Export("VEK_CERT_DIR", installed.directory) + Export("VEK_CERT_NAME", installed.name) +
+           Export("VEK_CERT_USER", installed.user) + command;
 }
 
 /// Whether a command that prints what it reads has printed a key: any private key, or a line of this one.
@@ -37,27 +32,18 @@ bool ShowsKey(const std::string& output, const std::string& key) {
            });
 }
 
-std::string Outcome(int status, Clock::duration taken, std::chrono::seconds limit) {
-    if (status > 128 && taken >= limit) {
-        return "did not end within " + str::Str(static_cast<long>(limit.count())) + " seconds";
-    }
-    return "failed with status " + str::Str(status);
-}
-
 }  // namespace
 
 void RunReload(const std::string& command, std::chrono::seconds limit,
                const InstalledCertificate& installed) {
-    const Clock::time_point start = Clock::now();
-    vek_proc::Execute reload(CommandLine(command, installed), vek_proc::kPipeOut | vek_proc::kOwnSession);
-    reload.LimitTime(limit);
-    const int status = reload.Result();
-    if (status == 0) return;
+    const ToolRun reload = RunTool(CommandLine(command, installed), "", limit);
+    if (reload.status == 0) return;
 
-    const std::string outcome = Outcome(status, Clock::now() - start, limit);
-    const std::string output = reload.Str();
+    const std::string outcome =
+        reload.timed_out ? "did not end within " + str::Str(static_cast<long>(limit.count())) + " seconds"
+                         : "failed with status " + str::Str(reload.status);
     const std::string shown =
-        ShowsKey(output, installed.key) ? "(its output holds key material)" : LastLines(output);
+        ShowsKey(reload.output, installed.key) ? "(its output holds key material)" : LastLines(reload.output);
     throw vek_err::Error::Reported(
         "hook", "the certificate is in place, but the reload command " + str::Append(outcome, shown, ": "));
 }

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+
+namespace zelvek {
+
+/// How a command ended.
+struct ToolRun {
+    int status;          // as the shell gives it; 127 also for a shell that cannot be started
+    bool timed_out;      // it was ended because its time was up
+    std::string output;  // standard output and standard error together
+};
+
+/// Runs a command, of one line or more, by /bin/sh and waits for it. It has no terminal, and is ended with
+/// all that it started in its session when it takes longer than `limit`. Throws vek_proc::Interrupted.
+ToolRun RunTool(const std::string& command, const std::string& input, std::chrono::seconds limit);
+
+}  // namespace zelvek
