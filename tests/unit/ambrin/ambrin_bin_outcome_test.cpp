@@ -517,8 +517,11 @@ TEST_F(Outcome, OfAnyRunIsAskedByOneClientAndToldByOneModule) {
     EXPECT_EQ(Run(), 0);
     Run("0");
     for (const vek_double::Call& call : world.calls()) {
-        if (call.kind == "panel") EXPECT_EQ(call.detail, "zelvek/ambrin") << call.text;
-        if (call.kind == "log") EXPECT_EQ(call.detail, "zelvek/sslcert") << call.text;
+        if (call.kind == "panel") {
+            EXPECT_EQ(call.detail, "zelvek/ambrin") << call.text;
+        } else if (call.kind == "log") {
+            EXPECT_EQ(call.detail, "zelvek/sslcert") << call.text;
+        }
     }
 }
 
