@@ -109,6 +109,28 @@ TEST_F(DeadRun, ARecordThatExistsPassesToTheNewestPublisher) {
     EXPECT_EQ(Records(), "");
 }
 
+TEST_F(DeadRun, ARecordThatTwoJobsShareGoesWithTheLast) {
+    Start();
+    AddDomain();
+    const std::string first = AddJob();
+    const std::string second = AddJob();
+    const auto withdraw = [] {
+        return ErrorOf("sok=ok&rtype=txt&func=domain.record.delete",
+                       {{"su", "anna"}, {"elid", "_acme-challenge.shop.example. TXT  v"}});
+    };
+    ReadJob(first);
+    AddRecord("v");
+    Write(first, {{"challenges", "pending"}});
+    ReadJob(second);
+    EXPECT_THROW(AddRecord("v"), vek_err::Error) << "it exists";
+    EXPECT_EQ(withdraw(), "");
+    EXPECT_EQ(Records(), "shop.example _acme-challenge.shop.example v\n") << "the first job still needs it";
+    Write(second);
+    ReadJob(first);
+    EXPECT_EQ(withdraw(), "");
+    EXPECT_EQ(Records(), "");
+}
+
 TEST_F(DeadRun, ARecordOfSomebodyElseStays) {
     Start();
     AddDomain();
