@@ -7,7 +7,8 @@
 /// /.well-known/acme-challenge/.
 namespace zelvek::answers {
 
-/// Whether a text may become a file name here: 1 to 255 characters of `[A-Za-z0-9_-]` (RFC 8555 section 8.3), so no path.
+/// Whether a text may become a file name here: 1 to 255 characters of `[A-Za-z0-9_-]` (RFC 8555 section 8.3),
+/// so no path.
 bool IsToken(const std::string& token);
 
 /// Writes the file so that a reader sees either nothing or the whole content; mode 0644.

@@ -15,19 +15,20 @@ struct Settings {
 
 struct Request {
     std::string user;
-    std::string certname;  // its ASCII form names the folder
+    std::string certname;      // its ASCII form names the folder
     std::string certificates;  // PEM, any number, any order: crt and cacrt together
     std::string key;           // PEM
 };
 
-/// Checks that key, certificate and chain belong together (the certificate that matches the key is the leaf, the others
-/// follow in issuing order) and puts them in place in one step: `<directory>/<user>/<certname>` is a symbolic link,
-/// exchanged by rename, to a folder with `fullchain.pem` (leaf first), `cert.pem`, `chain.pem` (mode 0644) and
-/// `privkey.pem` (mode 0600), all synchronised to disk; folders of earlier installations but the last are removed. Then
-/// it runs the reload command with VEK_CERT_DIR, VEK_CERT_NAME and VEK_CERT_USER in its environment.
-/// Errors: vek_err::Error of type "badkey" (no key, or none of the certificates is its own), "badchain" (what is no
-/// certificate, or does not belong to the leaf's chain), "value" (user or name that cannot be a folder's name), "io",
-/// "hook" (the installation stands, the reload command failed or took too long: its exit status and last output).
+/// Checks that key, certificate and chain belong together (the certificate that matches the key is the leaf,
+/// the others follow in issuing order) and puts them in place in one step: `<directory>/<user>/<certname>` is
+/// a symbolic link, exchanged by rename, to a folder with `fullchain.pem` (leaf first), `cert.pem`,
+/// `chain.pem` (mode 0644) and `privkey.pem` (mode 0600), all synchronised to disk; folders of earlier
+/// installations but the last are removed. Then it runs the reload command with VEK_CERT_DIR, VEK_CERT_NAME
+/// and VEK_CERT_USER in its environment. Errors: vek_err::Error of type "badkey" (no key, or none of the
+/// certificates is its own), "badchain" (what is no certificate, or does not belong to the leaf's chain),
+/// "value" (user or name that cannot be a folder's name), "io", "hook" (the installation stands, the reload
+/// command failed or took too long: its exit status and last output).
 void Install(const Settings& settings, const Request& request);
 
 }  // namespace zelvek::install
