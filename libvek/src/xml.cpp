@@ -2,6 +2,8 @@
 
 #include <pugixml.hpp>
 
+#include <algorithm>
+
 #include "vek/err.h"
 #include "vek/str.h"
 
@@ -70,8 +72,18 @@ std::vector<Node> Xml::GetNodes(const std::string& xpath) const try {
 std::string EscapePropValue(const std::string& value) {
     if (value.find('\'') == std::string::npos) return "'" + value + "'";
     if (value.find('"') == std::string::npos) return '"' + value + '"';
-    // XPath 1.0 has no escape inside a string; only joined pieces can hold both quotes.
-    return "concat('" + str::Replace(value, "'", "',\"'\",'") + "')";
+    // XPath 1.0 has no escape inside a string; only joined pieces can hold both quotes. Each is as long as
+    // one kind of quote allows: the library refuses expressions with too many.
+    std::string pieces;
+    for (std::size_t at = 0; at < value.size();) {
+        const std::size_t single_at = std::min(value.find('\'', at), value.size());
+        const std::size_t double_at = std::min(value.find('"', at), value.size());
+        const std::size_t end = std::max(single_at, double_at);
+        const char quote = single_at == end ? '\'' : '"';
+        str::inpl::Append(pieces, quote + value.substr(at, end - at) + quote, ",");
+        at = end;
+    }
+    return "concat(" + pieces + ")";
 }
 
 }  // namespace vek_xml

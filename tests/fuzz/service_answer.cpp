@@ -1,5 +1,7 @@
 // What the service answers: any text that its XML can carry reaches the framework's client unchanged, and so
 // does an error.
+#include <algorithm>
+
 #include "support/target.h"
 #include "vek/client.h"
 #include "vek/err.h"
@@ -15,6 +17,15 @@ void HoldText(const std::string& text) {
     fuzz::Hold((made == text) == zelvek::names::IsText(text), "only what is no text is changed");
 }
 
+/// A value with hundreds of quotes of both kinds in turn is too much for the library, which says so.
+void HoldFound(const vek_client::Result& result, const std::string& value) try {
+    const auto found = result.xml().GetNode("/doc/elem[name=" + vek_xml::EscapePropValue(value) + "]");
+    fuzz::HoldEqual(found.Value("name"), value, "an element is found by its value");
+} catch (const vek_err::Error& error) {
+    const auto quotes = std::count(value.begin(), value.end(), '"');
+    fuzz::Hold(error.type() == "xpath" && quotes > 100, "a look-up fails for its many quotes alone");
+}
+
 void HoldValues(const std::string& value, const std::string& other) {
     zelvek::XmlAnswer answer;
     answer.Doc().Value("a", value).Value("number", -7).Flag("on", true).Value("b", other);
@@ -28,8 +39,7 @@ void HoldValues(const std::string& value, const std::string& other) {
     fuzz::Hold(elements.size() == 2, "a list has its elements");
     fuzz::HoldEqual(elements[0].Value("name"), value, "a list's value arrives");
     fuzz::HoldEqual(elements[1].Attribute("kind"), value, "an attribute arrives");
-    const auto found = result.xml().GetNode("/doc/elem[name=" + vek_xml::EscapePropValue(value) + "]");
-    fuzz::HoldEqual(found.Value("name"), value, "an element is found by its value");
+    HoldFound(result, value);
 }
 
 void HoldError(const std::string& value, const std::string& message) {

@@ -161,6 +161,12 @@ TEST(EscapePropValue, FindsEveryValueAgain) {
 }
 
 // The parser limits the depth of an expression.
+TEST(EscapePropValue, OfThousandsOfQuotesInARowIsFound) {
+    const std::string value = std::string(5000, '\'') + '"' + std::string(5000, '\'') + "x";
+    const Xml xml("<doc><elem><name>" + EscapedForXml(value) + "</name><id>7</id></elem></doc>");
+    EXPECT_EQ(xml.GetNode("/doc/elem[name=" + EscapePropValue(value) + "]").Value("id"), "7");
+}
+
 TEST(EscapePropValue, OfThousandsOfQuotesIsRefusedRatherThanMisread) {
     std::string many;
     for (int i = 0; i < 5000; ++i) many += "'\"";
