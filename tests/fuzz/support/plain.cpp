@@ -1,5 +1,6 @@
 #include "support/plain.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "support/target.h"
@@ -112,6 +113,10 @@ std::string XmlText(const std::string& value) {
             text += c;
     }
     return text;
+}
+
+bool FitsXPath(const std::string& value) {
+    return value.find('"') == std::string::npos || std::count(value.begin(), value.end(), '\'') <= 500;
 }
 
 std::string Digest(const std::string& text) {

@@ -31,6 +31,10 @@ std::vector<std::string> ShellWords(const std::string& command);
 /// A value as the text of an element or of an attribute.
 std::string XmlText(const std::string& value);
 
+/// Whether the XPath library takes the value's quoted form: one of both quotes is joined from pieces, of
+/// which it allows about a thousand.
+bool FitsXPath(const std::string& value);
+
 /// 32 bytes that tell texts apart, in place of a digest.
 std::string Digest(const std::string& text);
 
