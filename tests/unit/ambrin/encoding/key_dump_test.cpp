@@ -32,6 +32,11 @@ TEST_F(KeyDump, LastParenthesesOfTheWholeTextAreTheExponents) {
         << "wherever they stand";
 }
 
+TEST_F(KeyDump, OneParenthesisAloneGivesNoExponent) {
+    EXPECT_EQ(HeaderOf("modulus:\n 0a\npublicExponent: 3 (0x3\n"), Header("Cg", ""));
+    EXPECT_EQ(HeaderOf("0c modulus:\n 0a\npublicExponent: 3 0x3)\n"), Header("Cg", ""));
+}
+
 TEST_F(KeyDump, EveryXOfTheExponentIsDeleted) {
     EXPECT_EQ(HeaderOf("modulus:\n 0a\npublicExponent: (x01x00x01)\n"), Header("Cg", "AQAB"));
 }
