@@ -50,9 +50,4 @@ TEST_F(KeyDump, ZeroByteOfAModulusOfZeroBytesAloneIsLeftOutOnce) {
     EXPECT_EQ(HeaderOf("modulus: 00:00 publicExponent: (0x3)"), Header("AA", "Aw"));
 }
 
-TEST_F(KeyDump, OneParenthesisAloneGivesNoExponent) {
-    EXPECT_EQ(HeaderOf("modulus:\n 0a\npublicExponent: 3 (0x3\n"), Header("Cg", ""));
-    EXPECT_EQ(HeaderOf("modulus:\n 0a\npublicExponent: 3 0x3)\n"), Header("Cg", ""));
-}
-
 }  // namespace
