@@ -274,13 +274,15 @@ TEST(Waits, TakeTheirTime) {
     EXPECT_GE(steady_clock::now() - start, milliseconds(300));
 }
 
-// Without the launcher, the program's own handling of signals stays.
+// Without the launcher, the program's own handling of signals stays. Set here, because whoever started the
+// tests may have had them ignored.
 TEST(Waits, InstallNoHandlers) {
-    vek_proc::Sleep(1);
     for (const int number : {SIGTERM, SIGINT}) {
-        struct sigaction action {};
-        sigaction(number, nullptr, &action);
-        EXPECT_EQ(action.sa_handler, SIG_DFL);
+        for (const auto handler : {SIG_DFL, SIG_IGN}) {
+            const auto before = std::signal(number, handler);
+            vek_proc::Sleep(1);
+            EXPECT_EQ(std::signal(number, before), handler);
+        }
     }
 }
 
