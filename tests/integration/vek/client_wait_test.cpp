@@ -1,0 +1,55 @@
+// How long the client waits for a service, and where it looks for one.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+
+#include "integration/vek/server.h"
+#include "integration/vek/stopped_clock.h"
+#include "vek/client.h"
+#include "vek/err.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using vek_test::StoppedClock;
+
+std::string ErrorOf(const std::string& service) {
+    try {
+        vek_client::Local(service, "test").Query("func=a");
+        return "";
+    } catch (const vek_err::Error& e) {
+        EXPECT_EQ(e.type(), "connect");
+        return e.what();
+    }
+}
+
+TEST(ClientWait, ForAMissingServiceTakesFiveSecondsInShortSteps) {
+    const vek_test::TempFolder folder;
+    const vek_test::Variable run_dir("VEK_RUN_DIR", folder.path());
+    const StoppedClock clock;
+    EXPECT_EQ(ErrorOf("missing"),
+              "client: connect: " + folder.file("missing.sock") + ": No such file or directory");
+    EXPECT_EQ(clock.slept(), seconds(5));
+    EXPECT_EQ(clock.sleeps(), seconds(5) / milliseconds(50));
+}
+
+TEST(ClientWait, IsNoneForASocketThatWillNeverBeThere) {
+    const vek_test::Variable run_dir("VEK_RUN_DIR", "/dev/null");
+    const StoppedClock clock;
+    EXPECT_EQ(ErrorOf("missing"), "client: connect: /dev/null/missing.sock: Not a directory");
+    EXPECT_EQ(clock.sleeps(), 0);
+}
+
+// No service has this name.
+TEST(ClientFolder, IsTheUsualOneWhereNoneIsSet) {
+    const std::string error = "client: connect: /run/vek/no-service.sock: No such file or directory";
+    const vek_test::Variable run_dir("VEK_RUN_DIR", "");
+    const StoppedClock clock;
+    EXPECT_EQ(ErrorOf("no-service"), error);
+    unsetenv("VEK_RUN_DIR");
+    EXPECT_EQ(ErrorOf("no-service"), error);
+}
+
+}  // namespace

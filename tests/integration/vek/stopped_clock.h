@@ -1,0 +1,21 @@
+#pragma once
+
+#include <chrono>
+
+namespace vek_test {
+
+/// For this thread, the steady clock stands still while this lives, and only its sleeps move it on: a test
+/// sees how long something waits without waiting, and however busy the machine is. One at a time in each
+/// thread.
+class StoppedClock {
+public:
+    StoppedClock();
+    ~StoppedClock();
+    StoppedClock(const StoppedClock&) = delete;
+    StoppedClock& operator=(const StoppedClock&) = delete;
+
+    std::chrono::nanoseconds slept() const;
+    int sleeps() const;
+};
+
+}  // namespace vek_test
