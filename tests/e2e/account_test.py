@@ -1,5 +1,6 @@
 """Which account a run uses, with an authority that answers account checks as the production one does."""
 from fixture import WorldTest
+from misbehaviour import changed, told
 from tls_server import Answer
 from world import FAILURE, INSTALLED, WAITING
 
@@ -76,16 +77,32 @@ class Account(WorldTest):
         kid = self.world.job(job)["kid"]
         self.authority.script("account", Answer(503))
         self.assertEqual(self.world.run_job(job), WAITING)
+        self.assertEqual(self.world.event_detail(job, "acme_request_error"), told(503, ""))
         self.authority.unscript()
 
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual((self.registrations(), self.world.job(job)["kid"]), (1, kid))
+
+    def test_account_that_the_authority_knows_is_taken_whatever_else_it_says(self):
+        def known(proper):
+            proper.status = 200
+            return changed(lambda account: account.update(error={"status": 400, "detail": "known"}, unknown=[{}]))(proper)
+
+        self.authority.script("new-account", known)
+        job = self.add_job()
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+        self.assertEqual(self.world.events(job)[:3], [("processing", "registration_try"), ("failed", "registration_fail"),
+                                                      ("processing", "registration_exist")])
+        self.assertEqual(self.world.event_detail(job, "registration_fail"), told(400, "known"))
+        kid = self.authority.requests("new-account")[-1].answer.headers["Location"]
+        self.assertEqual((self.world.job(job)["kid"], self.world.ask("account", "show")["kid"]), (kid, kid))
 
     def test_refused_registration_fails_the_run_and_the_next_one_registers(self):
         self.authority.script("new-account", Answer(503), occurrence=1)
         job = self.add_job()
         self.assertEqual(self.world.run_job(job), FAILURE)
         self.assertEqual(self.world.events(job), [("processing", "registration_try"), ("failed", "registration_fail")])
+        self.assertEqual(self.world.event_detail(job, "registration_fail"), told(503, ""))
         self.assertEqual((self.world.job(job)["kid"], self.world.ask("account", "show")["kid"]), ("", ""))
 
         self.assertEqual(self.world.run_job(job), INSTALLED)

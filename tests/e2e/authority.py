@@ -85,6 +85,15 @@ class Authority:
         with self._lock:
             self._accounts[kid]["status"] = status
 
+    def last_order(self):
+        """The order that was placed last, for a look and for changes: "names", "status" of each, "certificate"."""
+        return self._orders[str(len(self._orders))]
+
+    def offer_last_order_again(self, status):
+        """The next order that somebody places is this one once more."""
+        number = str(len(self._orders))
+        self.script("new-order", lambda _: self._order_answer(number, status), occurrence=1)
+
     def stop(self):
         self.server.stop()
 
@@ -188,7 +197,10 @@ class Authority:
         challenges = [{kind: secrets.token_urlsafe(24) for kind in ("http-01", "dns-01")} for _ in names]
         self._orders[number] = {"account": kid, "names": names, "tokens": challenges, "status": ["pending"] * len(names),
                                 "certificate": None}
-        return json_answer(self._order_body(number), 201, Location=f"{self._base}/order/{number}")
+        return self._order_answer(number, 201)
+
+    def _order_answer(self, number, status):
+        return json_answer(self._order_body(number), status, Location=f"{self._base}/order/{number}")
 
     def _order_body(self, number):
         order = self._orders[number]

@@ -33,24 +33,33 @@ class CertificateAuthority:
                 "-keyout", self._path(f"{name}.key"), "-out", self._path(f"{name}.pem"), "-days", "30", "-subj", subject,
                 *(part for extension in extensions for part in ("-addext", extension)))
 
-    def server(self, *names):
-        """A TLS server's certificate for these names (addresses too): the paths of its chain and of its key."""
+    def server(self, *names, days=30):
+        """A TLS server's certificate for these names (addresses too): the paths of its chain and of its key.
+
+        One with a negative number of days has ended that long ago.
+        """
         kinds = ("IP" if name.replace(".", "").isdigit() else "DNS" for name in names)
         alternatives = ",".join(f"{kind}:{name}" for kind, name in zip(kinds, names))
-        self._signed("intermediate", names[0], f"/CN={names[0]}",
-                     f"subjectAltName={alternatives}", "basicConstraints=critical,CA:FALSE")
-        with open(self._path(f"{names[0]}.pem"), "a", encoding="ascii") as chain:
-            chain.write(read(self.intermediate))
-        return self._path(f"{names[0]}.pem"), self._path(f"{names[0]}.key")
+        base = names[0] if days > 0 else f"{names[0]}-ended"
+        chain, key, request = (self._path(f"{base}.{kind}") for kind in ("pem", "key", "csr"))
+        openssl("req", "-new", *EC, "-keyout", key, "-out", request, "-subj", f"/CN={names[0]}",
+                "-addext", f"subjectAltName={alternatives}", "-addext", "basicConstraints=critical,CA:FALSE")
+        leaf = openssl("x509", "-req", "-in", request, "-days", str(days), *self._issuing())
+        with open(chain, "wb") as file:
+            file.write(leaf + read(self.intermediate).encode())
+        return chain, key
+
+    def _issuing(self):
+        """How `openssl x509 -req` issues a certificate with what the request asks for."""
+        return ("-copy_extensions", "copy", "-CA", self.intermediate, "-CAkey", self._path("intermediate.key"),
+                "-set_serial", "0x" + secrets.token_hex(16))
 
     def issue(self, request_der):
         """The certificate for a request, PEM: the leaf and the intermediate."""
         request = self._path(f"request-{secrets.token_hex(8)}.der")
         with open(request, "wb") as file:
             file.write(request_der)
-        leaf = openssl("x509", "-req", "-inform", "DER", "-in", request, "-days", "90", "-copy_extensions", "copy",
-                       "-CA", self.intermediate, "-CAkey", self._path("intermediate.key"),
-                       "-set_serial", "0x" + secrets.token_hex(16)).decode()
+        leaf = openssl("x509", "-req", "-inform", "DER", "-in", request, "-days", "90", *self._issuing()).decode()
         return leaf, read(self.intermediate)
 
 
@@ -63,7 +72,8 @@ def self_signed(folder, name):
 
 
 def read(path):
-    with open(path, encoding="utf-8") as file:
+    # An authority may send any bytes, and a log has them as they came.
+    with open(path, encoding="utf-8", errors="surrogateescape") as file:
         return file.read()
 
 

@@ -1,140 +1,261 @@
-"""Whatever an authority answers, a run ends in order, says what happened, and the next run can finish the job."""
-from fixture import SharedWorldTest, WorldTest
-from tls_server import Answer, json_answer
+"""Whatever an authority does, a run ends in order, says what happened, and the next run can finish the job."""
+import os
+import signal
+
 from authority import problem
 from ca import CertificateAuthority
-from world import FAILURE, INSTALLED, SITES
+from fixture import WorldTest
+from misbehaviour import (BASE, NONCE_REFUSED, AuthorityTest, broken, changed, date_in, later, limited, no_url, told)
+from process import LONG, wait_until
+from tls_server import json_answer
+from world import DIRECTORY_HOST, FAILURE, INSTALLED, SITES
 
-HUGE = b'{"status": "valid", "padding": "' + b"x" * 200_000_000 + b'"}'
-
-
-def html(status):
-    return Answer(status, {"Content-Type": "text/html"}, b"<html><h1>not what you asked for</h1></html>")
-
-
-def redirect(_):
-    return Answer(302, {"Location": "https://blog.example/elsewhere"}, b"")
+WHOLE = ["directory", "new-order", "authorization", "challenge", "finalize", "certificate"]
+READY = [resource for resource in WHOLE if resource != "challenge"]  # what an order asks for whose challenges are done
+PENDING = ("cert_order_fail", told(403, "the order is pending"))
 
 
-def cut(proper):
-    proper.cut_at = len(proper.body) // 2
-    return proper
+def busy(delay="0"):
+    """The request has been served, and the authority says that it will take its time."""
+    return lambda _: later(json_answer({"status": "processing"}), delay)
 
 
-def busy(_):
-    return json_answer({"status": "processing"}, **{"Retry-After": "1"})
+class Failure(AuthorityTest):
+    """Stories of single answers; the tables are in authority_answers_test.py."""
 
-
-def paced(proper):
-    proper.pace = 0.002
-    return proper
-
-
-class Failure(SharedWorldTest):
-    """Jobs that use the account of an earlier one, and an authority that misbehaves once."""
-
-    @classmethod
-    def setUpClass(cls):
-        super().setUpClass()
-        cls.world.start_authority()
-        cls.authority = cls.world.authority
-        cls.world.start_service()
-        cls.world.add_domain("shop.example")
-        if cls.world.run_job(cls.add_job()) != INSTALLED:
-            raise AssertionError(f"no account to begin with\n{cls.world.describe()}")
-
-    @classmethod
-    def add_job(cls):
-        return cls.world.add_job("shop.example", "--skip-account-check", "--csr", "key_type=ec",
-                                 "--certname", f"job-{len(cls.world.ask('job', 'list'))}")
-
-    def setUp(self):
-        self.job = self.add_job()
-        self.addCleanup(self.authority.unscript)
-
-    def outcome_of(self, resource, answer):
-        """The failed events of a run in which that answer comes, once, in place of the proper one."""
-        job = self.add_job()
-        self.authority.script(resource, answer, occurrence=1)
-        self.assertEqual(self.world.run_job(job), FAILURE)
-        record = self.world.job(job)
-        self.assertFalse(record["processing"] or record["verified"])
+    def assert_ends(self, run, status, asked, failed):
+        self.assertEqual((run.status, run.asked, run.failed), (status, asked, failed))
         self.assertEqual(self.world.answer_files(), [])
-        failed = [event for state, event in self.world.events(job) if state == "failed"]
-        self.assertEqual(self.world.run_job(job), INSTALLED)
-        return failed
 
-    def test_exchange_that_breaks_is_a_failed_query(self):
-        for resource in ("directory", "new-order", "authorization", "challenge", "finalize", "certificate"):
-            with self.subTest(resource, how="dropped"):
-                self.assertEqual(self.outcome_of(resource, Answer(drop=True)), ["http_query_error"])
-            with self.subTest(resource, how="cut"):
-                self.assertEqual(self.outcome_of(resource, cut), ["http_query_error"])
+    # Nonces.
 
-    def test_error_answer_is_told_under_the_name_of_its_step(self):
-        steps = {"directory": "acme_request_error", "new-order": "order_failed", "authorization": "authorization_fail",
-                 "challenge": "challenge_fail", "finalize": "cert_order_fail", "certificate": "cert_recive_failed"}
-        for resource, event in steps.items():
-            with self.subTest(resource, kind="problem"):
-                self.assertEqual(self.outcome_of(resource, problem("serverInternal", "not today", 500)), [event])
-            with self.subTest(resource, kind="page"):
-                self.assertEqual(self.outcome_of(resource, html(502)), [event])
+    def test_nonce_of_any_form_is_sent_back_as_it_came(self):
+        for nonce in ("", 'a","alg":"none","x":"\\', "n" * 60_000):
+            with self.subTest(nonce=nonce[:30]):
+                self.authority.script("nonce", json_answer({}, 200, **{"Replay-Nonce": nonce}), occurrence=1)
+                self.assert_ends(self.run_job(), FAILURE, WHOLE[:2], [("order_failed", told(400, NONCE_REFUSED))])
+                protected = self.authority.requests("new-order")[-1].protected
+                self.assertEqual((protected["nonce"], protected["alg"]), (nonce, "RS256"))
+                self.assertEqual(sorted(protected), ["alg", "kid", "nonce", "url"])
+        self.assert_next_run_installs()
 
-    def test_redirect_is_not_followed(self):
-        for resource in ("directory", "new-order", "certificate"):
-            with self.subTest(resource):
-                self.outcome_of(resource, redirect)
-
-    def test_missing_nonce_is_refused_by_the_authority_and_told(self):
-        self.assertEqual(self.outcome_of("nonce", Answer(204)), ["order_failed"])
-        refused = [exchange for exchange in self.authority.requests("new-order") if exchange.answer.status == 400]
-        self.assertEqual([exchange.protected["nonce"] for exchange in refused], [""])
-
-    def test_huge_answer_is_given_up(self):
-        self.assertEqual(self.outcome_of("directory", Answer(200, {"Content-Type": "application/json"}, HUGE)), ["http_query_error"])
-
-    def test_deeply_nested_answer_ends_no_run_by_surprise(self):
-        self.outcome_of("new-order", Answer(201, {"Content-Type": "application/json"}, b"[" * 5000 + b"]" * 5000))
-
-    def test_answer_that_comes_byte_by_byte_is_read_in_full(self):
-        self.authority.script("certificate", paced)
-        self.assertEqual(self.world.run_job(self.job), INSTALLED)
+    # Waiting.
 
     def test_authority_that_takes_its_time_is_polled_until_it_is_done(self):
         for resource in ("challenge", "finalize"):
-            for occurrence in (1, 2):
-                self.authority.script(resource, busy, occurrence)
-        self.assertEqual(self.world.run_job(self.job), INSTALLED)
+            self.authority.script(resource, busy("1"), occurrence=1)
+            self.authority.script(resource, busy(date_in(3600)), occurrence=2)  # a date is no number of seconds
+        self.assert_ends(self.run_job(), INSTALLED, [*WHOLE[:3], *["challenge"] * 3, *["finalize"] * 3, "certificate"], [])
         for resource in ("challenge", "finalize"):
             exchanges = self.authority.requests(resource)[-3:]
             self.assertEqual([exchange.raw_payload == b"" for exchange in exchanges], [False, True, True])
 
-    def test_order_that_turns_invalid_gives_no_certificate(self):
-        self.assertEqual(self.outcome_of("finalize", json_answer({"status": "invalid"})), ["cert_order_req_attempt"])
+    def test_authority_that_never_gets_done_is_given_up(self):
+        for resource, delay in (("challenge", date_in(3600)), ("finalize", "0")):
+            self.authority.script(resource, later(json_answer({"status": "processing"}), delay))
+            before = WHOLE[:WHOLE.index(resource)]
+            run = self.run_job()
+            self.authority.unscript()
+            if resource == "challenge":  # its order is asked for all the same
+                self.assert_ends(run, FAILURE, [*before, *[resource] * 61, "finalize"], [("challenge_req_attempt", ""), PENDING])
+            else:
+                self.assert_ends(run, FAILURE, [*before, *[resource] * 61], [("cert_order_req_attempt", "")])
+        self.assert_next_run_installs()
 
-    def test_certificate_that_is_none_is_not_installed(self):
-        self.authority.script("certificate", html(200))
-        self.assertEqual(self.world.run_job(self.job), FAILURE)
-        self.assertIn(("failed", "hardreplace_error"), self.world.events(self.job))
+    def test_refused_poll_is_told_and_not_repeated(self):
+        for resource, event in (("challenge", "challenge_fail"), ("finalize", "cert_order_fail")):
+            self.authority.script(resource, busy(), occurrence=1)
+            self.authority.script(resource, later(limited(429), "3600"), occurrence=2)
+            asked = [*WHOLE[:WHOLE.index(resource) + 1], resource]
+            self.assert_ends(self.run_job(), FAILURE, asked, [(event, told(429, "too many requests of late"))])
+        self.assert_next_run_installs()
+
+    def test_only_a_signal_ends_a_wait_that_the_authority_asks_for(self):
+        log = os.path.join(self.world.logs, "ambrin.log")
+        # A run that had challenges to answer leaves them and the answer file to the next one.
+        for resource, delay, left in (("challenge", "99999999999", 1), ("challenge", "-1", 1), ("finalize", "3601", 0)):
+            with self.subTest(resource, delay=delay):
+                self.job = self.add_job()
+                self.authority.script(resource, later(json_answer({"status": "processing"}), delay))
+                run = self.world.start_run(self.job)
+                wait_until(lambda: f"Retry-After: {delay}\r\n".encode() in open(log, "rb").read(), "the wait begins")
+                asked = len(self.authority.requests(resource))
+                os.kill(self.world.plugin(), signal.SIGTERM)
+                self.assertEqual(run.process.wait(LONG), FAILURE)
+                self.world.wait_run_over(self.job)
+                self.authority.unscript()
+
+                self.assertEqual(len(self.authority.requests(resource)), asked)
+                record = self.world.job(self.job)
+                self.assertEqual((record["kid"], record["attempt_count"]), (self.kid, left))
+                self.assertEqual((record["challenges"] != "", len(self.world.answer_files())), (left == 1, left))
+                self.assertEqual([entry for entry in record["events"] if entry["state"] == "failed"], [])
+                self.assert_next_run_installs()
+
+    # Orders.
+
+    def test_order_that_turns_invalid_gives_no_certificate(self):
+        run = self.meet("finalize", json_answer({"status": "invalid"}))
+        self.assert_ends(run, FAILURE, WHOLE[:5], [("cert_order_req_attempt", "")])
+        self.assert_next_run_installs()
+
+    def test_order_that_is_ready_already_is_finalized_at_once(self):
+        for status in (200, 201):
+            self.job = self.add_job()
+            self.assertEqual(self.meet("finalize", problem("serverInternal", "not today", 500)).status, FAILURE)
+            self.authority.offer_last_order_again(status)
+            run = self.run_job()
+            self.assert_ends(run, INSTALLED, READY, [])
+            self.assertNotIn("challenge_created", run.reached)
+
+    def test_pending_order_that_is_offered_again_is_finished(self):
+        self.assertEqual(self.meet("challenge", problem("serverInternal", "not today", 500)).status, FAILURE)
+        self.authority.offer_last_order_again(200)
+        self.assert_ends(self.run_job(), INSTALLED, WHOLE, [])
+        first, second = self.authority.requests("challenge")[-2:]
+        self.assertEqual(first.path, second.path)
+
+    def test_of_an_order_that_is_half_done_only_the_other_half_is(self):
+        self.world.add_domain("blog.example")
+        self.job = self.add_job("--skip-account-check", "--alias", "blog.example")
+        self.authority.script("challenge", problem("serverInternal", "not today", 500), occurrence=2)
+        self.assertEqual(self.run_job().status, FAILURE)
+        refused = self.authority.requests("challenge")[-1].path
+        self.authority.offer_last_order_again(200)
+        run = self.run_job()
+        self.assert_ends(run, INSTALLED, [*WHOLE[:2], "authorization", *WHOLE[2:]], [])
+        self.assertEqual(self.authority.requests("challenge")[-1].path, refused)
+
+    def test_order_that_is_over_is_refused_and_the_next_one_is_good(self):
+        self.assertEqual(self.meet("certificate", problem("serverInternal", "not today", 500)).status, FAILURE)
+        self.authority.offer_last_order_again(200)
+        self.assert_ends(self.run_job(), FAILURE, READY[:4], [("cert_order_fail", told(403, "the order is valid"))])
+
+        self.authority.last_order()["status"] = ["invalid"]
+        self.authority.last_order()["certificate"] = None
+        self.authority.offer_last_order_again(201)
+        reason = "the answer file does not hold the key authorization"
+        self.assert_ends(self.run_job(), FAILURE, WHOLE[:4], [("challenge_fail", told(403, reason))])
+        self.assert_next_run_installs()
+
+    def test_certificate_of_an_earlier_request_is_not_installed(self):
+        self.assertEqual(self.meet("certificate", problem("serverInternal", "not today", 500)).status, FAILURE)
+        self.authority.offer_last_order_again(200)
+        earlier = f"{BASE}/certificate/{self.authority.requests('certificate')[-1].path.rpartition('/')[2]}"
+        run = self.meet("finalize", json_answer({"status": "valid", "certificate": earlier}))
+        certname = self.world.job(self.job)["certname"]
+        text = f"installing the certificate of {certname}: key and certificate do not belong together"
+        self.assert_ends(run, FAILURE, READY, [("hardreplace_error", text)])
         self.assertTrue(self.world.job(self.job)["failed"])
+        self.assert_next_run_installs()
+
+    # Answers that are good and unusual.
+
+    def test_unusual_form_of_good_answers_changes_nothing(self):
+        def everywhere(spoil):
+            self.job = self.add_job()
+            for resource in [*WHOLE, "nonce"]:
+                self.authority.script(resource, spoil)
+            self.assert_ends(self.run_job(), INSTALLED, WHOLE, [])
+            self.authority.unscript()
+
+        def header(**lines):
+            def spoil(proper):
+                proper.headers.update({name.replace("_", "-"): value for name, value in lines.items()})
+                return proper
+            return spoil
+
+        def pace(proper):
+            proper.pace = 0.001
+            return proper
+
+        def delay(proper):
+            proper.delay = 0.2
+            return proper
+
+        def replaced(what, by):  # there are lines in the certificate only
+            def spoil(proper):
+                proper.body = proper.body.replace(what, by)
+                return proper
+            return spoil
+
+        def blank_lines(proper):
+            proper.body = b"\r\n\n " + proper.body + b"\n\n\n" if proper.body else b""
+            return proper
+
+        forms = {"wrong content type": header(Content_Type="text/html; charset=utf-16"),
+                 "60 kB of header": header(X_Padding="x" * 60_000), "no content type": header(Content_Type=None),
+                 "wish to wait": header(Retry_After="3600"), "byte by byte": pace, "delay": delay, "blank lines": blank_lines,
+                 "other line ends": replaced(b"\n", b"\r\n"), "chain in one block": replaced(b"\n\n", b"\n")}
+        for what, spoil in forms.items():
+            with self.subTest(what):
+                everywhere(spoil)
+
+    def test_unknown_members_and_challenges_are_passed_over(self):
+        def members(value):
+            value.update({"new": {"status": "invalid", "error": {"detail": "no"}}, "Status": "invalid", "Error": {}, "": [None]})
+
+        unknown = [{"type": "tls-alpn-01", "url": f"{BASE}/elsewhere", "token": "t", "status": "pending"},
+                   {"type": "dns-account-01"}, {"type": "device-attest-01", "url": 7}, {"type": None}, {"type": ["http-01"]},
+                   {}, None, "http-01", 7, []]
+
+        def challenges(value):
+            members(value)
+            known = [{**challenge, "validated": "never", "": [{}]} for challenge in value["challenges"]]
+            value["challenges"] = [*unknown, *known, *unknown]
+
+        for resource in WHOLE[:-1]:
+            self.authority.script(resource, changed(challenges if resource == "authorization" else members))
+        gate = self.authority.hold("challenge")
+        run = self.world.start_run(self.job)
+        gate.wait_reached()
+        self.assertEqual(len(self.world.answer_files()), 1)
+        gate.open()
+        self.assertEqual(run.process.wait(LONG), INSTALLED)
+        self.assertEqual(self.authority.resources()[-6:], WHOLE)
+        self.assertTrue(self.authority.requests("challenge")[-1].path.endswith("/http-01"))
+
+    def test_challenge_without_a_url_fails_the_run(self):
+        run = self.meet("authorization", changed(lambda found: found["challenges"][0].pop("url")))
+        self.assert_ends(run, FAILURE, WHOLE[:3], [("http_query_error", no_url(""))])
+        self.assert_next_run_installs()
+
+    def test_challenge_that_cannot_be_published_holds_up_no_later_order(self):
+        """The second one of the right type is without a token, which makes no name of a file."""
+        extra = {"type": "http-01", "url": f"{BASE}/elsewhere"}
+        run = self.meet("authorization", changed(lambda found: found["challenges"].append(extra)))
+        self.assertEqual((run.status, run.asked, run.failed), (FAILURE, WHOLE[:3], []))
+        self.assertEqual(run.reached[-1], "challenge_start")
+
+        run = self.run_job()  # the stored challenges
+        no_such = [("challenge_fail", told(404, "no such resource"))]
+        self.assert_ends(run, FAILURE, ["directory", "challenge", "elsewhere"], no_such)
+        self.assertEqual(self.world.job(self.job)["challenges"], "")
+        self.assert_next_run_installs()
 
 
 class ForeignAuthority(WorldTest):
     """Somebody else answers at the authority's address: nobody is told anything."""
 
-    def outcome(self):
+    def assert_not_trusted(self, reason):
         self.world.start_service()
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", "--csr", "key_type=ec")
         self.assertEqual(self.world.run_job(job), FAILURE)
         self.assertEqual(self.world.events(job), [("failed", "http_query_error")])
+        self.assertEqual(broken("directory", reason), self.world.event_detail(job, "http_query_error"))
         self.assertEqual(self.world.authority.requests(), [])
 
     def test_certificate_of_an_unknown_root_is_not_accepted(self):
         self.world.trusted_roots = CertificateAuthority(self.world.path("other-ca")).root
         self.world.start_authority()
-        self.outcome()
+        self.assert_not_trusted(".*certificate.*issuer.*")
 
     def test_certificate_for_another_name_is_not_accepted(self):
         self.world.start_authority(certified_name=SITES[0])
-        self.outcome()
+        self.assert_not_trusted(f".*'{DIRECTORY_HOST}'")
+
+    def test_certificate_that_has_ended_is_not_accepted(self):
+        self.world.start_authority()
+        self.world.authority.server.present(*self.world.ca.server(DIRECTORY_HOST, days=-1))
+        self.assert_not_trusted(".*certificate has expired")

@@ -57,6 +57,12 @@ class Gate:
         self.opened.set()
 
 
+def tls_context(certificate, key):
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(certificate, key)
+    return context
+
+
 class TlsServer:
     """Calls `answer(request) -> Answer` for every request."""
 
@@ -64,9 +70,7 @@ class TlsServer:
         self._answer, self._gates, self._closing = answer, [], threading.Event()
         self.seen = []    # (method, path) of every request, in order
         self.faults = []  # what went wrong in here, as against in the client: none in a sound test
-        context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
-        context.load_cert_chain(certificate, key)
-        self._server = _Server((address, port), context, self._exchange)
+        self._server = _Server((address, port), tls_context(certificate, key), self._exchange)
         self._thread = threading.Thread(target=self._server.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True)
         self._thread.start()
 
@@ -75,6 +79,10 @@ class TlsServer:
         gate = Gate(matches)
         self._gates.append(gate)
         return gate
+
+    def present(self, certificate, key):
+        """From the next connection on another certificate is shown; no session of the earlier one is taken up again."""
+        self._server.context = tls_context(certificate, key)
 
     def stop(self):
         self._closing.set()
