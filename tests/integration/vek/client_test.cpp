@@ -199,8 +199,12 @@ TEST_F(Client, SaysWhatIsWrongWithAnAnswer) {
 }
 
 TEST_F(Client, RefusesAnAnswerBeyondItsLimit) {
-    EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(200, "", "<doc>" + std::string(64UL << 20, 'x') + "</doc>")),
-              "protocol");
+    const std::string too_large = "client: protocol: zelvek: the answer is too large";
+    const std::string most = "<doc>" + std::string((64UL << 20) - 11, 'x') + "</doc>";
+    EXPECT_EQ(ErrorFor(vek_test::Answer(200, "", most)), "");
+    EXPECT_EQ(ErrorFor(vek_test::Answer(200, "", most + " ")), too_large);
+    EXPECT_EQ(ErrorFor(vek_test::AnswerWithHeaderOf(256UL << 10, "<doc/>")), "");
+    EXPECT_EQ(ErrorFor(vek_test::AnswerWithHeaderOf((256UL << 10) + 1, "<doc/>")), too_large);
 }
 
 // A write to a socket that the service has closed raises SIGPIPE, which nobody handles here.

@@ -98,6 +98,16 @@ std::string Answer(int status, const std::string& header_lines, const std::strin
            "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
 }
 
+std::string AnswerWithHeaderOf(std::size_t bytes, const std::string& body) {
+    constexpr std::size_t kLine = 1000;
+    const std::string line = "X-Line: " + std::string(kLine - 10, 'x') + "\r\n";
+    const std::size_t rest = bytes - (Answer(200, "", body).size() - body.size());
+    std::string lines;
+    while (rest - lines.size() >= 2 * kLine) lines += line;
+    lines += "X-Last: " + std::string(rest - lines.size() - 10, 'x') + "\r\n";
+    return Answer(200, lines, body);
+}
+
 Server::Server(Handler handler, SSL_CTX* tls) : handler_(std::move(handler)), tls_(tls) {
     const int fd = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in address{};

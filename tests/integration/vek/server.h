@@ -69,6 +69,9 @@ private:
 /// A complete answer with its length, after which the connection is closed.
 std::string Answer(int status, const std::string& header_lines, const std::string& body);
 
+/// The same, with a header block of just this many bytes, status line and blank line among them.
+std::string AnswerWithHeaderOf(std::size_t bytes, const std::string& body);
+
 class Server {
 public:
     using Handler = std::function<void(Connection&)>;

@@ -1,0 +1,144 @@
+// What shows from inside alone: what transfers are set to, and what becomes of libcurl's own failures.
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <new>
+#include <sstream>
+
+#include "integration/vek/curl_between.h"
+#include "integration/vek/server.h"
+#include "vek/client.h"
+#include "vek/err.h"
+#include "vek/rpc.h"
+
+namespace {
+
+using vek_test::FailOnce;
+using vek_test::LastSetting;
+
+void Exchange() {
+    const auto serve = [](vek_test::Connection& connection) {
+        connection.ReadRequest();
+        connection.Write(vek_test::Answer(200, "", "ok"));
+    };
+    const vek_test::Server server(serve);
+    std::ostringstream out;
+    vek_rpc::HttpQuery().Get(server.url(), out);
+    EXPECT_EQ(out.str(), "ok");
+}
+
+TEST(TransferSettings, GiveAQueryTenMinutes) {
+    const vek_test::TempFolder folder;
+    const vek_test::Variable run_dir("VEK_RUN_DIR", folder.path());
+    const vek_test::Service service(folder.path(), "zelvek", [](const std::string&) { return "<doc/>"; });
+    vek_client::Local("zelvek", "test").Query("func=a");
+    EXPECT_EQ(LastSetting(CURLOPT_TIMEOUT), 600);
+}
+
+TEST(TransferSettings, GiveAnExchangeFiveMinutesAndStepsOfItLess) {
+    Exchange();
+    EXPECT_EQ(LastSetting(CURLOPT_TIMEOUT), 300);
+    EXPECT_EQ(LastSetting(CURLOPT_CONNECTTIMEOUT), 30);
+    EXPECT_EQ(LastSetting(CURLOPT_LOW_SPEED_TIME), 60);
+    EXPECT_EQ(LastSetting(CURLOPT_LOW_SPEED_LIMIT), 1);
+}
+
+TEST(TransferSettings, KeepATransferToItsThreadAndItsConnection) {
+    Exchange();
+    EXPECT_EQ(LastSetting(CURLOPT_NOSIGNAL), 1);
+    EXPECT_EQ(LastSetting(CURLOPT_QUICK_EXIT), 1);
+    EXPECT_EQ(LastSetting(CURLOPT_FRESH_CONNECT), 1);
+    EXPECT_EQ(LastSetting(CURLOPT_FORBID_REUSE), 1);
+    EXPECT_EQ(LastSetting(CURLOPT_HTTP_VERSION), CURL_HTTP_VERSION_1_1);
+    EXPECT_EQ(LastSetting(CURLOPT_FOLLOWLOCATION), 0);
+    EXPECT_EQ(LastSetting(CURLOPT_SSL_VERIFYPEER), 1);
+    EXPECT_EQ(LastSetting(CURLOPT_SSL_VERIFYHOST), 2);
+    EXPECT_EQ(LastSetting(CURLOPT_SSLVERSION), CURL_SSLVERSION_TLSv1_2);
+}
+
+// Whether an exchange looks roots up in this system's folder, and does not parse the whole store.
+bool LooksUpIn(const char* folder) {
+    vek_test::SetSystemFolder(folder);
+    vek_test::ForgetSettings();
+    Exchange();
+    const bool keeps_folder = !LastSetting(CURLOPT_CAPATH);
+    EXPECT_EQ(LastSetting(CURLOPT_CAINFO), keeps_folder ? std::optional(0L) : std::nullopt);
+    EXPECT_EQ(LastSetting(CURLOPT_CAPATH), keeps_folder ? std::nullopt : std::optional(0L));
+    EXPECT_EQ(LastSetting(CURLOPT_CA_CACHE_TIMEOUT), keeps_folder ? std::nullopt : std::optional(-1L));
+    return keeps_folder;
+}
+
+TEST(TransferSettings, LookRootsUpInAHashedFolderOfTheSystem) {
+    const vek_test::Variable unset("VEK_CA_FILE", "");
+    const vek_test::TempFolder folder;
+    const std::string path = folder.path();
+    EXPECT_FALSE(LooksUpIn(nullptr));
+    EXPECT_FALSE(LooksUpIn((path + "/missing").c_str()));
+    for (const char* name : {"ca.crt", "root-one.0", "5ed36f99.pem", "5ed36f9.0", "5ed36f99.01"}) {
+        std::ofstream(folder.file(name)) << "";
+        EXPECT_EQ(LooksUpIn(path.c_str()), name == std::string("root-one.0")) << name;
+        std::filesystem::remove(folder.file(name));
+    }
+    std::ofstream(folder.file("5ed36f99.0")) << "";
+    EXPECT_TRUE(LooksUpIn(path.c_str()));
+    const vek_test::Variable set("VEK_CA_FILE", "/dev/null");
+    vek_test::ForgetSettings();
+    Exchange();
+    EXPECT_NE(LastSetting(CURLOPT_CAINFO), 0) << "a file that is named comes first";
+    EXPECT_EQ(LastSetting(CURLOPT_CAPATH), 0);
+}
+
+// How an exchange ends in which this function of libcurl's fails.
+std::string EndWith(const std::string& failing) {
+    FailOnce(failing);
+    try {
+        Exchange();
+        return "ok";
+    } catch (const vek_err::Error& e) {
+        return e.type() + "/" + e.what();
+    } catch (const std::bad_alloc&) {
+        return "memory";
+    }
+}
+
+TEST(TransferFailure, IsAnErrorOfTheExchange) {
+    EXPECT_EQ(EndWith("curl_easy_setopt"), "setup/curl: setup: An unknown option was passed in to libcurl");
+    EXPECT_EQ(EndWith("curl_multi_add_handle"), "exchange/http: exchange: Invalid multi handle");
+    EXPECT_EQ(EndWith("curl_multi_perform"), "exchange/http: exchange: Internal error");
+    EXPECT_EQ(EndWith("curl_multi_poll"), "exchange/http: exchange: Out of memory");
+    EXPECT_EQ(EndWith("curl_multi_info_read"), "exchange/http: exchange: 127.0.0.1: Failed initialization");
+    EXPECT_EQ(EndWith(""), "ok");
+}
+
+TEST(TransferFailure, IsOneOfMemoryWhereThereIsNone) {
+    EXPECT_EQ(EndWith("curl_easy_init"), "memory");
+    EXPECT_EQ(EndWith("curl_slist_append"), "memory");
+    EXPECT_EQ(EndWith(""), "ok");
+}
+
+// What is made once, for all exchanges of a process: in a process of their own.
+class FirstTransfer : public testing::Test {
+protected:
+    FirstTransfer() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    // The exit status says whether a second exchange goes through.
+    static void RunTwice(const std::string& failing) {
+        std::cerr << "first: " << EndWith(failing);
+        std::_Exit(EndWith("") == "ok" ? 0 : 1);
+    }
+};
+
+TEST_F(FirstTransfer, ThatFailsForWantOfMemoryMayBeTriedAgain) {
+    EXPECT_EXIT(RunTwice("curl_share_init"), testing::ExitedWithCode(0), "first: memory");
+    EXPECT_EXIT(RunTwice("curl_multi_init"), testing::ExitedWithCode(0), "first: memory");
+}
+
+TEST_F(FirstTransfer, CannotDoWithoutTheLibrary) {
+    EXPECT_EXIT(RunTwice("curl_global_init"), testing::ExitedWithCode(1),
+                "first: setup/curl: setup: Failed initialization");
+}
+
+}  // namespace
