@@ -27,9 +27,9 @@ constexpr std::uint64_t kLongestWait = 3'600'000;
 void SleepUntil(steady_clock::time_point end) {
     vek_interrupt::Check();
     for (auto now = steady_clock::now(); now < end; now = steady_clock::now()) {
-        pollfd wake{vek_interrupt::WakeFd(), POLLIN, 0};
+        pollfd wake[] = {{vek_interrupt::WakeFd(), POLLIN, 0}};
         const auto left = std::chrono::ceil<milliseconds>(end - now).count();
-        poll(&wake, 1, static_cast<int>(left));
+        poll(wake, std::size(wake), static_cast<int>(left));
         vek_interrupt::Check();
     }
 }

@@ -69,8 +69,6 @@ RsaPrivateKey Decode(const std::string& pem) {
     if (in) impl->key.reset(PEM_read_bio_PrivateKey(in.get(), nullptr, &RefusePassword, nullptr));
     if (!impl->key) Fail("decode");
     if (EVP_PKEY_is_a(impl->key.get(), "RSA") != 1) throw vek_err::Error("crypto", "decode", "no RSA key");
-    // The decoders that did not fit have left their errors.
-    ERR_clear_error();
     return RsaPrivateKey(std::move(impl));
 }
 

@@ -73,13 +73,11 @@ bool HasForm(const std::string& text) {
 DateTime::DateTime(const std::string& text) : seconds_(0) {
     const std::string form = str::Trim(text);
     if (!HasForm(form)) throw vek_err::Error("date", "value", text);
-    const auto number = [&form](std::size_t at, std::size_t count) {
-        return str::Int(form.substr(at, count));
-    };
-    const Civil date{number(0, 4), number(5, 2), number(8, 2)};
-    const int hour = number(11, 2);
-    const int minute = number(14, 2);
-    const int second = number(17, 2);
+    const auto number = [&form](std::size_t at) { return str::Int(form.substr(at)); };
+    const Civil date{number(0), number(5), number(8)};
+    const int hour = number(11);
+    const int minute = number(14);
+    const int second = number(17);
     const bool is_date = date.year >= 1 && date.month >= 1 && date.month <= 12 && date.day >= 1 &&
                          date.day <= DaysOfMonth(date.year, date.month);
     if (!is_date || hour > 23 || minute > 59 || second > 59) throw vek_err::Error("date", "value", text);

@@ -10,7 +10,6 @@ namespace base64 {
 std::string Encode(const std::string& bytes) {
     constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string text;
-    text.reserve((bytes.size() + 2) / 3 * 4);
     for (std::size_t at = 0; at < bytes.size(); at += 3) {
         std::uint32_t group = 0;
         for (std::size_t i = at; i < at + 3; ++i) {
@@ -39,7 +38,6 @@ int Digit(char c) {
 std::string Encode(const std::string& bytes) {
     constexpr char kDigits[] = "0123456789abcdef";
     std::string digits;
-    digits.reserve(bytes.size() * 2);
     for (const char byte : bytes) {
         const auto value = static_cast<unsigned char>(byte);
         digits += kDigits[value >> 4U];

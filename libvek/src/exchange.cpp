@@ -99,13 +99,13 @@ public:
 
     CURLcode Run() {
         constexpr int kLongestWait = 1000;  // libcurl's own timers end it earlier
-        curl_waitfd wake{vek_interrupt::WakeFd(), CURL_WAIT_POLLIN, 0};
-        const unsigned wakes = wake.fd >= 0 ? 1 : 0;
+        curl_waitfd wake[] = {{vek_interrupt::WakeFd(), CURL_WAIT_POLLIN, 0}};
+        const unsigned wakes = wake[0].fd >= 0 ? std::size(wake) : 0;
         for (int running = 1;;) {
             vek_interrupt::Check();
             Require(curl_multi_perform(multi_, &running));
             if (running == 0) return Outcome();
-            Require(curl_multi_poll(multi_, &wake, wakes, kLongestWait, nullptr));
+            Require(curl_multi_poll(multi_, wake, wakes, kLongestWait, nullptr));
         }
     }
 
