@@ -166,10 +166,15 @@ TEST_F(CheckDefaultAccountTest, JobWithoutAccountAndDefaultWithoutKeyIdAreTheSam
     EXPECT_THAT(world.calls(), IsEmpty());
 }
 
-TEST_F(CheckDefaultAccountTest, UnreadableDefaultKeyTravelsToTheCaller) {
+TEST_F(CheckDefaultAccountTest, UnreadableDefaultKeyTravelsToTheCallerAndLeavesTheAccountWhole) {
+    const std::string kid = ambrin_data.kid;
+    const std::string key = ambrin_data.acmekey;
+    const std::string modulus = ambrin_data.modulus;
     world.AlwaysChild(kKeyDumpCommand, [](const std::string&) { return vek_double::ChildAnswer{"", 1}; });
     EXPECT_THROW(CheckDefaultAccount(params), vek_err::Error);
-    EXPECT_EQ(ambrin_data.kid, kDefaultKid);
+    EXPECT_EQ(ambrin_data.kid, kid);
+    EXPECT_EQ(ambrin_data.acmekey, key);
+    EXPECT_EQ(ambrin_data.modulus, modulus);
 }
 
 class RetryOfAccountCheck : public CheckAccountTest {};
