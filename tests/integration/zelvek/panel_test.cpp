@@ -134,6 +134,15 @@ TEST_F(Panel, ARunningJobIsNeitherClaimedNorRemoved) {
     EXPECT_EQ(ErrorOf("func=zelvek.job.show&elid=" + id), "missed");
 }
 
+TEST_F(Panel, AStoppedJobThatSomebodyRunsGetsAnotherTry) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    Write(id, {{"failed", "on"}});
+    EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("failed"), "on");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.claim&elid=" + id), "");
+    EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("failed"), "off");
+}
+
 TEST_F(Panel, TheIdOfARemovedJobIsNotUsedAgain) {
     const std::string first = AddJob();
     Ask("func=zelvek.job.remove&elid=" + first);
