@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -139,6 +140,25 @@ TEST_F(Launcher, ReportsAnExceptionOfAnUnknownType) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+TEST_F(Launcher, ReportsAnEndWithoutAnException) {
+    Start("terminate");
+    EXPECT_EQ(End(), 1000 + SIGABRT);
+    EXPECT_EQ(TextOf(err), "vek_test_plugin: terminated\n");
+    EXPECT_THAT(Log(), testing::EndsWith(" ERROR vek.launcher terminated\n"));
+}
+
+// Four descriptors are too few for a pipe; the record cannot be written back then either.
+TEST_F(Launcher, DoesNotStartWhereSignalsCannotBeWatched) {
+    Start("return", "0", [] {
+        const rlimit few{4, 4};
+        for (int fd = 3; fd < 100; ++fd) close(fd);
+        setrlimit(RLIMIT_NOFILE, &few);
+    });
+    EXPECT_EQ(End(), 1000 + SIGABRT);
+    EXPECT_THAT(TextOf(err), testing::StartsWith("vek_test_plugin: launcher: start: no pipe for signals\n"));
+    EXPECT_EQ(TextOf(out), "");
+}
+
 TEST_F(Launcher, EndsByAbortWhereTheRecordCannotBeWrittenBack) {
     Start("return", "0");
     EXPECT_EQ(End(), 1000 + SIGABRT);
@@ -190,8 +210,9 @@ TEST_F(Launcher, OpensStandardDescriptorsThatAreClosed) {
         for (const int fd : {0, 1, 2}) close(fd);
     });
     EXPECT_EQ(End(), 0);
-    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack + std::string("open%20open%20open%20"),
-                                       kWrittenBack + std::string("output%0A")));
+    EXPECT_THAT(Queries(),
+                ElementsAre(kWrittenBack + std::string("%2Fdev%2Fnull%20%2Fdev%2Fnull%20%2Fdev%2Fnull%20"),
+                            kWrittenBack + std::string("output%0A")));
 }
 
 TEST_F(Launcher, MindsNoSignalsThatWhoeverStartedItIgnoredOrBlocked) {
@@ -215,6 +236,14 @@ TEST_F(Interruption, EndsASleepOfAnyLength) {
     EXPECT_EQ(EndBy(SIGTERM), 128 + SIGTERM);
     EXPECT_EQ(TextOf(err), "vek_test_plugin: ended by Terminated\n");
     EXPECT_THAT(Log(), HasSubstr("ended by Terminated\n"));
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
+}
+
+TEST_F(Interruption, ReachesTheThreadThatWaitsWhicheverGotTheSignal) {
+    StartService();
+    Start("sleep deaf");
+    ASSERT_TRUE(IsReady());
+    EXPECT_EQ(EndBy(SIGTERM), 128 + SIGTERM);
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 

@@ -3,10 +3,14 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -50,6 +54,28 @@ TEST_F(LogFile, NamesItsLevels) {
                              " FUNCTION zelvek.sslcert 8\n", " TRACE zelvek.sslcert 9\n"}) {
         EXPECT_THAT(text, testing::HasSubstr(part));
     }
+}
+
+TEST_F(LogFile, GivesLevelsBetweenThemTheNextName) {
+    vek_log::Init("ambrin", 99);
+    for (const int level : {1, 2, 5, 7, 10, 99}) module.Write(level, "%d", level);
+    const std::string text = Text();
+    for (const char* part :
+         {" ERROR zelvek.sslcert 1\n", " ERROR zelvek.sslcert 2\n", " FUNCTION zelvek.sslcert 5\n",
+          " FUNCTION zelvek.sslcert 7\n", " TRACE zelvek.sslcert 10\n", " TRACE zelvek.sslcert 99\n"}) {
+        EXPECT_THAT(text, testing::HasSubstr(part));
+    }
+}
+
+TEST_F(LogFile, HoldsNothingBeyondItsLevel) {
+    vek_log::Init("ambrin", 4);
+    for (const int level : {-1, 0, 5, 9}) {
+        EXPECT_FALSE(module.Check(level));
+        module.WriteText(level, "text");
+    }
+    EXPECT_EQ(Text(), "");
+    EXPECT_TRUE(module.Check(1));
+    EXPECT_TRUE(module.Check(4));
 }
 
 TEST_F(LogFile, HoldsNothingAtLevelZero) {
@@ -112,7 +138,45 @@ TEST_F(LogFile, ThatCannotBeOpenedCostsOneLine) {
     module.Write(9, "text");
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               "log: " + folder.file("missing") + "/ambrin.log: No such file or directory\n");
-    EXPECT_FALSE(module.Check(9));
+    EXPECT_FALSE(module.Check(1));
+}
+
+TEST_F(LogFile, IsInTheUsualFolderWhereNoneIsSet) {
+    const std::string error = "log: /var/log/vek/no-such/log.log: No such file or directory\n";
+    const vek_test::Variable empty("VEK_LOG_DIR", "");
+    testing::internal::CaptureStderr();
+    vek_log::Init("no-such/log", 9);
+    unsetenv("VEK_LOG_DIR");
+    vek_log::Init("no-such/log", 9);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), error + error);
+}
+
+TEST_F(LogFile, IsOpenOnceHoweverOftenItIsOpened) {
+    const auto count = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
+                             std::filesystem::directory_iterator());
+    };
+    vek_log::Init("ambrin", 9);
+    const auto before = count();
+    for (int i = 0; i < 5; ++i) vek_log::Init("ambrin", 9);
+    EXPECT_EQ(count(), before);
+}
+
+// In a process of its own, because only the first failure is told.
+TEST_F(LogFile, WhoseLinesAreCutOffCostsOneLine) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    std::ofstream(path) << std::string(490, 'x');
+    const auto write_cut_off = [this] {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit most{500, 500};
+        setrlimit(RLIMIT_FSIZE, &most);
+        vek_log::Init("ambrin", 9);
+        errno = 0;
+        module.Write(9, "text");
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(write_cut_off(), testing::ExitedWithCode(0),
+                "^log: cannot write: No space left on device\n$");
 }
 
 TEST_F(LogFile, OnAFullDiskCostsOneLine) {

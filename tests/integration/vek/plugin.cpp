@@ -1,12 +1,14 @@
 // A small plug-in for the launcher's tests: does what its arguments say. Like every plug-in it owns a global
 // record that is written back by its destructor, after main has returned.
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <exception>
+#include <filesystem>
 #include <iostream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include "vek/client.h"
 #include "vek/crypto.h"
@@ -66,6 +68,17 @@ void WaitAgain() {
     record.detail = all ? "all" : "not all";
 }
 
+// Signals come to another thread than the one that waits.
+void SleepDeaf() {
+    std::thread([] {
+        for (;;) pause();
+    }).detach();
+    sigset_t all;
+    sigfillset(&all);
+    pthread_sigmask(SIG_BLOCK, &all, nullptr);
+    vek_proc::Sleep(600'000);
+}
+
 int Run(const std::string& what, const std::string& value) {
     if (what == "return") return str::Int(value);
     if (what == "exception") throw std::runtime_error(value);
@@ -73,11 +86,14 @@ int Run(const std::string& what, const std::string& value) {
     if (what == "sigpipe") raise(SIGPIPE);
     if (what == "again") WaitAgain();
     if (what == "sleep") vek_proc::Sleep(static_cast<std::uint64_t>(-1));
+    if (what == "sleep deaf") SleepDeaf();
+    if (what == "terminate") std::terminate();
     if (what == "child") record.detail = vek_proc::Execute(value, kFedAndRead).Str();
     if (what == "get") record.detail = Get(value);
     if (what == "early and late") record.late_url = (Get(value), value);
     if (what == "descriptors") {
-        for (const int fd : {0, 1, 2}) record.detail += fcntl(fd, F_GETFD) >= 0 ? "open " : "closed ";
+        for (const char* fd : {"0", "1", "2"})
+            record.detail += std::filesystem::read_symlink(std::string("/proc/self/fd/") + fd).string() + " ";
     }
     return 0;
 }

@@ -2,7 +2,7 @@
 #include "integration/vek/stopped_clock.h"
 
 #include <dlfcn.h>
-#include <time.h>
+#include <ctime>
 
 #include <optional>
 
