@@ -35,6 +35,7 @@ class World:
         self.folder, self._binaries = folder, binaries
         self.answers, self.certificates = self.path("answers"), self.path("certs")
         self.logs, self.database = self.path("log"), self.path("zelvek.db")
+        self.plugin_logs = self.logs
         for name in (self.answers, self.certificates, self.logs):
             os.makedirs(name)
         os.makedirs(self.path("run"), mode=0o700)
@@ -44,6 +45,7 @@ class World:
         self.web = self.pebble = self.front = self.authority = self.dns = self.service = None
         self._stopping = contextlib.ExitStack()
         self._commands = 0
+        self._service_start = None
 
     def path(self, name):
         return os.path.join(self.folder, name)
@@ -76,6 +78,7 @@ class World:
 
     def start_service(self, *options, scheduler="off", reload_command=None):
         """Without its scheduler, jobs run when the test says so."""
+        self._service_start = lambda: self.start_service(*options, scheduler=scheduler, reload_command=reload_command)
         command = [self.binary("zelvek"), "serve", "--database", self.database, "--answers-dir", self.answers,
                    "--certs-dir", self.certificates, "--scheduler", scheduler]
         if reload_command or self.web:
@@ -93,8 +96,8 @@ class World:
 
     def environment(self):
         # A proxy of the environment is nobody's business here: nothing listens there.
-        return os.environ | {"VEK_RUN_DIR": self.path("run"), "VEK_LOG_DIR": self.logs, "VEK_CA_FILE": self.trusted_roots,
-                             "PATH": self.search_path,
+        return os.environ | {"VEK_RUN_DIR": self.path("run"), "VEK_LOG_DIR": self.plugin_logs,
+                             "VEK_CA_FILE": self.trusted_roots, "PATH": self.search_path,
                              "https_proxy": "http://127.0.0.1:9", "http_proxy": "http://127.0.0.1:9"}
 
     def log_path(self, name):
@@ -190,7 +193,7 @@ class World:
             keys |= {key for name in files if name == "privkey.pem" for key in PRIVATE_KEY.findall(read(os.path.join(folder, name)))}
         lines = {"PRIVATE KEY"} | {line for key in keys for line in secret_lines(key)}
         lines |= {self.dns.secret} if self.dns else set()
-        logs = {name: read(os.path.join(self.logs, name)) for name in os.listdir(self.logs)}
+        logs = {name: read(os.path.join(folder, name)) for folder in {self.logs, self.plugin_logs} for name in os.listdir(folder)}
         return sorted({f"{name} (…{line[-8:]})" for name, text in logs.items() for line in lines if line in text})
 
     def describe(self):
@@ -202,6 +205,10 @@ class World:
         return "\n".join(parts)
 
     # The end.
+
+    def restart_service(self):
+        """A service that has ended comes back as it was started."""
+        self._service_start()
 
     def stop_service(self, name=signal.SIGTERM):
         return self.service.stop(name)

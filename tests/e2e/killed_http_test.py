@@ -1,0 +1,67 @@
+"""http-01 runs that are ended at any of their steps outside: the next runs finish the job, and nothing stays behind."""
+from process import wait_until
+from steps import KILLED_PLUGIN, KILLED_SERVICE, TERMINATED_PLUGIN, StepTest
+from world import FAILURE, INSTALLED, NOTHING_TO_DO, WEB_ADDRESS
+
+OWNERS = ("anna", "root")  # in the order in which they are told
+INSTALLED_TOLD = [("ambrin_success", owner) for owner in OWNERS]
+FAILED_TOLD = [("ambrin_failed_user", "anna"), ("ambrin_failed_admin", "root")]
+
+
+class KilledHttp(StepTest):
+    @classmethod
+    def setUpClass(cls):
+        super().setUpClass()
+        cls.world.start_web({cls.domain: [cls.domain]})
+        cls.world.start_authority()
+        cls.world.authority.validation_host = WEB_ADDRESS
+        cls.world.start_service("--sweep-interval", "0.2", reload_command="true")
+        cls.world.add_domain(cls.domain)
+        cls.prepare_steps()
+        cls.names, = cls.runs
+        cls.telling = cls.names.index("problems.register") + 1
+
+    def check(self, certname, statuses, told, may_repeat):
+        self.assertIn(statuses, ([INSTALLED], [NOTHING_TO_DO], [FAILURE, INSTALLED]))
+        wait_until(lambda: self.world.answer_files() == [], "no answer file stays")
+        heard = self.told(certname)
+        self.assertEqual(sorted(set(heard)), sorted(told))
+        self.assertLessEqual(max((heard.count(one) for one in heard), default=0), 2 if may_repeat else 1)
+
+    def test_steps_are_all_that_a_run_does_outside(self):
+        self.assertEqual(self.names, [
+            "ambrin.data.edit", "sslcert.csr.edit", "sslcert.csr.edit", "sslcert.csr.delete", "directory", "child", "nonce",
+            "account", "nonce", "new-order", "nonce", "authorization", "child", "ambrin_challenge", "nonce", "challenge",
+            "ambrin_challenge", "child", "nonce", "finalize", "nonce", "certificate", "sslcert.hardreplace",
+            "problems.register", "problems.register", "ambrin.data.edit"])
+
+    def test_killed_plug_in_costs_one_more_run(self):
+        def check(certname, statuses, number, step, end):
+            self.assertNotIn(FAILURE, statuses)
+            if number < len(self.names):  # nobody has written anything back
+                self.assertEqual(statuses, [INSTALLED])
+            # A run that is killed after it has told is followed by one that tells again.
+            self.check(certname, statuses, INSTALLED_TOLD, may_repeat=number >= self.telling)
+
+        self.end_at_every_step(KILLED_PLUGIN, check)
+
+    def test_terminated_plug_in_writes_back_and_costs_one_more_run_or_two(self):
+        def check(certname, statuses, number, step, end):
+            # Only an order whose answer file was never published has to be given up first.
+            if statuses == [FAILURE, INSTALLED]:
+                self.assertEqual(self.names[number - 2:number], ["authorization", "child"])
+            self.check(certname, statuses, INSTALLED_TOLD, may_repeat=False)
+
+        self.end_at_every_step(TERMINATED_PLUGIN, check)
+
+    def test_service_that_is_killed_and_comes_back_costs_two_more_runs_at_most(self):
+        def check(certname, statuses, number, step, end):
+            told = INSTALLED_TOLD
+            if end.moment != "ahead" and step == "sslcert.hardreplace":
+                told = FAILED_TOLD + INSTALLED_TOLD  # an installation that fails stops the job until somebody runs it
+            if end.moment != "ahead" and step == "problems.register":
+                # A notification that fails is not sent again, and those after it are not sent at all.
+                told = INSTALLED_TOLD[:number - self.telling + (end.moment == "answered")]
+            self.check(certname, statuses, told, may_repeat=number == len(self.names))
+
+        self.end_at_every_step(KILLED_SERVICE, check)

@@ -1,0 +1,161 @@
+"""Ending the plug-in, or the service, at any one of a run's steps outside: query, exchange or child process."""
+import contextlib
+import dataclasses
+import os
+import signal
+import sqlite3
+
+from ca import openssl, read
+from fixture import SharedWorldTest
+from process import LONG, Background, wait_until
+from world import FAILURE, INSTALLED, NOTHING_TO_DO
+
+PLUGIN, SERVICE = "plug-in", "service"
+
+
+@dataclasses.dataclass(frozen=True)
+class End:
+    """Who ends, by which signal, and at which moment of a step: "ahead", "sent", "answered" (see steps.cpp)."""
+    victim: str
+    signal: signal.Signals
+    moment: str
+
+    def is_for(self, step):
+        """Exchanges and children have nothing to do with the service, and are not told apart on their way."""
+        is_query = "." in step or step in ("domain", "ambrin_challenge")
+        return is_query or self.moment == "ahead" or (self.moment == "answered" and self.victim == PLUGIN)
+
+
+MOMENTS = ("ahead", "sent", "answered")
+KILLED_PLUGIN = [End(PLUGIN, signal.SIGKILL, moment) for moment in MOMENTS]
+TERMINATED_PLUGIN = [End(PLUGIN, signal.SIGTERM, moment) for moment in MOMENTS]
+KILLED_SERVICE = [End(SERVICE, signal.SIGKILL, moment) for moment in MOMENTS]
+UNDISTURBED = End(PLUGIN, signal.SIGTERM, "never")
+
+
+class Steps:
+    """Runs of the shipped plug-in whose steps are counted."""
+
+    def __init__(self, world):
+        self._world, self._runs = world, 0
+
+    def start(self, job, number=0, end=UNDISTURBED):
+        """The plug-in alone, without the command that follows it; at that step it, or the service, ends."""
+        self._runs += 1
+        log = self._world.path(f"steps-{self._runs}")
+        env = self._world.environment() | {
+            "LD_PRELOAD": self._world.binary("steps.so"), "STEPS_LOG": log,
+            "STEPS_ACTION": f"{number} {end.moment} {end.victim} {end.signal.value} {self._world.service.pid}"}
+        run = Background(f"ambrin {job}", [self._world.binary("ambrin"), str(job)], self._world.log_path("plug-in"), env)
+        run.steps_path = log
+        return run
+
+    def names(self, run, exchanges=()):
+        """What each step of a run was: the function queried, the authority's resource, or "child"."""
+        names, resources = [], iter(exchanges)
+        for line in read(run.steps_path).splitlines():
+            if line.startswith("func="):
+                names[-1] = line.removeprefix("func=")
+            else:
+                names.append(next(resources, line) if line == "exchange" else line)
+        return names
+
+    def count(self, job):
+        """The names of the steps of an undisturbed run."""
+        before = len(self._world.authority.requests())
+        run = self.start(job)
+        run.process.wait(LONG)
+        return self.names(run, [exchange.resource for exchange in self._world.authority.requests()[before:]])
+
+    def end_at(self, job, number, end):
+        """Returns when the run is over; a service that is killed is started again at once, as an init system would."""
+        world, service = self._world, self._world.service
+        run = self.start(job, number, end)
+        if end.victim == SERVICE:
+            wait_until(lambda: any(part.process.poll() is not None for part in (service, run)), "the step is reached")
+            world.stop_service(signal.SIGKILL)
+            world.restart_service()
+        run.process.wait(LONG)
+        if len(self.names(run)) < number:
+            raise AssertionError(f"step {number} was never reached")
+        world.wait_run_over(job)
+
+
+class StepTest(SharedWorldTest):
+    """Jobs for one domain, each with a certificate of its own, whose runs are ended at one step each."""
+
+    domain = "shop.example"
+    job_options = ()
+
+    @classmethod
+    def prepare_steps(cls):
+        """An account to begin with, and the names of the steps of the runs that a job takes."""
+        cls.steps, cls.jobs = Steps(cls.world), 0
+        first, _ = cls.add_job()
+        if cls.finish(first)[-1] != INSTALLED:
+            raise AssertionError(f"no account to begin with\n{cls.world.describe()}")
+        job, _ = cls.add_job()
+        cls.runs = []
+        while not cls.world.job(job)["verified"]:
+            cls.runs.append(cls.steps.count(job))
+
+    @classmethod
+    def add_job(cls):
+        cls.jobs += 1
+        certname = f"job-{cls.jobs}"
+        job = cls.world.add_job(cls.domain, "--certname", certname, "--csr", "key_type=ec", *cls.job_options)
+        return job, certname
+
+    @classmethod
+    def finish(cls, job):
+        """Further runs, a paused job's after its day is over, until nothing is left to do; what each came to."""
+        statuses = []
+        while statuses[-1:] not in ([INSTALLED], [NOTHING_TO_DO]) and len(statuses) < 5:
+            if cls.world.job(job)["next_attempt"]:
+                cls.world.age_job(job, hours=25)
+                return [*statuses, cls.world.run_job(job)]
+            statuses.append(cls.world.run_job(job))
+        return statuses
+
+    def end_at_every_step(self, ends, check, run=0):
+        """Calls `check(certname, statuses of the further runs, number of the step, its name, end)` after each."""
+        for end in ends:
+            for number, step in enumerate(self.runs[run], 1):
+                if not end.is_for(step):
+                    continue
+                with self.subTest(str(end), step=f"{number} {step}"):
+                    job, certname = self.add_job()
+                    for _ in range(run):
+                        self.steps.start(job).process.wait(LONG)
+                    self.steps.end_at(job, number, end)
+                    self.check_sound(certname)
+                    statuses = self.finish(job)
+                    self.check_sound(certname)
+                    check(certname, statuses, number, step, end)
+
+    def check_sound(self, certname):
+        self.assertEqual(database_faults(self.world.database), [])
+        self.assertEqual(half_written(self.world.installed(certname)), [])
+
+    def told(self, certname):
+        """Notification and addressee, each as often as it was told."""
+        return sorted((entry["name"], entry["owner"]) for entry in self.world.ask("problem", "list")
+                      if entry["parameters"]["name"] == certname)
+
+
+def database_faults(path):
+    with contextlib.closing(sqlite3.connect(f"file:{path}?mode=ro", uri=True)) as database:
+        return [text for (text,) in database.execute("pragma integrity_check") if text != "ok"]
+
+
+def half_written(chain):
+    """What is wrong with an installed certificate: key and chain are whole and belong together, or there is none."""
+    key = os.path.join(os.path.dirname(chain), "privkey.pem")
+    if not os.path.exists(chain) and not os.path.exists(key):
+        return []
+    try:
+        of_key = openssl("pkey", "-pubout", data=read(key).encode())
+        of_leaf = openssl("x509", "-noout", "-pubkey", data=read(chain).encode())
+        return [] if of_key == of_leaf else ["key and certificate are of different pairs"]
+    except (OSError, RuntimeError) as error:
+        return [str(error)]
