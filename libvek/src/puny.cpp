@@ -10,8 +10,6 @@
 namespace str::puny {
 namespace {
 
-constexpr std::size_t kLongestLabel = 63;  // RFC 1035 section 2.3.4
-
 bool IsAscii(const std::string& label) {
     return std::all_of(label.begin(), label.end(),
                        [](char c) { return static_cast<unsigned char>(c) < 0x80; });
@@ -50,8 +48,9 @@ bool HasDropped(const std::string& label) {
     return false;
 }
 
-// One label that is not ASCII. Each comes alone, and its result is looked at, because the mapping also turns
-// single characters into separators (the ideographic full stop) or into what stands in no name.
+// One label that is not ASCII; the library refuses one that is too long. Each comes alone, and its result is
+// looked at, because the mapping also turns single characters into separators (the ideographic full stop) or
+// into what stands in no name.
 std::string EncodeLabel(const std::string& label, const std::string& name) {
     constexpr char kOfNames[] = "abcdefghijklmnopqrstuvwxyz0123456789-_";
     if (label.find('\0') != std::string::npos) Refuse(name, "a label holds a NUL byte");
@@ -59,7 +58,6 @@ std::string EncodeLabel(const std::string& label, const std::string& name) {
     if (HasDropped(label)) Refuse(name, "a label holds a character that its ASCII form would drop");
     if (encoded.find_first_not_of(kOfNames) != std::string::npos)
         Refuse(name, "a label's ASCII form is no label");
-    if (encoded.size() > kLongestLabel) Refuse(name, "a label is too long");
     return encoded;
 }
 

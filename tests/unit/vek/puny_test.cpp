@@ -90,6 +90,21 @@ TEST(Puny, RefusesWhatHasNoAsciiForm) {
 }
 
 // libidn2 can drop such characters and report success.
+TEST(Puny, SaysWhyItRefuses) {
+    const auto said = [](const std::string& name) -> std::string {
+        try {
+            return Encode(name);
+        } catch (const vek_err::Error& e) {
+            return e.what();
+        }
+    };
+    const std::string head = "str: puny: ";
+    EXPECT_EQ(said("a\u00adb.com"),
+              head + "a\u00adb.com (a label holds a character that its ASCII form would drop)");
+    EXPECT_EQ(said("℀.de"), head + "℀.de (a label's ASCII form is no label)");
+    EXPECT_EQ(said("\xff"), head + "\xff (string encoding error)");
+}
+
 TEST(Puny, RefusesRatherThanShortens) {
     ExpectRefused("ü b.de");
     ExpectRefused("ü*.de");
@@ -122,6 +137,10 @@ TEST(Puny, RefusesALabelThatIsTooLong) {
     while (Encode(name + "ü").size() < 63) name += "ü";
     EXPECT_EQ(Encode(name + "ü").size(), 63U);
     ExpectRefused(name + "üü");
+    std::string wide;
+    for (int i = 0; i < 63; ++i) wide += "ｅ";
+    EXPECT_EQ(Encode(wide), std::string(63, 'e'));
+    ExpectRefused(wide + "ｅ");
 }
 
 }  // namespace
