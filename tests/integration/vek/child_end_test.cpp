@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <vector>
 
@@ -13,8 +15,11 @@
 
 namespace {
 
-bool announces = true;   // whether the system has pidfd_open
-std::vector<int> waits;  // milliseconds, of each poll
+bool announces = true;    // whether the system has pidfd_open
+std::vector<int> waits;   // milliseconds, of each poll
+std::vector<int> looks;   // options, of each look at a child
+bool looks_late = false;  // not before the child has ended
+int interruptions = 0;    // of the next looks
 
 }  // namespace
 
@@ -39,14 +44,33 @@ extern "C" int poll(pollfd* fds, nfds_t count, int wait) {
     return original(fds, count, wait);
 }
 
+extern "C" pid_t waitpid(pid_t pid, int* status, int options) {
+    static auto* const original = reinterpret_cast<pid_t (*)(pid_t, int*, int)>(dlsym(RTLD_NEXT, "waitpid"));
+    looks.push_back(options);
+    if (interruptions > 0) {
+        --interruptions;
+        errno = EINTR;
+        return -1;
+    }
+    siginfo_t info{};
+    if (looks_late) waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOWAIT);
+    return original(pid, status, options);
+}
+
 namespace {
 
 using vek_proc::Execute;
 
 class ChildEnd : public testing::Test {
 protected:
-    ChildEnd() { waits.clear(); }
-    ~ChildEnd() override { announces = true; }
+    ChildEnd() {
+        waits.clear();
+        looks.clear();
+    }
+    ~ChildEnd() override {
+        announces = true;
+        looks_late = false;
+    }
 };
 
 TEST_F(ChildEnd, IsWaitedForInOneGo) {
@@ -69,9 +93,36 @@ TEST_F(ChildEnd, IsWaitedForInPeaceByWhatItDoesNotRead) {
 }
 
 TEST_F(ChildEnd, IsWaitedForInPeaceByWhatItDoesNotWrite) {
-    Execute child("exec >&-; sleep 0.3; exit 4", vek_proc::kPipeOut);
+    Execute child("echo x; sleep 0.2; exec >&-; sleep 0.3; exit 4", vek_proc::kPipeOut);
     EXPECT_EQ(child.Result(), 4);
     EXPECT_LE(waits.size(), 20U);
+}
+
+// What it writes between the last reading and its end.
+TEST_F(ChildEnd, LeavesOutputThatIsReadToItsLastByte) {
+    looks_late = true;
+    for (const std::string last : {"b", "bc", "b\n"}) {
+        Execute child("printf a; sleep 0.2; printf '" + last + "'; exit 5", vek_proc::kPipeOut);
+        EXPECT_EQ(child.Str(), "a" + last);
+        EXPECT_EQ(child.Result(), 5);
+    }
+}
+
+TEST_F(ChildEnd, IsLookedForAgainWhereASignalCameBetween) {
+    interruptions = 2;
+    EXPECT_EQ(Execute("exit 6", 0).Result(), 6);
+    EXPECT_EQ(interruptions, 0);
+}
+
+TEST_F(ChildEnd, IsStatus255WhereTheProgramIgnoresItsChildren) {
+    const auto before = std::signal(SIGCHLD, SIG_IGN);
+    EXPECT_EQ(Execute("exit 6", 0).Result(), 255);
+    std::signal(SIGCHLD, before);
+}
+
+TEST_F(ChildEnd, IsWaitedForWhereItIsBroughtAbout) {
+    { const Execute dropped("sleep 300", vek_proc::kOwnSession); }
+    EXPECT_EQ(looks, std::vector<int>{0});
 }
 
 TEST_F(ChildEnd, IsLookedForWhenItsTimeIsUp) {

@@ -270,6 +270,15 @@ TEST_F(Interruption, EndsAChildWithEverythingItStarted) {
     }
 }
 
+TEST_F(Interruption, EndsAndReapsAChildBeforeItsObjectGoes) {
+    StartService();
+    const std::string pids = folder.file("pids");
+    Start("child kept", "echo $$ >" + pids + "; sleep 600");
+    ASSERT_TRUE(Comes([&] { return TextOf(pids).ends_with("\n"); }));
+    EXPECT_EQ(EndBy(SIGTERM), 0);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack + std::string("reaped")));
+}
+
 TEST_F(Interruption, EndsAnExchange) {
     StartService();
     const Server silent([](Connection& connection) { connection.AwaitEnd(); });

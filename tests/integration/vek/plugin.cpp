@@ -1,7 +1,9 @@
 // A small plug-in for the launcher's tests: does what its arguments say. Like every plug-in it owns a global
 // record that is written back by its destructor, after main has returned.
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <exception>
 #include <filesystem>
@@ -79,6 +81,13 @@ void SleepDeaf() {
     vek_proc::Sleep(600'000);
 }
 
+// An interrupted child is no more before its object is.
+void KeepChild(const std::string& command) {
+    vek_proc::Execute child(command, kFedAndRead);
+    const bool interrupted = Throws([&child] { child.Str(); });
+    record.detail = interrupted && waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD ? "reaped" : "kept";
+}
+
 int Run(const std::string& what, const std::string& value) {
     if (what == "return") return str::Int(value);
     if (what == "exception") throw std::runtime_error(value);
@@ -88,6 +97,7 @@ int Run(const std::string& what, const std::string& value) {
     if (what == "sleep") vek_proc::Sleep(static_cast<std::uint64_t>(-1));
     if (what == "sleep deaf") SleepDeaf();
     if (what == "terminate") std::terminate();
+    if (what == "child kept") KeepChild(value);
     if (what == "child") record.detail = vek_proc::Execute(value, kFedAndRead).Str();
     if (what == "get") record.detail = Get(value);
     if (what == "early and late") record.late_url = (Get(value), value);

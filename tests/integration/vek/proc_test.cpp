@@ -10,6 +10,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -213,6 +214,24 @@ TEST(ChildProcess, InheritsNoDescriptors) {
     EXPECT_EQ(Output("cd /proc/$$/fd && echo *"), "0 1 2 3\n");
     EXPECT_EQ(Output("exec ls /proc/self/fd"), "0\n1\n2\n3\n");
     close(inheritable);
+}
+
+// In a process of its own, without the launcher that would open them.
+TEST(ChildProcess, MayBeRunWhereStandardDescriptorsAreClosed) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto run = [](std::initializer_list<int> closed) {
+        for (const int fd : closed) close(fd);
+        for (const char* text : {"one", "two"}) {
+            Execute child("cat; test ! -e /proc/self/fd/5", kFedAndRead);
+            child.In() << text;
+            if (child.Str() != text || child.Result() != 0) std::_Exit(1);
+        }
+        std::_Exit(0);
+    };
+    EXPECT_EXIT(run({0}), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(run({1}), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(run({0, 1}), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(run({0, 1, 2}), testing::ExitedWithCode(0), "");
 }
 
 TEST(ChildProcess, HandlesSignalsAsAFreshProcessDoes) {

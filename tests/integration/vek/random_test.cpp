@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <list>
+#include <utility>
+#include <vector>
 
 #include "vek/err.h"
 #include "vek/str.h"
@@ -16,6 +18,7 @@ namespace {
 
 // The system's next answers: a count of bytes, or an error's number, negative.
 std::list<int> answers;
+std::vector<std::pair<std::size_t, unsigned>> asked;  // sizes and flags
 
 }  // namespace
 
@@ -23,6 +26,7 @@ std::list<int> answers;
 extern "C" ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
     static auto* const original =
         reinterpret_cast<ssize_t (*)(void*, size_t, unsigned)>(dlsym(RTLD_NEXT, "getrandom"));
+    asked.emplace_back(size, flags);
     if (answers.empty()) return original(buffer, size, flags);
     const int answer = answers.front();
     answers.pop_front();
@@ -43,7 +47,10 @@ TEST(RandomBytes, AreAsManyAsWereAskedForAndOthersEachTime) {
 
 TEST(RandomBytes, AreAskedForUntilAllAreThere) {
     answers = {3, -EINTR, 0, -EINTR, 4};
+    asked.clear();
     const std::string bytes = str::Random(16);
+    EXPECT_EQ(asked, (std::vector<std::pair<std::size_t, unsigned>>{
+                         {16, 0}, {13, 0}, {13, 0}, {13, 0}, {13, 0}, {9, 0}}));
     EXPECT_TRUE(answers.empty());
     EXPECT_EQ(bytes.size(), 16U);
     EXPECT_NE(bytes.substr(0, 8), std::string(8, '\0'));

@@ -11,6 +11,7 @@
 #include "integration/vek/server.h"
 #include "libvek/src/exchange.h"
 #include "vek/err.h"
+#include "vek/str.h"
 
 namespace {
 
@@ -203,6 +204,20 @@ TEST(HttpExchange, GivesTheStatusOfTheFinalResponse) {
     EXPECT_EQ(query.Status(), 204);
     EXPECT_THROW(query.Get("http://127.0.0.1:1/", out), vek_err::Error);
     EXPECT_EQ(query.Status(), 0);
+}
+
+TEST(HttpExchange, TakesStatusesFrom400OnForErrors) {
+    const auto outcome = [](int status) -> std::string {
+        const Server server(Says(Answer(status, "", "body")));
+        try {
+            return Get(server.url());
+        } catch (const vek_err::Error& e) {
+            return str::Replace(e.what(), server.url(), "<url>");
+        }
+    };
+    EXPECT_EQ(outcome(399), "body");
+    EXPECT_EQ(outcome(400), "http: status: <url> answered with status 400");
+    EXPECT_EQ(outcome(401), "http: status: <url> answered with status 401");
 }
 
 TEST(HttpExchange, NamesHostAndReasonWhenRefused) {

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "vek/client.h"
 #include "vek/err.h"
 
@@ -45,6 +47,17 @@ TEST(Bind, EncodesEveryByte) {
     EXPECT_EQ(Bind("a=?", Values{"ü"}), "a=%C3%BC");
     EXPECT_EQ(Bind("a=?", Values{std::string("a\0b", 3)}), "a=a%00b");
     EXPECT_EQ(Bind("a=?", Values{"\xff"}), "a=%FF");
+}
+
+TEST(Bind, EncodesEachByteThatIsReservedAndNoOther) {
+    const std::string unreserved = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789-._~";
+    for (int value = 0; value < 256; ++value) {
+        const std::string byte(1, static_cast<char>(value));
+        char encoded[4];
+        std::snprintf(encoded, sizeof(encoded), "%%%02X", static_cast<unsigned>(value));
+        EXPECT_EQ(Bind("?", Values{byte}), unreserved.find(byte) != std::string::npos ? byte : encoded)
+            << value;
+    }
 }
 
 TEST(Bind, LeavesUnreservedCharacters) {
@@ -110,6 +123,8 @@ TEST(Answer, IsOfTypeProtocolWhereItCannotBeRead) {
         EXPECT_EQ(FailureOf(body).type, "protocol") << body;
     }
     EXPECT_EQ(FailureOf(std::string("<doc>\0</doc>", 12)).type, "protocol");
+    EXPECT_EQ(FailureOf("<a/>").text, "client: protocol: the answer has no doc element");
+    EXPECT_EQ(FailureOf("").text, "client: protocol: xml: parse: No document element found at byte 0");
 }
 
 }  // namespace

@@ -48,6 +48,13 @@ TEST(Hex, TakesTheLastOfAnOddCountForAByte) {
     EXPECT_EQ(str::hex::Decode("0"), std::string(1, '\0'));
 }
 
+TEST(Hex, KnowsEveryDigitAndNothingBesideThem) {
+    EXPECT_EQ(str::hex::Decode("00112233445566778899aAbBcCdDeEfF"),
+              std::string("\x00\x11\x22\x33\x44\x55\x66\x77\x88\x99\xaa\xbb\xcc\xdd\xee\xff", 16));
+    for (const char c : {'/', ':', '@', 'G', '`', 'g', '\0'})
+        EXPECT_EQ(str::hex::Decode(std::string("4a") + c + "4b"), "J");
+}
+
 TEST(Hex, StopsAtWhatIsNoDigit) {
     EXPECT_EQ(str::hex::Decode("4a:4b"), "J");
     EXPECT_EQ(str::hex::Decode("4a4g"), "J\x04");

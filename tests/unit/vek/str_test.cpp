@@ -36,6 +36,16 @@ TEST(Int, StopsAtTheFirstOtherCharacter) {
     EXPECT_EQ(str::Int("Wed, 21 Oct 2015 07:28:00 GMT"), 0);
 }
 
+TEST(Int, KnowsDigitsAndWhiteSpaceAndNothingBesideThem) {
+    EXPECT_EQ(str::Int("1023456789"), 1023456789);
+    for (const char* text : {"1/2", "1:2"}) EXPECT_EQ(str::Int(text), 1) << text;
+    for (const char* text : {"\b12",
+                             "\x0e"
+                             "12",
+                             "~12", "!12"})
+        EXPECT_EQ(str::Int(text), 0) << text;
+}
+
 TEST(Int, IsZeroWithoutDigits) {
     EXPECT_EQ(str::Int(""), 0);
     EXPECT_EQ(str::Int("   "), 0);
@@ -64,6 +74,7 @@ TEST(Trim, TakesEveryWhiteSpaceOffBothEnds) {
     EXPECT_EQ(str::Trim(" \t "), "");
     EXPECT_EQ(str::Trim(""), "");
     EXPECT_EQ(str::Trim("\xc2\xa0"), "\xc2\xa0");
+    EXPECT_EQ(str::Trim("~\b\x0e~"), "~\b\x0e~");
     EXPECT_EQ(str::Trim(" " + kNul + " "), kNul);
 }
 

@@ -11,6 +11,13 @@ TEST(TestUrl, TakesASchemeAndARest) {
     EXPECT_TRUE(test::Url("x:///path"));
 }
 
+TEST(TestUrl, KnowsEveryCharacterOfASchemeAndNoOther) {
+    for (const char* scheme : {"a", "z", "A", "Z", "xa", "xz", "xA", "xZ", "x0", "x9", "x+", "x-", "x."})
+        EXPECT_TRUE(test::Url(scheme + std::string("://y"))) << scheme;
+    for (const char* scheme : {"@", "[", "`", "{", "0", "+", "x@", "x[", "x`", "x{", "x/", "x:", "x,", "x~"})
+        EXPECT_FALSE(test::Url(scheme + std::string("://y"))) << scheme;
+}
+
 TEST(TestUrl, NeedsARest) { EXPECT_FALSE(test::Url("https://")); }
 
 TEST(TestUrl, NeedsASchemeThatBeginsWithALetter) {

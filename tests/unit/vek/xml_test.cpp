@@ -1,5 +1,6 @@
 #include "vek/xml.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "vek/err.h"
@@ -59,6 +60,21 @@ TEST(Xml, RefusesWhatIsNoDocument) {
     }
     EXPECT_EQ(TypeOfError(std::string("<doc/>\0", 7)), "parse");
     EXPECT_EQ(TypeOfError(std::string("<doc>a\0b</doc>", 14)), "parse");
+}
+
+TEST(Xml, SaysWhatItRefuses) {
+    const auto said = [](const std::string& text, const std::string& xpath) -> std::string {
+        try {
+            Xml(text).GetNode(xpath);
+            return "";
+        } catch (const vek_err::Error& e) {
+            return e.what();
+        }
+    };
+    EXPECT_EQ(said("<doc><a></doc>", "/doc"), "xml: parse: Start-end tags mismatch at byte 10");
+    EXPECT_EQ(said(std::string("<doc/>\0", 7), "/doc"), "xml: parse: NUL byte");
+    EXPECT_EQ(said("<doc/>", std::string("/doc\0]", 6)), "xml: xpath: NUL byte in /doc");
+    EXPECT_THAT(said("<doc/>", "/doc["), testing::MatchesRegex("xml: xpath: /doc\\[ \\(.+\\)"));
 }
 
 TEST(Xml, GivesTextsAndAttributes) {
@@ -158,6 +174,14 @@ TEST(EscapePropValue, FindsEveryValueAgain) {
         EXPECT_EQ(xml.GetNode("/doc/elem[name=" + EscapePropValue(value) + "]").Value("id"), "7")
             << value.substr(0, 40);
     }
+}
+
+TEST(EscapePropValue, QuotesWithWhatTheValueLacks) {
+    EXPECT_EQ(EscapePropValue(""), "''");
+    EXPECT_EQ(EscapePropValue("a\"b"), "'a\"b'");
+    EXPECT_EQ(EscapePropValue("it's"), "\"it's\"");
+    EXPECT_EQ(EscapePropValue("a'b\"c"), "concat(\"a'b\",'\"c')");
+    EXPECT_EQ(EscapePropValue("\"''"), "concat('\"',\"''\")");
 }
 
 // The parser limits the depth of an expression.

@@ -25,6 +25,11 @@ TEST_F(KeyDump, FirstModulusAndLastExponentAreTheOnesThatCount) {
     EXPECT_EQ(HeaderOf("publicExponent\nmodulus:\n 0a:0b\npublicExponent: 3 (0x3)\n"), Header("Cgs", "Aw"));
 }
 
+TEST_F(KeyDump, ExponentAheadOfTheModulusGivesNoModulus) {
+    EXPECT_EQ(HeaderOf("publicExponent: 3 (0x3)\nmodulus:\n 0a:0b\n"), Header("", "Aw"));
+    EXPECT_EQ(HeaderOf("publicExponent: 3 (0x3)\nmodulus"), Header("", "Aw"));
+}
+
 TEST_F(KeyDump, LastParenthesesOfTheWholeTextAreTheExponents) {
     EXPECT_EQ(HeaderOf("Key: (2048 bit)\nmodulus:\n 0a\npublicExponent: 65537 (0x10001)\n"),
               Header("Cg", "AQAB"));
