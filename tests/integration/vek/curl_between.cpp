@@ -3,17 +3,23 @@
 
 #include <dlfcn.h>
 
+#include <algorithm>
 #include <cstdarg>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 
 #undef curl_easy_setopt
+#undef curl_share_setopt
 
 namespace {
 
 std::mutex mutex;
 std::map<CURLoption, long> settings;
+std::set<std::pair<CURLSHoption, long>> share_settings;
+std::set<long> freed;
+int ended = 0;
 std::string failing;
 std::optional<curl_version_info_data> version;
 
@@ -48,6 +54,36 @@ CURLcode curl_easy_setopt(CURL* handle, CURLoption option, ...) {  // NOLINT(cer
     static auto* const original =
         reinterpret_cast<CURLcode (*)(CURL*, CURLoption, ...)>(dlsym(RTLD_NEXT, "curl_easy_setopt"));
     return original(handle, option, value);
+}
+
+CURLSHcode curl_share_setopt(CURLSH* share, CURLSHoption option, ...) {  // NOLINT(cert-dcl50-cpp)
+    std::va_list values;
+    va_start(values, option);
+    const long value = va_arg(values, long);
+    va_end(values);
+    {
+        const std::lock_guard lock(mutex);
+        share_settings.emplace(option, value);
+    }
+    static auto* const original =
+        reinterpret_cast<CURLSHcode (*)(CURLSH*, CURLSHoption, ...)>(dlsym(RTLD_NEXT, "curl_share_setopt"));
+    return original(share, option, value);
+}
+
+void curl_easy_cleanup(CURL* handle) {
+    {
+        const std::lock_guard lock(mutex);
+        ++ended;
+    }
+    reinterpret_cast<void (*)(CURL*)>(dlsym(RTLD_NEXT, "curl_easy_cleanup"))(handle);
+}
+
+void curl_slist_free_all(curl_slist* list) {
+    {
+        const std::lock_guard lock(mutex);
+        freed.insert(reinterpret_cast<long>(list));
+    }
+    reinterpret_cast<void (*)(curl_slist*)>(dlsym(RTLD_NEXT, "curl_slist_free_all"))(list);
 }
 
 CURLcode curl_global_init(long flags) { return Pass("curl_global_init", CURLE_FAILED_INIT, flags); }
@@ -93,12 +129,35 @@ std::optional<long> LastSetting(CURLoption option) {
 void ForgetSettings() {
     const std::lock_guard lock(mutex);
     settings.clear();
+    freed.clear();
+    ended = 0;
 }
 
 void SetSystemFolder(const char* folder) {
     auto changed = *curl_version_info(CURLVERSION_NOW);
     changed.capath = folder;
     version = changed;
+}
+
+int CountOfEnded() {
+    const std::lock_guard lock(mutex);
+    return ended;
+}
+
+bool IsFreed(long list) {
+    const std::lock_guard lock(mutex);
+    return freed.contains(list);
+}
+
+bool IsShared(CURLSHoption option, long value) {
+    const std::lock_guard lock(mutex);
+    return share_settings.contains({option, value});
+}
+
+bool IsCommon(CURLSHoption option) {
+    const std::lock_guard lock(mutex);
+    return std::any_of(share_settings.begin(), share_settings.end(),
+                       [option](const auto& setting) { return setting.first == option; });
 }
 
 void FailOnce(const std::string& function) {

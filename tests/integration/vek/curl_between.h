@@ -16,6 +16,14 @@ void ForgetSettings();
 /// The folder of roots that libcurl gives as the system's from now on.
 void SetSystemFolder(const char* folder);
 
+/// How many transfers have been given back since `ForgetSettings`, and whether this list was.
+int CountOfEnded();
+bool IsFreed(long list);
+
+/// Whether the transfers' common share has this setting.
+bool IsShared(CURLSHoption option, long value);
+bool IsCommon(CURLSHoption option);
+
 /// The next call of this function of libcurl's fails ("curl_easy_init", ...), and no other one.
 void FailOnce(const std::string& function);
 

@@ -247,6 +247,13 @@ TEST_F(Interruption, ReachesTheThreadThatWaitsWhicheverGotTheSignal) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+TEST_F(Interruption, BreaksOffNoCallOfTheSystems) {
+    StartService();
+    Start("read on");
+    EXPECT_EQ(End(), 0);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack + std::string("read")));
+}
+
 TEST_F(Interruption, ComesFromTheKeyboardToo) {
     StartService();
     Start("sleep");

@@ -1,9 +1,11 @@
 // A small plug-in for the launcher's tests: does what its arguments say. Like every plug-in it owns a global
 // record that is written back by its destructor, after main has returned.
+#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <exception>
 #include <filesystem>
@@ -88,6 +90,22 @@ void KeepChild(const std::string& command) {
     record.detail = interrupted && waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD ? "reaped" : "kept";
 }
 
+// A call of the system's that a signal meets goes on, and reads what comes after it.
+void ReadOn() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return;
+    const pthread_t self = pthread_self();
+    std::thread other([self, &ends] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        pthread_kill(self, SIGTERM);
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        [[maybe_unused]] const auto written = write(ends[1], "x", 1);
+    });
+    char byte = 0;
+    record.detail = read(ends[0], &byte, 1) == 1 ? "read" : "broken off";
+    other.join();
+}
+
 int Run(const std::string& what, const std::string& value) {
     if (what == "return") return str::Int(value);
     if (what == "exception") throw std::runtime_error(value);
@@ -97,6 +115,7 @@ int Run(const std::string& what, const std::string& value) {
     if (what == "sleep") vek_proc::Sleep(static_cast<std::uint64_t>(-1));
     if (what == "sleep deaf") SleepDeaf();
     if (what == "terminate") std::terminate();
+    if (what == "read on") ReadOn();
     if (what == "child kept") KeepChild(value);
     if (what == "child") record.detail = vek_proc::Execute(value, kFedAndRead).Str();
     if (what == "get") record.detail = Get(value);

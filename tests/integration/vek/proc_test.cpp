@@ -131,6 +131,24 @@ TEST(ChildProcess, TellsHowItEnded) {
     EXPECT_EQ(Execute("/no/such/tool 2>/dev/null", kFedAndRead).Result(), 127);
 }
 
+TEST(ChildProcess, IsAShellThatIsFedEveryByteOnce) {
+    EXPECT_EQ(Output("echo $0"), "sh\n");
+    Execute child("cat", kFedAndRead);
+    child.In() << "x";
+    EXPECT_EQ(child.Str(), "x");
+}
+
+// A grandchild that reads on finds the end of the input there.
+TEST(ChildProcess, IsFedNoMoreAfterItsEnd) {
+    const vek_test::TempFolder folder;
+    Execute child("exec 3<&0; { sleep 0.3; wc -c >" + folder.file("count") + "; echo $$ >" +
+                      folder.file("pid") + "; } <&3 &",
+                  vek_proc::kPipeIn);
+    child.In() << std::string(1 << 20, 'x');
+    EXPECT_EQ(child.Result(), 0);
+    EXPECT_NE(PidIn(folder.file("pid")), 0);
+}
+
 TEST(ChildProcess, MayHaveACommandThatBeginsWithAMinus) {
     EXPECT_EQ(Execute("-x 2>/dev/null", kFedAndRead).Result(), 127);
 }

@@ -183,6 +183,12 @@ TEST(HttpExchange, GivesTheFinalHeaderBlockAsItCame) {
     EXPECT_EQ(GetWithHeader(server.url()), block + "body");
 }
 
+TEST(HttpExchange, TakesLineFeedsAloneForLineEnds) {
+    const std::string block = "HTTP/1.1 200 OK\nContent-Length: 2\n\n";
+    const Server server(Says("HTTP/1.1 103 Early Hints\nX: 1\n\n" + block + "ok"));
+    EXPECT_EQ(GetWithHeader(server.url()), block + "ok");
+}
+
 TEST(HttpExchange, LeavesTrailersOut) {
     const std::string block = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
     const Server server(Says(block + "4\r\nbody\r\n0\r\nX-Trailer: 1\r\nHTTP/1.1 500 X: 2\r\n\r\n"));
@@ -254,6 +260,28 @@ TEST(HttpExchange, RefusesAnAnswerBeyondItsLimits) {
     EXPECT_EQ(ErrorFor(Answer(200, "", std::string((16UL << 20) + 1, 'x'))), too_large);
     EXPECT_EQ(ErrorFor(vek_test::AnswerWithHeaderOf(256UL << 10, "")), "");
     EXPECT_EQ(ErrorFor(vek_test::AnswerWithHeaderOf((256UL << 10) + 1, "")), too_large);
+}
+
+// One byte too much, on its own.
+TEST(HttpExchange, RefusesTheFirstByteBeyondItsLimits) {
+    const std::string block = "HTTP/1.1 200 OK\nContent-Length: 5\n\n";
+    const auto serve = [&block](Connection& connection) {
+        connection.ReadRequest();
+        connection.Write(block + "four");
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        connection.Write("x");
+    };
+    const auto carry = [&serve](std::size_t header, std::size_t body) -> std::string {
+        const Server server(serve);
+        try {
+            return vek_rpc::Carry({server.url(), {}, nullptr}, {.header = header, .body = body}).body;
+        } catch (const vek_err::Error& e) {
+            return e.what();
+        }
+    };
+    EXPECT_EQ(carry(block.size(), 5), "fourx");
+    EXPECT_EQ(carry(block.size(), 4), "http: exchange: 127.0.0.1: the answer is too large");
+    EXPECT_EQ(carry(block.size() - 1, 5), "http: exchange: 127.0.0.1: the answer is too large");
 }
 
 // A write to a socket that the server has closed raises SIGPIPE, which nobody handles here.

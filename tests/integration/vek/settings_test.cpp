@@ -59,6 +59,21 @@ TEST(TransferSettings, KeepATransferToItsThreadAndItsConnection) {
     EXPECT_EQ(LastSetting(CURLOPT_SSLVERSION), CURL_SSLVERSION_TLSv1_2);
 }
 
+TEST(TransferSettings, ShareNamesAndSessionsUnderLocks) {
+    Exchange();
+    EXPECT_TRUE(vek_test::IsShared(CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS));
+    EXPECT_TRUE(vek_test::IsShared(CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION));
+    for (const auto option : {CURLSHOPT_LOCKFUNC, CURLSHOPT_UNLOCKFUNC, CURLSHOPT_USERDATA})
+        EXPECT_TRUE(vek_test::IsCommon(option)) << option;
+}
+
+TEST(TransferSettings, AreGivenBackWithTheirTransfer) {
+    vek_test::ForgetSettings();
+    Exchange();
+    EXPECT_EQ(vek_test::CountOfEnded(), 1);
+    EXPECT_TRUE(vek_test::IsFreed(LastSetting(CURLOPT_HTTPHEADER).value_or(0)));
+}
+
 // Whether an exchange looks roots up in this system's folder, and does not parse the whole store.
 bool LooksUpIn(const char* folder) {
     vek_test::SetSystemFolder(folder);
