@@ -30,6 +30,14 @@ TEST(LogFormat, LeavesOtherPercentSigns) {
     EXPECT_EQ(Format("%x %", {"value"}), "%x %");
 }
 
+// Operators set levels as numbers.
+TEST(LogLevels, AreTheNumbersOfTheLog) {
+    EXPECT_EQ(vek_log::kUse, 3);
+    EXPECT_EQ(vek_log::kFailure, 4);
+    EXPECT_EQ(vek_log::kFunction, 8);
+    EXPECT_EQ(vek_log::kTrace, 9);
+}
+
 TEST(LogFormat, KeepsLineFeedsAndNulBytes) {
     const std::string text("a\nb\0c", 5);
     EXPECT_EQ(Format("%s", {text}), text);
