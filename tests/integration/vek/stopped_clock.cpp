@@ -2,6 +2,7 @@
 #include "integration/vek/stopped_clock.h"
 
 #include <dlfcn.h>
+#include <poll.h>
 #include <ctime>
 
 #include <optional>
@@ -37,6 +38,16 @@ extern "C" int nanosleep(const timespec* time, timespec* left) {
     static auto* const original = Original<int(const timespec*, timespec*)>("nanosleep");
     if (!stopped_at) return original(time, left);
     time_slept += TimeOf(*time);
+    ++sleep_count;
+    return 0;
+}
+
+extern "C" int poll(pollfd* fds, nfds_t count, int wait) {
+    static auto* const original = Original<int(pollfd*, nfds_t, int)>("poll");
+    if (!stopped_at || wait <= 0) return original(fds, count, wait);
+    const int ready = original(fds, count, 0);
+    if (ready != 0) return ready;
+    time_slept += std::chrono::milliseconds(wait);
     ++sleep_count;
     return 0;
 }

@@ -4,9 +4,9 @@
 
 namespace vek_test {
 
-/// For this thread, the steady clock stands still while this lives, and only its sleeps move it on: a test
-/// sees how long something waits without waiting, and however busy the machine is. One at a time in each
-/// thread.
+/// For this thread, the steady clock stands still while this lives, and only its sleeps and polls move it on:
+/// a test sees how long something waits without waiting, and however busy the machine is. One at a time in
+/// each thread.
 class StoppedClock {
 public:
     StoppedClock();

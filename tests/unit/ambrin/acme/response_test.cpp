@@ -220,6 +220,7 @@ TEST_F(TryParse, TextThatTheLibraryGivesUpOnIsAFailureInTheLogs) {
     ASSERT_THAT(Traces(), SizeIs(1));
     EXPECT_TRUE(Traces()[0].starts_with("error while parsing ACME resp: '" + deep + "'\nErrors '"))
         << Traces()[0];
+    EXPECT_TRUE(Traces()[0].ends_with("'")) << Traces()[0];
 }
 
 TEST_F(TryParse, FailureReachesTheJobLogWithTheTraceOff) {
