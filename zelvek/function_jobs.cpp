@@ -142,8 +142,8 @@ void functions::ShowJob(Services& services, const Query& query, XmlAnswer& answe
 void functions::ClaimJob(Services& services, const Query& query, XmlAnswer&) {
     LivingRuns transaction(services);
     jobs::Job job = FindIdle(transaction.database(), Number(query, "elid"));
-    // Whoever runs a stopped job gives it another try: as long as it counts as failed, nothing stays published
-    // for it.
+    // Whoever runs a stopped job gives it another try: as long as it counts as failed, nothing stays
+    // published for it.
     job.failed = false;
     jobs::Save(transaction.database(), job);
     jobs::Claim(transaction.database(), job.id, query.caller);

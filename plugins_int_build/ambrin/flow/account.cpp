@@ -35,7 +35,7 @@ bool CheckDefaultAccount(QueryParams& params) {
     const std::string kid = ambrin_data.default_kid;
     const std::string pem = ambrin_data.default_pem;
     if (pem.empty() || kid == ambrin_data.kid) return false;
-    // the only step that can fail or be interrupted: an account URL beside another key's header would never serve
+    // first what can fail or be interrupted: an account URL beside another key's header would never serve
     const std::string modulus = GetModulusHeader(pem);
     ambrin_data.kid = kid;
     ambrin_data.acmekey = pem;
