@@ -34,6 +34,12 @@ TEST(Response, BareLineFeedsEndLinesToo) {
     EXPECT_EQ(response.body, "body\n\nsecond part");
 }
 
+TEST(Response, BlankLinesAheadOfEverythingAreNone) {
+    const AcmeResponse response(200, "\r\n \nHTTP/1.1 200 OK\nLocation: acct-1\n\nbody");
+    EXPECT_THAT(response.headers, ElementsAre(Pair("location", "acct-1")));
+    EXPECT_EQ(response.body, "body");
+}
+
 TEST(Response, WithoutBlankLineThereIsNoBody) {
     const AcmeResponse response(204, "HTTP/1.1 204 No Content\r\nReplay-Nonce: abc\r\n\r\n");
     EXPECT_THAT(response.headers, ElementsAre(Pair("replay-nonce", "abc")));
