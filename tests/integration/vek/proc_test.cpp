@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "integration/vek/server.h"
+#include "libvek/src/spawn.h"
 #include "vek/err.h"
 #include "vek/str.h"
 
@@ -239,8 +240,10 @@ TEST(ChildProcess, MayBeRunWhereStandardDescriptorsAreClosed) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     const auto run = [](std::initializer_list<int> closed) {
         for (const int fd : closed) close(fd);
+        const vek_proc::Pipe pipe = vek_proc::MakePipe();
+        if (pipe.read.get() <= STDERR_FILENO || pipe.write.get() <= STDERR_FILENO) std::_Exit(2);
         for (const char* text : {"one", "two"}) {
-            Execute child("cat; test ! -e /proc/self/fd/5", kFedAndRead);
+            Execute child("cat; test ! -e /proc/self/fd/9", kFedAndRead);
             child.In() << text;
             if (child.Str() != text || child.Result() != 0) std::_Exit(1);
         }
