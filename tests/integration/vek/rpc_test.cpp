@@ -284,6 +284,13 @@ TEST(HttpExchange, RefusesTheFirstByteBeyondItsLimits) {
     EXPECT_EQ(carry(block.size() - 1, 5), "http: exchange: 127.0.0.1: the answer is too large");
 }
 
+TEST(HttpExchange, RefusesALastHeaderByteBeyondItsLimitWhereNoBodyFollows) {
+    const std::string block = "HTTP/1.1 200 OK\nContent-Length: 0\n\n";
+    const Server server(Says(block));
+    EXPECT_EQ(vek_rpc::Carry({server.url(), {}, nullptr}, {.header = block.size()}).header, block);
+    EXPECT_THROW(vek_rpc::Carry({server.url(), {}, nullptr}, {.header = block.size() - 1}), vek_err::Error);
+}
+
 // A write to a socket that the server has closed raises SIGPIPE, which nobody handles here.
 TEST(HttpExchange, SurvivesAServerThatHangsUp) {
     const Server server([](Connection&) {});
