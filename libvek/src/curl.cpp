@@ -60,7 +60,7 @@ std::size_t TakeBody(const char* data, std::size_t /*one*/, std::size_t size, vo
 }  // namespace
 
 Easy::Easy() : handle_((PrepareOnce(), curl_easy_init())) {
-    if (handle_ == nullptr) throw std::bad_alloc();
+    if (!handle_) throw std::bad_alloc();
     Set(CURLOPT_ERRORBUFFER, error_);
     Set(CURLOPT_NOSIGNAL, 1L);
     Set(CURLOPT_PROXY, "");
@@ -74,20 +74,16 @@ Easy::Easy() : handle_((PrepareOnce(), curl_easy_init())) {
     AddHeader("Expect:");
 }
 
-Easy::~Easy() {
-    curl_easy_cleanup(handle_);
-    curl_slist_free_all(headers_);
-}
-
 void Easy::Require(CURLcode code) {
     if (code != CURLE_OK) throw vek_err::Error("curl", "setup", curl_easy_strerror(code));
 }
 
 void Easy::AddHeader(const std::string& line) {
-    auto* longer = curl_slist_append(headers_, line.c_str());
+    curl_slist* longer = curl_slist_append(headers_.get(), line.c_str());
     if (longer == nullptr) throw std::bad_alloc();
-    headers_ = longer;
-    Set(CURLOPT_HTTPHEADER, headers_);
+    [[maybe_unused]] const auto* shorter = headers_.release();  // part of the longer one
+    headers_.reset(longer);
+    Set(CURLOPT_HTTPHEADER, longer);
 }
 
 void Easy::Post(const std::string& data) {
@@ -106,13 +102,13 @@ void Easy::Receive(Answer& answer) {
 
 int Easy::Status() const {
     long status = 0;
-    curl_easy_getinfo(handle_, CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(get(), CURLINFO_RESPONSE_CODE, &status);
     return static_cast<int>(status);
 }
 
 int Easy::SystemError() const {
     long error = 0;
-    curl_easy_getinfo(handle_, CURLINFO_OS_ERRNO, &error);
+    curl_easy_getinfo(get(), CURLINFO_OS_ERRNO, &error);
     return static_cast<int>(error);
 }
 

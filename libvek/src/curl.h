@@ -3,6 +3,7 @@
 #include <curl/curl.h>
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 /// What the HTTP client and the client of local services share of libcurl.
@@ -24,15 +25,12 @@ struct Answer {
 class Easy {
 public:
     Easy();
-    ~Easy();
-    Easy(const Easy&) = delete;
-    Easy& operator=(const Easy&) = delete;
 
-    CURL* get() const { return handle_; }
+    CURL* get() const { return handle_.get(); }
 
     template <class T>
     void Set(CURLoption option, T value) {
-        Require(curl_easy_setopt(handle_, option, value));
+        Require(curl_easy_setopt(get(), option, value));
     }
 
     /// Request lines, "Name: value".
@@ -54,8 +52,13 @@ public:
 private:
     static void Require(CURLcode code);
 
-    CURL* handle_;
-    curl_slist* headers_ = nullptr;
+    struct Free {
+        void operator()(CURL* handle) const { curl_easy_cleanup(handle); }
+        void operator()(curl_slist* list) const { curl_slist_free_all(list); }
+    };
+
+    std::unique_ptr<curl_slist, Free> headers_;  // outlives the handle that reads it
+    std::unique_ptr<CURL, Free> handle_;
     const Answer* answer_ = nullptr;
     char error_[CURL_ERROR_SIZE] = "";
 };

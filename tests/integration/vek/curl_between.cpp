@@ -22,6 +22,7 @@ std::set<long> freed;
 int ended = 0;
 std::string failing;
 std::optional<curl_version_info_data> version;
+std::string system_folder;  // of `version`
 
 bool Fails(const std::string& function) {
     const std::lock_guard lock(mutex);
@@ -135,7 +136,8 @@ void ForgetSettings() {
 
 void SetSystemFolder(const char* folder) {
     auto changed = *curl_version_info(CURLVERSION_NOW);
-    changed.capath = folder;
+    system_folder = folder != nullptr ? folder : "";
+    changed.capath = folder != nullptr ? system_folder.c_str() : nullptr;
     version = changed;
 }
 
