@@ -2,7 +2,8 @@
 // service, exchanges with the authority, child processes) and ends the plug-in or the service at one of them.
 //
 // STEPS_LOG     a file that gets one line per step: "exchange", "child", or "query", and for a query that was
-//               sent one more, "func=" and the name of what was asked for
+//               sent one more, "func=" and the name of what was asked for; "reached" where the action takes
+//               place
 // STEPS_ACTION  "<number> <moment> plug-in|service <signal> <process of the service>"
 //
 // The moments of a step: "ahead", before it has reached anybody; "sent", of a query that is on its way (and
@@ -78,20 +79,21 @@ void KillService() {
     close(process);
 }
 
+void Log(const char* text, std::size_t size) {
+    const int log = open(log_path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+    dprintf(log, "%.*s\n", static_cast<int>(size), text);
+    close(log);
+}
+
 // True when the service has been ended just now.
 bool Reach(Moment moment) {
     if (steps != action.number || moment != action.moment) return false;
+    Log("reached", 7);
     if (action.on_service)
         KillService();
     else
         raise(action.signal);
     return action.on_service;
-}
-
-void Log(const char* text, std::size_t size) {
-    const int log = open(log_path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    dprintf(log, "%.*s\n", static_cast<int>(size), text);
-    close(log);
 }
 
 void Count(const char* kind) {
