@@ -15,11 +15,12 @@
 
 namespace {
 
-bool announces = true;    // whether the system has pidfd_open
-std::vector<int> waits;   // milliseconds, of each poll
-std::vector<int> looks;   // options, of each look at a child
-bool looks_late = false;  // not before the child has ended
-int interruptions = 0;    // of the next looks
+// Each thread's own: those of other tests pass through here as well.
+thread_local bool announces = true;    // whether the system has pidfd_open
+thread_local std::vector<int> waits;   // milliseconds, of each poll
+thread_local std::vector<int> looks;   // options, of each look at a child
+thread_local bool looks_late = false;  // not before the child has ended
+thread_local int interruptions = 0;    // of the next looks
 
 }  // namespace
 

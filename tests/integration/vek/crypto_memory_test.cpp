@@ -7,9 +7,9 @@
 
 namespace {
 
-int keys = 0;
-int texts = 0;
-int digests = 0;
+thread_local int keys = 0;
+thread_local int texts = 0;
+thread_local int digests = 0;
 
 template <class Value>
 void Pass(const char* function, Value* value) {

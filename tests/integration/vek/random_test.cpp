@@ -16,9 +16,9 @@
 
 namespace {
 
-// The system's next answers: a count of bytes, or an error's number, negative.
-std::list<int> answers;
-std::vector<std::pair<std::size_t, unsigned>> asked;  // sizes and flags
+// The system's next answers in this thread: a count of bytes, or an error's number, negative.
+thread_local std::list<int> answers;
+thread_local std::vector<std::pair<std::size_t, unsigned>> asked;  // sizes and flags
 
 }  // namespace
 
