@@ -25,6 +25,9 @@ struct Answer {
 class Easy {
 public:
     Easy();
+    // Stays where it is: libcurl writes its errors into it.
+    Easy(const Easy&) = delete;
+    Easy& operator=(const Easy&) = delete;
 
     CURL* get() const { return handle_.get(); }
 

@@ -1,10 +1,8 @@
 """dns-01 jobs of which one of the two runs is ended at any of its steps outside: they finish, or their day ends them."""
 from process import wait_until
-from steps import KILLED_PLUGIN, KILLED_SERVICE, TERMINATED_PLUGIN, StepTest
+from steps import FAILED_TOLD, INSTALLED_TOLD, KILLED_PLUGIN, KILLED_SERVICE, TERMINATED_PLUGIN, StepTest
 from world import FAILURE, INSTALLED, NOTHING_TO_DO, WAITING, WEB_ADDRESS
 
-INSTALLED_TOLD = [("ambrin_success", "anna"), ("ambrin_success", "root")]  # in the order in which they are told
-FAILED_TOLD = [("ambrin_failed_user", "anna"), ("ambrin_failed_admin", "root")]
 STOPPED_TOLD = [("ambrin_pause", "anna"), ("ambrin_pause", "root"), *FAILED_TOLD]
 
 

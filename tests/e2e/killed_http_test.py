@@ -1,11 +1,7 @@
 """http-01 runs that are ended at any of their steps outside: the next runs finish the job, and nothing stays behind."""
 from process import wait_until
-from steps import KILLED_PLUGIN, KILLED_SERVICE, TERMINATED_PLUGIN, StepTest
+from steps import FAILED_TOLD, INSTALLED_TOLD, KILLED_PLUGIN, KILLED_SERVICE, TERMINATED_PLUGIN, StepTest
 from world import FAILURE, INSTALLED, NOTHING_TO_DO, WEB_ADDRESS
-
-OWNERS = ("anna", "root")  # in the order in which they are told
-INSTALLED_TOLD = [("ambrin_success", owner) for owner in OWNERS]
-FAILED_TOLD = [("ambrin_failed_user", "anna"), ("ambrin_failed_admin", "root")]
 
 
 class KilledHttp(StepTest):

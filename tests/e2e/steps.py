@@ -8,9 +8,13 @@ import sqlite3
 from ca import openssl, read
 from fixture import SharedWorldTest
 from process import LONG, Background, wait_until
-from world import FAILURE, INSTALLED, NOTHING_TO_DO
+from world import INSTALLED, NOTHING_TO_DO
 
 PLUGIN, SERVICE = "plug-in", "service"
+
+# Notifications and whom they go to, in the order in which they are sent.
+INSTALLED_TOLD = [("ambrin_success", "anna"), ("ambrin_success", "root")]
+FAILED_TOLD = [("ambrin_failed_user", "anna"), ("ambrin_failed_admin", "root")]
 
 
 @dataclasses.dataclass(frozen=True)
