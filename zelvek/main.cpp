@@ -1,3 +1,3 @@
-#include "zelvek/cli.h"
+#include "zelvek/cli/cli.h"
 
 int main(int argc, char** argv) { return zelvek::cli::Main(argc, argv); }

@@ -1,5 +1,5 @@
 // Certificates and key in any arrangement: sorted into the one chain, or refused for the right reason.
-#include "zelvek/certificate_chain.h"
+#include "zelvek/certificates/chain.h"
 
 #include <array>
 

@@ -6,7 +6,7 @@
 #include "double/vek_double.h"
 #include "support/plain.h"
 #include "support/target.h"
-#include "zelvek/history.h"
+#include "zelvek/jobs/history.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 #include "support/plain.h"
 #include "support/target.h"
 #include "vek/str.h"
-#include "zelvek/pem.h"
+#include "zelvek/certificates/pem.h"
 
 namespace {
 

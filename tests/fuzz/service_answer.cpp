@@ -6,8 +6,8 @@
 #include "support/target.h"
 #include "vek/client.h"
 #include "vek/err.h"
-#include "zelvek/names.h"
-#include "zelvek/xml_answer.h"
+#include "zelvek/base/names.h"
+#include "zelvek/panel/answer.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include "support/plain.h"
 #include "support/target.h"
 #include "vek/err.h"
-#include "zelvek/dns.h"
-#include "zelvek/dns_record.h"
+#include "zelvek/publishing/dns_backend.h"
+#include "zelvek/publishing/dns_record.h"
 
 namespace {
 

@@ -5,8 +5,8 @@
 #include "support/plain.h"
 #include "support/target.h"
 #include "vek/client.h"
-#include "zelvek/answers.h"
-#include "zelvek/form.h"
+#include "zelvek/base/form.h"
+#include "zelvek/publishing/answers.h"
 
 namespace {
 

@@ -6,9 +6,9 @@
 #include "support/target.h"
 #include "vek/err.h"
 #include "vek/str.h"
-#include "zelvek/dns_record.h"
-#include "zelvek/names.h"
-#include "zelvek/printable.h"
+#include "zelvek/base/names.h"
+#include "zelvek/base/text.h"
+#include "zelvek/publishing/dns_record.h"
 
 namespace {
 

@@ -11,10 +11,10 @@
 #include "support/target.h"
 #include "vek/client.h"
 #include "vek/err.h"
-#include "zelvek/answers.h"
-#include "zelvek/dns_record.h"
-#include "zelvek/functions.h"
-#include "zelvek/store_job.h"
+#include "zelvek/panel/functions.h"
+#include "zelvek/publishing/answers.h"
+#include "zelvek/publishing/dns_record.h"
+#include "zelvek/store/jobs.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 
 #include "support/plain.h"
 #include "support/target.h"
-#include "zelvek/cli_follow.h"
-#include "zelvek/cli_table.h"
+#include "zelvek/cli/log_follower.h"
+#include "zelvek/cli/table.h"
 
 namespace {
 

@@ -21,8 +21,8 @@ GOOD = {
     "libvek/include/vek/xml.h": "// #include <pugixml.hpp>\n#include <memory>\n",
     "libvek/src/xml.cpp": '#include <pugixml.hpp>\n#include "vek/xml.h"\n#include "socket.h"\n',
     "libvek/src/socket.h": "#include <sys/socket.h>\n",
-    "zelvek/main.cpp": '#include <microhttpd.h>\n#include <socket.h>\n#include "store.h"\n#include "vek/client.h"\n',
-    "zelvek/store.h": "#include <vector>\n",
+    "zelvek/main.cpp": '#include <microhttpd.h>\n#include <socket.h>\n#include "zelvek/store/store.h"\n#include "vek/client.h"\n',
+    "zelvek/store/store.h": "#include <vector>\n",
 }
 
 PLANTED = [
@@ -40,7 +40,7 @@ PLANTED = [
     ("plugins_int_build/ambrin/flow/order.h", "#include <json/value.h>", "the program includes"),
     ("plugins_int_build/ambrin/flow/order.h", "  #  include <unistd.h>", "the program includes"),
     ("plugins_int_build/ambrin/flow/order.h", '#include "socket.h"', "the program includes"),
-    ("plugins_int_build/ambrin/flow/order.h", '#include "zelvek/store.h"', "the program includes"),
+    ("plugins_int_build/ambrin/flow/order.h", '#include "zelvek/store/store.h"', "the program includes"),
     ("plugins_int_build/ambrin/flow/order.h", "#include HEADER", "a macro names"),
     ("plugins_int_build/ambrin/flow/order.h", '#include "gone.h"', "no such file"),
     ("plugins_int_build/ambrin/utils.h", "#include <string>", "has no place"),

@@ -3,7 +3,7 @@
 #include <SQLiteCpp/Statement.h>
 
 #include "service.h"
-#include "zelvek/store_migrations.h"
+#include "zelvek/store/migrations.h"
 
 namespace zelvek::testing {
 

@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "integration/zelvek_parts/name_server.h"
-#include "zelvek/dns.h"
+#include "zelvek/publishing/dns_backend.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "zelvek/install.h"
+#include "zelvek/certificates/install.h"
 
 #include <gmock/gmock.h>
 #include <sys/resource.h>

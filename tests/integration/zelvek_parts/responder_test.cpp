@@ -1,4 +1,4 @@
-#include "zelvek/responder.h"
+#include "zelvek/publishing/responder.h"
 
 #include <arpa/inet.h>
 #include <gmock/gmock.h>
@@ -10,7 +10,7 @@
 #include <csignal>
 
 #include "unit/zelvek_parts/support.h"
-#include "zelvek/answers.h"
+#include "zelvek/publishing/answers.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "zelvek/cli_follow.h"
+#include "zelvek/cli/log_follower.h"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

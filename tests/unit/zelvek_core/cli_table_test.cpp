@@ -1,4 +1,4 @@
-#include "zelvek/cli_table.h"
+#include "zelvek/cli/table.h"
 
 #include <gtest/gtest.h>
 

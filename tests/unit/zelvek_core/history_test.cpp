@@ -1,4 +1,4 @@
-#include "zelvek/history.h"
+#include "zelvek/jobs/history.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "zelvek/names.h"
+#include "zelvek/base/names.h"
 
 #include <gtest/gtest.h>
 

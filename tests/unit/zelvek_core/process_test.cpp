@@ -1,4 +1,4 @@
-#include "zelvek/process.h"
+#include "zelvek/base/process.h"
 
 #include <gtest/gtest.h>
 #include <sys/prctl.h>

@@ -1,4 +1,4 @@
-#include "zelvek/scheduler.h"
+#include "zelvek/jobs/scheduler.h"
 
 #include <gtest/gtest.h>
 

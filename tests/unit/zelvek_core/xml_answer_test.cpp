@@ -1,4 +1,4 @@
-#include "zelvek/xml_answer.h"
+#include "zelvek/panel/answer.h"
 
 #include <gtest/gtest.h>
 

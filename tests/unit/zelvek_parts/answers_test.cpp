@@ -1,4 +1,4 @@
-#include "zelvek/answers.h"
+#include "zelvek/publishing/answers.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "zelvek/openssl.h"
+#include "zelvek/certificates/openssl.h"
 
 namespace parts {
 

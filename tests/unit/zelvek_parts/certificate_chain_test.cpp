@@ -1,4 +1,4 @@
-#include "zelvek/certificate_chain.h"
+#include "zelvek/certificates/chain.h"
 
 #include <gmock/gmock.h>
 #include <openssl/pem.h>
@@ -7,7 +7,7 @@
 
 #include "unit/zelvek_parts/authority.h"
 #include "unit/zelvek_parts/support.h"
-#include "zelvek/pem.h"
+#include "zelvek/certificates/pem.h"
 
 namespace {
 

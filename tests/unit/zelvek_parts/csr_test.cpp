@@ -1,4 +1,4 @@
-#include "zelvek/csr.h"
+#include "zelvek/certificates/request.h"
 
 #include <gmock/gmock.h>
 #include <openssl/pem.h>
@@ -6,7 +6,7 @@
 #include <functional>
 
 #include "unit/zelvek_parts/support.h"
-#include "zelvek/openssl.h"
+#include "zelvek/certificates/openssl.h"
 
 namespace {
 

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "unit/zelvek_parts/support.h"
-#include "zelvek/dns.h"
+#include "zelvek/publishing/dns_backend.h"
 
 namespace {
 

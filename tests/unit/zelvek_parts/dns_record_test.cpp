@@ -1,4 +1,4 @@
-#include "zelvek/dns_record.h"
+#include "zelvek/publishing/dns_record.h"
 
 #include <gmock/gmock.h>
 

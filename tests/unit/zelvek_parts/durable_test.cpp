@@ -1,4 +1,4 @@
-#include "zelvek/durable.h"
+#include "zelvek/base/durable.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "zelvek/form.h"
+#include "zelvek/base/form.h"
 
 #include <gmock/gmock.h>
 

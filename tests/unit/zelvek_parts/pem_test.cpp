@@ -1,4 +1,4 @@
-#include "zelvek/pem.h"
+#include "zelvek/certificates/pem.h"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "zelvek/printable.h"
+#include "zelvek/base/text.h"
 
 #include <gmock/gmock.h>
 

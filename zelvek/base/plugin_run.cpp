@@ -1,0 +1,86 @@
+#include "zelvek/base/plugin_run.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+#include <utility>
+
+namespace zelvek {
+
+namespace {
+
+int Spawn(const std::filesystem::path& plugin, int job, pid_t& pid) {
+    posix_spawn_file_actions_t files;
+    posix_spawn_file_actions_init(&files);
+    posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
+
+    // The service's own way with signals is not the plug-in's.
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t signals;
+    sigfillset(&signals);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&attributes, &signals);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK);
+
+    std::string name = plugin.string();
+    std::string id = std::to_string(job);
+    char* const arguments[] = {name.data(), id.data(), nullptr};
+    const int error = posix_spawn(&pid, plugin.c_str(), &files, &attributes, arguments, environ);
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&files);
+    return error;
+}
+
+}  // namespace
+
+PluginRun::PluginRun(const std::filesystem::path& plugin, int job) {
+    if (const int error = Spawn(plugin, job, pid_); error != 0) {
+        throw std::runtime_error("starting " + plugin.string() + ": " +
+                                 std::generic_category().message(error));
+    }
+    // glibc 2.36 declares pidfd_open for C alone.
+    ending_ = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
+}
+
+PluginRun::PluginRun(PluginRun&& other) noexcept
+    : pid_(std::exchange(other.pid_, -1)),
+      ending_(std::exchange(other.ending_, -1)),
+      status_(other.status_) {}
+
+PluginRun::~PluginRun() {
+    if (pid_ > 0 && !status_) {
+        ::kill(pid_, SIGKILL);
+        ::waitpid(pid_, nullptr, 0);
+    }
+    if (ending_ >= 0) ::close(ending_);
+}
+
+std::optional<int> PluginRun::Status() {
+    if (status_) return status_;
+    int status = 0;
+    const pid_t ended = ::waitpid(pid_, &status, WNOHANG);
+    if (ended == 0 || (ended < 0 && errno == EINTR)) return std::nullopt;
+    if (ended < 0) {
+        status_ = 255;  // reaped by somebody else
+    } else {
+        status_ = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
+    }
+    return status_;
+}
+
+void PluginRun::Terminate() const {
+    if (!status_) ::kill(pid_, SIGTERM);
+}
+
+}  // namespace zelvek

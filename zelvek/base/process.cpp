@@ -1,0 +1,29 @@
+#include "zelvek/base/process.h"
+
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+namespace zelvek {
+
+std::optional<Process> FindProcess(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    const std::string stat{std::istreambuf_iterator<char>(file), {}};
+    // The program's name, the second field, may hold blanks and parentheses itself: the last one ends it.
+    const auto name_end = stat.rfind(')');
+    if (name_end == std::string::npos) return std::nullopt;
+
+    std::istringstream fields(stat.substr(name_end + 1));
+    std::string state;
+    std::string skipped;
+    fields >> state;
+    for (int field = 4; field < 22; ++field) fields >> skipped;
+    Process process{pid, 0};
+    if (!(fields >> process.start) || state == "Z" || state == "X") return std::nullopt;
+    return process;
+}
+
+bool Alive(const Process& process) { return FindProcess(process.pid) == process; }
+
+}  // namespace zelvek

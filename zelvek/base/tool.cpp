@@ -1,0 +1,24 @@
+#include "zelvek/base/tool.h"
+
+#include <csignal>
+
+#include "vek/err.h"
+#include "vek/proc.h"
+
+namespace zelvek {
+
+ToolRun RunTool(const std::string& command, const std::string& input, std::chrono::seconds limit) try {
+    const auto start = std::chrono::steady_clock::now();
+    // On a line of its own, so that it holds for a list or a pipeline, and for the shell's own complaints.
+    vek_proc::Execute tool("exec 2>&1\n" + command,
+                           vek_proc::kPipeIn | vek_proc::kPipeOut | vek_proc::kOwnSession);
+    tool.LimitTime(limit);
+    tool.In() << input;
+    const int status = tool.Result();
+    const bool late = std::chrono::steady_clock::now() - start >= limit;
+    return {status, late && status == 128 + SIGKILL, tool.Str()};
+} catch (const vek_err::Error& error) {
+    return {127, false, error.what()};
+}
+
+}  // namespace zelvek

@@ -1,0 +1,99 @@
+#include "zelvek/certificates/chain.h"
+
+#include <algorithm>
+#include <vector>
+
+#include "vek/err.h"
+#include "zelvek/base/text.h"
+#include "zelvek/certificates/openssl.h"
+#include "zelvek/certificates/pem.h"
+
+namespace zelvek {
+namespace {
+
+using Certificates = std::vector<openssl::Certificate>;
+
+// Real chains have up to five. Each certificate is tried against every other, so their number needs an end.
+constexpr std::size_t kMostCertificates = 50;
+
+vek_err::Error BadKey(const std::string& text) { return vek_err::Error::Reported("badkey", text); }
+vek_err::Error BadChain(const std::string& text) { return vek_err::Error::Reported("badchain", text); }
+
+openssl::Key ReadKey(const std::string& pem) {
+    const auto blocks = ReadPem(pem);
+    if (!blocks || blocks->size() != 1) throw BadKey("the key is not exactly one unencrypted PEM block");
+    const PemBlock& block = blocks->front();
+    if (block.label != "PRIVATE KEY" && block.label != "RSA PRIVATE KEY" && block.label != "EC PRIVATE KEY") {
+        throw BadKey("the key's PEM block is no unencrypted private key");
+    }
+    const auto* bytes = reinterpret_cast<const unsigned char*>(block.der.data());
+    const unsigned char* const end = bytes + block.der.size();
+    openssl::Key key(d2i_AutoPrivateKey(nullptr, &bytes, static_cast<long>(block.der.size())));
+    if (!key || bytes != end) throw BadKey("the key cannot be read: " + openssl::Reason());
+    return key;
+}
+
+openssl::Certificate ReadCertificate(const PemBlock& block) {
+    if (block.label != "CERTIFICATE") throw BadChain("a block that is no certificate stands among them");
+    const auto* bytes = reinterpret_cast<const unsigned char*>(block.der.data());
+    const unsigned char* const end = bytes + block.der.size();
+    openssl::Certificate certificate(d2i_X509(nullptr, &bytes, static_cast<long>(block.der.size())));
+    if (!certificate || bytes != end) throw BadChain("a certificate cannot be read: " + openssl::Reason());
+    return certificate;
+}
+
+/// The certificates in the order given, each once.
+Certificates ReadCertificates(const std::string& pem) {
+    const auto blocks = ReadPem(pem);
+    if (!blocks) throw BadChain("something that is no certificate stands among the certificates");
+    if (blocks->empty()) throw BadChain("there is no certificate");
+    if (blocks->size() > kMostCertificates) throw BadChain("there are too many certificates");
+    Certificates certificates;
+    for (auto block = blocks->begin(); block != blocks->end(); ++block) {
+        const bool duplicate = std::any_of(
+            blocks->begin(), block, [&](const PemBlock& earlier) { return earlier.der == block->der; });
+        if (!duplicate) certificates.push_back(ReadCertificate(*block));
+    }
+    return certificates;
+}
+
+bool Issued(const openssl::Certificate& issuer, const openssl::Certificate& subject) {
+    const bool issued = X509_check_issued(issuer.get(), subject.get()) == X509_V_OK &&
+                        X509_verify(subject.get(), X509_get0_pubkey(issuer.get())) == 1;
+    ERR_clear_error();
+    return issued;
+}
+
+/// The leaf, then whatever issued it, then whatever issued those: of a cross-signed authority all forms stay.
+Certificates Order(Certificates rest, EVP_PKEY* key) {
+    const auto own = std::find_if(rest.begin(), rest.end(), [&](const openssl::Certificate& certificate) {
+        return X509_check_private_key(certificate.get(), key) == 1;
+    });
+    ERR_clear_error();
+    if (own == rest.end()) throw BadKey("key and certificate do not belong together");
+    Certificates chain;
+    chain.push_back(std::move(*own));
+    rest.erase(own);
+    for (std::size_t i = 0; i < chain.size(); ++i) {
+        const auto issuers = std::stable_partition(
+            rest.begin(), rest.end(),
+            [&](const openssl::Certificate& other) { return !Issued(other, chain[i]); });
+        std::move(issuers, rest.end(), std::back_inserter(chain));
+        rest.erase(issuers, rest.end());
+    }
+    if (rest.empty()) return chain;
+    throw BadChain("the certificate of " + Printable(openssl::Subject(rest.front())) +
+                   " does not belong to the chain");
+}
+
+}  // namespace
+
+CertificateChain SortChain(const std::string& certificates, const std::string& key) {
+    const openssl::Key private_key = ReadKey(key);
+    const Certificates ordered = Order(ReadCertificates(certificates), private_key.get());
+    CertificateChain chain{openssl::Pem(ordered.front()), "", openssl::Pem(private_key)};
+    for (std::size_t i = 1; i < ordered.size(); ++i) chain.others += openssl::Pem(ordered[i]);
+    return chain;
+}
+
+}  // namespace zelvek

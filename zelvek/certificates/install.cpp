@@ -1,0 +1,189 @@
+#include "zelvek/certificates/install.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <vector>
+
+#include "vek/err.h"
+#include "vek/str.h"
+#include "zelvek/base/durable.h"
+#include "zelvek/base/text.h"
+#include "zelvek/certificates/chain.h"
+#include "zelvek/certificates/reload.h"
+
+namespace zelvek::install {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t kLongestName = 230;  // leaves room for what a staging folder's name adds
+constexpr std::size_t kMarkBytes = 4;      // of a staging folder's name, random, written as 8 digits
+constexpr const char* kLinkSuffix = ".link";
+
+/// A text that is to be one folder's name and nothing else. A leading dot belongs to the staging folders.
+/// Control characters, which `Printable` replaces, would make logs and listings lie.
+std::string FolderName(const std::string& what, const std::string& name) {
+    const bool plain = name.find('/') == std::string::npos && Printable(name) == name;
+    if (name.empty() || name.front() == '.' || name.size() > kLongestName || !plain) {
+        throw vek_err::Error::Reported("value",
+                                       what + " \"" + Printable(name) + "\" cannot be a folder's name");
+    }
+    return name;
+}
+
+std::string CertificateFolder(const std::string& certname) {
+    std::string ascii;
+    try {
+        ascii = str::puny::Encode(certname);
+    } catch (const vek_err::Error& error) {
+        throw vek_err::Error::Reported("value", Printable(error.what()));
+    }
+    // A "*" in a path would be a trap for every script that forgets its quotes.
+    if (ascii.starts_with("*.")) ascii.replace(0, 1, "_wildcard");
+    return FolderName("the certificate's name", ascii);
+}
+
+/// Makes the folder if it is missing; its parent has to be there.
+void EnsureFolder(const fs::path& folder) {
+    if (mkdir(folder.c_str(), 0755) != 0) {
+        if (errno == EEXIST) return;
+        durable::Fail("make the folder", folder);
+    }
+    if (chmod(folder.c_str(), 0755) != 0) durable::Fail("set the mode of", folder);
+    durable::SyncFolder(fs::absolute(folder).parent_path());
+}
+
+/// Keeps other installations of the same user out, in this process and any other, as long as it lives.
+class Lock {
+public:
+    explicit Lock(const fs::path& folder) : folder_(folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW) {
+        while (flock(folder_.get(), LOCK_EX) != 0) {
+            if (errno != EINTR) durable::Fail("lock", folder);
+        }
+    }
+
+private:
+    durable::Descriptor folder_;
+};
+
+/// A folder beside the others of its certificate, `.<certname>.<8 digits>`, and the link that is to be
+/// renamed; both are removed again unless the link was put in place.
+class Staging {
+public:
+    Staging(const fs::path& parent, const std::string& name)
+        : folder_(parent / ("." + name + "." + str::hex::Encode(str::Random(kMarkBytes)))),
+          link_(folder_.string() + kLinkSuffix) {
+        if (mkdir(folder_.c_str(), 0700) != 0) durable::Fail("make the folder", folder_);
+    }
+
+    ~Staging() {
+        std::error_code ignored;  // what stays is removed by the next installation
+        if (!in_place_) fs::remove_all(folder_, ignored);
+        if (!in_place_) fs::remove(link_, ignored);
+    }
+
+    Staging(const Staging&) = delete;
+    Staging& operator=(const Staging&) = delete;
+
+    void Fill(const CertificateChain& chain) const {
+        durable::WriteNew(folder_ / "privkey.pem", chain.key, 0600);
+        durable::WriteNew(folder_ / "cert.pem", chain.leaf, 0644);
+        durable::WriteNew(folder_ / "chain.pem", chain.others, 0644);
+        durable::WriteNew(folder_ / "fullchain.pem", chain.leaf + chain.others, 0644);
+        if (chmod(folder_.c_str(), 0755) != 0) durable::Fail("set the mode of", folder_);
+        durable::SyncFolder(folder_);
+    }
+
+    /// The link points to the folder by its name alone, so that the whole tree can be moved.
+    void PutInPlace(const fs::path& place) {
+        if (symlink(folder_.filename().c_str(), link_.c_str()) != 0) durable::Fail("make the link", link_);
+        if (rename(link_.c_str(), place.c_str()) != 0) durable::Fail("replace", place);
+        in_place_ = true;
+        durable::SyncFolder(place.parent_path());
+    }
+
+    std::string Name() const { return folder_.filename(); }
+
+private:
+    fs::path folder_;
+    fs::path link_;
+    bool in_place_ = false;
+};
+
+/// Whether an entry is a staging folder, or its link, of just this certificate: ".a.b.0123abcd" is none of
+/// "a".
+bool IsStagingOf(const std::string& certificate, const std::string& entry) {
+    const std::string prefix = "." + certificate + ".";
+    if (!entry.starts_with(prefix)) return false;
+    const std::string mark = entry.substr(prefix.size(), 2 * kMarkBytes);
+    const std::string rest = entry.substr(prefix.size() + mark.size());
+    return mark.size() == 2 * kMarkBytes && mark.find_first_not_of("0123456789abcdef") == std::string::npos &&
+           (rest.empty() || rest == kLinkSuffix);
+}
+
+/// Removes what earlier installations and killed runs left. What cannot be removed now is met again next
+/// time.
+void RemoveLeftovers(const fs::path& parent, const std::string& name, const std::string& current,
+                     const std::string& previous) {
+    std::error_code ignored;
+    std::vector<fs::path> leftovers;
+    for (fs::directory_iterator entry(parent, ignored); entry != end(entry); entry.increment(ignored)) {
+        const std::string file = entry->path().filename();
+        const bool in_use = file == current || file == previous;
+        if (!in_use && IsStagingOf(name, file)) leftovers.push_back(entry->path());
+    }
+    for (const fs::path& leftover : leftovers) fs::remove_all(leftover, ignored);
+}
+
+/// Where the link in place points to; empty where there is none yet. Anything else there is not ours to
+/// replace.
+std::string PreviousFolder(const fs::path& place) {
+    std::error_code error;
+    const fs::file_status status = fs::symlink_status(place, error);
+    if (status.type() == fs::file_type::not_found) return "";
+    if (status.type() != fs::file_type::symlink) {
+        throw vek_err::Error::Reported("io", place.string() + " is in the way: it is no symbolic link");
+    }
+    return fs::read_symlink(place, error).string();
+}
+
+void PutInPlace(const fs::path& parent, const std::string& name, const CertificateChain& chain) {
+    const Lock lock(parent);
+    const std::string previous = PreviousFolder(parent / name);
+    Staging staging(parent, name);
+    staging.Fill(chain);
+    staging.PutInPlace(parent / name);
+    // Who is still reading the previous files may go on with it.
+    RemoveLeftovers(parent, name, staging.Name(), previous);
+}
+
+void InstallOrFail(const Settings& settings, const Request& request) {
+    const std::string user = FolderName("the user's name", request.user);
+    const std::string name = CertificateFolder(request.certname);
+    const CertificateChain chain = SortChain(request.certificates, request.key);
+
+    EnsureFolder(settings.directory);
+    EnsureFolder(settings.directory / user);
+    PutInPlace(settings.directory / user, name, chain);
+
+    if (settings.reload_command.empty()) return;
+    const std::string directory = fs::absolute(settings.directory / user / name);
+    RunReload(settings.reload_command, settings.reload_limit, {directory, request.certname, user, chain.key});
+}
+
+}  // namespace
+
+void Install(const Settings& settings, const Request& request) {
+    try {
+        InstallOrFail(settings, request);
+    } catch (const vek_err::Error& error) {
+        throw vek_err::Error::Reported(error.type(), "installing the certificate of " +
+                                                         Printable(request.certname) + ": " + error.what());
+    }
+}
+
+}  // namespace zelvek::install

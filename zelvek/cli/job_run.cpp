@@ -1,0 +1,114 @@
+// `job run`: the plug-in as a child of this process, its progress, and what came of it.
+#include <json/json.h>
+#include <poll.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdlib>
+#include <iostream>
+
+#include "vek/str.h"
+#include "zelvek/base/plugin_run.h"
+#include "zelvek/cli/cli.h"
+#include "zelvek/cli/job.h"
+#include "zelvek/cli/log_follower.h"
+#include "zelvek/cli/table.h"
+
+namespace zelvek::cli {
+
+namespace {
+
+constexpr int kLookMilliseconds = 100;
+
+std::atomic<bool> end_asked{false};
+
+/// Ctrl-C and SIGTERM end the plug-in in order, and this process after it.
+void PassSignalsOn() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { end_asked = true; };
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+}
+
+std::filesystem::path LogFile() {
+    const char* directory = std::getenv("VEK_LOG_DIR");
+    const bool set = directory != nullptr && *directory != '\0';
+    return std::filesystem::path(set ? directory : "/var/log/vek") / "ambrin.log";
+}
+
+/// Progress is for people: log lines hold any text, terminal sequences too.
+void Show(const std::string& lines) {
+    std::string rest = lines;
+    while (!rest.empty()) std::cout << Plain(str::GetWord(rest, '\n')) << "\n";
+    std::cout << std::flush;
+}
+
+/// Waits for the run's end; returns its exit status.
+int Follow(PluginRun& run, LogFollower log, bool silent) {
+    bool asked = false;
+    for (;;) {
+        const auto status = run.Status();
+        if (!silent) Show(log.Next(run.pid()));
+        if (status) return *status;
+        if (end_asked && !asked) run.Terminate();
+        asked = end_asked;
+        pollfd ending{run.ending(), POLLIN, 0};
+        ::poll(&ending, 1, kLookMilliseconds);
+    }
+}
+
+struct Outcome {
+    Status status;
+    std::string word;
+    std::string text;
+};
+
+Outcome Judge(int exit_status, bool verified_before, const vek_xml::Node& job) {
+    if (exit_status != 0) {
+        return {kFailure, "failed", "the run failed (exit status " + std::to_string(exit_status) + ")"};
+    }
+    if (verified_before)
+        return {kNothingToDo, "nothing", "nothing to do: the certificate is installed already"};
+    if (job.Value("verified") == "on") return {kSuccess, "installed", "the certificate is installed"};
+    if (job.Value("failed") == "on") return {kFailure, "failed", "the job has failed for good"};
+    const std::string next = job.Value("next_attempt");
+    return {kWaiting, "waiting", "waiting" + (next.empty() ? "" : ", next attempt " + next + " UTC")};
+}
+
+void Print(const vek_client::Result& shown, std::size_t events_before, const Outcome& outcome,
+           int exit_status) {
+    const auto job = shown.xml().GetNode("/doc");
+    std::cout << EventTable(shown, events_before) << "\n"
+              << Table({"JOB", job.Value("id")}, {{"certificate", job.Value("certname")},
+                                                  {"outcome", outcome.text},
+                                                  {"state", StateOf(job)},
+                                                  {"attempts", job.Value("attempt_count")},
+                                                  {"exit status", std::to_string(exit_status)}});
+}
+
+}  // namespace
+
+int RunJob(int id, const std::filesystem::path& plugin, const Output& output) {
+    const auto before = AskForJob(id);
+    const bool verified_before = before.value("verified") == "on";
+    // The service starts no run of its own as long as this process holds the job.
+    Ask("zelvek.job.claim", {{"elid", str::Str(id)}});
+    PassSignalsOn();
+    LogFollower log(LogFile(), LogFollower::EndOf(LogFile()));
+    PluginRun run(plugin, id);
+    const int exit_status = Follow(run, std::move(log), output.json || output.quiet);
+
+    const auto after = AskForJob(id);
+    const Outcome outcome = Judge(exit_status, verified_before, after.xml().GetNode("/doc"));
+    if (!output.json) {
+        Print(after, EventCount(before), outcome, exit_status);
+        return outcome.status;
+    }
+    Json::Value json = JobJson(after);
+    json["outcome"] = outcome.word;
+    json["exit_status"] = exit_status;
+    PrintJson(json);
+    return outcome.status;
+}
+
+}  // namespace zelvek::cli

@@ -1,0 +1,63 @@
+#include "zelvek/cli/table.h"
+
+#include <json/json.h>
+
+#include <algorithm>
+#include <iostream>
+
+namespace zelvek::cli {
+
+namespace {
+
+constexpr std::size_t kGap = 2;
+
+/// How many columns of a terminal a text takes: characters, not bytes.
+std::size_t Width(const std::string& text) {
+    return static_cast<std::size_t>(std::count_if(
+        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U; }));
+}
+
+void AddRow(std::string& table, const std::vector<std::string>& cells,
+            const std::vector<std::size_t>& widths) {
+    std::string line;
+    for (std::size_t i = 0; i < cells.size(); ++i) {
+        const std::string cell = Plain(cells[i]);
+        line += cell;
+        if (i + 1 < cells.size()) line.append(widths[i] - Width(cell) + kGap, ' ');
+    }
+    line.erase(line.find_last_not_of(' ') + 1);
+    table += line + "\n";
+}
+
+}  // namespace
+
+std::string Table(const std::vector<std::string>& headings,
+                  const std::vector<std::vector<std::string>>& rows) {
+    std::vector<std::size_t> widths;
+    widths.reserve(headings.size());
+    for (const auto& heading : headings) widths.push_back(Width(heading));
+    for (const auto& row : rows) {
+        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Width(Plain(row[i])));
+    }
+    std::string table;
+    AddRow(table, headings, widths);
+    for (const auto& row : rows) AddRow(table, row, widths);
+    return table;
+}
+
+std::string Plain(const std::string& text) {
+    std::string plain = text;
+    std::replace_if(
+        plain.begin(), plain.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; },
+        ' ');
+    return plain;
+}
+
+void PrintJson(const Json::Value& value) {
+    Json::StreamWriterBuilder builder;
+    builder["indentation"] = "";
+    builder["emitUTF8"] = true;
+    std::cout << Json::writeString(builder, value) << std::endl;
+}
+
+}  // namespace zelvek::cli

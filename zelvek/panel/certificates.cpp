@@ -1,0 +1,68 @@
+// Requests with their keys, and the installation of what came of them.
+#include "vek/date.h"
+#include "vek/str.h"
+#include "zelvek/base/error.h"
+#include "zelvek/base/names.h"
+#include "zelvek/certificates/install.h"
+#include "zelvek/certificates/request.h"
+#include "zelvek/panel/functions.h"
+#include "zelvek/store/panel.h"
+
+namespace zelvek {
+
+namespace {
+
+std::string AsciiCertname(const std::string& certname) {
+    names::CheckCertname(certname);
+    return str::puny::Encode(certname);
+}
+
+void MakeAndKeep(Services& services, const Query& query) {
+    const std::string name = AsciiCertname(query.parameters.Get("certname_ascii"));
+    names::CheckUser(query.parameters.Get("su"));
+    const auto domains = str::Split(query.parameters.Get("domain"), " ");
+    for (const std::string& domain : domains) names::CheckDomain(domain, true);
+    // A key takes a while: made before the store is locked.
+    const Csr csr = MakeCsr(domains, query.parameters);
+
+    Transaction transaction(services.store);
+    csrs::Put(transaction.database(), name, query.caller, {csr.request, csr.key},
+              vek_date::DateTime().AsDateTime());
+    transaction.Commit();
+}
+
+void Give(Services& services, const Query& query, XmlAnswer& answer) {
+    const std::string& name = query.parameters.Get("elid");
+    Transaction transaction(services.store);
+    const auto csr = csrs::Find(transaction.database(), name, query.caller);
+    if (!csr) throw Refusal("missed", "sslcert.csr", name, "there is no request named \"" + name + "\"");
+    answer.Doc().Value("csr_req", csr->request).Value("csr_pk", csr->key);
+}
+
+}  // namespace
+
+void functions::EditCsr(Services& services, const Query& query, XmlAnswer& answer) {
+    query.parameters.Has("domain") ? MakeAndKeep(services, query) : Give(services, query, answer);
+}
+
+void functions::DeleteCsr(Services& services, const Query& query, XmlAnswer&) {
+    Transaction transaction(services.store);
+    csrs::Remove(transaction.database(), query.parameters.Get("elid"), query.caller);
+    transaction.Commit();
+}
+
+void functions::InstallCertificate(Services& services, const Query& query, XmlAnswer&) {
+    const std::string& user = query.parameters.Get("user");
+    std::string certname = query.parameters.Get("elid");
+    const std::string owner = str::GetWord(certname, "%#%");
+    names::CheckUser(user);
+    if (owner != user) {
+        throw Refusal("value", "elid", owner,
+                      "the certificate belongs to \"" + owner + "\", not to \"" + user + "\"");
+    }
+    install::Install(services.install, {user, AsciiCertname(certname),
+                                        query.parameters.Get("crt") + "\n" + query.parameters.Get("cacrt"),
+                                        query.parameters.Get("key")});
+}
+
+}  // namespace zelvek

@@ -1,0 +1,118 @@
+// A user's domains, and TXT records in their zones.
+#include <set>
+
+#include "zelvek/base/error.h"
+#include "zelvek/base/names.h"
+#include "zelvek/panel/functions.h"
+#include "zelvek/store/panel.h"
+
+namespace zelvek {
+
+namespace {
+
+constexpr std::size_t kMaxTxt = 255;  // bytes, one character-string (RFC 1035 section 3.3)
+
+std::string CanonicalName(const std::string& key, const std::string& name) {
+    try {
+        return names::Canonical(name);
+    } catch (const vek_err::Error& error) {
+        throw Refusal("value", key, name, error.what());
+    }
+}
+
+struct Record {
+    std::string user, name, value;
+};
+
+Record Checked(const std::string& user, const std::string& name, const std::string& value) {
+    names::CheckUser(user);
+    Record record{user, CanonicalName("name", name), value};
+    names::CheckDomain(record.name, false);
+    names::CheckText("value", value);
+    if (value.empty() || value.size() > kMaxTxt) {
+        throw Refusal("value", "value", "", "the text of a record has 1 to 255 bytes");
+    }
+    return record;
+}
+
+/// The user's own zone to write the record into: the longest one that holds the name. A program names its
+/// main domain's zone for every record, also for names that another zone of the user holds, or one cut out of
+/// it. Empty when the user has none.
+std::string ChooseZone(Services& services, const Record& record) {
+    std::vector<std::string> zones;
+    Transaction transaction(services.store);
+    for (const auto& domain : domains::Of(transaction.database(), record.user)) {
+        if (services.records != nullptr && services.records->Serves(domain.ascii))
+            zones.push_back(domain.ascii);
+    }
+    const auto holding = names::Holding(zones, record.name);
+    return holding.empty() ? "" : holding.front();
+}
+
+/// Where we have published the record already, else the user's zone for it. Each once, however many jobs have
+/// published there: a job withdraws for itself alone, and only once.
+std::set<std::string> ZonesOf(Services& services, const Record& record) {
+    std::set<std::string> zones;
+    {
+        Transaction transaction(services.store);
+        for (const auto& entry :
+             publications::RecordsOf(transaction.database(), record.user, record.name, record.value)) {
+            zones.insert(entry.thing.zone);
+        }
+    }
+    if (!zones.empty()) return zones;
+    const std::string zone = ChooseZone(services, record);
+    if (!zone.empty()) zones.insert(zone);
+    return zones;
+}
+
+void CheckType(const Query& query) {
+    const std::string& type = query.parameters.Get("rtype");
+    if (type != "txt")
+        throw Refusal("value", "rtype", type, "records of type \"" + type + "\" are not served");
+}
+
+}  // namespace
+
+void functions::ListDomainsOfUser(Services& services, const Query& query, XmlAnswer& answer) {
+    const std::string& user = query.parameters.Get("su");
+    names::CheckUser(user);
+    Transaction transaction(services.store);
+    for (const auto& domain : domains::Of(transaction.database(), user)) {
+        answer.Elem().Value("id", domain.id).Value("name", domain.name);
+    }
+}
+
+void functions::EditRecord(Services& services, const Query& query, XmlAnswer&) {
+    CheckType(query);
+    const Record record =
+        Checked(query.parameters.Get("su"), query.parameters.Get("name"), query.parameters.Get("value"));
+    if (services.records == nullptr) {
+        throw Refusal("dns", "domain.record", record.name,
+                      "no DNS back end is configured, so no record can be made");
+    }
+    const std::string asked = CanonicalName("plid", query.parameters.Get("plid"));
+    const std::string zone = ChooseZone(services, record);
+    if (zone.empty()) {
+        throw Refusal("missed", "domain", asked,
+                      "user " + record.user + " has no zone that holds " + record.name);
+    }
+    services.publications.Publish(query.caller, record.user, {zone, record.name, record.value}, "");
+}
+
+void functions::DeleteRecord(Services& services, const Query& query, XmlAnswer&) {
+    CheckType(query);
+    const std::string key = query.parameters.Get("elid");
+    const std::string separator = " TXT  ";
+    const std::size_t at = key.find(separator);
+    if (at == std::string::npos)
+        throw Refusal("value", "elid", key, "\"" + key + "\" is no key of a TXT record");
+
+    const Record record =
+        Checked(query.parameters.Get("su"), key.substr(0, at), key.substr(at + separator.size()));
+    for (const std::string& zone : ZonesOf(services, record)) {
+        services.publications.Withdraw(query.caller, {zone, record.name, record.value});
+    }
+}
+
+}  // namespace zelvek

@@ -1,0 +1,51 @@
+#include "zelvek/publishing/dns_record.h"
+
+#include <algorithm>
+
+#include "vek/err.h"
+#include "zelvek/base/names.h"
+
+namespace zelvek::dns {
+namespace {
+
+constexpr std::size_t kLongestValue = 255;
+
+bool IsPrintableAscii(char c) { return c >= 0x20 && c <= 0x7e; }
+
+}  // namespace
+
+std::string CheckedName(std::string name) {
+    if (name.ends_with('.')) name.pop_back();
+    names::CheckDomain(name, true);
+    return names::Canonical(name);
+}
+
+bool Record::IsInZone() const { return names::Holds(zone, name); }
+
+Record CheckedRecord(const std::string& zone, const std::string& name, const std::string& value) {
+    if (value.empty() || value.size() > kLongestValue ||
+        !std::all_of(value.begin(), value.end(), IsPrintableAscii)) {
+        throw vek_err::Error::Reported("value",
+                                       "the value of a TXT record has 1 to 255 printable ASCII characters");
+    }
+    return {CheckedName(zone), CheckedName(name), value};
+}
+
+Record CheckedNewRecord(const std::string& zone, const std::string& name, const std::string& value) {
+    Record record = CheckedRecord(zone, name, value);
+    if (!record.IsInZone()) {
+        throw vek_err::Error::Reported("value", record.name + " does not lie in the zone " + record.zone);
+    }
+    return record;
+}
+
+std::string Quoted(const std::string& value) {
+    std::string quoted = "\"";
+    for (const char c : value) {
+        if (c == '"' || c == '\\') quoted += '\\';
+        quoted += c;
+    }
+    return quoted + "\"";
+}
+
+}  // namespace zelvek::dns

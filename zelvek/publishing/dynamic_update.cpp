@@ -1,0 +1,146 @@
+#include <chrono>
+#include <set>
+#include <sstream>
+#include <string_view>
+
+#include "vek/err.h"
+#include "vek/proc.h"
+#include "vek/str.h"
+#include "zelvek/base/text.h"
+#include "zelvek/base/tool.h"
+#include "zelvek/publishing/dns_backends.h"
+#include "zelvek/publishing/dns_record.h"
+#include "zelvek/publishing/tsig_key_file.h"
+
+namespace zelvek::dns {
+namespace {
+
+// The tools have shorter limits of their own; these end a tool that does not keep to them.
+constexpr std::chrono::seconds kQueryLimit{15};
+constexpr std::chrono::seconds kUpdateLimit{30};
+
+/// The response code that dig shows in its line ";; ->>HEADER<<- opcode: QUERY, status: NOERROR, id: 1".
+std::string ResponseCode(const std::string& output) {
+    constexpr std::string_view mark = "status: ";
+    const std::size_t found = output.find(mark);
+    if (found == std::string::npos) return "";
+    const std::size_t begin = found + mark.size();
+    return output.substr(begin, output.find_first_of(",\n", begin) - begin);
+}
+
+struct Answer {
+    bool alias = false;
+    std::set<std::string> values;  // quoted
+};
+
+/// What dig's answer lines ("name ttl IN type data") say of just this name.
+Answer ReadAnswer(const std::string& output, const std::string& name) {
+    Answer answer;
+    for (const std::string& line : str::Split(output, "\n")) {
+        std::istringstream fields(line);
+        std::string owner, ttl, klass, type, data;
+        fields >> owner >> ttl >> klass >> type >> std::ws;
+        std::getline(fields, data);
+        if (str::Lower(owner) != name + ".") continue;
+        if (type == "CNAME") answer.alias = true;
+        if (type == "TXT") answer.values.insert(data);
+    }
+    return answer;
+}
+
+class UpdateClient : public Backend {
+public:
+    explicit UpdateClient(Settings settings) : settings_(std::move(settings)) {
+        for (const std::string& zone : settings_.zones) zones_.insert(CheckedName(zone));
+    }
+
+    bool Serves(const std::string& zone) const override { return zones_.count(zone) != 0; }
+
+    void AddTxt(const std::string& zone, const std::string& name, const std::string& value) override {
+        const Record record = CheckedNewRecord(zone, name, value);
+        const Answer answer = Ask(record);
+        if (answer.values.count(Quoted(value)) != 0) {
+            throw vek_err::Error::Reported("exists",
+                                           "the TXT record of " + record.name + " is there already");
+        }
+        // The server would skip such an addition, and report success (RFC 2136 section 3.4.2.2).
+        if (answer.alias) Fail(record.name + " is an alias (CNAME), beside which no TXT record can stand");
+        Update(record,
+               "update add " + record.name + ". " + str::Str(settings_.ttl) + " IN TXT " + Quoted(value));
+    }
+
+    void RemoveTxt(const std::string& zone, const std::string& name, const std::string& value) override {
+        const Record record = CheckedRecord(zone, name, value);
+        if (!record.IsInZone() || Ask(record).values.count(Quoted(value)) == 0) return;
+        Update(record, "update delete " + record.name + ". IN TXT " + Quoted(value));
+    }
+
+private:
+    [[noreturn]] void Fail(const std::string& reason) const {
+        const bool ipv6 = settings_.server.find(':') != std::string::npos;
+        const std::string host = ipv6 ? "[" + settings_.server + "]" : settings_.server;
+        throw vek_err::Error::Reported("dns",
+                                       "DNS server " + host + ":" + str::Str(settings_.port) + ": " + reason);
+    }
+
+    void RequireServed(const Record& record) const {
+        if (!Serves(record.zone)) Fail("the zone " + record.zone + " is not among those that may be written");
+    }
+
+    /// Asks the server itself. The query is signed as well, so that a server with views answers from the one
+    /// that the update will change.
+    Answer Ask(const Record& record) const {
+        RequireServed(record);
+        CheckTsigKeyFile(settings_.key_file);
+        const std::string command = "dig -r -k " + vek_proc::Escape(settings_.key_file) + " @" +
+                                    settings_.server + " -p " + str::Str(settings_.port) + " -t TXT -q " +
+                                    vek_proc::Escape(record.name + ".") +
+                                    " +tcp +norecurse +time=5 +tries=1 +retry=0 +noall +comments +answer";
+        const ToolRun run = RunTool(command, "", kQueryLimit);
+        if (run.status != 0) Fail(Reason(run));
+        const std::string code = ResponseCode(run.output);
+        if (code == "NOTAUTH") Fail("the key is refused (NOTAUTH)");
+        if (code == "NOERROR" || code == "NXDOMAIN") return ReadAnswer(run.output, record.name);
+        Fail("the query for " + record.name + " is answered with " + code);
+    }
+
+    /// Everything but the key's file goes to nsupdate's standard input.
+    void Update(const Record& record, const std::string& change) const {
+        const std::string commands = "server " + settings_.server + " " + str::Str(settings_.port) +
+                                     "\nzone " + record.zone + ".\n" + change + "\nsend\nquit\n";
+        const std::string command = "nsupdate -v -t 10 -r 1 -k " + vek_proc::Escape(settings_.key_file);
+        const ToolRun run = RunTool(command, commands, kUpdateLimit);
+        if (run.status != 0) Fail("the zone " + record.zone + " cannot be changed: " + Reason(run));
+    }
+
+    static std::string Reason(const ToolRun& run) {
+        if (run.timed_out) return "no answer in time";
+        return str::Append(LastLines(run.output), "(status " + str::Str(run.status) + ")", " ");
+    }
+
+    Settings settings_;
+    std::set<std::string> zones_;
+};
+
+bool IsHost(const std::string& text) {
+    constexpr std::string_view kAlphabet =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789.:-";
+    return text.front() != '-' && text.find_first_not_of(kAlphabet) == std::string::npos;
+}
+
+}  // namespace
+
+std::unique_ptr<Backend> MakeUpdateClient(const Settings& settings) {
+    const auto require = [](bool good, const std::string& text) {
+        if (!good) throw vek_err::Error::Reported("value", text);
+    };
+    require(IsHost(settings.server), "the DNS server is no host name or address");
+    require(settings.port > 0 && settings.port <= 65535,
+            "the DNS server's port is no number from 1 to 65535");
+    require(settings.ttl >= 0, "the TTL of DNS records is negative");
+    require(!settings.zones.empty(), "the DNS server has no zone that may be written");
+    CheckTsigKeyFile(settings.key_file);
+    return std::make_unique<UpdateClient>(settings);
+}
+
+}  // namespace zelvek::dns

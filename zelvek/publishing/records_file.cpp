@@ -1,0 +1,76 @@
+#include <algorithm>
+#include <fstream>
+#include <mutex>
+
+#include "vek/err.h"
+#include "zelvek/base/durable.h"
+#include "zelvek/publishing/dns_backends.h"
+#include "zelvek/publishing/dns_record.h"
+
+namespace zelvek::dns {
+namespace {
+
+/// Zone and name hold no blank, so that the rest of a line is the value as it is.
+std::string Line(const Record& record) { return record.zone + " " + record.name + " " + record.value; }
+
+class RecordsFile : public Backend {
+public:
+    explicit RecordsFile(std::filesystem::path file) : file_(std::move(file)) {}
+
+    bool Serves(const std::string& zone) const override { return !zone.empty(); }
+
+    void AddTxt(const std::string& zone, const std::string& name, const std::string& value) override {
+        const Record record = CheckedNewRecord(zone, name, value);
+        const std::lock_guard lock(mutex_);
+        std::vector<std::string> lines = Read();
+        if (std::find(lines.begin(), lines.end(), Line(record)) != lines.end()) {
+            throw vek_err::Error::Reported("exists",
+                                           "the TXT record of " + record.name + " is there already");
+        }
+        lines.push_back(Line(record));
+        Write(lines);
+    }
+
+    void RemoveTxt(const std::string& zone, const std::string& name, const std::string& value) override {
+        const Record record = CheckedRecord(zone, name, value);
+        const std::lock_guard lock(mutex_);
+        std::vector<std::string> lines = Read();
+        if (std::erase(lines, Line(record)) != 0) Write(lines);
+    }
+
+private:
+    std::vector<std::string> Read() const {
+        if (!std::filesystem::exists(file_)) return {};
+        std::ifstream in(file_);
+        std::vector<std::string> lines;
+        for (std::string line; std::getline(in, line);) lines.push_back(line);
+        // A file that cannot be read is no empty file: writing it anew would lose its records.
+        if (!in.eof()) throw vek_err::Error::Reported("dns", "cannot read " + file_.string());
+        return lines;
+    }
+
+    void Write(const std::vector<std::string>& lines) const {
+        std::string content;
+        for (const std::string& line : lines) content += line + "\n";
+        try {
+            durable::Replace(file_, content, 0644);
+        } catch (const vek_err::Error& error) {
+            throw vek_err::Error::Reported("dns", error.what());
+        }
+    }
+
+    std::filesystem::path file_;
+    std::mutex mutex_;
+};
+
+}  // namespace
+
+std::unique_ptr<Backend> MakeRecordsFile(const std::filesystem::path& file) {
+    const std::filesystem::path absolute = std::filesystem::absolute(file);
+    if (!std::filesystem::is_directory(absolute.parent_path())) {
+        throw vek_err::Error::Reported("value", "the folder of " + absolute.string() + " is missing");
+    }
+    return std::make_unique<RecordsFile>(absolute);
+}
+
+}  // namespace zelvek::dns

@@ -1,0 +1,202 @@
+#include "zelvek/publishing/responder.h"
+
+#include <fcntl.h>
+#include <microhttpd.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+#include "vek/err.h"
+#include "zelvek/base/text.h"
+#include "zelvek/publishing/answers.h"
+
+namespace zelvek {
+namespace {
+
+constexpr std::string_view kPath = "/.well-known/acme-challenge/";
+constexpr off_t kLargestAnswer = 65536;  // a key authorization has a few hundred bytes
+
+// Enough for an authority that looks from several places at once, and an end to what a stranger can take.
+constexpr unsigned kThreads = 2;
+constexpr unsigned kConnections = 256;
+constexpr unsigned kConnectionsOfOneAddress = 64;
+constexpr unsigned kSilentSeconds = 10;
+constexpr std::size_t kMemoryOfOneConnection = 8192;
+constexpr int kBacklog = 128;
+
+struct Endpoint {
+    std::string host;  // empty: every address
+    std::string port;
+};
+
+Endpoint ParseAddress(const std::string& address) {
+    const std::size_t colon = address.rfind(':');
+    if (colon != std::string::npos) {
+        std::string host = address.substr(0, colon);
+        const std::string port = address.substr(colon + 1);
+        const bool brackets = host.size() > 2 && host.front() == '[' && host.back() == ']';
+        if (brackets) host = host.substr(1, host.size() - 2);
+        const bool number = !port.empty() && port.size() <= 5 &&
+                            port.find_first_not_of("0123456789") == std::string::npos &&
+                            std::stoi(port) <= 65535;
+        // Brackets are for IPv6 and for nothing else, so that "::1:80" is not read one way or another.
+        if (number && brackets == (host.find(':') != std::string::npos)) return {host, port};
+    }
+    throw vek_err::Error::Reported("value",
+                                   "\"" + Printable(address) + "\" is no address and port to listen on");
+}
+
+/// A socket that listens, or -1 and errno.
+int TryListen(const addrinfo& where) {
+    const int fd = socket(where.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0) return -1;
+    const int on = 1;
+    const int off = 0;
+    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    // ":80" is to be one socket for both families, whatever the system's default is.
+    if (where.ai_family == AF_INET6) setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
+    if (bind(fd, where.ai_addr, where.ai_addrlen) == 0 && listen(fd, kBacklog) == 0) return fd;
+    const int reason = errno;
+    close(fd);
+    errno = reason;
+    return -1;
+}
+
+/// The numeric address; for every address IPv6, or IPv4 where `family` says so.
+int ListenOn(const Endpoint& endpoint, int family, const std::string& address) {
+    addrinfo hints{};
+    hints.ai_family = family;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
+    addrinfo* found = nullptr;
+    const char* host = endpoint.host.empty() ? nullptr : endpoint.host.c_str();
+    if (getaddrinfo(host, endpoint.port.c_str(), &hints, &found) != 0) {
+        throw vek_err::Error::Reported("value", "\"" + Printable(address) + "\" is no numeric address");
+    }
+    const int fd = TryListen(*found);
+    freeaddrinfo(found);
+    return fd;
+}
+
+int Listen(const std::string& address) {
+    const Endpoint endpoint = ParseAddress(address);
+    const bool every = endpoint.host.empty();
+    int fd = ListenOn(endpoint, every ? AF_INET6 : AF_UNSPEC, address);
+    if (fd < 0 && every && errno != EADDRINUSE && errno != EACCES) fd = ListenOn(endpoint, AF_INET, address);
+    if (fd >= 0) return fd;
+    const std::string reason = std::generic_category().message(errno);
+    throw vek_err::Error::Reported("io", "cannot listen on " + address + ": " + reason);
+}
+
+MHD_Result SendStatus(MHD_Connection* connection, unsigned status, const char* text) {
+    // The library does not change a persistent buffer; its parameter is older than const.
+    MHD_Response* response =
+        MHD_create_response_from_buffer(std::strlen(text), const_cast<char*>(text), MHD_RESPMEM_PERSISTENT);
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/plain");
+    const MHD_Result result = MHD_queue_response(connection, status, response);
+    MHD_destroy_response(response);
+    return result;
+}
+
+/// Sends the file; false where there is none to send.
+bool SendFile(MHD_Connection* connection, const std::filesystem::path& file) {
+    // Neither a link to elsewhere nor a pipe that would make us wait.
+    const int fd = open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    if (fd < 0) return false;
+    struct stat status {};
+    const bool regular =
+        fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kLargestAnswer;
+    MHD_Response* response =
+        regular ? MHD_create_response_from_fd(static_cast<std::size_t>(status.st_size), fd) : nullptr;
+    if (response == nullptr) {
+        close(fd);
+        return false;
+    }
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/plain");
+    const bool queued = MHD_queue_response(connection, MHD_HTTP_OK, response) == MHD_YES;
+    MHD_destroy_response(response);  // closes fd when the last byte is sent
+    return queued;
+}
+
+/// The token that a request is for.
+std::optional<std::string> RequestedToken(std::string_view method, std::string_view path) {
+    if (method != MHD_HTTP_METHOD_GET && method != MHD_HTTP_METHOD_HEAD) return std::nullopt;
+    if (!path.starts_with(kPath)) return std::nullopt;
+    std::string token(path.substr(kPath.size()));
+    if (!answers::IsToken(token)) return std::nullopt;
+    return token;
+}
+
+// NOLINTNEXTLINE(readability-function-size): the parameters are the library's
+MHD_Result Answer(void* answers, MHD_Connection* connection, const char* path, const char* method,
+                  const char* /*version*/, const char* /*upload*/, std::size_t* /*upload_size*/,
+                  void** /*state*/) {
+    const auto& folder = *static_cast<const std::filesystem::path*>(answers);
+    const std::optional<std::string> token = RequestedToken(method, path);
+    if (token && SendFile(connection, folder / *token)) return MHD_YES;
+    return SendStatus(connection, MHD_HTTP_NOT_FOUND, "not found\n");
+}
+
+/// A token needs no percent-encoding, so that nothing is decoded: what comes encoded is no token.
+std::size_t LeaveEncoded(void* /*unused*/, MHD_Connection* /*connection*/, char* text) {
+    return std::strlen(text);
+}
+
+/// Signals are for the service's own thread: threads made meanwhile receive none.
+class SignalsBlocked {
+public:
+    SignalsBlocked() {
+        sigset_t all;
+        sigfillset(&all);
+        pthread_sigmask(SIG_SETMASK, &all, &before_);
+    }
+    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t before_{};
+};
+
+}  // namespace
+
+struct Responder::Server {
+    std::filesystem::path answers;
+    MHD_Daemon* daemon = nullptr;
+};
+
+Responder::Responder(const std::string& address, std::filesystem::path answers)
+    : server_(std::make_unique<Server>(Server{std::move(answers)})) {
+    const int listener = Listen(address);
+    const SignalsBlocked blocked;
+    server_->daemon =
+        MHD_start_daemon(MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, &Answer, &server_->answers,  //
+                         MHD_OPTION_LISTEN_SOCKET, listener,                                              //
+                         MHD_OPTION_THREAD_POOL_SIZE, kThreads,                                           //
+                         MHD_OPTION_CONNECTION_LIMIT, kConnections,                                       //
+                         MHD_OPTION_PER_IP_CONNECTION_LIMIT, kConnectionsOfOneAddress,                    //
+                         MHD_OPTION_CONNECTION_TIMEOUT, kSilentSeconds,                                   //
+                         MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemoryOfOneConnection,                      //
+                         MHD_OPTION_UNESCAPE_CALLBACK, &LeaveEncoded, nullptr, MHD_OPTION_END);
+    if (server_->daemon == nullptr) {
+        throw vek_err::Error::Reported("io", "cannot serve answers on " + address);
+    }
+}
+
+Responder::~Responder() { MHD_stop_daemon(server_->daemon); }
+
+int Responder::Port() const {
+    const MHD_DaemonInfo* info = MHD_get_daemon_info(server_->daemon, MHD_DAEMON_INFO_BIND_PORT);
+    return info == nullptr ? 0 : info->port;
+}
+
+}  // namespace zelvek

@@ -1,0 +1,77 @@
+#include "zelvek/publishing/tsig_key_file.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "vek/err.h"
+
+namespace zelvek::dns {
+namespace {
+
+constexpr off_t kLargestFile = 4096;
+
+[[noreturn]] void Refuse(const std::string& file, const std::string& why) {
+    throw vek_err::Error::Reported("value", "the DNS key file " + file + " " + why);
+}
+
+std::string Read(const std::string& file) {
+    std::ifstream in(file);
+    std::ostringstream content;
+    content << in.rdbuf();
+    if (!in) Refuse(file, "cannot be read");
+    return content.str();
+}
+
+/// The file's words; braces and semicolons are words of their own.
+std::vector<std::string> Words(const std::string& content) {
+    std::string spaced;
+    for (const char c : content) {
+        const bool separator = c == '{' || c == '}' || c == ';';
+        spaced += separator ? std::string{' ', c, ' '} : std::string(1, c);
+    }
+    std::istringstream in(spaced);
+    return {std::istream_iterator<std::string>(in), {}};
+}
+
+/// A name or a value in base64, in double quotes or without.
+bool IsValue(std::string word) {
+    if (word.size() > 2 && word.front() == '"' && word.back() == '"') word = word.substr(1, word.size() - 2);
+    return std::all_of(word.begin(), word.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               std::string_view("+/=.-_").find(c) != std::string_view::npos;
+    });
+}
+
+bool IsKeyStatement(const std::vector<std::string>& words) {
+    const std::vector<std::string> form{"key", "", "{", "algorithm", "", ";", "secret", "", ";", "}", ";"};
+    return std::equal(words.begin(), words.end(), form.begin(), form.end(),
+                      [](const std::string& word, const std::string& wanted) {
+                          return wanted.empty() ? IsValue(word) : word == wanted;
+                      });
+}
+
+}  // namespace
+
+void CheckTsigKeyFile(const std::string& file) {
+    if (file.empty()) throw vek_err::Error::Reported("value", "the DNS server needs a key file");
+    struct stat status {};
+    if (stat(file.c_str(), &status) != 0) {
+        Refuse(file, "cannot be read: " + std::generic_category().message(errno));
+    }
+    if (!S_ISREG(status.st_mode) || status.st_size > kLargestFile) Refuse(file, "is no file with a key");
+    if (status.st_uid != geteuid()) Refuse(file, "does not belong to the service's user");
+    if ((status.st_mode & 077) != 0) Refuse(file, "must be readable by its owner alone (chmod 600)");
+
+    if (!IsKeyStatement(Words(Read(file)))) Refuse(file, "is not as tsig-keygen writes it");
+}
+
+}  // namespace zelvek::dns

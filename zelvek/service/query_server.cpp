@@ -1,0 +1,147 @@
+#include "zelvek/service/query_server.h"
+
+#include <microhttpd.h>
+#include <poll.h>
+
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "zelvek/base/log.h"
+
+namespace zelvek {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+constexpr unsigned kConnections = 256;
+constexpr milliseconds kDrainPause{10};
+constexpr seconds kDrainQueries{120};    // an installation may be waiting for its reload command
+constexpr seconds kDrainConnections{1};  // for those that say nothing
+
+/// One query on its way in.
+class Upload {
+public:
+    Upload(std::atomic<int>& active, const Process& caller) : active_(active), caller_(caller) { ++active_; }
+    ~Upload() { --active_; }
+    Upload(const Upload&) = delete;
+    Upload& operator=(const Upload&) = delete;
+
+    /// What is beyond the limit is read and dropped, so that the caller gets to hear why.
+    void Take(const char* data, std::size_t size) {
+        too_big_ = too_big_ || body_.size() + size > Server::kBodyLimit;
+        too_big_ ? body_.clear() : static_cast<void>(body_.append(data, size));
+    }
+
+    std::string Answer(Services& services) const {
+        if (too_big_) {
+            return ErrorAnswer({"protocol", "query", "",
+                                "the query is larger than " + std::to_string(Server::kBodyLimit) + " bytes"});
+        }
+        return AnswerQuery(services, {Parameters(body_), caller_});
+    }
+
+private:
+    std::atomic<int>& active_;
+    Process caller_;
+    std::string body_;
+    bool too_big_ = false;
+};
+
+MHD_Result Send(MHD_Connection* connection, unsigned status, const std::string& text) {
+    // The library copies the text; its parameter is older than const.
+    MHD_Response* response =
+        MHD_create_response_from_buffer(text.size(), const_cast<char*>(text.data()), MHD_RESPMEM_MUST_COPY);
+    if (response == nullptr) return MHD_NO;
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/xml; charset=utf-8");
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONNECTION, "close");
+    const MHD_Result result = MHD_queue_response(connection, status, response);
+    MHD_destroy_response(response);
+    return result;
+}
+
+MHD_Result Refuse(MHD_Connection* connection, unsigned status, const std::string& message) {
+    return Send(connection, status, ErrorAnswer({"protocol", "query", "", message}));
+}
+
+/// The first call for a request, when its headers are there.
+MHD_Result Begin(Server& server, MHD_Connection* connection, const std::string& path,
+                 const std::string& method, void** state) {
+    const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+    const auto peer = info == nullptr ? std::nullopt : Peer(info->connect_fd);
+    if (!peer) {
+        Log("refused a connection of a process that is not this user's");
+        return Refuse(connection, MHD_HTTP_FORBIDDEN, "this service answers its own user's processes alone");
+    }
+    if (path != "/") return Refuse(connection, MHD_HTTP_NOT_FOUND, "queries go to \"/\"");
+    if (method != MHD_HTTP_METHOD_POST)
+        return Refuse(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "queries are POSTs");
+    *state = new Upload(server.active(), *peer);  // deleted by End
+    return MHD_YES;
+}
+
+// NOLINTNEXTLINE(readability-function-size): the parameters are the library's
+MHD_Result Handle(void* server, MHD_Connection* connection, const char* path, const char* method,
+                  const char* /*version*/, const char* data, std::size_t* size, void** state) try {
+    auto& self = *static_cast<Server*>(server);
+    if (*state == nullptr) return Begin(self, connection, path, method, state);
+    auto& upload = *static_cast<Upload*>(*state);
+    if (*size > 0) {
+        upload.Take(data, *size);
+        *size = 0;
+        return MHD_YES;
+    }
+    return Send(connection, MHD_HTTP_OK, upload.Answer(self.services()));
+} catch (const std::exception& error) {
+    // Nothing may be thrown through the library, which is written in C; it closes the connection.
+    Log(std::string("answering a query: ") + error.what());
+    return MHD_NO;
+}
+
+void End(void* /*server*/, MHD_Connection* /*connection*/, void** state, MHD_RequestTerminationCode /*why*/) {
+    delete static_cast<Upload*>(*state);
+    *state = nullptr;
+}
+
+template <class Condition>
+void WaitWhile(seconds limit, const Condition& condition) {
+    const auto end = steady_clock::now() + limit;
+    while (condition() && steady_clock::now() < end) std::this_thread::sleep_for(kDrainPause);
+}
+
+}  // namespace
+
+Server::Server(Services& services, ServiceSocket& socket) : services_(services), socket_(socket) {
+    // No time limit on connections: the library counts the time that an answer takes as silence.
+    daemon_ = MHD_start_daemon(MHD_USE_POLL_INTERNAL_THREAD | MHD_USE_THREAD_PER_CONNECTION, 0, nullptr,
+                               nullptr, &Handle, this,                      //
+                               MHD_OPTION_LISTEN_SOCKET, socket.fd(),       //
+                               MHD_OPTION_CONNECTION_LIMIT, kConnections,   //
+                               MHD_OPTION_NOTIFY_COMPLETED, &End, nullptr,  //
+                               MHD_OPTION_END);
+    if (daemon_ == nullptr) throw std::runtime_error("cannot serve on " + socket.path().string());
+}
+
+Server::~Server() {
+    socket_.Unlink();
+    Drain();
+    MHD_stop_daemon(daemon_);
+}
+
+void Server::Drain() {
+    WaitWhile(kDrainQueries, [this] {
+        pollfd waiting{socket_.fd(), POLLIN, 0};
+        return ::poll(&waiting, 1, 0) > 0 || active_ > 0;
+    });
+    WaitWhile(kDrainConnections, [this] {
+        const auto* info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_CURRENT_CONNECTIONS);
+        return active_ > 0 || (info != nullptr && info->num_connections > 0);
+    });
+}
+
+}  // namespace zelvek

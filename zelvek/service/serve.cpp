@@ -1,0 +1,115 @@
+#include "zelvek/service/serve.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <system_error>
+
+#include "zelvek/base/log.h"
+#include "zelvek/base/periodic.h"
+#include "zelvek/jobs/scheduler.h"
+#include "zelvek/panel/functions.h"
+#include "zelvek/publishing/publisher.h"
+#include "zelvek/publishing/responder.h"
+#include "zelvek/service/query_server.h"
+#include "zelvek/service/socket.h"
+#include "zelvek/store/store.h"
+
+namespace zelvek {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+/// The signals that end the service, taken by its main thread alone. Threads made later block them too.
+class EndSignals {
+public:
+    EndSignals() {
+        sigemptyset(&signals_);
+        sigaddset(&signals_, SIGTERM);
+        sigaddset(&signals_, SIGINT);
+        pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
+        std::signal(SIGPIPE, SIG_IGN);
+        std::signal(SIGCHLD, SIG_DFL);  // plug-ins could not be waited for otherwise
+    }
+
+    int Wait() const {
+        int signal = 0;
+        sigwait(&signals_, &signal);
+        return signal;
+    }
+
+private:
+    sigset_t signals_{};
+};
+
+/// Made where it is missing, for all to read: web servers do.
+void UseDirectory(const std::string& purpose, const fs::path& directory) {
+    std::error_code error;
+    fs::create_directories(directory, error);
+    if (!error && !fs::is_directory(directory)) error = std::make_error_code(std::errc::not_a_directory);
+    if (!error && ::access(directory.c_str(), W_OK | X_OK) != 0) error = {errno, std::generic_category()};
+    if (error) throw std::runtime_error(purpose + " " + directory.string() + ": " + error.message());
+}
+
+fs::path WithParent(const fs::path& file) {
+    if (file.has_parent_path()) UseDirectory("the database's directory", file.parent_path());
+    return file;
+}
+
+void CheckPlugin(const ServeOptions& options) {
+    if (options.scheduler && ::access(options.plugin.c_str(), X_OK) != 0) {
+        throw std::runtime_error("plug-in " + options.plugin.string() + ": " +
+                                 std::generic_category().message(errno));
+    }
+}
+
+void Run(const ServeOptions& options) {
+    const EndSignals signals;
+    ServiceSocket socket(RunDirectory());
+    const FileLock database_lock(WithParent(options.database).string() + ".lock",
+                                 "database " + options.database.string() + " is in use by another service");
+    Store store(options.database);
+    UseDirectory("the answers' directory", options.answers);
+    UseDirectory("the certificates' directory", options.install.directory);
+    CheckPlugin(options);
+    const auto backend = dns::MakeBackend(options.dns);
+    const bool has_records = !options.dns.server.empty() || !options.dns.records_file.empty();
+    dns::Backend* const records = has_records ? backend.get() : nullptr;
+
+    Publications publications(store, options.answers, records);
+    Services services{store, publications, records, options.install};
+    std::optional<Responder> responder;
+    if (!options.responder.empty()) responder.emplace(options.responder, options.answers);
+    // The last made ends first: runs are ended while the server still takes their records.
+    const Server server(services, socket);
+    const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services); });
+    std::optional<Scheduler> scheduler;
+    if (options.scheduler) {
+        scheduler.emplace(services, Scheduler::Settings{options.plugin, options.scheduler_interval,
+                                                        options.retry_interval});
+    }
+    std::cout << "zelvek: ready" << std::endl;
+    Log("ending on signal " + std::to_string(signals.Wait()));
+}
+
+}  // namespace
+
+int Serve(const ServeOptions& options) {
+    try {
+        Run(options);
+        return 0;
+    } catch (const std::exception& error) {
+        std::cerr << "zelvek: " << error.what() << std::endl;
+        return 1;
+    }
+}
+
+}  // namespace zelvek

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+#include "zelvek/certificates/install.h"
+#include "zelvek/publishing/dns_backend.h"
+
+namespace zelvek {
+
+struct ServeOptions {
+    std::filesystem::path database = "/var/lib/zelvek/zelvek.db";
+    std::filesystem::path answers = "/var/lib/zelvek/answers";
+    install::Settings install{"/var/lib/zelvek/certs", "", std::chrono::seconds{60}};
+    std::string responder;  // address and port; empty: answer files are served by another web server
+    std::filesystem::path plugin;
+    bool scheduler = true;
+    std::chrono::milliseconds scheduler_interval{5000};
+    std::chrono::seconds retry_interval{60};
+    std::chrono::milliseconds sweep_interval{5000};
+    dns::Settings dns;
+};
+
+/// The service: serves until SIGTERM or SIGINT and returns the exit status. A set-up that cannot be used is
+/// one line on standard error and status 1.
+int Serve(const ServeOptions& options);
+
+}  // namespace zelvek
