@@ -6,7 +6,7 @@
 #include "support/plain.h"
 #include "support/target.h"
 #include "unit/zelvek_parts/authority.h"
-#include "vek/err.h"
+#include "zelvek/base/error.h"
 
 namespace {
 
@@ -96,8 +96,8 @@ void HoldArrangement(const Arrangement& given) {
         // texts of the input's own may be certificates after all
         if (!given.holds[kText]) fuzz::HoldEqual("", expected, "what does not belong together is refused");
         if (!given.holds[kText]) HoldSorted(chain, given);
-    } catch (const vek_err::Error& error) {
-        fuzz::HoldEqual(error.type(), expected, "the refusal has its reason");
+    } catch (const zelvek::Error& error) {
+        fuzz::HoldEqual(zelvek::Word(error.code()), expected, "the refusal has its reason");
     }
 }
 
@@ -113,8 +113,9 @@ void HoldKey(FuzzedDataProvider& input) {
         fuzz::HoldEqual(chain.leaf, Ready().own.leaf.Pem(), "a key that passes is the certificate's");
         fuzz::HoldEqual(zelvek::SortChain(chain.leaf, chain.key).key, chain.key,
                         "a key is written as it is read");
-    } catch (const vek_err::Error& error) {
-        fuzz::HoldEqual(error.type(), "badkey", "what is no key of the certificate's is refused as that");
+    } catch (const zelvek::Error& error) {
+        fuzz::HoldEqual(zelvek::Word(error.code()), "badkey",
+                        "what is no key of the certificate's is refused as that");
         fuzz::Hold(std::string(error.what()).find(secret) == std::string::npos, "no error shows the key");
     }
 }

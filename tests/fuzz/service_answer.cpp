@@ -45,7 +45,7 @@ void HoldValues(const std::string& value, const std::string& other) {
 }
 
 void HoldError(const std::string& value, const std::string& message) {
-    const std::string body = zelvek::ErrorAnswer({"stale", value, message, message});
+    const std::string body = zelvek::ErrorAnswer({zelvek::Code::kStale, value, message, message});
     try {
         const vek_client::Result result(body);
         fuzz::Hold(false, "an error is raised");

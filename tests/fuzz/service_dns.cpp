@@ -9,7 +9,7 @@
 #include "double/vek_double.h"
 #include "support/plain.h"
 #include "support/target.h"
-#include "vek/err.h"
+#include "zelvek/base/error.h"
 #include "zelvek/publishing/dns_backend.h"
 #include "zelvek/publishing/dns_record.h"
 
@@ -84,8 +84,8 @@ void fuzz::Target(FuzzedDataProvider& input) {
     std::string type;
     try {
         Carry(*backend, change);
-    } catch (const vek_err::Error& error) {
-        type = error.type();
+    } catch (const zelvek::Error& error) {
+        type = zelvek::Word(error.code());
         Hold(type == "value" || type == "dns" || (type == "exists" && !change.removal),
              "an error is one of the back end's");
         Hold(type != "exists" || output.find(zelvek::dns::Quoted(change.value)) != std::string::npos,

@@ -4,8 +4,8 @@
 
 #include "support/plain.h"
 #include "support/target.h"
-#include "vek/err.h"
 #include "vek/str.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/base/text.h"
 #include "zelvek/publishing/dns_record.h"
@@ -19,8 +19,8 @@ bool Passes(const std::function<void()>& check) {
     try {
         check();
         return true;
-    } catch (const vek_err::Error& error) {
-        fuzz::HoldEqual(error.type(), "value", "what is refused is a value");
+    } catch (const zelvek::Error& error) {
+        fuzz::HoldEqual(zelvek::Word(error.code()), "value", "what is refused is a value");
         return false;
     }
 }

@@ -11,6 +11,7 @@
 #include "support/target.h"
 #include "vek/client.h"
 #include "vek/err.h"
+#include "zelvek/base/error.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/answers.h"
 #include "zelvek/publishing/dns_record.h"
@@ -32,7 +33,7 @@ public:
     void AddTxt(const std::string& zone, const std::string& name, const std::string& value) override {
         zelvek::dns::CheckedNewRecord(zone, name, value);
         if (!records.insert(zone + " " + name + " " + value).second)
-            throw vek_err::Error::Reported("exists", "it is there");
+            throw zelvek::Error(zelvek::Code::kExists, "it is there");
     }
     void RemoveTxt(const std::string& zone, const std::string& name, const std::string& value) override {
         zelvek::dns::CheckedRecord(zone, name, value);

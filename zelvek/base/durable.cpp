@@ -8,8 +8,8 @@
 #include <cstdio>
 #include <system_error>
 
-#include "vek/err.h"
 #include "vek/str.h"
+#include "zelvek/base/error.h"
 
 namespace zelvek::durable {
 namespace {
@@ -27,7 +27,7 @@ void WriteAll(const Descriptor& target, const std::string& content, const std::f
 
 void Fail(const std::string& what, const std::filesystem::path& path) {
     const std::string reason = std::generic_category().message(errno);
-    throw vek_err::Error::Reported("io", "cannot " + what + " " + path.string() + ": " + reason);
+    throw Error(Code::kIo, "cannot " + what + " " + path.string() + ": " + reason);
 }
 
 Descriptor::Descriptor(const std::filesystem::path& path, int flags, mode_t mode)
@@ -50,7 +50,7 @@ void Replace(const std::filesystem::path& file, const std::string& content, mode
     try {
         WriteNew(fresh, content, mode);
         if (rename(fresh.c_str(), file.c_str()) != 0) Fail("write", file);
-    } catch (const vek_err::Error&) {
+    } catch (const Error&) {
         unlink(fresh.c_str());
         throw;
     }

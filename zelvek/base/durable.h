@@ -6,7 +6,7 @@
 #include <string>
 
 /// Files that readers see whole or not at all, and that a crash of the machine leaves whole.
-/// Errors of everything here: vek_err::Error of type "io" with path and reason.
+/// Errors of everything here: Error of code kIo with path and reason.
 namespace zelvek::durable {
 
 /// Throws the error "cannot <what> <path>: <reason of errno>".

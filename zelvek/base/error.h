@@ -1,25 +1,50 @@
 #pragma once
 
+#include <exception>
 #include <string>
 #include <utility>
 
-#include "vek/err.h"
-
 namespace zelvek {
 
-/// Why a panel function did not do what was asked: the error element of its answer.
-class Refusal : public vek_err::Error {
-public:
-    /// `object` and `value` name what is refused; neither may hold a secret.
-    Refusal(const std::string& type, std::string object, std::string value, const std::string& message)
-        : Error(Error::Reported(type, message)), object_(std::move(object)), value_(std::move(value)) {}
+/// What kind of failure it is: what code compares. What a person reads is the sentence beside it.
+enum class Code {
+    kValue,     // something that was given cannot be used
+    kMissed,    // what is named is not there
+    kExists,    // what is to be made is there already
+    kStale,     // the caller works on what somebody else has changed since
+    kBusy,      // somebody else is at work there
+    kBadKey,    // a private key that is none, or belongs to none of the certificates
+    kBadChain,  // certificates that are none, or do not form one chain
+    kDns,       // the name server refused, or did not answer
+    kHook,      // the reload command failed
+    kIo,        // a file, a socket or a process could not be used
+    kProtocol,  // not the form of a query
+    kInternal   // a fault of the service itself; its log says more
+};
 
-    const std::string& object() const { return object_; }
-    const std::string& value() const { return value_; }
+/// The code as callers of the service read it in an answer: "value", "missed", "exists", "stale", "busy",
+/// "badkey", "badchain", "dns", "hook", "io", "protocol", "internal".
+const char* Word(Code code);
+
+/// Every error of the service. No decision is taken by its sentence.
+class Error : public std::exception {
+public:
+    Error(Code code, std::string sentence) : code_(code), sentence_(std::move(sentence)) {}
+
+    /// `object` and `value` name what is refused; neither may hold a secret.
+    Error(Code code, std::string object, std::string value, std::string sentence)
+        : code_(code), object_(std::move(object)), value_(std::move(value)), sentence_(std::move(sentence)) {}
+
+    Code code() const noexcept { return code_; }
+    const std::string& object() const noexcept { return object_; }
+    const std::string& value() const noexcept { return value_; }
+    const char* what() const noexcept override { return sentence_.c_str(); }
 
 private:
+    Code code_;
     std::string object_;
     std::string value_;
+    std::string sentence_;
 };
 
 }  // namespace zelvek

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "vek/err.h"
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 
@@ -59,7 +60,7 @@ void CheckUser(const std::string& user) {
     const bool good = !user.empty() && user.size() <= kMaxName && user[0] != '.' && user[0] != '-' &&
                       std::all_of(user.begin(), user.end(),
                                   [](char c) { return IsAlnum(c) || c == '.' || c == '_' || c == '-'; });
-    if (!good) throw Refusal("value", "user", user, "\"" + user + "\" is no user name");
+    if (!good) throw Error(Code::kValue, "user", user, "\"" + user + "\" is no user name");
 }
 
 void CheckCertname(const std::string& certname) {
@@ -72,7 +73,7 @@ void CheckCertname(const std::string& certname) {
         good = false;
     }
     if (!good)
-        throw Refusal("value", "certname", certname, "\"" + certname + "\" is no name for a certificate");
+        throw Error(Code::kValue, "certname", certname, "\"" + certname + "\" is no name for a certificate");
 }
 
 void CheckDomain(const std::string& name, bool wildcard) {
@@ -80,10 +81,10 @@ void CheckDomain(const std::string& name, bool wildcard) {
     try {
         ascii = str::puny::Encode(name);
     } catch (const vek_err::Error& error) {
-        throw Refusal("value", "domain", name, "\"" + name + "\" is no domain name: " + error.what());
+        throw Error(Code::kValue, "domain", name, "\"" + name + "\" is no domain name: " + error.what());
     }
     if (wildcard && ascii.starts_with("*.")) ascii.erase(0, 2);
-    if (!IsName(ascii)) throw Refusal("value", "domain", name, "\"" + name + "\" is no domain name");
+    if (!IsName(ascii)) throw Error(Code::kValue, "domain", name, "\"" + name + "\" is no domain name");
 }
 
 bool IsText(const std::string& text) {
@@ -97,8 +98,8 @@ bool IsText(const std::string& text) {
 
 void CheckText(const std::string& key, const std::string& text) {
     if (!IsText(text)) {
-        throw Refusal("value", key, "",
-                      "the value of \"" + key + "\" holds characters that no answer can carry");
+        throw Error(Code::kValue, key, "",
+                    "the value of \"" + key + "\" holds characters that no answer can carry");
     }
 }
 

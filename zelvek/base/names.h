@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-/// Checks of what comes from outside. Every failed check is a Refusal of type "value".
+/// Checks of what comes from outside. Every failed check is a Error of code kValue.
 namespace zelvek::names {
 
 /// A panel user: `[A-Za-z0-9._-]+`, not beginning with "." or "-".

@@ -1,4 +1,5 @@
 #include "zelvek/base/plugin_run.h"
+#include "zelvek/base/error.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -46,8 +47,7 @@ int Spawn(const std::filesystem::path& plugin, int job, pid_t& pid) {
 
 PluginRun::PluginRun(const std::filesystem::path& plugin, int job) {
     if (const int error = Spawn(plugin, job, pid_); error != 0) {
-        throw std::runtime_error("starting " + plugin.string() + ": " +
-                                 std::generic_category().message(error));
+        throw Error(Code::kIo, "starting " + plugin.string() + ": " + std::generic_category().message(error));
     }
     // glibc 2.36 declares pidfd_open for C alone.
     ending_ = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));

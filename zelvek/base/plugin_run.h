@@ -10,7 +10,7 @@ namespace zelvek {
 /// One run of the plug-in for one job, a child of this process with its environment and output.
 class PluginRun {
 public:
-    /// Errors: std::runtime_error when it cannot be started.
+    /// Errors: Error when it cannot be started.
     PluginRun(const std::filesystem::path& plugin, int job);
 
     /// Kills and reaps a child that is still running.

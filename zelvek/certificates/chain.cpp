@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <vector>
 
-#include "vek/err.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
 #include "zelvek/certificates/openssl.h"
 #include "zelvek/certificates/pem.h"
@@ -16,8 +16,8 @@ using Certificates = std::vector<openssl::Certificate>;
 // Real chains have up to five. Each certificate is tried against every other, so their number needs an end.
 constexpr std::size_t kMostCertificates = 50;
 
-vek_err::Error BadKey(const std::string& text) { return vek_err::Error::Reported("badkey", text); }
-vek_err::Error BadChain(const std::string& text) { return vek_err::Error::Reported("badchain", text); }
+Error BadKey(const std::string& text) { return Error(Code::kBadKey, text); }
+Error BadChain(const std::string& text) { return Error(Code::kBadChain, text); }
 
 openssl::Key ReadKey(const std::string& pem) {
     const auto blocks = ReadPem(pem);

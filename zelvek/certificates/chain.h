@@ -14,7 +14,7 @@ struct CertificateChain {
 
 /// Sorts out which certificate is whose. `certificates` holds PEM blocks in any order, duplicates allowed;
 /// `key` is one PEM block, PKCS #1, SEC 1 or PKCS #8. Nothing is said about dates and trust. Errors:
-/// vek_err::Error of type "badkey" (no single readable key, or none of the certificates is its own),
+/// Error of code kBadKey (no single readable key, or none of the certificates is its own),
 /// "badchain" (none or too many certificates, anything that is none, a certificate above no other of the
 /// chain).
 CertificateChain SortChain(const std::string& certificates, const std::string& key);

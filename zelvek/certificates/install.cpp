@@ -11,6 +11,7 @@
 #include "vek/err.h"
 #include "vek/str.h"
 #include "zelvek/base/durable.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
 #include "zelvek/certificates/chain.h"
 #include "zelvek/certificates/reload.h"
@@ -29,8 +30,7 @@ constexpr const char* kLinkSuffix = ".link";
 std::string FolderName(const std::string& what, const std::string& name) {
     const bool plain = name.find('/') == std::string::npos && Printable(name) == name;
     if (name.empty() || name.front() == '.' || name.size() > kLongestName || !plain) {
-        throw vek_err::Error::Reported("value",
-                                       what + " \"" + Printable(name) + "\" cannot be a folder's name");
+        throw Error(Code::kValue, what + " \"" + Printable(name) + "\" cannot be a folder's name");
     }
     return name;
 }
@@ -40,7 +40,7 @@ std::string CertificateFolder(const std::string& certname) {
     try {
         ascii = str::puny::Encode(certname);
     } catch (const vek_err::Error& error) {
-        throw vek_err::Error::Reported("value", Printable(error.what()));
+        throw Error(Code::kValue, Printable(error.what()));
     }
     // A "*" in a path would be a trap for every script that forgets its quotes.
     if (ascii.starts_with("*.")) ascii.replace(0, 1, "_wildcard");
@@ -146,7 +146,7 @@ std::string PreviousFolder(const fs::path& place) {
     const fs::file_status status = fs::symlink_status(place, error);
     if (status.type() == fs::file_type::not_found) return "";
     if (status.type() != fs::file_type::symlink) {
-        throw vek_err::Error::Reported("io", place.string() + " is in the way: it is no symbolic link");
+        throw Error(Code::kIo, place.string() + " is in the way: it is no symbolic link");
     }
     return fs::read_symlink(place, error).string();
 }
@@ -180,9 +180,9 @@ void InstallOrFail(const Settings& settings, const Request& request) {
 void Install(const Settings& settings, const Request& request) {
     try {
         InstallOrFail(settings, request);
-    } catch (const vek_err::Error& error) {
-        throw vek_err::Error::Reported(error.type(), "installing the certificate of " +
-                                                         Printable(request.certname) + ": " + error.what());
+    } catch (const Error& error) {
+        throw Error(error.code(),
+                    "installing the certificate of " + Printable(request.certname) + ": " + error.what());
     }
 }
 

@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "vek/err.h"
+#include "zelvek/base/error.h"
 
 namespace zelvek::openssl {
 namespace {
@@ -34,7 +34,7 @@ std::string Reason() {
 }
 
 void Must(bool done) {
-    if (!done) throw vek_err::Error::Reported("io", "OpenSSL failed: " + Reason());
+    if (!done) throw Error(Code::kIo, "OpenSSL failed: " + Reason());
 }
 
 std::string Pem(const Certificate& certificate) {

@@ -28,7 +28,7 @@ using Bio = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
 /// The reason of the last failure; forgets all of them. It holds no key material.
 std::string Reason();
 
-/// For steps that fail by no fault of an input, as when memory runs out: vek_err::Error of type "io" with the
+/// For steps that fail by no fault of an input, as when memory runs out: Error of code kIo with the
 /// reason.
 void Must(bool done);
 

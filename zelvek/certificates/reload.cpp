@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <vector>
 
-#include "vek/err.h"
 #include "vek/proc.h"
 #include "vek/str.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
 #include "zelvek/base/tool.h"
 
@@ -44,8 +44,8 @@ void RunReload(const std::string& command, std::chrono::seconds limit,
                          : "failed with status " + str::Str(reload.status);
     const std::string shown =
         ShowsKey(reload.output, installed.key) ? "(its output holds key material)" : LastLines(reload.output);
-    throw vek_err::Error::Reported(
-        "hook", "the certificate is in place, but the reload command " + str::Append(outcome, shown, ": "));
+    throw Error(Code::kHook,
+                "the certificate is in place, but the reload command " + str::Append(outcome, shown, ": "));
 }
 
 }  // namespace zelvek

@@ -14,7 +14,7 @@ struct InstalledCertificate {
 };
 
 /// Runs the command by /bin/sh, with VEK_CERT_DIR, VEK_CERT_NAME and VEK_CERT_USER in its environment.
-/// Errors: vek_err::Error of type "hook": exit status or time limit, and the last lines of its output, unless
+/// Errors: Error of code kHook: exit status or time limit, and the last lines of its output, unless
 /// they hold part of the key.
 void RunReload(const std::string& command, std::chrono::seconds limit, const InstalledCertificate& installed);
 

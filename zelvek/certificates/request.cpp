@@ -7,8 +7,8 @@
 #include <charconv>
 #include <set>
 
-#include "vek/err.h"
 #include "vek/str.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/base/text.h"
 #include "zelvek/certificates/openssl.h"
@@ -24,7 +24,7 @@ constexpr std::size_t kLongestCommonName = 64;  // RFC 5280 appendix A, ub-commo
 constexpr unsigned kSmallestKey = 2048;
 constexpr unsigned kLargestKey = 8192;
 
-vek_err::Error WrongValue(const std::string& text) { return vek_err::Error::Reported("value", text); }
+Error WrongValue(const std::string& text) { return Error(Code::kValue, text); }
 
 std::vector<std::string> DnsNames(const std::vector<std::string>& names) {
     std::vector<std::string> result;

@@ -1,6 +1,6 @@
 #include "vek/err.h"
+#include "zelvek/base/run_directory.h"
 #include "zelvek/cli/cli.h"
-#include "zelvek/service/socket.h"
 
 namespace zelvek::cli {
 

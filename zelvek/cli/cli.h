@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "vek/client.h"
+#include "vek/err.h"
 
 /// The command line: the service itself, and people's and programs' way to ask it. One file for each noun.
 namespace zelvek::cli {

@@ -36,7 +36,7 @@ std::map<std::string, std::string> Parameters(const NewJob& job) {
     for (const auto& alias : job.aliases) {
         // Names are separated by blanks: what holds one, or nothing, is refused here.
         if (alias.empty() || alias.find(' ') != std::string::npos) {
-            throw Refusal("value", "alias", alias, "\"" + alias + "\" is no domain name");
+            throw Error(Code::kValue, "alias", alias, "\"" + alias + "\" is no domain name");
         }
         str::inpl::Append(parameters["aliases"], alias, " ");
     }

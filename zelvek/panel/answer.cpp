@@ -54,15 +54,15 @@ std::string XmlAnswer::Text() const {
     return out.str();
 }
 
-std::string ErrorAnswer(const XmlError& error) {
+std::string ErrorAnswer(const Error& error) {
     XmlAnswer answer;
     // What is refused may be just what no XML can carry.
     answer.Doc()
         .Child("error")
-        .Attribute("type", error.type)
-        .Attribute("object", names::MakeText(error.object))
-        .Attribute("value", names::MakeText(error.value))
-        .Value("msg", names::MakeText(error.message));
+        .Attribute("type", Word(error.code()))
+        .Attribute("object", names::MakeText(error.object()))
+        .Attribute("value", names::MakeText(error.value()))
+        .Value("msg", names::MakeText(error.what()));
     return answer.Text();
 }
 

@@ -4,6 +4,8 @@
 #include <string>
 #include <vector>
 
+#include "zelvek/base/error.h"
+
 namespace zelvek {
 
 /// One answer of the service: values under "doc", and lists of elements that hold values.
@@ -41,14 +43,7 @@ private:
     std::unique_ptr<Document> document_;
 };
 
-/// What an answer says of a query that failed.
-struct XmlError {
-    std::string type;
-    std::string object;
-    std::string value;
-    std::string message;  // for a person
-};
-
-std::string ErrorAnswer(const XmlError& error);
+/// The answer to a query that failed: the one place where an error takes the transport's form.
+std::string ErrorAnswer(const Error& error);
 
 }  // namespace zelvek

@@ -35,7 +35,7 @@ void Give(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string& name = query.parameters.Get("elid");
     Transaction transaction(services.store);
     const auto csr = csrs::Find(transaction.database(), name, query.caller);
-    if (!csr) throw Refusal("missed", "sslcert.csr", name, "there is no request named \"" + name + "\"");
+    if (!csr) throw Error(Code::kMissed, "sslcert.csr", name, "there is no request named \"" + name + "\"");
     answer.Doc().Value("csr_req", csr->request).Value("csr_pk", csr->key);
 }
 
@@ -57,8 +57,8 @@ void functions::InstallCertificate(Services& services, const Query& query, XmlAn
     const std::string owner = str::GetWord(certname, "%#%");
     names::CheckUser(user);
     if (owner != user) {
-        throw Refusal("value", "elid", owner,
-                      "the certificate belongs to \"" + owner + "\", not to \"" + user + "\"");
+        throw Error(Code::kValue, "elid", owner,
+                    "the certificate belongs to \"" + owner + "\", not to \"" + user + "\"");
     }
     install::Install(services.install, {user, AsciiCertname(certname),
                                         query.parameters.Get("crt") + "\n" + query.parameters.Get("cacrt"),

@@ -13,7 +13,8 @@ void functions::EditAnswer(Services& services, const Query& query, XmlAnswer&) {
     const std::string& user = query.parameters.Get("user_name");
     const std::string& token = query.parameters.Get("file_name");
     names::CheckUser(user);
-    if (!answers::IsToken(token)) throw Refusal("value", "file_name", token, "\"" + token + "\" is no token");
+    if (!answers::IsToken(token))
+        throw Error(Code::kValue, "file_name", token, "\"" + token + "\" is no token");
 
     const publications::Thing answer{"", token, ""};
     if (action == "create") {
@@ -21,8 +22,8 @@ void functions::EditAnswer(Services& services, const Query& query, XmlAnswer&) {
     } else if (action == "delete") {
         services.publications.Withdraw(query.caller, answer);
     } else {
-        throw Refusal("value", "action", action,
-                      "\"action\" is \"create\" or \"delete\", not \"" + action + "\"");
+        throw Error(Code::kValue, "action", action,
+                    "\"action\" is \"create\" or \"delete\", not \"" + action + "\"");
     }
 }
 
@@ -37,8 +38,8 @@ void functions::RegisterProblem(Services& services, const Query& query, XmlAnswe
         names::CheckText("the name of a parameter", key);
         if (key.starts_with(prefix)) problem.parameters.emplace_back(key.substr(prefix.size()), value);
     }
-    if (problem.name.empty()) throw Refusal("value", "name", "", "a notification needs a name");
-    if (problem.id.empty()) throw Refusal("value", "id", "", "a notification needs an id");
+    if (problem.name.empty()) throw Error(Code::kValue, "name", "", "a notification needs a name");
+    if (problem.id.empty()) throw Error(Code::kValue, "id", "", "a notification needs an id");
 
     Transaction transaction(services.store);
     problems::Add(transaction.database(), problem);

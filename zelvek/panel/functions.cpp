@@ -45,7 +45,7 @@ std::string Carry(Services& services, const Query& query) {
     const std::string& name = query.parameters.Get("func");
     const auto function = Table().find(name);
     if (function == Table().end())
-        throw Refusal("missed", "func", name, "there is no function \"" + name + "\"");
+        throw Error(Code::kMissed, "func", name, "there is no function \"" + name + "\"");
     XmlAnswer answer;
     function->second(services, query, answer);
     return answer.Text();
@@ -57,13 +57,11 @@ std::string AnswerQuery(Services& services, const Query& query) {
     const std::string& function = query.parameters.Get("func");
     try {
         return Carry(services, query);
-    } catch (const Refusal& error) {
-        return ErrorAnswer({error.type(), error.object(), error.value(), error.what()});
-    } catch (const vek_err::Error& error) {
-        return ErrorAnswer({error.type(), function, "", error.what()});
+    } catch (const Error& error) {
+        return ErrorAnswer(error);
     } catch (const std::exception& error) {
         Log(function + ": " + error.what());
-        return ErrorAnswer({"internal", function, "", "the service failed at this; its log says why"});
+        return ErrorAnswer({Code::kInternal, function, "", "the service failed at this; its log says why"});
     }
 }
 
@@ -85,7 +83,7 @@ int Number(const Query& query, const std::string& key) {
     int number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (text.empty() || error != std::errc() || end != text.data() + text.size()) {
-        throw Refusal("value", key, text, "\"" + text + "\" is no number for \"" + key + "\"");
+        throw Error(Code::kValue, key, text, "\"" + text + "\" is no number for \"" + key + "\"");
     }
     return number;
 }
@@ -93,7 +91,7 @@ int Number(const Query& query, const std::string& key) {
 bool Flag(const Query& query, const std::string& key) {
     const std::string& text = query.parameters.Get(key);
     if (text != "on" && text != "off") {
-        throw Refusal("value", key, text, "\"" + key + "\" is \"on\" or \"off\", not \"" + text + "\"");
+        throw Error(Code::kValue, key, text, "\"" + key + "\" is \"on\" or \"off\", not \"" + text + "\"");
     }
     return text == "on";
 }

@@ -27,13 +27,13 @@ struct Query {
 };
 
 /// Carries the query out and returns the answer's text. Throws nothing: every error becomes an answer; what
-/// is no vek_err::Error is logged and answered as type "internal".
+/// is no `Error` is logged, and answered as "internal".
 std::string AnswerQuery(Services& services, const Query& query);
 
 /// Ends the runs of dead processes and takes back what they left. Safe from any thread.
 void Sweep(Services& services);
 
-/// Every function: errors are vek_err::Error (Refusal where the function itself refuses).
+/// Every function: errors are `Error`.
 using Function = void (*)(Services&, const Query&, XmlAnswer&);
 
 namespace functions {
@@ -62,10 +62,10 @@ void ShowAccount(Services&, const Query&, XmlAnswer&);
 
 }  // namespace functions
 
-/// The number in the parameter `key`, 32 bits. Errors: Refusal of type "value".
+/// The number in the parameter `key`, 32 bits. Errors: Error of code kValue.
 int Number(const Query& query, const std::string& key);
 
-/// Whether the parameter `key` is "on"; anything but "on" and "off" is a Refusal of type "value".
+/// Whether the parameter `key` is "on"; anything but "on" and "off" is a Error of code kValue.
 bool Flag(const Query& query, const std::string& key);
 
 }  // namespace zelvek

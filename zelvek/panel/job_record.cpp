@@ -1,5 +1,6 @@
 // The job record: read at the start of a plug-in's run, written back at its end.
 #include "vek/date.h"
+#include "vek/err.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/jobs/history.h"
@@ -76,7 +77,7 @@ void SetDate(const Query& query, const std::string& key, std::string& value) {
     try {
         if (!text.empty()) vek_date::DateTime{text};
     } catch (const vek_err::Error&) {
-        throw Refusal("value", key, text, "\"" + text + "\" is no date and time for \"" + key + "\"");
+        throw Error(Code::kValue, key, text, "\"" + text + "\" is no date and time for \"" + key + "\"");
     }
     SetText(query, key, value);
 }
@@ -100,8 +101,8 @@ void Take(const Query& query, jobs::Job& job) {
     SetFlag(query, "processing", job.processing);
     // No run empties the key: an empty one comes from a run that could not read the record.
     if (job.acmekey.empty() && !key_before.empty()) {
-        throw Refusal("stale", "ambrin.data", std::to_string(job.id),
-                      "an empty account key does not replace the stored one");
+        throw Error(Code::kStale, "ambrin.data", std::to_string(job.id),
+                    "an empty account key does not replace the stored one");
     }
 }
 
@@ -121,8 +122,8 @@ void Write(Services& services, const Query& query) {
     SQLite::Database& database = transaction.database();
     jobs::Job job = jobs::Find(database, id);
     if (job.reader != query.caller) {
-        throw Refusal("stale", "ambrin.data", std::to_string(id),
-                      "job " + std::to_string(id) + " was read by another process since");
+        throw Error(Code::kStale, "ambrin.data", std::to_string(id),
+                    "job " + std::to_string(id) + " was read by another process since");
     }
     Take(query, job);
     job.last_run = now;

@@ -26,7 +26,7 @@ std::string CsrRequest(const Query& query, const std::string& certname) {
         if (!key.starts_with(prefix)) continue;
         const std::string name = key.substr(prefix.size());
         if (std::find(kKeys.begin(), kKeys.end(), name) == kKeys.end()) {
-            throw Refusal("value", "csr", name, "a certificate's request takes no \"" + name + "\"");
+            throw Error(Code::kValue, "csr", name, "a certificate's request takes no \"" + name + "\"");
         }
         names::CheckText(name, value);
         entries[name] = value;
@@ -53,7 +53,8 @@ jobs::Job NewJob(const Query& query) {
     jobs::Job job;
     job.check_type = parameters.Has("check_type") ? parameters.Get("check_type") : "http";
     if (job.check_type != "http" && job.check_type != "dns") {
-        throw Refusal("value", "check_type", job.check_type, "names are checked by \"http\" or by \"dns\"");
+        throw Error(Code::kValue, "check_type", job.check_type,
+                    "names are checked by \"http\" or by \"dns\"");
     }
     job.domain = parameters.Get("domain");
     // A name with a wildcard is proved in the DNS alone (RFC 8555 section 7.1.3 leaves it to the authority;
@@ -103,8 +104,8 @@ public:
 jobs::Job FindIdle(SQLite::Database& database, int id) {
     jobs::Job job = jobs::Find(database, id);
     if (job.processing) {
-        throw Refusal("busy", "ambrin.data", std::to_string(id),
-                      "job " + std::to_string(id) + " is running already");
+        throw Error(Code::kBusy, "ambrin.data", std::to_string(id),
+                    "job " + std::to_string(id) + " is running already");
     }
     return job;
 }

@@ -1,6 +1,7 @@
 // A user's domains, and TXT records in their zones.
 #include <set>
 
+#include "vek/err.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/panel/functions.h"
@@ -16,7 +17,7 @@ std::string CanonicalName(const std::string& key, const std::string& name) {
     try {
         return names::Canonical(name);
     } catch (const vek_err::Error& error) {
-        throw Refusal("value", key, name, error.what());
+        throw Error(Code::kValue, key, name, error.what());
     }
 }
 
@@ -30,7 +31,7 @@ Record Checked(const std::string& user, const std::string& name, const std::stri
     names::CheckDomain(record.name, false);
     names::CheckText("value", value);
     if (value.empty() || value.size() > kMaxTxt) {
-        throw Refusal("value", "value", "", "the text of a record has 1 to 255 bytes");
+        throw Error(Code::kValue, "value", "", "the text of a record has 1 to 255 bytes");
     }
     return record;
 }
@@ -69,7 +70,7 @@ std::set<std::string> ZonesOf(Services& services, const Record& record) {
 void CheckType(const Query& query) {
     const std::string& type = query.parameters.Get("rtype");
     if (type != "txt")
-        throw Refusal("value", "rtype", type, "records of type \"" + type + "\" are not served");
+        throw Error(Code::kValue, "rtype", type, "records of type \"" + type + "\" are not served");
 }
 
 }  // namespace
@@ -88,14 +89,14 @@ void functions::EditRecord(Services& services, const Query& query, XmlAnswer&) {
     const Record record =
         Checked(query.parameters.Get("su"), query.parameters.Get("name"), query.parameters.Get("value"));
     if (services.records == nullptr) {
-        throw Refusal("dns", "domain.record", record.name,
-                      "no DNS back end is configured, so no record can be made");
+        throw Error(Code::kDns, "domain.record", record.name,
+                    "no DNS back end is configured, so no record can be made");
     }
     const std::string asked = CanonicalName("plid", query.parameters.Get("plid"));
     const std::string zone = ChooseZone(services, record);
     if (zone.empty()) {
-        throw Refusal("missed", "domain", asked,
-                      "user " + record.user + " has no zone that holds " + record.name);
+        throw Error(Code::kMissed, "domain", asked,
+                    "user " + record.user + " has no zone that holds " + record.name);
     }
     services.publications.Publish(query.caller, record.user, {zone, record.name, record.value}, "");
 }
@@ -106,7 +107,7 @@ void functions::DeleteRecord(Services& services, const Query& query, XmlAnswer&)
     const std::string separator = " TXT  ";
     const std::size_t at = key.find(separator);
     if (at == std::string::npos)
-        throw Refusal("value", "elid", key, "\"" + key + "\" is no key of a TXT record");
+        throw Error(Code::kValue, "elid", key, "\"" + key + "\" is no key of a TXT record");
 
     const Record record =
         Checked(query.parameters.Get("su"), key.substr(0, at), key.substr(at + separator.size()));

@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <string_view>
 
-#include "vek/err.h"
 #include "zelvek/base/durable.h"
+#include "zelvek/base/error.h"
 
 namespace zelvek::answers {
 namespace {
@@ -16,7 +16,7 @@ constexpr std::size_t kLongestName = 255;  // of a file, on every file system in
 
 // The rule stands here, at the file system's door, so that no caller can forget it.
 std::filesystem::path Place(const std::filesystem::path& directory, const std::string& token) {
-    if (!IsToken(token)) throw vek_err::Error::Reported("value", "the name of an answer file is no token");
+    if (!IsToken(token)) throw Error(Code::kValue, "the name of an answer file is no token");
     return directory / token;
 }
 

@@ -7,7 +7,7 @@
 /// TXT records of the zones that this service may write.
 namespace zelvek::dns {
 
-/// Errors of `AddTxt` and `RemoveTxt`: vek_err::Error of type "dns" that says which server and why; of type
+/// Errors of `AddTxt` and `RemoveTxt`: Error of code kDns that says which server and why; of type
 /// "value" for zones, names and values that can be none.
 class Backend {
 public:
@@ -35,7 +35,7 @@ struct Settings {
                                // without DNS
 };
 
-/// Null without server and file. Errors: vek_err::Error of type "value" for settings that cannot be used.
+/// Null without server and file. Errors: Error of code kValue for settings that cannot be used.
 std::unique_ptr<Backend> MakeBackend(const Settings& settings);
 
 }  // namespace zelvek::dns

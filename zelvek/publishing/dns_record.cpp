@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "vek/err.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 
 namespace zelvek::dns {
@@ -25,8 +25,7 @@ bool Record::IsInZone() const { return names::Holds(zone, name); }
 Record CheckedRecord(const std::string& zone, const std::string& name, const std::string& value) {
     if (value.empty() || value.size() > kLongestValue ||
         !std::all_of(value.begin(), value.end(), IsPrintableAscii)) {
-        throw vek_err::Error::Reported("value",
-                                       "the value of a TXT record has 1 to 255 printable ASCII characters");
+        throw Error(Code::kValue, "the value of a TXT record has 1 to 255 printable ASCII characters");
     }
     return {CheckedName(zone), CheckedName(name), value};
 }
@@ -34,7 +33,7 @@ Record CheckedRecord(const std::string& zone, const std::string& name, const std
 Record CheckedNewRecord(const std::string& zone, const std::string& name, const std::string& value) {
     Record record = CheckedRecord(zone, name, value);
     if (!record.IsInZone()) {
-        throw vek_err::Error::Reported("value", record.name + " does not lie in the zone " + record.zone);
+        throw Error(Code::kValue, record.name + " does not lie in the zone " + record.zone);
     }
     return record;
 }

@@ -15,13 +15,13 @@ struct Record {
 };
 
 /// The canonical form (ASCII, lower case, no final dot) of a name.
-/// Errors: vek_err::Error of type "value" for what is no name; it may begin with "*.".
+/// Errors: Error of code kValue for what is no name; it may begin with "*.".
 std::string CheckedName(std::string name);
 
-/// Errors: vek_err::Error of type "value" for texts that are no names or no such value.
+/// Errors: Error of code kValue for texts that are no names or no such value.
 Record CheckedRecord(const std::string& zone, const std::string& name, const std::string& value);
 
-/// As `CheckedRecord`; a name outside the zone is an error of type "value", too.
+/// As `CheckedRecord`; a name outside the zone is an error of code kValue, too.
 Record CheckedNewRecord(const std::string& zone, const std::string& name, const std::string& value);
 
 /// The value as zone files and DNS tools write it: in double quotes, with "\" before quotes and backslashes.

@@ -3,9 +3,9 @@
 #include <sstream>
 #include <string_view>
 
-#include "vek/err.h"
 #include "vek/proc.h"
 #include "vek/str.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
 #include "zelvek/base/tool.h"
 #include "zelvek/publishing/dns_backends.h"
@@ -60,8 +60,7 @@ public:
         const Record record = CheckedNewRecord(zone, name, value);
         const Answer answer = Ask(record);
         if (answer.values.count(Quoted(value)) != 0) {
-            throw vek_err::Error::Reported("exists",
-                                           "the TXT record of " + record.name + " is there already");
+            throw Error(Code::kExists, "the TXT record of " + record.name + " is there already");
         }
         // The server would skip such an addition, and report success (RFC 2136 section 3.4.2.2).
         if (answer.alias) Fail(record.name + " is an alias (CNAME), beside which no TXT record can stand");
@@ -79,8 +78,7 @@ private:
     [[noreturn]] void Fail(const std::string& reason) const {
         const bool ipv6 = settings_.server.find(':') != std::string::npos;
         const std::string host = ipv6 ? "[" + settings_.server + "]" : settings_.server;
-        throw vek_err::Error::Reported("dns",
-                                       "DNS server " + host + ":" + str::Str(settings_.port) + ": " + reason);
+        throw Error(Code::kDns, "DNS server " + host + ":" + str::Str(settings_.port) + ": " + reason);
     }
 
     void RequireServed(const Record& record) const {
@@ -132,7 +130,7 @@ bool IsHost(const std::string& text) {
 
 std::unique_ptr<Backend> MakeUpdateClient(const Settings& settings) {
     const auto require = [](bool good, const std::string& text) {
-        if (!good) throw vek_err::Error::Reported("value", text);
+        if (!good) throw Error(Code::kValue, text);
     };
     require(IsHost(settings.server), "the DNS server is no host name or address");
     require(settings.port > 0 && settings.port <= 65535,

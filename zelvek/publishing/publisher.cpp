@@ -17,8 +17,8 @@ using publications::Thing;
 namespace {
 
 bool Exists(const std::exception& error) {
-    const auto* reported = dynamic_cast<const vek_err::Error*>(&error);
-    return reported != nullptr && reported->type() == "exists";
+    const auto* refused = dynamic_cast<const Error*>(&error);
+    return refused != nullptr && refused->code() == Code::kExists;
 }
 
 /// Whether somebody else than `job` wants the thing to stay.
@@ -158,8 +158,8 @@ std::mutex& Publications::LockOf(const Thing& thing) {
 
 dns::Backend& Publications::Records() {
     if (records_ == nullptr) {
-        throw Refusal("dns", "domain.record", "",
-                      "no DNS back end is configured: give --dns-server or --dns-records-file");
+        throw Error(Code::kDns, "domain.record", "",
+                    "no DNS back end is configured: give --dns-server or --dns-records-file");
     }
     return *records_;
 }

@@ -2,8 +2,8 @@
 #include <fstream>
 #include <mutex>
 
-#include "vek/err.h"
 #include "zelvek/base/durable.h"
+#include "zelvek/base/error.h"
 #include "zelvek/publishing/dns_backends.h"
 #include "zelvek/publishing/dns_record.h"
 
@@ -24,8 +24,7 @@ public:
         const std::lock_guard lock(mutex_);
         std::vector<std::string> lines = Read();
         if (std::find(lines.begin(), lines.end(), Line(record)) != lines.end()) {
-            throw vek_err::Error::Reported("exists",
-                                           "the TXT record of " + record.name + " is there already");
+            throw Error(Code::kExists, "the TXT record of " + record.name + " is there already");
         }
         lines.push_back(Line(record));
         Write(lines);
@@ -45,7 +44,7 @@ private:
         std::vector<std::string> lines;
         for (std::string line; std::getline(in, line);) lines.push_back(line);
         // A file that cannot be read is no empty file: writing it anew would lose its records.
-        if (!in.eof()) throw vek_err::Error::Reported("dns", "cannot read " + file_.string());
+        if (!in.eof()) throw Error(Code::kDns, "cannot read " + file_.string());
         return lines;
     }
 
@@ -54,8 +53,8 @@ private:
         for (const std::string& line : lines) content += line + "\n";
         try {
             durable::Replace(file_, content, 0644);
-        } catch (const vek_err::Error& error) {
-            throw vek_err::Error::Reported("dns", error.what());
+        } catch (const Error& error) {
+            throw Error(Code::kDns, error.what());
         }
     }
 
@@ -68,7 +67,7 @@ private:
 std::unique_ptr<Backend> MakeRecordsFile(const std::filesystem::path& file) {
     const std::filesystem::path absolute = std::filesystem::absolute(file);
     if (!std::filesystem::is_directory(absolute.parent_path())) {
-        throw vek_err::Error::Reported("value", "the folder of " + absolute.string() + " is missing");
+        throw Error(Code::kValue, "the folder of " + absolute.string() + " is missing");
     }
     return std::make_unique<RecordsFile>(absolute);
 }

@@ -15,7 +15,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "vek/err.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
 #include "zelvek/publishing/answers.h"
 
@@ -51,8 +51,7 @@ Endpoint ParseAddress(const std::string& address) {
         // Brackets are for IPv6 and for nothing else, so that "::1:80" is not read one way or another.
         if (number && brackets == (host.find(':') != std::string::npos)) return {host, port};
     }
-    throw vek_err::Error::Reported("value",
-                                   "\"" + Printable(address) + "\" is no address and port to listen on");
+    throw Error(Code::kValue, "\"" + Printable(address) + "\" is no address and port to listen on");
 }
 
 /// A socket that listens, or -1 and errno.
@@ -80,7 +79,7 @@ int ListenOn(const Endpoint& endpoint, int family, const std::string& address) {
     addrinfo* found = nullptr;
     const char* host = endpoint.host.empty() ? nullptr : endpoint.host.c_str();
     if (getaddrinfo(host, endpoint.port.c_str(), &hints, &found) != 0) {
-        throw vek_err::Error::Reported("value", "\"" + Printable(address) + "\" is no numeric address");
+        throw Error(Code::kValue, "\"" + Printable(address) + "\" is no numeric address");
     }
     const int fd = TryListen(*found);
     freeaddrinfo(found);
@@ -94,7 +93,7 @@ int Listen(const std::string& address) {
     if (fd < 0 && every && errno != EADDRINUSE && errno != EACCES) fd = ListenOn(endpoint, AF_INET, address);
     if (fd >= 0) return fd;
     const std::string reason = std::generic_category().message(errno);
-    throw vek_err::Error::Reported("io", "cannot listen on " + address + ": " + reason);
+    throw Error(Code::kIo, "cannot listen on " + address + ": " + reason);
 }
 
 MHD_Result SendStatus(MHD_Connection* connection, unsigned status, const char* text) {
@@ -188,7 +187,7 @@ Responder::Responder(const std::string& address, std::filesystem::path answers)
                          MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemoryOfOneConnection,                      //
                          MHD_OPTION_UNESCAPE_CALLBACK, &LeaveEncoded, nullptr, MHD_OPTION_END);
     if (server_->daemon == nullptr) {
-        throw vek_err::Error::Reported("io", "cannot serve answers on " + address);
+        throw Error(Code::kIo, "cannot serve answers on " + address);
     }
 }
 

@@ -12,7 +12,7 @@
 #include <system_error>
 #include <vector>
 
-#include "vek/err.h"
+#include "zelvek/base/error.h"
 
 namespace zelvek::dns {
 namespace {
@@ -20,7 +20,7 @@ namespace {
 constexpr off_t kLargestFile = 4096;
 
 [[noreturn]] void Refuse(const std::string& file, const std::string& why) {
-    throw vek_err::Error::Reported("value", "the DNS key file " + file + " " + why);
+    throw Error(Code::kValue, "the DNS key file " + file + " " + why);
 }
 
 std::string Read(const std::string& file) {
@@ -62,7 +62,7 @@ bool IsKeyStatement(const std::vector<std::string>& words) {
 }  // namespace
 
 void CheckTsigKeyFile(const std::string& file) {
-    if (file.empty()) throw vek_err::Error::Reported("value", "the DNS server needs a key file");
+    if (file.empty()) throw Error(Code::kValue, "the DNS server needs a key file");
     struct stat status {};
     if (stat(file.c_str(), &status) != 0) {
         Refuse(file, "cannot be read: " + std::generic_category().message(errno));

@@ -9,6 +9,7 @@
 #include <string>
 #include <thread>
 
+#include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
 
 namespace zelvek {
@@ -40,7 +41,7 @@ public:
 
     std::string Answer(Services& services) const {
         if (too_big_) {
-            return ErrorAnswer({"protocol", "query", "",
+            return ErrorAnswer({Code::kProtocol, "query", "",
                                 "the query is larger than " + std::to_string(Server::kBodyLimit) + " bytes"});
         }
         return AnswerQuery(services, {Parameters(body_), caller_});
@@ -66,7 +67,7 @@ MHD_Result Send(MHD_Connection* connection, unsigned status, const std::string& 
 }
 
 MHD_Result Refuse(MHD_Connection* connection, unsigned status, const std::string& message) {
-    return Send(connection, status, ErrorAnswer({"protocol", "query", "", message}));
+    return Send(connection, status, ErrorAnswer({Code::kProtocol, "query", "", message}));
 }
 
 /// The first call for a request, when its headers are there.
@@ -124,7 +125,7 @@ Server::Server(Services& services, ServiceSocket& socket) : services_(services),
                                MHD_OPTION_CONNECTION_LIMIT, kConnections,   //
                                MHD_OPTION_NOTIFY_COMPLETED, &End, nullptr,  //
                                MHD_OPTION_END);
-    if (daemon_ == nullptr) throw std::runtime_error("cannot serve on " + socket.path().string());
+    if (daemon_ == nullptr) throw Error(Code::kIo, "cannot serve on " + socket.path().string());
 }
 
 Server::~Server() {

@@ -13,7 +13,7 @@ namespace zelvek {
 /// connection: an installation that waits for its reload command keeps nobody else waiting.
 class Server {
 public:
-    /// Errors: std::runtime_error.
+    /// Errors: Error.
     Server(Services& services, ServiceSocket& socket);
 
     /// Takes no new connections, lets the queries under way be answered, and ends.

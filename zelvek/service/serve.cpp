@@ -12,8 +12,11 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "zelvek/base/error.h"
+#include "zelvek/base/file_lock.h"
 #include "zelvek/base/log.h"
 #include "zelvek/base/periodic.h"
+#include "zelvek/base/run_directory.h"
 #include "zelvek/jobs/scheduler.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/publisher.h"
@@ -56,7 +59,7 @@ void UseDirectory(const std::string& purpose, const fs::path& directory) {
     fs::create_directories(directory, error);
     if (!error && !fs::is_directory(directory)) error = std::make_error_code(std::errc::not_a_directory);
     if (!error && ::access(directory.c_str(), W_OK | X_OK) != 0) error = {errno, std::generic_category()};
-    if (error) throw std::runtime_error(purpose + " " + directory.string() + ": " + error.message());
+    if (error) throw Error(Code::kIo, purpose + " " + directory.string() + ": " + error.message());
 }
 
 fs::path WithParent(const fs::path& file) {
@@ -66,8 +69,8 @@ fs::path WithParent(const fs::path& file) {
 
 void CheckPlugin(const ServeOptions& options) {
     if (options.scheduler && ::access(options.plugin.c_str(), X_OK) != 0) {
-        throw std::runtime_error("plug-in " + options.plugin.string() + ": " +
-                                 std::generic_category().message(errno));
+        throw Error(Code::kIo,
+                    "plug-in " + options.plugin.string() + ": " + std::generic_category().message(errno));
     }
 }
 
@@ -93,8 +96,8 @@ void Run(const ServeOptions& options) {
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services); });
     std::optional<Scheduler> scheduler;
     if (options.scheduler) {
-        scheduler.emplace(services, Scheduler::Settings{options.plugin, options.scheduler_interval,
-                                                        options.retry_interval});
+        scheduler.emplace(
+            store, Scheduler::Settings{options.plugin, options.scheduler_interval, options.retry_interval});
     }
     std::cout << "zelvek: ready" << std::endl;
     Log("ending on signal " + std::to_string(signals.Wait()));

@@ -1,4 +1,5 @@
 #include "zelvek/service/socket.h"
+#include "zelvek/base/error.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -18,7 +19,7 @@ namespace fs = std::filesystem;
 namespace {
 
 [[noreturn]] void Fail(const std::string& deed, const fs::path& path, int error) {
-    throw std::runtime_error(deed + " " + path.string() + ": " + std::generic_category().message(error));
+    throw Error(Code::kIo, deed + " " + path.string() + ": " + std::generic_category().message(error));
 }
 
 fs::path Made(const fs::path& directory) {
@@ -69,31 +70,14 @@ int Listen(const fs::path& path) {
 
 }  // namespace
 
-FileLock::FileLock(const fs::path& file, const std::string& taken)
-    : fd_(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
-    if (fd_ < 0) Fail("opening", file, errno);
-    if (::flock(fd_, LOCK_EX | LOCK_NB) == 0) return;
-    const int error = errno;
-    ::close(fd_);
-    if (error == EWOULDBLOCK) throw std::runtime_error(taken);
-    Fail("locking", file, error);
-}
-
-FileLock::~FileLock() { ::close(fd_); }
-
-fs::path RunDirectory() {
-    const char* directory = std::getenv("VEK_RUN_DIR");
-    return directory != nullptr && *directory != '\0' ? directory : "/run/vek";
-}
-
 ServiceSocket::ServiceSocket(const fs::path& directory)
     : path_(Made(directory) / "zelvek.sock"),
       lock_(directory / "zelvek.lock", "another service runs on " + path_.string() + " already") {
     struct stat status {};
     if (::lstat(path_.c_str(), &status) == 0) {
         if (!S_ISSOCK(status.st_mode))
-            throw std::runtime_error(path_.string() + " is in the way: it is no socket");
-        if (SomebodyAnswers(path_)) throw std::runtime_error("another service answers on " + path_.string());
+            throw Error(Code::kIo, path_.string() + " is in the way: it is no socket");
+        if (SomebodyAnswers(path_)) throw Error(Code::kIo, "another service answers on " + path_.string());
         Unlink();
     }
     fd_ = Listen(path_);

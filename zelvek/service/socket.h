@@ -6,31 +6,16 @@
 #include <optional>
 #include <string>
 
+#include "zelvek/base/file_lock.h"
 #include "zelvek/base/process.h"
 
 namespace zelvek {
-
-/// Held by one process at a time as long as it lives, whatever way it ends.
-class FileLock {
-public:
-    /// Errors: std::runtime_error, with `taken` as its text when another process holds it.
-    FileLock(const std::filesystem::path& file, const std::string& taken);
-    ~FileLock();
-    FileLock(const FileLock&) = delete;
-    FileLock& operator=(const FileLock&) = delete;
-
-private:
-    int fd_;
-};
-
-/// The directory of the local services' sockets: VEK_RUN_DIR, or /run/vek.
-std::filesystem::path RunDirectory();
 
 /// The socket that the service listens on, `zelvek.sock` in the run directory: for its own user alone.
 class ServiceSocket {
 public:
     /// Makes the directory where it is missing (mode 0700) and listens. A socket file that nobody answers on
-    /// is replaced. Errors: std::runtime_error; another service in the same directory is one.
+    /// is replaced. Errors: Error; another service in the same directory is one.
     explicit ServiceSocket(const std::filesystem::path& directory);
 
     /// Removes the socket's file; does not close the descriptor, which belongs to the HTTP server.

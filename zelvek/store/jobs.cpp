@@ -61,7 +61,8 @@ Job Find(SQLite::Database& database, int id) {
     SQLite::Statement select(database, "SELECT * FROM job WHERE id = ?");
     select.bind(1, id);
     if (!select.executeStep()) {
-        throw Refusal("missed", "ambrin.data", std::to_string(id), "there is no job " + std::to_string(id));
+        throw Error(Code::kMissed, "ambrin.data", std::to_string(id),
+                    "there is no job " + std::to_string(id));
     }
     return Read(select);
 }

@@ -37,7 +37,7 @@ struct Event {
 /// Stores a new job and returns its id.
 int Add(SQLite::Database& database, const Job& job);
 
-/// Errors: Refusal of type "missed".
+/// Errors: Error of code kMissed.
 Job Find(SQLite::Database& database, int id);
 
 std::vector<Job> All(SQLite::Database& database);

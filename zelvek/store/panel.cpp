@@ -13,7 +13,8 @@ void domains::Add(SQLite::Database& database, const Domain& domain) {
         database, "INSERT INTO domain (name, ascii, user_name) VALUES (?, ?, ?) ON CONFLICT DO NOTHING");
     SQLite::bind(insert, domain.name, domain.ascii, domain.user_name);
     if (insert.exec() == 0) {
-        throw Refusal("exists", "domain", domain.name, "the domain \"" + domain.name + "\" is there already");
+        throw Error(Code::kExists, "domain", domain.name,
+                    "the domain \"" + domain.name + "\" is there already");
     }
 }
 

@@ -23,7 +23,7 @@ struct Domain {
     std::string user_name;
 };
 
-/// Errors: Refusal of type "exists": a domain belongs to one user.
+/// Errors: Error of code kExists: a domain belongs to one user.
 void Add(SQLite::Database& database, const Domain& domain);
 
 /// One user's domains, or everybody's for an empty name.

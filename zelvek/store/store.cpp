@@ -12,6 +12,7 @@
 #include <string>
 #include <system_error>
 
+#include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
 #include "zelvek/store/migrations.h"
 
@@ -29,15 +30,15 @@ void MakePrivate(const std::filesystem::path& file) {
     const int error = errno;
     if (fd >= 0) ::close(fd);
     if (failed)
-        throw std::runtime_error("database " + file.string() + ": " + std::generic_category().message(error));
+        throw Error(Code::kIo, "database " + file.string() + ": " + std::generic_category().message(error));
 }
 
 void Migrate(SQLite::Database& database) {
     const auto& migrations = Migrations();
     const auto version = static_cast<std::size_t>(database.execAndGet("PRAGMA user_version").getInt64());
     if (version > migrations.size()) {
-        throw std::runtime_error("its version " + std::to_string(version) +
-                                 " is newer than this program's, " + std::to_string(migrations.size()));
+        throw Error(Code::kIo, "its version " + std::to_string(version) + " is newer than this program's, " +
+                                   std::to_string(migrations.size()));
     }
     for (std::size_t next = version; next < migrations.size(); ++next) {
         database.exec("BEGIN IMMEDIATE");
@@ -60,7 +61,7 @@ Store::Store(const std::filesystem::path& file) {
         database_->exec("PRAGMA secure_delete = ON");  // a deleted key leaves no bytes in the file
         Migrate(*database_);
     } catch (const std::exception& error) {
-        throw std::runtime_error("database " + file.string() + ": " + error.what());
+        throw Error(Code::kIo, "database " + file.string() + ": " + error.what());
     }
 }
 

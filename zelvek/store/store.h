@@ -14,7 +14,7 @@ namespace zelvek {
 class Store {
 public:
     /// Opens or creates the file and brings it to the newest version.
-    /// Errors: std::runtime_error that names the file; a file of a newer version than this program's is one.
+    /// Errors: Error that names the file; a file of a newer version than this program's is one.
     explicit Store(const std::filesystem::path& file);
     ~Store();
 

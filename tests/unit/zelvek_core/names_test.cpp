@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "vek/err.h"
+#include "zelvek/base/error.h"
 
 namespace zelvek::names {
 namespace {
@@ -12,8 +12,8 @@ bool Passes(const Check& check) {
     try {
         check();
         return true;
-    } catch (const vek_err::Error& error) {
-        EXPECT_EQ(error.type(), "value");
+    } catch (const Error& error) {
+        EXPECT_EQ(error.code(), Code::kValue);
         return false;
     }
 }

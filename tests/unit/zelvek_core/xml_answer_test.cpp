@@ -35,7 +35,7 @@ TEST(XmlAnswer, IsADocumentWhenItIsEmpty) { EXPECT_NO_THROW(vek_client::Result(X
 TEST(ErrorAnswer, IsRaisedWithItsTypeAndText) {
     try {
         const vek_client::Result result(
-            ErrorAnswer({"exists", "domain", "a\"<\n", "it is <there> & \"so\"\r\n"}));
+            ErrorAnswer({Code::kExists, "domain", "a\"<\n", "it is <there> & \"so\"\r\n"}));
         FAIL() << "no error";
     } catch (const vek_err::Error& error) {
         EXPECT_EQ(error.type(), "exists");
@@ -45,7 +45,7 @@ TEST(ErrorAnswer, IsRaisedWithItsTypeAndText) {
 
 TEST(ErrorAnswer, CarriesWhatCannotBeCarriedInAnotherForm) {
     try {
-        const vek_client::Result result(ErrorAnswer({"value", "", std::string("a\0b", 3), "\x01\xff"}));
+        const vek_client::Result result(ErrorAnswer({Code::kValue, "", std::string("a\0b", 3), "\x01\xff"}));
         FAIL() << "no error";
     } catch (const vek_err::Error& error) {
         EXPECT_EQ(error.type(), "value");

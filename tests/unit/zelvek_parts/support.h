@@ -11,8 +11,7 @@
 #include <stdexcept>
 #include <string>
 #include <vector>
-
-#include "vek/err.h"
+#include "zelvek/base/error.h"
 
 /// What the tests of the service's parts share.
 namespace parts {
@@ -46,8 +45,8 @@ struct Failure {
 inline Failure FailureOf(const std::function<void()>& action) {
     try {
         action();
-    } catch (const vek_err::Error& error) {
-        return {error.type(), error.what()};
+    } catch (const zelvek::Error& error) {
+        return {zelvek::Word(error.code()), error.what()};
     }
     return {"none", ""};
 }

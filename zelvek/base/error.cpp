@@ -1,0 +1,23 @@
+#include "zelvek/base/error.h"
+
+namespace zelvek {
+
+const char* Word(Code code) {
+    switch (code) {
+        case Code::kValue: return "value";
+        case Code::kMissed: return "missed";
+        case Code::kExists: return "exists";
+        case Code::kStale: return "stale";
+        case Code::kBusy: return "busy";
+        case Code::kBadKey: return "badkey";
+        case Code::kBadChain: return "badchain";
+        case Code::kDns: return "dns";
+        case Code::kHook: return "hook";
+        case Code::kIo: return "io";
+        case Code::kProtocol: return "protocol";
+        case Code::kInternal: break;
+    }
+    return "internal";
+}
+
+}  // namespace zelvek
