@@ -5,7 +5,7 @@ usage: check_includes.py [ROOT]
 
 The program's folders include downwards only (LAYERS), libvek's public headers, jsoncpp and the standard library; the
 framework includes neither program nor service, and its public headers nothing but the standard library; the service
-includes libvek's public headers, never the program. Prints one line per violation; exit status 1 where there is one.
+includes libvek's public headers, never the program, and its rooms include downwards only (ROOMS). Prints one line per violation; exit status 1 where there is one.
 """
 import re
 import sys
@@ -26,6 +26,18 @@ LAYERS = {
     "encoding": set(),
     "problem": set(),
     "record": set(),
+}
+# Room of the service -> rooms that it may include besides itself.
+ROOMS = {
+    "base": set(),
+    "store": {"base"},
+    "certificates": {"base", "store"},
+    "publishing": {"base", "store"},
+    "jobs": {"base", "store"},
+    "panel": {"base", "store", "certificates", "publishing", "jobs"},
+    "service": {"base", "store", "certificates", "publishing", "jobs", "panel"},
+    "cli": {"base", "service"},
+    "main": {"cli", "service"},
 }
 RECORD = {"ambrin_data", "ambrin_log"}
 PROGRAM_THIRD_PARTY = {"json/json.h"}
@@ -107,8 +119,24 @@ def framework_rule(_, header, target):
     return f"the framework must include neither program nor service: {header}"
 
 
-def service_rule(_, header, target):
-    if target is None or inside(target, SERVICE) or inside(target, PUBLIC):
+def room(path):
+    """The room of a file of the service, None for a file that the picture does not know."""
+    rest = Path(path).relative_to(SERVICE)
+    if len(rest.parts) > 1:
+        return rest.parts[0] if rest.parts[0] in ROOMS else None
+    return "main" if rest.name == "main.cpp" else None
+
+
+def service_rule(path, header, target):
+    own = room(path)
+    if own is None:
+        return "has no place in the picture of the service's rooms"
+    if inside(target, SERVICE):
+        other = room(target)
+        if other == own or other in ROOMS[own]:
+            return None
+        return f"{own} must not include {other}: {header}"
+    if target is None or inside(target, PUBLIC):
         return None
     return f"the service includes its own headers and libvek's public ones: {header}"
 

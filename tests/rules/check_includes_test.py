@@ -1,4 +1,5 @@
 """Plants one violation of each rule in a small tree that keeps them all."""
+import shutil
 import tempfile
 import unittest
 from pathlib import Path
@@ -21,8 +22,16 @@ GOOD = {
     "libvek/include/vek/xml.h": "// #include <pugixml.hpp>\n#include <memory>\n",
     "libvek/src/xml.cpp": '#include <pugixml.hpp>\n#include "vek/xml.h"\n#include "socket.h"\n',
     "libvek/src/socket.h": "#include <sys/socket.h>\n",
-    "zelvek/main.cpp": '#include <microhttpd.h>\n#include <socket.h>\n#include "zelvek/store/store.h"\n#include "vek/client.h"\n',
-    "zelvek/store/store.h": "#include <vector>\n",
+    "zelvek/main.cpp": '#include <socket.h>\n#include "zelvek/cli/cli.h"\n#include "zelvek/service/serve.h"\n',
+    "zelvek/base/error.h": '#include <vector>\n#include "vek/client.h"\n',
+    "zelvek/store/store.h": '#include "zelvek/base/error.h"\n',
+    "zelvek/certificates/install.h": '#include "zelvek/base/error.h"\n#include "zelvek/store/store.h"\n',
+    "zelvek/publishing/publisher.h": '#include "zelvek/base/error.h"\n#include "zelvek/store/store.h"\n',
+    "zelvek/jobs/scheduler.h": '#include "zelvek/base/error.h"\n#include "zelvek/store/store.h"\n',
+    "zelvek/panel/functions.h": '#include "zelvek/base/error.h"\n#include "zelvek/store/store.h"\n'
+    '#include "zelvek/certificates/install.h"\n#include "zelvek/publishing/publisher.h"\n#include "zelvek/jobs/scheduler.h"\n',
+    "zelvek/service/serve.h": '#include <microhttpd.h>\n#include "zelvek/panel/functions.h"\n#include "zelvek/jobs/scheduler.h"\n',
+    "zelvek/cli/cli.h": '#include "zelvek/base/error.h"\n',
 }
 
 PLANTED = [
@@ -48,10 +57,21 @@ PLANTED = [
     ("libvek/include/vek/xml.h", "#include <pugixml.hpp>", "public headers"),
     ("libvek/include/vek/xml.h", '#include "../../src/socket.h"', "public headers"),
     ("libvek/src/xml.cpp", '#include "ambrin_data.h"', "neither program nor service"),
-    ("libvek/src/xml.cpp", '#include "store.h"', "neither program nor service"),
-    ("libvek/src/xml.cpp", "#include <zelvek/store.h>", "neither program nor service"),
+    ("libvek/src/xml.cpp", '#include "store/store.h"', "neither program nor service"),
+    ("libvek/src/xml.cpp", "#include <zelvek/store/store.h>", "neither program nor service"),
     ("zelvek/main.cpp", '#include "plugins_int_build/ambrin/ambrin_data.h"', "the service includes"),
     ("zelvek/main.cpp", '#include "socket.h"', "the service includes"),
+    ("zelvek/main.cpp", '#include "zelvek/store/store.h"', "main must not include store"),
+    ("zelvek/base/error.h", '#include "zelvek/store/store.h"', "base must not include store"),
+    ("zelvek/store/store.h", '#include "zelvek/jobs/scheduler.h"', "store must not include jobs"),
+    ("zelvek/certificates/install.h", '#include "zelvek/publishing/publisher.h"', "certificates must not include publishing"),
+    ("zelvek/publishing/publisher.h", '#include "zelvek/jobs/scheduler.h"', "publishing must not include jobs"),
+    ("zelvek/jobs/scheduler.h", '#include "zelvek/panel/functions.h"', "jobs must not include panel"),
+    ("zelvek/panel/functions.h", '#include "../service/serve.h"', "panel must not include service"),
+    ("zelvek/service/serve.h", '#include "zelvek/cli/cli.h"', "service must not include cli"),
+    ("zelvek/cli/cli.h", '#include "zelvek/store/store.h"', "cli must not include store"),
+    ("zelvek/tools/tool.h", "#include <string>", "has no place"),
+    ("zelvek/tool.h", "#include <string>", "has no place"),
 ]
 
 
@@ -86,8 +106,7 @@ class CheckIncludes(unittest.TestCase):
                 file.write_text(before, encoding="utf-8") if before is not None else file.unlink()
 
     def test_folder_without_sources_is_a_finding(self):
-        for file in (self.root / "zelvek").iterdir():
-            file.unlink()
+        shutil.rmtree(self.root / "zelvek")
         self.assertEqual(check(self.root), ["zelvek: no sources found"])
 
 

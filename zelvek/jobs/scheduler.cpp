@@ -39,8 +39,8 @@ bool IsDue(const jobs::Job& job, const std::string& now, std::chrono::seconds re
     return vek_date::DateTime(job.last_run).AddSeconds(static_cast<int>(retry.count())).AsDateTime() <= now;
 }
 
-Scheduler::Scheduler(Services& services, Settings settings)
-    : services_(services),
+Scheduler::Scheduler(Store& store, Settings settings)
+    : store_(store),
       settings_(std::move(settings)),
       self_(FindProcess(::getpid()).value()),
       end_(::eventfd(0, EFD_CLOEXEC)),
@@ -82,7 +82,7 @@ void Scheduler::StartDue() {
     std::vector<int> due;
     {
         const std::string now = Now();
-        Transaction transaction(services_.store);
+        Transaction transaction(store_);
         EndLostClaims(transaction.database(), now);
         for (const auto& job : jobs::All(transaction.database())) {
             if (runs_.size() + due.size() == kRunsAtOnce) break;

@@ -7,8 +7,8 @@
 #include <thread>
 
 #include "zelvek/base/plugin_run.h"
-#include "zelvek/panel/functions.h"
 #include "zelvek/store/jobs.h"
+#include "zelvek/store/store.h"
 
 namespace zelvek {
 
@@ -27,7 +27,7 @@ public:
 
     static constexpr std::size_t kRunsAtOnce = 4;
 
-    Scheduler(Services& services, Settings settings);
+    Scheduler(Store& store, Settings settings);
 
     /// Asks the runs under way to end and waits for them: they still write their records back, so the service
     /// has to answer meanwhile.
@@ -46,7 +46,7 @@ private:
     void Wait(std::chrono::milliseconds limit);
     bool Ending() const;
 
-    Services& services_;
+    Store& store_;
     Settings settings_;
     Process self_;
     std::map<int, PluginRun> runs_;  // by job
