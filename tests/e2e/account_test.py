@@ -7,6 +7,7 @@ from world import FAILURE, INSTALLED, WAITING
 EC = ("--csr", "key_type=ec")
 
 
+# Behaviours of: Failing and recovering
 class Account(WorldTest):
     def setUp(self):
         super().setUp()
@@ -30,6 +31,7 @@ class Account(WorldTest):
     def registrations(self):
         return len(self.authority.requests("new-account"))
 
+    # Behaviour: A valid account is checked and used again
     def test_valid_account_is_checked_and_used_again(self):
         job = self.job_with_stored_account()
         kid = self.world.job(job)["kid"]
@@ -39,6 +41,7 @@ class Account(WorldTest):
         self.assertEqual([(check.protected["kid"], check.answer.status) for check in checks], [(kid, 200)])
         self.assertEqual((self.registrations(), self.world.job(job)["kid"]), (1, kid))
 
+    # Behaviour: A second job uses the account that the first ...
     def test_second_job_checks_the_default_account_and_uses_it(self):
         self.assertEqual(self.world.run_job(self.add_job()), INSTALLED)
         second = self.add_job()
@@ -47,6 +50,7 @@ class Account(WorldTest):
         self.assertEqual((self.registrations(), len(self.authority.requests("account"))), (1, 1))
         self.assertEqual(self.world.job(second)["kid"], self.world.ask("account", "show")["kid"])
 
+    # Behaviour: A deactivated account gives way to the default account
     def test_deactivated_account_gives_way_to_the_default_account(self):
         job = self.job_with_stored_account()
         old = self.world.job(job)["kid"]
@@ -58,6 +62,7 @@ class Account(WorldTest):
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual((self.registrations(), self.world.job(job)["kid"]), (2, default))
 
+    # Behaviour: A failing account is tried again in later runs before a new one is registered
     def test_failing_account_is_tried_again_in_later_runs_before_a_new_one_is_registered(self):
         job = self.job_with_stored_account("--max-account-checks", "2")
         kid = self.world.job(job)["kid"]
@@ -72,6 +77,7 @@ class Account(WorldTest):
         self.assertNotEqual(self.world.job(job)["kid"], kid)
         self.assertEqual(self.world.ask("account", "show")["kid"], self.world.job(job)["kid"])
 
+    # Behaviour: An account survives an authority that is down for a while
     def test_account_survives_an_authority_that_is_down_for_a_while(self):
         job = self.job_with_stored_account("--max-account-checks", "3")
         kid = self.world.job(job)["kid"]
@@ -83,6 +89,7 @@ class Account(WorldTest):
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual((self.registrations(), self.world.job(job)["kid"]), (1, kid))
 
+    # Behaviour: An account that the authority knows already is taken, whatever else its answer says
     def test_account_that_the_authority_knows_is_taken_whatever_else_it_says(self):
         def known(proper):
             proper.status = 200
@@ -97,6 +104,7 @@ class Account(WorldTest):
         kid = self.authority.requests("new-account")[-1].answer.headers["Location"]
         self.assertEqual((self.world.job(job)["kid"], self.world.ask("account", "show")["kid"]), (kid, kid))
 
+    # Behaviour: A refused registration fails the run, and the next one registers
     def test_refused_registration_fails_the_run_and_the_next_one_registers(self):
         self.authority.script("new-account", Answer(503), occurrence=1)
         job = self.add_job()

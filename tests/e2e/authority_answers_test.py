@@ -31,6 +31,7 @@ SAYS_NOTHING = {"directory": ([("http_query_error", no_url(""))] * 2, []),  # no
                 "finalize": ([("cert_order_req_attempt", "")], [])}
 
 
+# Behaviours of: Failing and recovering
 class AuthorityAnswers(AuthorityTest):
     @classmethod
     def setUpClass(cls):
@@ -67,16 +68,22 @@ class AuthorityAnswers(AuthorityTest):
                 self.assert_kept(resource, attempts)
         self.assert_next_run_installs()
 
+    # Behaviour: A refusal at any resource is told once, under the name of its step, in the authority's words, badNonce
+    #   and problems with subproblems included; what was reached is kept, and a later run installs
+    # Behaviour: A refusal with "retry-after", in seconds or as a date, is not waited for
     def test_refusal_at_any_resource_is_told_in_the_authoritys_words(self):
         for resource, event in STEPS.items():
             self.job = self.add_job()
             self.assert_refusals_are_told(resource, event, refusals())
 
+    # Behaviour: A refusal's text of any form is told; what no XML can carry is marked in it
     def test_refusal_of_any_form_is_told_and_kept(self):
         for resource in ("directory", "new-order"):
             self.job = self.add_job()
             self.assert_refusals_are_told(resource, STEPS[resource], odd_refusals())
 
+    # Behaviour: An exchange that breaks at any resource (dropped, cut, 100 MB, 600 kB of header) is a failed query with
+    #   reason and URL; what was reached is kept, and a later run installs
     def test_break_at_any_resource_is_told_with_its_reason(self):
         for resource in STEPS:
             self.job = self.add_job()
@@ -87,6 +94,9 @@ class AuthorityAnswers(AuthorityTest):
                     self.assert_kept(resource, attempts)
             self.assert_next_run_installs()
 
+    # Behaviour: A good answer that says nothing (a page, a redirect, nothing, JSON of another form or too deep) gives
+    #   no certificate at any resource, and a later run installs
+    # Behaviour: A redirect is an answer and never followed ...
     def test_good_answer_that_says_nothing_gives_no_certificate(self):
         for resource, (failed, further) in SAYS_NOTHING.items():
             self.job = self.add_job()
@@ -100,6 +110,7 @@ class AuthorityAnswers(AuthorityTest):
                     self.assertEqual(self.world.answer_files(), [])
             self.assert_next_run_installs()
 
+    # Behaviour: A certificate that is none is not installed, and stops the job until a run installs a good one
     def test_certificate_that_is_none_is_not_installed_and_stops_the_job(self):
         for what, answer in nonsense():
             with self.subTest(what):
@@ -112,6 +123,7 @@ class AuthorityAnswers(AuthorityTest):
                 self.assertEqual((self.world.job(self.job)["failed"], self.world.job(self.job)["verified"]), (True, False))
         self.assert_next_run_installs()
 
+    # Behaviour: An authority whose certificate turns bad in mid-run is told nothing more
     def test_server_certificate_that_turns_bad_in_mid_run_ends_it(self):
         """It is shown after the nonce of the step's request has been given, to the request itself."""
         bad = {"certificate has expired": self.world.ca.server(DIRECTORY_HOST, days=-1),
@@ -133,6 +145,8 @@ class AuthorityAnswers(AuthorityTest):
                     self.assertEqual((run.reached, resource in run.asked), (REACHED[resource], False))
             self.assert_next_run_installs()
 
+    # Behaviour: An account check that fails in any way (refused, broken, another status, no status) keeps the account
+    #   for the next run
     def test_account_check_that_fails_in_any_way_keeps_the_account(self):
         self.job = self.add_job("--max-account-checks", "100")
         self.meet("new-order", json_answer({}, 503))  # the job has an account of its own from now on
@@ -149,6 +163,7 @@ class AuthorityAnswers(AuthorityTest):
         self.assert_next_run_installs()
         self.assertEqual(len(self.authority.requests("new-account")), 1)
 
+    # Behaviour: A registration that fails in any way leaves the default account, and the next run goes on with that
     def test_registration_that_fails_leaves_the_default_account_to_the_next_run(self):
         told_as = {what: (answer, [("registration_fail", told(code, details))]) for what, answer, code, details in refusals()}
         cases = {what: told_as[what] for what in ("429, date", "subproblems")}
@@ -168,6 +183,7 @@ class AuthorityAnswers(AuthorityTest):
                 self.assert_next_run_installs()
                 self.assertEqual(self.world.job(self.job)["kid"], self.kid)
 
+    # Behaviour: A resource's URL that is none of the web is not asked
     def test_url_that_is_none_of_the_web_is_not_asked(self):
         url = "file:///etc/passwd"
         not_asked = ("http_query_error", no_url(url))
@@ -185,6 +201,7 @@ class AuthorityAnswers(AuthorityTest):
                 self.assertEqual(self.world.answer_files(), [])
         self.assert_next_run_installs()
 
+    # Behaviour: An authority that sends no byte for a minute is given up
     def test_when_no_byte_comes_for_a_minute_the_exchange_is_given_up(self):
         self.assertEqual(self.stalled_run.process.wait(3 * LONG), FAILURE)
         record = self.world.job(self.stalled_job)

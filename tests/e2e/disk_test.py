@@ -29,6 +29,7 @@ class Folder:
         subprocess.run(["mount", "-o", f"remount,{mode}", self._path], check=True)
 
 
+# Behaviours of: Ending runs from outside
 class Disk(SharedWorldTest):
     @classmethod
     def setUpClass(cls):
@@ -64,6 +65,8 @@ class Disk(SharedWorldTest):
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual(half_written(self.world.installed(self.world.job(job)["certname"])), [])
 
+    # Behaviour: A disk that is full, or a folder that is read-only, fails the installation with that reason in event
+    #   and notifications, and a later run installs
     def test_full_disk_fails_the_installation_and_a_later_run_installs(self):
         job = self.add_job()
         self.certificates.fill()
@@ -71,6 +74,7 @@ class Disk(SharedWorldTest):
         self.certificates.empty()
         self.assert_installed(job)
 
+    # Behaviour: A disk that is full, or a folder that is ...
     def test_read_only_folder_fails_the_installation_and_a_later_run_installs(self):
         job = self.add_job()
         self.certificates.protect()
@@ -78,6 +82,7 @@ class Disk(SharedWorldTest):
         self.certificates.protect("rw")
         self.assert_installed(job)
 
+    # Behaviour: At the log it costs one line on standard error, and nothing else
     def test_full_disk_at_the_log_is_told_and_costs_the_run_nothing(self):
         self.assert_installed(self.add_job())
         job = self.world.add_job("shop.example", "--csr", "key_type=ec", "--certname", "unlogged")
@@ -93,6 +98,7 @@ class Disk(SharedWorldTest):
         self.assertEqual(self.world.run_job(job), NOTHING_TO_DO)
         self.assertGreater(self.log_size(), size)
 
+    # Behaviour: At the log it costs one line on standard ...
     def test_read_only_log_folder_is_told_and_costs_the_run_nothing(self):
         job = self.add_job()
         self.logs.protect()

@@ -27,6 +27,7 @@ def bare(value):
     return value.strip('"')
 
 
+# Behaviours of: Issuing
 class LateRecord(DnsTest):
     """Records that the resolvers do not show."""
 
@@ -44,6 +45,8 @@ class LateRecord(DnsTest):
         self.assertEqual(self.world.run_job(job), WAITING)
         self.assertEqual(self.told("ambrin_pause")["root"]["records"], missing)
 
+    # Behaviour: A record that is not visible pauses the job for half an hour and tells all three, and the job goes on
+    #   when it is
     def test_record_that_is_not_visible_pauses_the_job_for_half_an_hour_and_tells_all_three(self):
         self.world.dns.update(f"add {self.domain}. 5 NS ns2.{self.domain}.", f"add ns2.{self.domain}. 5 A 127.0.0.1")
         job = self.published_job("--alias", f"www.{self.domain}", "--res-name", "seller")
@@ -66,6 +69,7 @@ class LateRecord(DnsTest):
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual([self.published(), self.published(record)], [[], []])
 
+    # Behaviour: Of two values at one name the missing one alone is told
     def test_of_two_values_at_one_name_the_missing_one_alone_is_told(self):
         job = self.published_job("--alias", f"*.{self.domain}")
         missing, other = self.published()
@@ -76,12 +80,14 @@ class LateRecord(DnsTest):
         self.world.dns.update(f"add {self.record}. 5 TXT {missing}")
         self.assertEqual(self.world.run_job(job), INSTALLED)
 
+    # Behaviour: Resolvers that are silent or refuse are passed ...
     def test_resolvers_that_refuse_are_passed_over(self):
         job = self.published_job()
         self.answer_at(RESOLVERS[4:])
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual(self.looked_up(), {RESOLVERS[4]})
 
+    # Behaviour: Resolvers that are silent or refuse are passed over
     def test_silent_resolver_is_passed_over(self):
         job = self.published_job()
         self.answer_at(RESOLVERS[1:])
@@ -90,6 +96,7 @@ class LateRecord(DnsTest):
             self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual(self.looked_up(), {RESOLVERS[1]})
 
+    # Behaviour: Without any resolver, or without dig, the job pauses
     def test_no_resolver_that_answers_pauses_the_job(self):
         job = self.published_job()
         value, = self.published()
@@ -100,6 +107,7 @@ class LateRecord(DnsTest):
         self.world.dns.restart(RESOLVERS)
         self.assertEqual(self.world.run_job(job), INSTALLED)
 
+    # Behaviour: Without any resolver, or without dig, the ...
     def test_missing_dig_pauses_the_job(self):
         job = self.published_job()
         value, = self.published()
@@ -115,6 +123,7 @@ class LateRecord(DnsTest):
         self.assertEqual(self.world.run_job(job), INSTALLED)
 
 
+# Behaviours of: Failing and recovering
 class LostRecord(DnsTest):
     """Records that cannot be published, and records that are left behind."""
 
@@ -129,12 +138,14 @@ class LostRecord(DnsTest):
         self.assertNotIn(WRONG_SECRET, run.log())
         self.assertEqual((self.published(), self.world.recorded_publications(self.record)), ([], []))
 
+    # Behaviour: A name server that refuses the key or the update fails the run
     def test_refused_key_fails_the_run(self):
         key = read(self.world.dns.key_file)
         self.addCleanup(self.use_key, key)
         self.use_key(key.replace(self.world.dns.secret, WRONG_SECRET))
         self.assert_not_published("the key is refused")
 
+    # Behaviour: A name server that refuses the key or the ...
     def test_refused_update_fails_the_run(self):
         self.world.dns.restart(RESOLVERS, read_only=[self.domain])
         self.addCleanup(self.world.dns.restart, RESOLVERS)
@@ -144,6 +155,7 @@ class LostRecord(DnsTest):
         with open(self.world.dns.key_file, "w", encoding="utf-8") as file:
             file.write(text)
 
+    # Behaviour: A job whose record could not be published finishes once it is made as the notification says
     def test_job_whose_record_could_not_be_published_finishes_once_it_is_made_as_the_notification_says(self):
         job = self.add_job()
         self.world.dns.halt()
@@ -163,6 +175,7 @@ class LostRecord(DnsTest):
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual(self.published(), [])
 
+    # Behaviour: A job older than a day is stopped for good, and its records are removed
     def test_job_older_than_a_day_is_stopped_its_records_are_removed_and_all_three_are_told(self):
         job = self.add_job("--alias", f"www.{self.domain}", "--res-name", "seller")
         self.assertEqual(self.world.run_job(job), WAITING)
@@ -177,6 +190,7 @@ class LostRecord(DnsTest):
         self.assertCountEqual(self.told("ambrin_failed_admin"), ["root"])
         self.assertCountEqual(self.told("ambrin_failed_user"), ["anna", "seller"])
 
+    # Behaviour: A run that is killed between publication and write-back leaves no TXT record
     def test_run_killed_between_publication_and_write_back_leaves_no_record(self):
         job = self.add_job()
         reached, gate = self.hold_updates()
@@ -208,6 +222,7 @@ class LostRecord(DnsTest):
         self.addCleanup(self.restart_service)
         return reached, lambda: open(opened, "w", encoding="ascii").close()
 
+    # Behaviour: A run that is killed after its check is made up for by the next
     def test_run_killed_after_the_check_is_made_up_for_by_the_next(self):
         job = self.add_job()
         self.assertEqual(self.world.run_job(job), WAITING)
@@ -225,6 +240,7 @@ class LostRecord(DnsTest):
         self.assertEqual(self.published(), [])
 
 
+# Behaviours of: Issuing
 class ScriptedAuthority(DnsTest):
     """What needs an authority that asks for a value known beforehand, or that waits for a test."""
 
@@ -248,6 +264,7 @@ class ScriptedAuthority(DnsTest):
         key = self.world.authority.requests("new-account")[0].protected["jwk"]
         return encode(hashlib.sha256(f"{token}.{thumbprint(key)}".encode()).digest())
 
+    # Behaviour: A record that is there already is taken as published; one that two jobs share stays until both are done
     def test_record_that_is_there_already_is_taken_as_published(self):
         value = self.expect_value()
         self.world.dns.update(f'add {self.record}. 5 TXT "{value}"')
@@ -259,6 +276,7 @@ class ScriptedAuthority(DnsTest):
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual(self.published(), [])
 
+    # Behaviour: A record that is there already is taken as ...
     def test_record_that_two_jobs_share_stays_until_both_are_done(self):
         value = self.expect_value()
         jobs = [self.add_job("--certname", f"{name}-{self.domain}") for name in ("first", "second")]
@@ -271,6 +289,7 @@ class ScriptedAuthority(DnsTest):
         self.assertEqual(self.world.run_job(jobs[0]), INSTALLED)
         self.assertEqual(self.published(), [])
 
+    # Behaviour: A name server that is down at the clean-up fails the run, and the record is removed later
     def test_name_server_that_is_down_at_clean_up_fails_the_run_and_the_record_is_removed_later(self):
         job = self.add_job()
         self.assertEqual(self.world.run_job(job), WAITING)

@@ -20,6 +20,7 @@ def busy(delay="0"):
     return lambda _: later(json_answer({"status": "processing"}), delay)
 
 
+# Behaviours of: Failing and recovering
 class Failure(AuthorityTest):
     """Stories of single answers; the tables are in authority_answers_test.py."""
 
@@ -29,6 +30,8 @@ class Failure(AuthorityTest):
 
     # Nonces.
 
+    # Behaviour: A nonce is sent back as it came, whatever it holds; one that is missing is refused by the authority and
+    #   told
     def test_nonce_of_any_form_is_sent_back_as_it_came(self):
         for nonce in ("", 'a","alg":"none","x":"\\', "n" * 60_000):
             with self.subTest(nonce=nonce[:30]):
@@ -41,6 +44,7 @@ class Failure(AuthorityTest):
 
     # Waiting.
 
+    # Behaviour: An authority that takes its time is polled until it is done
     def test_authority_that_takes_its_time_is_polled_until_it_is_done(self):
         for resource in ("challenge", "finalize"):
             self.authority.script(resource, busy("1"), occurrence=1)
@@ -50,6 +54,7 @@ class Failure(AuthorityTest):
             exchanges = self.authority.requests(resource)[-3:]
             self.assertEqual([exchange.raw_payload == b"" for exchange in exchanges], [False, True, True])
 
+    # Behaviour: An object that stays "processing" is given up after sixty polls; a "retry-after" date is no delay
     def test_authority_that_never_gets_done_is_given_up(self):
         for resource, delay in (("challenge", date_in(3600)), ("finalize", "0")):
             self.authority.script(resource, later(json_answer({"status": "processing"}), delay))
@@ -62,6 +67,7 @@ class Failure(AuthorityTest):
                 self.assert_ends(run, FAILURE, [*before, *[resource] * 61], [("cert_order_req_attempt", "")])
         self.assert_next_run_installs()
 
+    # Behaviour: A refusal with "retry-after", in seconds ...
     def test_refused_poll_is_told_and_not_repeated(self):
         for resource, event in (("challenge", "challenge_fail"), ("finalize", "cert_order_fail")):
             self.authority.script(resource, busy(), occurrence=1)
@@ -70,6 +76,7 @@ class Failure(AuthorityTest):
             self.assert_ends(self.run_job(), FAILURE, asked, [(event, told(429, "too many requests of late"))])
         self.assert_next_run_installs()
 
+    # Behaviour: A terminated wait for the authority ends ...
     def test_only_a_signal_ends_a_wait_that_the_authority_asks_for(self):
         log = os.path.join(self.world.logs, "ambrin.log")
         # A run that had challenges to answer leaves them and the answer file to the next one.
@@ -94,11 +101,13 @@ class Failure(AuthorityTest):
 
     # Orders.
 
+    # Behaviour: An order that turns invalid gives no certificate
     def test_order_that_turns_invalid_gives_no_certificate(self):
         run = self.meet("finalize", json_answer({"status": "invalid"}))
         self.assert_ends(run, FAILURE, WHOLE[:5], [("cert_order_req_attempt", "")])
         self.assert_next_run_installs()
 
+    # Behaviour: An order that is offered again is taken up ...
     def test_order_that_is_ready_already_is_finalized_at_once(self):
         for status in (200, 201):
             self.job = self.add_job()
@@ -108,6 +117,7 @@ class Failure(AuthorityTest):
             self.assert_ends(run, INSTALLED, READY, [])
             self.assertNotIn("challenge_created", run.reached)
 
+    # Behaviour: An order that is offered again is taken up where it stands: pending, half done, or ready
     def test_pending_order_that_is_offered_again_is_finished(self):
         self.assertEqual(self.meet("challenge", problem("serverInternal", "not today", 500)).status, FAILURE)
         self.authority.offer_last_order_again(200)
@@ -115,6 +125,7 @@ class Failure(AuthorityTest):
         first, second = self.authority.requests("challenge")[-2:]
         self.assertEqual(first.path, second.path)
 
+    # Behaviour: An order that is offered again is taken up ...
     def test_of_an_order_that_is_half_done_only_the_other_half_is(self):
         self.world.add_domain("blog.example")
         self.job = self.add_job("--skip-account-check", "--alias", "blog.example")
@@ -126,6 +137,8 @@ class Failure(AuthorityTest):
         self.assert_ends(run, INSTALLED, [*WHOLE[:2], "authorization", *WHOLE[2:]], [])
         self.assertEqual(self.authority.requests("challenge")[-1].path, refused)
 
+    # Behaviour: An order that is over is refused and told, its certificate is not installed with another key, and the
+    #   next order is good
     def test_order_that_is_over_is_refused_and_the_next_one_is_good(self):
         self.assertEqual(self.meet("certificate", problem("serverInternal", "not today", 500)).status, FAILURE)
         self.authority.offer_last_order_again(200)
@@ -138,6 +151,7 @@ class Failure(AuthorityTest):
         self.assert_ends(self.run_job(), FAILURE, WHOLE[:4], [("challenge_fail", told(403, reason))])
         self.assert_next_run_installs()
 
+    # Behaviour: An order that is over is refused and told ...
     def test_certificate_of_an_earlier_request_is_not_installed(self):
         self.assertEqual(self.meet("certificate", problem("serverInternal", "not today", 500)).status, FAILURE)
         self.authority.offer_last_order_again(200)
@@ -151,6 +165,8 @@ class Failure(AuthorityTest):
 
     # Answers that are good and unusual.
 
+    # Behaviour: Wrong content types, large headers, slow bytes, delays and other line ends change nothing in a good
+    #   answer
     def test_unusual_form_of_good_answers_changes_nothing(self):
         def everywhere(spoil):
             self.job = self.add_job()
@@ -191,6 +207,7 @@ class Failure(AuthorityTest):
             with self.subTest(what):
                 everywhere(spoil)
 
+    # Behaviour: Unknown members and unknown challenges are passed over, whatever they hold
     def test_unknown_members_and_challenges_are_passed_over(self):
         def members(value):
             value.update({"new": {"status": "invalid", "error": {"detail": "no"}}, "Status": "invalid", "Error": {}, "": [None]})
@@ -215,11 +232,13 @@ class Failure(AuthorityTest):
         self.assertEqual(self.authority.resources()[-6:], WHOLE)
         self.assertTrue(self.authority.requests("challenge")[-1].path.endswith("/http-01"))
 
+    # Behaviour: A challenge without a URL, or that cannot be published, fails its run and holds up no later order
     def test_challenge_without_a_url_fails_the_run(self):
         run = self.meet("authorization", changed(lambda found: found["challenges"][0].pop("url")))
         self.assert_ends(run, FAILURE, WHOLE[:3], [("http_query_error", no_url(""))])
         self.assert_next_run_installs()
 
+    # Behaviour: A challenge without a URL, or that cannot ...
     def test_challenge_that_cannot_be_published_holds_up_no_later_order(self):
         """The second one of the right type is without a token, which makes no name of a file."""
         extra = {"type": "http-01", "url": f"{BASE}/elsewhere"}
@@ -246,15 +265,19 @@ class ForeignAuthority(WorldTest):
         self.assertEqual(broken("directory", reason), self.world.event_detail(job, "http_query_error"))
         self.assertEqual(self.world.authority.requests(), [])
 
+    # Behaviour: An authority whose certificate is of an unknown root, for another name or has ended is told nothing,
+    #   and the record says which
     def test_certificate_of_an_unknown_root_is_not_accepted(self):
         self.world.trusted_roots = CertificateAuthority(self.world.path("other-ca")).root
         self.world.start_authority()
         self.assert_not_trusted(".*certificate.*issuer.*")
 
+    # Behaviour: An authority whose certificate is of an unknown ...
     def test_certificate_for_another_name_is_not_accepted(self):
         self.world.start_authority(certified_name=SITES[0])
         self.assert_not_trusted(f".*'{DIRECTORY_HOST}'")
 
+    # Behaviour: An authority whose certificate is of an unknown ...
     def test_certificate_that_has_ended_is_not_accepted(self):
         self.world.start_authority()
         self.world.authority.server.present(*self.world.ca.server(DIRECTORY_HOST, days=-1))

@@ -60,6 +60,7 @@ class Client:
         return status
 
 
+# Behaviours of: The end-to-end harness
 class ScriptedAuthority(WorldTest):
     def setUp(self):
         super().setUp()
@@ -70,38 +71,46 @@ class ScriptedAuthority(WorldTest):
     def refused(self, answer):
         return answer[2]["type"].rpartition(":")[2]
 
+    # Behaviour: The scripted authority answers a sound request like an authority
     def test_sound_request_is_answered(self):
         self.assertEqual(self.client.register(), 201)
         status, headers, order = self.client.post("/new-order", {"identifiers": [{"type": "dns", "value": "shop.example"}]})
         self.assertEqual((status, order["status"], len(order["authorizations"])), (201, "pending", 1))
         self.assertTrue(headers["Location"].startswith(HOST))
 
+    # Behaviour: The scripted authority refuses what a sound authority refuses: used nonces, wrong signatures,
+    #   addresses, keys and accounts
     def test_nonce_is_good_once(self):
         nonce = self.client.nonce()
         self.assertEqual(self.client.post("/new-account", {"termsOfServiceAgreed": True}, nonce=nonce)[0], 201)
         self.assertEqual(self.refused(self.client.post("/new-account", {"termsOfServiceAgreed": True}, nonce=nonce)), "badNonce")
         self.assertEqual(self.refused(self.client.post("/new-account", {}, nonce="invented")), "badNonce")
 
+    # Behaviour: The scripted authority refuses what a sound ...
     def test_signature_of_something_else_is_refused(self):
         header = {"alg": "RS256", "nonce": self.client.nonce(), "url": HOST + "/new-account", "jwk": self.client.jwk}
         protected, payload = encode(json.dumps(header).encode()), encode(b'{"termsOfServiceAgreed": true}')
         answer = self.client.send("/new-account", protected, payload, encode(b"\x01" * 256))
         self.assertEqual((self.refused(answer), answer[2]["detail"]), ("malformed", "the signature does not hold"))
 
+    # Behaviour: The scripted authority refuses what a sound ...
     def test_signed_url_has_to_be_the_one_asked_for(self):
         self.assertEqual(self.refused(self.client.post("/new-account", {}, url=HOST + "/new-order")), "unauthorized")
 
+    # Behaviour: The scripted authority refuses what a sound ...
     def test_key_is_for_new_accounts_and_an_account_for_everything_else(self):
         self.assertEqual(self.client.post("/new-order", {"identifiers": []})[0], 400)
         self.client.register()
         self.assertEqual(self.client.post("/new-account", {})[0], 400)
         self.assertEqual(self.refused(self.client.post("/new-order", {}, kid=HOST + "/account/99")), "accountDoesNotExist")
 
+    # Behaviour: The scripted authority refuses what a sound ...
     def test_deactivated_account_places_no_order(self):
         self.client.register()
         self.authority.set_account_status(self.client.kid, "deactivated")
         self.assertEqual(self.client.post("/new-order", {"identifiers": []})[0], 403)
 
+    # Behaviour: An answer that a test replaces comes at its turn, and at no other
     def test_replaced_answer_comes_at_its_turn_only(self):
         self.client.exchange("GET", "/directory")
         self.authority.script("directory", problem("serverInternal", "now", 500), occurrence=2)
@@ -109,6 +118,7 @@ class ScriptedAuthority(WorldTest):
         self.authority.script("directory", Answer(418))
         self.assertEqual(self.client.exchange("GET", "/directory")[0], 418)
 
+    # Behaviour: An answer that is dropped or cut breaks the exchange
     def test_spoiled_answers_break_the_exchange(self):
         self.authority.script("directory", Answer(drop=True))
         with self.assertRaises((http.client.HTTPException, OSError)):
@@ -117,6 +127,7 @@ class ScriptedAuthority(WorldTest):
         with self.assertRaises(http.client.IncompleteRead):
             self.client.exchange("GET", "/directory")
 
+    # Behaviour: A client that does not trust the harness's certificate is not served
     def test_client_that_does_not_trust_the_harness_is_not_served(self):
         context = ssl.create_default_context()
         with self.assertRaises(ssl.SSLCertVerificationError):
@@ -125,6 +136,7 @@ class ScriptedAuthority(WorldTest):
 
 
 class Surroundings(WorldTest):
+    # Behaviour: Nothing but the loopback device is there, and the production host is the tests' own authority
     def test_nothing_but_loopback_is_there(self):
         links = subprocess.run(["ip", "-brief", "link"], capture_output=True, text=True, check=True).stdout
         up = [line.split()[0] for line in links.splitlines() if "LOWER_UP" in line]
@@ -132,6 +144,7 @@ class Surroundings(WorldTest):
         routes = subprocess.run(["ip", "route"], capture_output=True, text=True, check=True).stdout
         self.assertEqual(routes, "")
 
+    # Behaviour: Nothing but the loopback device is there ...
     def test_production_host_is_the_front(self):
         hosts = subprocess.run(["getent", "ahostsv4", DIRECTORY_HOST], capture_output=True, text=True, check=True).stdout
         self.assertEqual({line.split()[0] for line in hosts.splitlines()}, {AUTHORITY_ADDRESS})
@@ -143,6 +156,7 @@ class Complaints(WorldTest):
     def other_world(self):
         return World(self.world.path("other"), "no-binaries")
 
+    # Behaviour: No process and no private key in a log is ...
     def test_key_in_a_log_is_noticed(self):
         other = self.other_world()
         folder = os.path.dirname(other.installed("shop.example"))
@@ -156,6 +170,7 @@ class Complaints(WorldTest):
         with self.assertRaisesRegex(AssertionError, "secrets in the logs .*service.out"):
             other.close()
 
+    # Behaviour: No process and no private key in a log is left by any of this
     def test_process_that_stays_is_noticed(self):
         other = self.other_world()
         with subprocess.Popen(["sleep", "600"]) as stays:
@@ -164,6 +179,7 @@ class Complaints(WorldTest):
             stays.kill()
         wait_until(lambda: not sandbox.others(), "the process is gone")
 
+    # Behaviour: A fault inside the harness fails the test
     def test_fault_inside_the_authority_is_noticed(self):
         other = self.other_world()
         other.start_authority()
@@ -189,6 +205,7 @@ class Runner(WorldTest):
             suite = json.load(file)["testsuites"][0]
         return done.returncode, {test["name"]: "failures" in test for test in suite["testsuite"]}
 
+    # Behaviour: A test that fails, breaks, or is left out fails its run and is named
     def test_failed_test_fails_the_run_and_is_named(self):
         status, outcomes = self.run_file("""
             def test_that_holds(self): pass
@@ -201,6 +218,7 @@ class Runner(WorldTest):
         self.assertEqual(outcomes, {"test_that_holds": False, "test_that_does_not": True, "test_that_breaks": True,
                                     "test_with_a_part_that_does_not_hold": True})
 
+    # Behaviour: A test that fails, breaks, or is left out ...
     def test_file_whose_preparation_breaks_fails(self):
         status, _ = self.run_file("""
             @classmethod
@@ -209,6 +227,7 @@ class Runner(WorldTest):
             """)
         self.assertEqual(status, 1)
 
+    # Behaviour: A test that fails, breaks, or is left out ...
     def test_test_that_is_left_out_fails_the_run(self):
         status, _ = self.run_file("""
             @unittest.skip("not today")
@@ -216,5 +235,6 @@ class Runner(WorldTest):
             """)
         self.assertEqual(status, 1)
 
+    # Behaviour: A test that fails, breaks, or is left out ...
     def test_sound_file_succeeds(self):
         self.assertEqual(self.run_file("def test_that_holds(self): pass"), (0, {"test_that_holds": False}))

@@ -9,6 +9,7 @@ from world import DIRECTORY_HOST, FAILURE, INSTALLED, NOTHING_TO_DO
 EC = ("--csr", "key_type=ec")  # quicker made than the default's RSA
 
 
+# Behaviours of: Issuing
 class Http01(WorldTest):
     def setUp(self):
         super().setUp()
@@ -21,6 +22,7 @@ class Http01(WorldTest):
         """The certificate that the web server shows for the name, which has to be pebble's."""
         return self.world.web.wait_trusted(name, self.world.path("pebble-root.pem"))
 
+    # Behaviour: A first http-01 job registers, is validated, and the web server shows its certificate
     def test_first_job_registers_and_ends_with_the_web_server_showing_its_certificate(self):
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example")
@@ -41,6 +43,7 @@ class Http01(WorldTest):
         self.assertCountEqual(self.world.problems(), [("ambrin_success", "root"), ("ambrin_success", "anna")])
         self.assertTrue(self.world.account_keys())
 
+    # Behaviour: A second job uses the account that the first has registered
     def test_second_job_uses_the_account_that_the_first_registered(self):
         for name in ("shop.example", "blog.example"):
             self.world.add_domain(name)
@@ -54,6 +57,7 @@ class Http01(WorldTest):
         self.assertEqual(self.world.job(second)["kid"], self.world.job(first)["kid"])
         self.assertEqual(self.world.ask("account", "show"), {"kid": self.world.job(first)["kid"], "key": True})
 
+    # Behaviour: One certificate names the domain and all its aliases
     def test_one_certificate_names_the_domain_and_all_its_aliases(self):
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", "--alias", "www.shop.example", "--alias", "mail.shop.example", *EC)
@@ -64,6 +68,7 @@ class Http01(WorldTest):
             self.assertEqual(names_of("x509", self.trusted(name).encode()), names)
         self.assertEqual(self.world.events(job).count(("processing", "challenge_success")), 3)
 
+    # Behaviour: An internationalised name is certified in its ASCII form
     def test_internationalised_name_is_certified_in_its_ascii_form(self):
         self.world.add_domain("bücher.example")
         job = self.world.add_job("bücher.example", *EC)
@@ -72,6 +77,7 @@ class Http01(WorldTest):
         shown = self.trusted("xn--bcher-kva.example")
         self.assertEqual(names_of("x509", shown.encode()), ["xn--bcher-kva.example"])
 
+    # Behaviour: A later certificate takes the place of the one before
     def test_later_certificate_takes_the_place_of_the_one_before(self):
         self.world.add_domain("shop.example")
         first = self.world.add_job("shop.example", *EC)
@@ -85,6 +91,7 @@ class Http01(WorldTest):
         self.assertNotEqual(shown, before)
         self.assertIn(shown.strip(), read(self.world.installed("shop.example")))
 
+    # Behaviour: A verified job sends nothing more
     def test_verified_job_sends_nothing_more(self):
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", *EC)
@@ -95,6 +102,7 @@ class Http01(WorldTest):
         self.assertEqual(self.world.front.server.seen, before)
         self.assertEqual(self.world.job(job), record)
 
+    # Behaviour: An unreachable authority fails the run, and the record says why
     def test_unreachable_authority_fails_the_run_and_the_record_says_why(self):
         self.world.front.stop()
         self.world.add_domain("shop.example")
@@ -107,6 +115,7 @@ class Http01(WorldTest):
         self.assertEqual(record["attempt_count"], 1)
         self.assertFalse(record["processing"] or record["verified"] or record["failed"])
 
+    # Behaviour: A failing reload command stops the job and tells everybody
     def test_failing_reload_command_stops_the_job_and_tells_everybody(self):
         self.world.stop_service()
         self.world.start_service(reload_command="echo the web server is ill; exit 3")
@@ -119,6 +128,7 @@ class Http01(WorldTest):
         self.assertTrue(self.world.job(job)["failed"])
         self.assertCountEqual(self.world.problems(), [("ambrin_failed_admin", "root"), ("ambrin_failed_user", "anna")])
 
+    # Behaviour: A job older than a day is stopped for good ...
     def test_job_older_than_a_day_is_stopped_for_good(self):
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", *EC)
@@ -130,6 +140,7 @@ class Http01(WorldTest):
         self.assertCountEqual(self.world.problems(), [("ambrin_failed_admin", "root"), ("ambrin_failed_user", "anna")])
         self.assertEqual(self.world.front.server.seen, [])
 
+    # Behaviour: The scheduler carries new jobs to their certificates
     def test_scheduler_carries_new_jobs_to_their_certificates(self):
         self.world.stop_service()
         self.world.start_service("--scheduler-interval", "1", scheduler="on")
@@ -141,6 +152,7 @@ class Http01(WorldTest):
         self.trusted("blog.example")
 
 
+# Behaviours of: Failing and recovering
 class UnservedAnswers(WorldTest):
     """The web server does not serve the answer files."""
 
@@ -151,6 +163,7 @@ class UnservedAnswers(WorldTest):
         self.world.start_pebble()
         self.world.start_service()
 
+    # Behaviour: A failed validation is told, and the answer files are removed
     def test_failed_validation_is_told_and_the_answer_files_are_removed(self):
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", *EC)
@@ -162,6 +175,7 @@ class UnservedAnswers(WorldTest):
         self.assertEqual((record["challenges"], record["attempt_count"]), ("", 0))
         self.assertFalse(os.path.exists(self.world.installed("shop.example")))
 
+    # Behaviour: The next run after the repair installs the certificate
     def test_run_after_the_web_server_is_repaired_installs_the_certificate(self):
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", "--skip-account-check", *EC)

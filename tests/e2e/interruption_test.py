@@ -10,6 +10,7 @@ from world import FAILURE, INSTALLED
 EC = ("--csr", "key_type=ec")
 
 
+# Behaviours of: Ending runs from outside
 class Interruption(WorldTest):
     def setUp(self):
         super().setUp()
@@ -35,6 +36,7 @@ class Interruption(WorldTest):
         self.assertNotEqual(self.world.run_job(self.job), INSTALLED)
         return self.world.job(self.job)["kid"]
 
+    # Behaviour: A terminated account check leaves the account alone, and the record is written back
     def test_terminated_account_check_leaves_the_account_alone(self):
         kid = self.keep_account()
         self.end_run("account", signal.SIGTERM)
@@ -45,6 +47,7 @@ class Interruption(WorldTest):
         self.assertEqual(self.world.run_job(self.job), INSTALLED)
         self.assertEqual(self.world.job(self.job)["kid"], kid)
 
+    # Behaviour: A terminated order is placed anew by the next run
     def test_terminated_order_is_placed_anew_by_the_next_run(self):
         self.end_run("new-order", signal.SIGINT)
 
@@ -52,6 +55,7 @@ class Interruption(WorldTest):
         self.assertEqual(self.world.run_job(self.job), INSTALLED)
         self.assertEqual(len(self.authority.requests("new-account")), 1)
 
+    # Behaviour: A terminated wait for the authority ends at once, however long it was to be
     def test_terminated_wait_for_the_authority_ends_at_once(self):
         self.authority.script("challenge", lambda proper: json_answer({"status": "processing"}, **{"Retry-After": "3600"}))
         run = self.world.start_run(self.job)
@@ -65,6 +69,7 @@ class Interruption(WorldTest):
         self.authority.unscript()
         self.assertEqual(self.world.run_job(self.job), INSTALLED)
 
+    # Behaviour: A killed run leaves no answer file and no half-written record
     def test_killed_run_leaves_no_answer_file_and_no_half_written_record(self):
         gate = self.authority.hold("challenge")
         run = self.world.start_run(self.job)
@@ -79,6 +84,7 @@ class Interruption(WorldTest):
         self.assertEqual(self.world.job(self.job)["attempt_count"], 0)
         self.assertEqual(self.world.run_job(self.job), INSTALLED)
 
+    # Behaviour: A second run of a job keeps out of the first one's way
     def test_second_run_of_a_job_keeps_out_of_the_first_ones_way(self):
         gate = self.authority.hold("challenge")
         first = self.world.start_run(self.job)
@@ -91,6 +97,7 @@ class Interruption(WorldTest):
         self.assertEqual(first.process.wait(60), INSTALLED)
         self.assertTrue(self.world.job(self.job)["verified"])
 
+    # Behaviour: A stored account survives a killed run
     def test_stored_account_survives_a_killed_run(self):
         kid = self.keep_account()
         self.end_run("new-order", signal.SIGKILL)
@@ -99,6 +106,7 @@ class Interruption(WorldTest):
         self.assertEqual(self.world.run_job(self.job), INSTALLED)
         self.assertEqual(len(self.authority.requests("new-account")), 1)
 
+    # Behaviour: A service that is killed in mid-run goes on with the job after its restart
     def test_service_that_is_killed_in_mid_run_goes_on_with_the_job_after_its_restart(self):
         gate = self.authority.hold("challenge")
         self.world.start_run(self.job)

@@ -4,6 +4,7 @@ from steps import FAILED_TOLD, INSTALLED_TOLD, KILLED_PLUGIN, KILLED_SERVICE, TE
 from world import FAILURE, INSTALLED, NOTHING_TO_DO, WEB_ADDRESS
 
 
+# Behaviours of: Ending runs from outside
 class KilledHttp(StepTest):
     @classmethod
     def setUpClass(cls):
@@ -24,6 +25,7 @@ class KilledHttp(StepTest):
         self.assertEqual(sorted(set(heard)), sorted(told))
         self.assertLessEqual(max((heard.count(one) for one in heard), default=0), 2 if may_repeat else 1)
 
+    # Behaviour: An http-01 run does 26 things outside; killed at any of them it costs one more run
     def test_steps_are_all_that_a_run_does_outside(self):
         self.assertEqual(self.names, [
             "ambrin.data.edit", "sslcert.csr.edit", "sslcert.csr.edit", "sslcert.csr.delete", "directory", "child", "nonce",
@@ -31,6 +33,11 @@ class KilledHttp(StepTest):
             "ambrin_challenge", "child", "nonce", "finalize", "nonce", "certificate", "sslcert.hardreplace",
             "problems.register", "problems.register", "ambrin.data.edit"])
 
+    # Behaviour: Who is told of an installation is told again by the next run when the first was killed before its
+    #   write-back (steps 24 to 26 of 26), and by nothing else
+    # Behaviour: After all of these the database is sound, key and certificate are of one pair or not there, and nothing
+    #   stays published
+    # Behaviour: An http-01 run does 26 things outside; killed ...
     def test_killed_plug_in_costs_one_more_run(self):
         def check(certname, statuses, number, step, end):
             self.assertNotIn(FAILURE, statuses)
@@ -41,6 +48,9 @@ class KilledHttp(StepTest):
 
         self.end_at_every_step(KILLED_PLUGIN, check)
 
+    # Behaviour: Terminated at any of them it writes its record back; the next run finishes, after one that gives the
+    #   order up where the signal came between the last authorization and the publication (steps 12 and 13 of 26)
+    # Behaviour: Who is told of an installation is told again ...
     def test_terminated_plug_in_writes_back_and_costs_one_more_run_or_two(self):
         def check(certname, statuses, number, step, end):
             # Only an order whose answer file was never published has to be given up first. An answer that comes in one
@@ -53,6 +63,13 @@ class KilledHttp(StepTest):
 
         self.end_at_every_step(TERMINATED_PLUGIN, check)
 
+    # Behaviour: A service that is killed at any of them and comes back at once costs nothing where no query was on its
+    #   way, else two more runs at most
+    # Behaviour: An installation whose answer is lost with the service (step 23 of 26) stops the job and tells
+    #   everybody; it finishes when somebody runs it
+    # Behaviour: A notification that is lost with the service (steps 24 and 25 of 26) is not sent again, nor are those
+    #   after it, since the certificate is installed by then
+    # Behaviour: After all of these the database is sound ...
     def test_service_that_is_killed_and_comes_back_costs_two_more_runs_at_most(self):
         def check(certname, statuses, number, step, end):
             told = INSTALLED_TOLD

@@ -74,11 +74,16 @@ protected:
     }
 };
 
+// Behaviours of: Child processes and sleeps
+
+// Behaviour: The end of a child is waited for in one go, in steps of 20 milliseconds where the system cannot
+//   announce it, and never in a busy loop
 TEST_F(ChildEnd, IsWaitedForInOneGo) {
     EXPECT_EQ(Execute("sleep 0.3; exit 3", 0).Result(), 3);
     EXPECT_EQ(waits, std::vector<int>{3'600'000});
 }
 
+// Behaviour: The end of a child is waited for in one go ...
 TEST_F(ChildEnd, IsLookedForInShortStepsWhereNothingAnnouncesIt) {
     announces = false;
     EXPECT_EQ(Execute("sleep 0.3; exit 3", 0).Result(), 3);
@@ -86,6 +91,7 @@ TEST_F(ChildEnd, IsLookedForInShortStepsWhereNothingAnnouncesIt) {
     EXPECT_EQ(waits, std::vector<int>(waits.size(), 20));
 }
 
+// Behaviour: The end of a child is waited for in one go ...
 TEST_F(ChildEnd, IsWaitedForInPeaceByWhatItDoesNotRead) {
     Execute child("exec <&-; sleep 0.3; exit 4", vek_proc::kPipeIn);
     child.In() << std::string(1 << 20, 'x');
@@ -93,12 +99,14 @@ TEST_F(ChildEnd, IsWaitedForInPeaceByWhatItDoesNotRead) {
     EXPECT_LE(waits.size(), 20U);
 }
 
+// Behaviour: The end of a child is waited for in one go ...
 TEST_F(ChildEnd, IsWaitedForInPeaceByWhatItDoesNotWrite) {
     Execute child("echo x; sleep 0.2; exec >&-; sleep 0.3; exit 4", vek_proc::kPipeOut);
     EXPECT_EQ(child.Result(), 4);
     EXPECT_LE(waits.size(), 20U);
 }
 
+// Behaviour: A child is waited for to its end and no longer ...
 // What it writes between the last reading and its end.
 TEST_F(ChildEnd, LeavesOutputThatIsReadToItsLastByte) {
     looks_late = true;
@@ -109,23 +117,27 @@ TEST_F(ChildEnd, LeavesOutputThatIsReadToItsLastByte) {
     }
 }
 
+// Behaviour: A command that is not there has status 127 ...
 TEST_F(ChildEnd, IsLookedForAgainWhereASignalCameBetween) {
     interruptions = 2;
     EXPECT_EQ(Execute("exit 6", 0).Result(), 6);
     EXPECT_EQ(interruptions, 0);
 }
 
+// Behaviour: A program that ignores its children gets status 255
 TEST_F(ChildEnd, IsStatus255WhereTheProgramIgnoresItsChildren) {
     const auto before = std::signal(SIGCHLD, SIG_IGN);
     EXPECT_EQ(Execute("exit 6", 0).Result(), 255);
     std::signal(SIGCHLD, before);
 }
 
+// Behaviour: A child is waited for to its end and no longer ...
 TEST_F(ChildEnd, IsWaitedForWhereItIsBroughtAbout) {
     { const Execute dropped("sleep 300", vek_proc::kOwnSession); }
     EXPECT_EQ(looks, std::vector<int>{0});
 }
 
+// Behaviour: The end of a child is waited for in one go ...
 TEST_F(ChildEnd, IsLookedForWhenItsTimeIsUp) {
     Execute child("sleep 300", vek_proc::kOwnSession);
     child.LimitTime(std::chrono::milliseconds(200));

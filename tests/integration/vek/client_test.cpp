@@ -62,6 +62,9 @@ protected:
 
 std::string EmptyAnswer(const std::string& /*query*/) { return "<doc/>"; }
 
+// Behaviours of: Queries to a local service
+
+// Behaviour: A query is a POST of the text as a form; the calling module stands in a header line
 TEST_F(Client, PostsAFormAndNamesItsModule) {
     Service service(folder.path(), "zelvek", EmptyAnswer);
     client.Query("func=a&b=?", "c d");
@@ -74,6 +77,8 @@ TEST_F(Client, PostsAFormAndNamesItsModule) {
     EXPECT_THAT(request.head, Not(HasSubstr("Expect:")));
 }
 
+// Behaviour: The service's socket is looked for in VEK_RUN_DIR at each query, or in /run/vek where that is
+//   unset or empty
 TEST_F(Client, LooksForItsServiceAtEachQuery) {
     const Service service(folder.path(), "zelvek",
                           [](const std::string&) { return "<doc><at>1</at></doc>"; });
@@ -85,6 +90,7 @@ TEST_F(Client, LooksForItsServiceAtEachQuery) {
     EXPECT_EQ(client.Query("func=a").value("at"), "2");
 }
 
+// Behaviour: Megabytes travel both ways; an answer beyond the limit is refused
 TEST_F(Client, CarriesMegabytesBothWays) {
     const std::string much(5 << 20, 'x');
     Service service(folder.path(), "zelvek",
@@ -93,6 +99,7 @@ TEST_F(Client, CarriesMegabytesBothWays) {
     EXPECT_EQ(service.requests().front().body, "func=a&a=" + much);
 }
 
+// Behaviour: Threads may share a client, and no proxy ...
 TEST_F(Client, IgnoresTheEnvironmentsProxy) {
     const Service service(folder.path(), "zelvek", EmptyAnswer);
     const vek_test::Variable lower("http_proxy", "http://127.0.0.1:1/");
@@ -110,6 +117,7 @@ int CountMixedUp(const Local& client, int first) {
     return mixed_up;
 }
 
+// Behaviour: Threads may share a client, and no proxy is used
 TEST_F(Client, MayBeUsedByManyThreads) {
     Service service(folder.path(), "zelvek",
                     [](const std::string& query) { return "<doc><q>" + query + "</q></doc>"; });
@@ -120,6 +128,7 @@ TEST_F(Client, MayBeUsedByManyThreads) {
     EXPECT_EQ(service.requests().size(), 80U);
 }
 
+// Behaviour: A missing or restarting service is waited for, five seconds, with a look every 50 milliseconds
 TEST_F(Client, WaitsForAServiceThatStarts) {
     auto answer = std::async(std::launch::async, [this] { return TypeOfError(); });
     std::this_thread::sleep_for(kMoment);
@@ -127,6 +136,7 @@ TEST_F(Client, WaitsForAServiceThatStarts) {
     EXPECT_EQ(answer.get(), "none");
 }
 
+// Behaviour: A missing or restarting service is waited ...
 TEST_F(Client, WaitsForAServiceThatStartsAgain) {
     {
         const int stale = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -142,6 +152,7 @@ TEST_F(Client, WaitsForAServiceThatStartsAgain) {
     EXPECT_EQ(answer.get(), "none");
 }
 
+// Behaviour: A missing or restarting service is waited ...
 TEST_F(Client, WaitsForAServiceWithManyCallers) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -163,11 +174,13 @@ TEST_F(Client, WaitsForAServiceWithManyCallers) {
     for (const int open : {fd, caller, listener}) close(open);
 }
 
+// Behaviour: A service that cannot be reached is an error ...
 TEST_F(Client, CannotReachASocketWithTooLongAName) {
     const vek_test::Variable deep("VEK_RUN_DIR", folder.file(std::string(200, 'x')));
     EXPECT_EQ(TypeOfError(), "connect");
 }
 
+// Behaviour: A service that cannot be reached is an error "connect" that names the socket
 TEST_F(Client, NamesTheSocketThatItCannotReach) {
     const vek_test::Variable elsewhere("VEK_RUN_DIR", "/dev/null");
     try {
@@ -179,6 +192,7 @@ TEST_F(Client, NamesTheSocketThatItCannotReach) {
     }
 }
 
+// Behaviour: An answer that cannot be read is an error ...
 TEST_F(Client, CannotReadAnAnswerThatIsNone) {
     EXPECT_EQ(TypeOfErrorFor(""), "protocol");
     EXPECT_EQ(TypeOfErrorFor("garbage\r\n\r\n"), "protocol");
@@ -187,17 +201,20 @@ TEST_F(Client, CannotReadAnAnswerThatIsNone) {
     EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(200, "", "<doc/>")), "none");
 }
 
+// Behaviour: An answer that cannot be read is an error ...
 TEST_F(Client, TakesStatus200Alone) {
     EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(500, "", "<doc/>")), "protocol");
     EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(204, "", "")), "protocol");
     EXPECT_EQ(TypeOfErrorFor(vek_test::Answer(302, "Location: /\r\n", "<doc/>")), "protocol");
 }
 
+// Behaviour: An answer that cannot be read is an error ...
 TEST_F(Client, SaysWhatIsWrongWithAnAnswer) {
     EXPECT_EQ(ErrorFor(vek_test::Answer(404, "", "<doc/>")), "client: protocol: zelvek: status 404");
     EXPECT_EQ(ErrorFor(""), "client: protocol: zelvek: Empty reply from server");
 }
 
+// Behaviour: Megabytes travel both ways; an answer beyond ...
 TEST_F(Client, RefusesAnAnswerBeyondItsLimit) {
     const std::string too_large = "client: protocol: zelvek: the answer is too large";
     const std::string most = "<doc>" + std::string((64UL << 20) - 11, 'x') + "</doc>";
@@ -207,6 +224,7 @@ TEST_F(Client, RefusesAnAnswerBeyondItsLimit) {
     EXPECT_EQ(ErrorFor(vek_test::AnswerWithHeaderOf((256UL << 10) + 1, "<doc/>")), too_large);
 }
 
+// Behaviour: A service that hangs up is an error, no signal
 // A write to a socket that the service has closed raises SIGPIPE, which nobody handles here.
 TEST_F(Client, SurvivesAServiceThatHangsUp) {
     const Server server([](Connection&) {}, SocketPath());

@@ -25,6 +25,9 @@ std::string ErrorOf(const std::string& service) {
     }
 }
 
+// Behaviours of: Queries to a local service
+
+// Behaviour: A missing or restarting service is waited ...
 TEST(ClientWait, ForAMissingServiceTakesFiveSecondsInShortSteps) {
     const vek_test::TempFolder folder;
     const vek_test::Variable run_dir("VEK_RUN_DIR", folder.path());
@@ -35,6 +38,7 @@ TEST(ClientWait, ForAMissingServiceTakesFiveSecondsInShortSteps) {
     EXPECT_EQ(clock.sleeps(), seconds(5) / milliseconds(50));
 }
 
+// Behaviour: A service that cannot be reached is an error ...
 TEST(ClientWait, IsNoneForASocketThatWillNeverBeThere) {
     const vek_test::Variable run_dir("VEK_RUN_DIR", "/dev/null");
     const StoppedClock clock;
@@ -42,6 +46,7 @@ TEST(ClientWait, IsNoneForASocketThatWillNeverBeThere) {
     EXPECT_EQ(clock.sleeps(), 0);
 }
 
+// Behaviour: The service's socket is looked for in VEK_RUN_DIR ...
 // No service has this name.
 TEST(ClientFolder, IsTheUsualOneWhereNoneIsSet) {
     const std::string error = "client: connect: /run/vek/no-service.sock: No such file or directory";

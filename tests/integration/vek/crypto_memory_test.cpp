@@ -36,6 +36,9 @@ extern "C" void EVP_MD_CTX_free(EVP_MD_CTX* digest) {
 
 namespace {
 
+// Behaviours of: Keys and signatures
+
+// Behaviour: Keys and what they were read from are given back to the library
 TEST(CryptoMemory, IsGivenBack) {
     {
         const vek_crypto::RsaPrivateKey key(2048);

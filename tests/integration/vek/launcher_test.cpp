@@ -110,6 +110,9 @@ using Interruption = Plugin;
 
 constexpr char kWrittenBack[] = "func=write_back&detail=";
 
+// Behaviours of: Launcher and interruption
+
+// Behaviour: The plug-in's status is the process's, and static objects are destroyed after it
 TEST_F(Launcher, GivesThePluginsStatus) {
     StartService();
     for (const int status : {0, 1, 77}) {
@@ -121,6 +124,8 @@ TEST_F(Launcher, GivesThePluginsStatus) {
     EXPECT_THAT(Log(), HasSubstr("TRACE plugin.record written back\n"));
 }
 
+// Behaviour: An exception that leaves the plug-in goes to standard error and the log, the status is 2, static
+//   objects are destroyed
 TEST_F(Launcher, ReportsAnExceptionAndDestroysStaticObjects) {
     StartService();
     Start("exception", "the reason");
@@ -131,6 +136,7 @@ TEST_F(Launcher, ReportsAnExceptionAndDestroysStaticObjects) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+// Behaviour: An exception that leaves the plug-in goes ...
 TEST_F(Launcher, ReportsAnExceptionOfAnUnknownType) {
     StartService();
     Start("odd");
@@ -139,6 +145,7 @@ TEST_F(Launcher, ReportsAnExceptionOfAnUnknownType) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+// Behaviour: An end without an exception is reported as "terminated"
 TEST_F(Launcher, ReportsAnEndWithoutAnException) {
     Start("terminate");
     EXPECT_EQ(End(), 1000 + SIGABRT);
@@ -146,6 +153,7 @@ TEST_F(Launcher, ReportsAnEndWithoutAnException) {
     EXPECT_THAT(Log(), testing::EndsWith(" ERROR vek.launcher terminated\n"));
 }
 
+// Behaviour: A plug-in whose signals cannot be watched does not start
 TEST_F(Launcher, DoesNotStartWhereSignalsCannotBeWatched) {
     StartService();
     Start("return", "0", [] { setenv("VEK_TEST_NO_PIPE", "on", 1); });
@@ -154,6 +162,9 @@ TEST_F(Launcher, DoesNotStartWhereSignalsCannotBeWatched) {
     EXPECT_EQ(TextOf(out), "");
 }
 
+// Behaviour: A record that cannot be written back ends the process by SIGABRT, with the reason on standard
+//   error and in the log
+// Behaviour: A write-back that fails ends the process ...
 TEST_F(Launcher, EndsByAbortWhereTheRecordCannotBeWrittenBack) {
     Start("return", "0");
     EXPECT_EQ(End(), 1000 + SIGABRT);
@@ -163,6 +174,7 @@ TEST_F(Launcher, EndsByAbortWhereTheRecordCannotBeWrittenBack) {
     EXPECT_THAT(Log(), HasSubstr(" ERROR vek.launcher " + reason));
 }
 
+// Behaviour: A service that restarts while the record is written back is waited for
 TEST_F(Launcher, WaitsForAServiceThatRestartsAtTheWriteBack) {
     Start("return", "0");
     EXPECT_TRUE(IsReady());
@@ -172,6 +184,7 @@ TEST_F(Launcher, WaitsForAServiceThatRestartsAtTheWriteBack) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+// Behaviour: Exchanges, keys and queries still work while static objects are destroyed
 TEST_F(Launcher, KeepsEverythingUsableForStaticObjects) {
     StartService();
     const vek_test::Authority authority("Root");
@@ -189,12 +202,14 @@ TEST_F(Launcher, KeepsEverythingUsableForStaticObjects) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack + std::string("late256")));
 }
 
+// Behaviour: A broken pipe ends no plug-in
 TEST_F(Launcher, IgnoresSigpipe) {
     StartService();
     Start("sigpipe");
     EXPECT_EQ(End(), 0);
 }
 
+// Behaviour: Standard descriptors that are closed are opened
 TEST_F(Launcher, OpensStandardDescriptorsThatAreClosed) {
     StartService();
     Start("descriptors", "", [] {
@@ -210,6 +225,7 @@ TEST_F(Launcher, OpensStandardDescriptorsThatAreClosed) {
                             kWrittenBack + std::string("output%0A")));
 }
 
+// Behaviour: Signals that the starting process ignored or blocked are minded all the same
 TEST_F(Launcher, MindsNoSignalsThatWhoeverStartedItIgnoredOrBlocked) {
     StartService();
     Start("child", "exit 0", [] { signal(SIGCHLD, SIG_IGN); });
@@ -224,6 +240,9 @@ TEST_F(Launcher, MindsNoSignalsThatWhoeverStartedItIgnoredOrBlocked) {
     EXPECT_EQ(EndBy(SIGTERM), 128 + SIGTERM);
 }
 
+// Behaviour: SIGTERM and SIGINT end a sleep of any length at once, with the status 128 and the signal's
+//   number; the record is still written back
+// Behaviour: A sleep takes its time, the longest that ...
 TEST_F(Interruption, EndsASleepOfAnyLength) {
     StartService();
     Start("sleep");
@@ -234,6 +253,7 @@ TEST_F(Interruption, EndsASleepOfAnyLength) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+// Behaviour: SIGTERM and SIGINT end a sleep of any length ...
 TEST_F(Interruption, ReachesTheThreadThatWaitsWhicheverGotTheSignal) {
     StartService();
     Start("sleep deaf");
@@ -242,6 +262,7 @@ TEST_F(Interruption, ReachesTheThreadThatWaitsWhicheverGotTheSignal) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+// Behaviour: Every later wait is interrupted too, but ...
 TEST_F(Interruption, BreaksOffNoCallOfTheSystems) {
     StartService();
     Start("read on");
@@ -249,6 +270,7 @@ TEST_F(Interruption, BreaksOffNoCallOfTheSystems) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack + std::string("read")));
 }
 
+// Behaviour: SIGTERM and SIGINT end a sleep of any length ...
 TEST_F(Interruption, ComesFromTheKeyboardToo) {
     StartService();
     Start("sleep");
@@ -257,6 +279,7 @@ TEST_F(Interruption, ComesFromTheKeyboardToo) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+// Behaviour: They end a child process with everything that it has started
 TEST_F(Interruption, EndsAChildWithEverythingItStarted) {
     StartService();
     const std::string pids = folder.file("pids");
@@ -272,6 +295,7 @@ TEST_F(Interruption, EndsAChildWithEverythingItStarted) {
     }
 }
 
+// Behaviour: The child has ended and is reaped when the interruption reaches the caller
 TEST_F(Interruption, EndsAndReapsAChildBeforeItsObjectGoes) {
     StartService();
     const std::string pids = folder.file("pids");
@@ -281,6 +305,7 @@ TEST_F(Interruption, EndsAndReapsAChildBeforeItsObjectGoes) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack + std::string("reaped")));
 }
 
+// Behaviour: They end an exchange, a handshake, and a connection that is being made
 TEST_F(Interruption, EndsAnExchange) {
     StartService();
     const Server silent([](Connection& connection) { connection.AwaitEnd(); });
@@ -290,6 +315,7 @@ TEST_F(Interruption, EndsAnExchange) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+// Behaviour: They end an exchange, a handshake, and a ...
 TEST_F(Interruption, EndsAHandshake) {
     StartService();
     const Server silent([](Connection& connection) { connection.AwaitEnd(); });
@@ -299,6 +325,7 @@ TEST_F(Interruption, EndsAHandshake) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+// Behaviour: They end an exchange, a handshake, and a ...
 // A listener whose queue is full leaves further connections without an answer.
 TEST_F(Interruption, EndsAConnectionThatIsBeingMade) {
     StartService();
@@ -324,6 +351,8 @@ TEST_F(Interruption, EndsAConnectionThatIsBeingMade) {
     close(listener);
 }
 
+// Behaviour: Every later wait is interrupted too, but no panel query
+// Behaviour: An interruption is no std::exception, so that nothing takes it for a failed exchange
 TEST_F(Interruption, HoldsForEveryLaterWaitButForNoQuery) {
     StartService();
     Start("again");
@@ -332,6 +361,7 @@ TEST_F(Interruption, HoldsForEveryLaterWaitButForNoQuery) {
     EXPECT_THAT(Queries(), ElementsAre("func=after", kWrittenBack + std::string("all")));
 }
 
+// Behaviour: A panel query that is under way goes on
 TEST_F(Interruption, LetsAQueryThatIsUnderWayGoOn) {
     std::atomic<bool> asked = false;
     std::atomic<bool> may_answer = false;

@@ -34,6 +34,9 @@ protected:
     vek_log::Module module{"zelvek", "sslcert"};
 };
 
+// Behaviours of: Log files
+
+// Behaviour: A line has date and time, process id, level, component and module, text
 TEST_F(LogFile, HasLinesWithTimeProcessLevelAndModule) {
     const vek_date::DateTime before;
     vek_log::Init("ambrin", 9);
@@ -46,6 +49,7 @@ TEST_F(LogFile, HasLinesWithTimeProcessLevelAndModule) {
               " [" + std::to_string(getpid()) + "] WARNING zelvek.sslcert it failed\n");
 }
 
+// Behaviour: A line has date and time, process id, level ...
 TEST_F(LogFile, NamesItsLevels) {
     vek_log::Init("ambrin", 9);
     for (const int level : {3, 4, 8, 9}) module.Write(level, "%d", level);
@@ -56,6 +60,7 @@ TEST_F(LogFile, NamesItsLevels) {
     }
 }
 
+// Behaviour: A line has date and time, process id, level ...
 TEST_F(LogFile, GivesLevelsBetweenThemTheNextName) {
     vek_log::Init("ambrin", 99);
     for (const int level : {1, 2, 5, 7, 10, 99}) module.Write(level, "%d", level);
@@ -67,6 +72,7 @@ TEST_F(LogFile, GivesLevelsBetweenThemTheNextName) {
     }
 }
 
+// Behaviour: Lines up to the opened level are written ...
 TEST_F(LogFile, HoldsNothingBeyondItsLevel) {
     vek_log::Init("ambrin", 4);
     for (const int level : {-1, 0, 5, 9}) {
@@ -78,6 +84,7 @@ TEST_F(LogFile, HoldsNothingBeyondItsLevel) {
     EXPECT_TRUE(module.Check(4));
 }
 
+// Behaviour: Lines up to the opened level are written ...
 TEST_F(LogFile, HoldsNothingAtLevelZero) {
     vek_log::Init("ambrin", 0);
     EXPECT_FALSE(module.Check(vek_log::kUse));
@@ -86,6 +93,7 @@ TEST_F(LogFile, HoldsNothingAtLevelZero) {
     EXPECT_EQ(Text(), "");
 }
 
+// Behaviour: The file is appended to, whole lines at a time, by any number of processes
 TEST_F(LogFile, IsAppendedTo) {
     std::ofstream(path) << "earlier\n";
     vek_log::Init("ambrin", 9);
@@ -95,6 +103,7 @@ TEST_F(LogFile, IsAppendedTo) {
     EXPECT_THAT(Text(), testing::MatchesRegex("earlier\n.* one\n.* two\n"));
 }
 
+// Behaviour: Texts are written as they are, line feeds included
 TEST_F(LogFile, KeepsTextsAsTheyAre) {
     vek_log::Init("ambrin", 9);
     const std::string text("a\n  b\r\n\0%s \xff", 12);
@@ -102,6 +111,7 @@ TEST_F(LogFile, KeepsTextsAsTheyAre) {
     EXPECT_THAT(Text(), testing::EndsWith(" TRACE zelvek.sslcert " + text + "\n"));
 }
 
+// Behaviour: The file is not readable by everybody
 TEST_F(LogFile, CannotBeReadByEverybody) {
     const auto mask = umask(0);
     vek_log::Init("ambrin", 9);
@@ -111,6 +121,7 @@ TEST_F(LogFile, CannotBeReadByEverybody) {
     EXPECT_EQ(status.st_mode & 0777U, 0640U);
 }
 
+// Behaviour: The file is appended to, whole lines at a ...
 TEST_F(LogFile, DoesNotMixTheLinesOfProcesses) {
     constexpr int kProcesses = 4;
     constexpr int kLines = 200;
@@ -131,6 +142,7 @@ TEST_F(LogFile, DoesNotMixTheLinesOfProcesses) {
     EXPECT_EQ(count, kProcesses * kLines);
 }
 
+// Behaviour: A file that cannot be opened, or a full disk, costs one line on standard error
 TEST_F(LogFile, ThatCannotBeOpenedCostsOneLine) {
     const vek_test::Variable missing("VEK_LOG_DIR", folder.file("missing"));
     testing::internal::CaptureStderr();
@@ -141,6 +153,7 @@ TEST_F(LogFile, ThatCannotBeOpenedCostsOneLine) {
     EXPECT_FALSE(module.Check(1));
 }
 
+// Behaviour: The file lies in VEK_LOG_DIR, or in /var/log/vek where that is unset or empty, and is open once
 TEST_F(LogFile, IsInTheUsualFolderWhereNoneIsSet) {
     const std::string error = "log: /var/log/vek/no-such/log.log: No such file or directory\n";
     const vek_test::Variable empty("VEK_LOG_DIR", "");
@@ -151,6 +164,7 @@ TEST_F(LogFile, IsInTheUsualFolderWhereNoneIsSet) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), error + error);
 }
 
+// Behaviour: The file lies in VEK_LOG_DIR, or in /var/log/vek ...
 TEST_F(LogFile, IsOpenOnceHoweverOftenItIsOpened) {
     const auto count = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
@@ -162,6 +176,7 @@ TEST_F(LogFile, IsOpenOnceHoweverOftenItIsOpened) {
     EXPECT_EQ(count(), before);
 }
 
+// Behaviour: A file that cannot be opened, or a full disk ...
 // In a process of its own, because only the first failure is told.
 TEST_F(LogFile, WhoseLinesAreCutOffCostsOneLine) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -179,6 +194,7 @@ TEST_F(LogFile, WhoseLinesAreCutOffCostsOneLine) {
                 "^log: cannot write: No space left on device\n$");
 }
 
+// Behaviour: A file that cannot be opened, or a full disk ...
 TEST_F(LogFile, OnAFullDiskCostsOneLine) {
     std::filesystem::create_symlink("/dev/full", path);
     vek_log::Init("ambrin", 9);

@@ -68,6 +68,9 @@ long CountDescriptors() {
 
 bool HasNoChildren() { return waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD; }
 
+// Behaviours of: Child processes and sleeps
+
+// Behaviour: A child is run by the shell, fed and read ...
 TEST(ChildProcess, IsFedAndReadTogetherHoweverMuchThereIs) {
     std::string much;
     for (int i = 0; much.size() < (20U << 20); ++i) much += std::to_string(i) + "\n";
@@ -77,6 +80,7 @@ TEST(ChildProcess, IsFedAndReadTogetherHoweverMuchThereIs) {
     EXPECT_EQ(child.Result(), 0);
 }
 
+// Behaviour: A child is run by the shell, fed and read ...
 TEST(ChildProcess, MayWriteMuchBeforeItReads) {
     const std::string much(5 << 20, 'x');
     Execute child("head -c 5000000 /dev/zero; wc -c", kFedAndRead);
@@ -84,6 +88,7 @@ TEST(ChildProcess, MayWriteMuchBeforeItReads) {
     EXPECT_EQ(str::Trim(child.Str().substr(5000000)), "5242880");
 }
 
+// Behaviour: A child that does not read its input is no ...
 // SIGPIPE would end this process, which does not handle it.
 TEST(ChildProcess, MayEndWithoutReading) {
     for (const char* command : {"exit 4", "exec <&-; sleep 0.2; exit 4", "head -c 1 >/dev/null; exit 4"}) {
@@ -93,6 +98,7 @@ TEST(ChildProcess, MayEndWithoutReading) {
     }
 }
 
+// Behaviour: Threads may run children at once, and the ...
 TEST(ChildProcess, LeavesTheHandlingOfSigpipeAlone) {
     struct sigaction action {};
     sigset_t mask;
@@ -103,12 +109,14 @@ TEST(ChildProcess, LeavesTheHandlingOfSigpipeAlone) {
     EXPECT_EQ(sigismember(&mask, SIGPIPE), 0);
 }
 
+// Behaviour: A child is waited for to its end and no longer, whatever it leaves behind
 TEST(ChildProcess, MayCloseItsOutputEarly) {
     Execute child("echo x; exec >&-; sleep 0.3; exit 5", kFedAndRead);
     EXPECT_EQ(child.Str(), "x\n");
     EXPECT_EQ(child.Result(), 5);
 }
 
+// Behaviour: A child is waited for to its end and no longer ...
 TEST(ChildProcess, IsNotWaitedForBeyondItsEnd) {
     const vek_test::TempFolder folder;
     const auto start = steady_clock::now();
@@ -118,6 +126,7 @@ TEST(ChildProcess, IsNotWaitedForBeyondItsEnd) {
     EXPECT_EQ(kill(left, SIGKILL), 0) << "what a child leaves behind is its own matter";
 }
 
+// Behaviour: A child is waited for to its end and no longer ...
 TEST(ChildProcess, IsNotReadForEverAfterItsEnd) {
     const auto start = steady_clock::now();
     const std::string output = Output("yes & sleep 0.2; echo done");
@@ -125,6 +134,7 @@ TEST(ChildProcess, IsNotReadForEverAfterItsEnd) {
     EXPECT_THAT(output, testing::StartsWith("y\ny\n"));
 }
 
+// Behaviour: A command that is not there has status 127 ...
 TEST(ChildProcess, TellsHowItEnded) {
     EXPECT_EQ(Execute("exit 255", 0).Result(), 255);
     EXPECT_EQ(Execute("kill -TERM $$", kFedAndRead).Result(), 128 + SIGTERM);
@@ -132,6 +142,7 @@ TEST(ChildProcess, TellsHowItEnded) {
     EXPECT_EQ(Execute("/no/such/tool 2>/dev/null", kFedAndRead).Result(), 127);
 }
 
+// Behaviour: A command that begins with a minus is a command ...
 TEST(ChildProcess, IsAShellThatIsFedEveryByteOnce) {
     EXPECT_EQ(Output("echo $0"), "sh\n");
     Execute child("cat", kFedAndRead);
@@ -139,6 +150,7 @@ TEST(ChildProcess, IsAShellThatIsFedEveryByteOnce) {
     EXPECT_EQ(child.Str(), "x");
 }
 
+// Behaviour: A child without fed input has none, and one ...
 // A grandchild that reads on finds the end of the input there.
 TEST(ChildProcess, IsFedNoMoreAfterItsEnd) {
     const vek_test::TempFolder folder;
@@ -150,10 +162,12 @@ TEST(ChildProcess, IsFedNoMoreAfterItsEnd) {
     EXPECT_NE(PidIn(folder.file("pid")), 0);
 }
 
+// Behaviour: A command that begins with a minus is a command
 TEST(ChildProcess, MayHaveACommandThatBeginsWithAMinus) {
     EXPECT_EQ(Execute("-x 2>/dev/null", kFedAndRead).Result(), 127);
 }
 
+// Behaviour: A child without fed input has none, and one whose output is not read gives none
 TEST(ChildProcess, HasNoInputUnlessFed) {
     EXPECT_EQ(Output("cat; echo end", vek_proc::kPipeOut), "end\n");
     Execute child("cat; echo end", vek_proc::kPipeOut);
@@ -161,6 +175,7 @@ TEST(ChildProcess, HasNoInputUnlessFed) {
     EXPECT_EQ(child.Str(), "end\n");
 }
 
+// Behaviour: A child that runs too long is ended with everything that it has started
 TEST(ChildProcess, IsEndedWhenItRunsTooLong) {
     const vek_test::TempFolder folder;
     const auto start = steady_clock::now();
@@ -177,6 +192,7 @@ TEST(ChildProcess, IsEndedWhenItRunsTooLong) {
     EXPECT_TRUE(Ends(sleep));
 }
 
+// Behaviour: A child that runs too long is ended with ...
 TEST(ChildProcess, IsEndedInTimeWhileItWritesAndWhileItDoesNotRead) {
     Execute writes("yes", kFedAndRead);
     writes.LimitTime(milliseconds(200));
@@ -187,12 +203,14 @@ TEST(ChildProcess, IsEndedInTimeWhileItWritesAndWhileItDoesNotRead) {
     EXPECT_EQ(deaf.Result(), 128 + SIGKILL);
 }
 
+// Behaviour: A child that runs too long is ended with ...
 TEST(ChildProcess, IsEndedInTimeWithoutASessionToo) {
     Execute child("exec sleep 300", vek_proc::kPipeOut);
     child.LimitTime(milliseconds(200));
     EXPECT_EQ(child.Result(), 128 + SIGKILL);
 }
 
+// Behaviour: Every child is reaped and leaves no descriptor behind
 TEST(ChildProcess, IsEndedAndReapedWithItsObject) {
     const vek_test::TempFolder folder;
     pid_t shell = 0;
@@ -209,6 +227,7 @@ TEST(ChildProcess, IsEndedAndReapedWithItsObject) {
     EXPECT_TRUE(HasNoChildren());
 }
 
+// Behaviour: Every child is reaped and leaves no descriptor ...
 TEST(ChildProcess, IsReapedAndLeavesNoDescriptors) {
     const long before = CountDescriptors();
     for (int i = 0; i < 20; ++i) Output("echo x");
@@ -217,6 +236,7 @@ TEST(ChildProcess, IsReapedAndLeavesNoDescriptors) {
     EXPECT_TRUE(HasNoChildren());
 }
 
+// Behaviour: A child has a session of its own, without a terminal, when that is asked for
 TEST(ChildProcess, HasASessionOfItsOwnWhenAsked) {
     const std::string session = "cut -d' ' -f6 /proc/$$/stat; echo $$";
     std::string output = Output(session);
@@ -226,6 +246,7 @@ TEST(ChildProcess, HasASessionOfItsOwnWhenAsked) {
     EXPECT_EQ(Output("(exec 3<>/dev/tty) 2>/dev/null && echo tty", kFedAndRead), "");
 }
 
+// Behaviour: A child inherits no descriptors, and handles signals as a fresh process does
 TEST(ChildProcess, InheritsNoDescriptors) {
     const int inheritable = open("/dev/null", O_RDONLY);  // NOLINT(android-cloexec-open)
     const Execute neighbour("cat", kFedAndRead);
@@ -235,6 +256,7 @@ TEST(ChildProcess, InheritsNoDescriptors) {
     close(inheritable);
 }
 
+// Behaviour: Children run where standard descriptors are closed
 // In a process of its own, without the launcher that would open them.
 TEST(ChildProcess, MayBeRunWhereStandardDescriptorsAreClosed) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -255,6 +277,7 @@ TEST(ChildProcess, MayBeRunWhereStandardDescriptorsAreClosed) {
     EXPECT_EXIT(run({0, 1, 2}), testing::ExitedWithCode(0), "");
 }
 
+// Behaviour: A child inherits no descriptors, and handles ...
 TEST(ChildProcess, HandlesSignalsAsAFreshProcessDoes) {
     sigset_t blocked;
     sigset_t before;
@@ -281,6 +304,7 @@ int CountFailures(int thread) {
     return failed;
 }
 
+// Behaviour: Threads may run children at once, and the caller's signals stay as they are
 TEST(ChildProcess, MayBeRunByManyThreads) {
     std::array<std::future<int>, 6> threads;
     int number = 0;
@@ -289,6 +313,7 @@ TEST(ChildProcess, MayBeRunByManyThreads) {
     EXPECT_TRUE(HasNoChildren());
 }
 
+// Behaviour: A child that cannot be started is an error "start"
 TEST(ChildProcess, ThatCannotBeStartedIsAnError) {
     try {
         const Execute child("true " + std::string(1 << 20, 'x'), kFedAndRead);
@@ -299,6 +324,7 @@ TEST(ChildProcess, ThatCannotBeStartedIsAnError) {
     }
 }
 
+// Behaviour: A quoted text is one word for the shell, whatever it holds; a NUL byte ends it
 TEST(ShellWord, StandsForItsTextWhateverItHolds) {
     std::string every_byte;
     for (int value = 1; value < 256; ++value) every_byte += static_cast<char>(value);
@@ -308,12 +334,14 @@ TEST(ShellWord, StandsForItsTextWhateverItHolds) {
     }
 }
 
+// Behaviour: A sleep takes its time, the longest that 64 bits hold too
 TEST(Waits, TakeTheirTime) {
     const auto start = steady_clock::now();
     vek_proc::Sleep(300);
     EXPECT_GE(steady_clock::now() - start, milliseconds(300));
 }
 
+// Behaviour: Threads may run children at once, and the ...
 // Without the launcher, the program's own handling of signals stays. Set here, because whoever started the
 // tests may have had them ignored.
 TEST(Waits, InstallNoHandlers) {

@@ -39,12 +39,16 @@ extern "C" ssize_t getrandom(void* buffer, size_t size, unsigned flags) {
 
 namespace {
 
+// Behaviours of: Keys and signatures
+
+// Behaviour: Random bytes are as many as asked for and ...
 TEST(RandomBytes, AreAsManyAsWereAskedForAndOthersEachTime) {
     EXPECT_EQ(str::Random(0), "");
     EXPECT_EQ(str::Random(300).size(), 300U);
     EXPECT_NE(str::Random(16), str::Random(16));
 }
 
+// Behaviour: Random bytes are as many as asked for and ...
 TEST(RandomBytes, AreAskedForUntilAllAreThere) {
     errno = 0;
     answers = {3, 0, -EINTR, -EINTR, 4};
@@ -58,6 +62,7 @@ TEST(RandomBytes, AreAskedForUntilAllAreThere) {
     EXPECT_NE(bytes.substr(8), std::string(8, '\0'));
 }
 
+// Behaviour: Random bytes that the system does not give are an error
 TEST(RandomBytes, ThatTheSystemDoesNotGiveAreAnError) {
     answers = {3, -EIO};
     try {

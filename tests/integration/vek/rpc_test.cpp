@@ -68,6 +68,9 @@ std::string ErrorFor(const std::string& answer) {
     }
 }
 
+// Behaviours of: HTTP exchanges
+
+// Behaviour: An exchange is HTTP/1.1 with a User-Agent that names the framework and its version
 TEST(HttpExchange, NamesTheFrameworkAndItsVersion) {
     std::vector<HttpRequest> requests;
     {
@@ -80,6 +83,7 @@ TEST(HttpExchange, NamesTheFrameworkAndItsVersion) {
                 testing::ContainsRegex("\r\nUser-Agent: libvek/[0-9]+\\.[0-9]+\\.[0-9]+\r\n"));
 }
 
+// Behaviour: Header lines are sent with every exchange of their object; one with a line break is refused
 TEST(HttpExchange, SendsItsHeaderLinesEachTime) {
     std::vector<HttpRequest> requests;
     {
@@ -104,6 +108,7 @@ TEST(HttpExchange, SendsItsHeaderLinesEachTime) {
     }
 }
 
+// Behaviour: Header lines are sent with every exchange ...
 TEST(HttpExchange, SaysWhatItRefusesBeforeAnythingIsSent) {
     const auto refusal = [](const std::string& url, const std::string& line) -> std::string {
         HttpQuery query;
@@ -121,6 +126,7 @@ TEST(HttpExchange, SaysWhatItRefusesBeforeAnythingIsSent) {
     EXPECT_EQ(refusal("http://127.0.0.1:1/", "X: 1\nY"), "http: header: a line break in X: 1\nY");
 }
 
+// Behaviour: Header lines are sent with every exchange ...
 TEST(HttpExchange, RefusesAHeaderLineWithALineBreak) {
     std::vector<HttpRequest> requests;
     {
@@ -133,6 +139,7 @@ TEST(HttpExchange, RefusesAHeaderLineWithALineBreak) {
     EXPECT_TRUE(requests.empty());
 }
 
+// Behaviour: Every exchange has a connection of its own
 TEST(HttpExchange, HasAConnectionOfItsOwn) {
     const auto keep_alive = [](Connection& connection) {
         while (!connection.ReadRequest().head.empty()) connection.Write(Answer(200, "", "ok"));
@@ -146,6 +153,7 @@ TEST(HttpExchange, HasAConnectionOfItsOwn) {
     EXPECT_EQ(server.connections(), 3);
 }
 
+// Behaviour: A large body is sent without asking first
 TEST(HttpExchange, DoesNotAskBeforeALargeBody) {
     std::vector<HttpRequest> requests;
     const std::string body(3 << 20, 'x');
@@ -159,6 +167,7 @@ TEST(HttpExchange, DoesNotAskBeforeALargeBody) {
     EXPECT_THAT(requests.at(0).head, Not(HasSubstr("Expect")));
 }
 
+// Behaviour: Proxies and passwords of the environment are not used
 TEST(HttpExchange, TakesNothingFromTheEnvironment) {
     std::vector<HttpRequest> requests;
     const vek_test::TempFolder home;
@@ -173,6 +182,8 @@ TEST(HttpExchange, TakesNothingFromTheEnvironment) {
     EXPECT_THAT(requests.at(0).head, Not(HasSubstr("Authorization")));
 }
 
+// Behaviour: With the header accepted, the final header block comes ahead of the body as it was received;
+//   interim ones and trailers are left out
 TEST(HttpExchange, GivesTheFinalHeaderBlockAsItCame) {
     const std::string block =
         "HTTP/1.1 201 Created\r\nReplay-Nonce:  a \r\nX: 1\r\nx: 2\r\nContent-Length: 4\r\n\r\n";
@@ -183,18 +194,21 @@ TEST(HttpExchange, GivesTheFinalHeaderBlockAsItCame) {
     EXPECT_EQ(GetWithHeader(server.url()), block + "body");
 }
 
+// Behaviour: With the header accepted, the final header ...
 TEST(HttpExchange, TakesLineFeedsAloneForLineEnds) {
     const std::string block = "HTTP/1.1 200 OK\nContent-Length: 2\n\n";
     const Server server(Says("HTTP/1.1 103 Early Hints\nX: 1\n\n" + block + "ok"));
     EXPECT_EQ(GetWithHeader(server.url()), block + "ok");
 }
 
+// Behaviour: With the header accepted, the final header ...
 TEST(HttpExchange, LeavesTrailersOut) {
     const std::string block = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
     const Server server(Says(block + "4\r\nbody\r\n0\r\nX-Trailer: 1\r\nHTTP/1.1 500 X: 2\r\n\r\n"));
     EXPECT_EQ(GetWithHeader(server.url()), block + "body");
 }
 
+// Behaviour: NUL bytes and megabytes arrive whole
 TEST(HttpExchange, GivesNulBytesAndMegabytesWhole) {
     std::string body("\0a\0\r\n\r\n", 7);
     while (body.size() < (3U << 20)) body += body;
@@ -202,6 +216,7 @@ TEST(HttpExchange, GivesNulBytesAndMegabytesWhole) {
     EXPECT_EQ(Get(server.url()), body);
 }
 
+// Behaviour: The status is the final response's, 0 before an exchange and after a failed one
 TEST(HttpExchange, GivesTheStatusOfTheFinalResponse) {
     const Server server(Says("HTTP/1.1 103 Early Hints\r\n\r\n" + Answer(204, "", "")));
     HttpQuery query;
@@ -212,6 +227,7 @@ TEST(HttpExchange, GivesTheStatusOfTheFinalResponse) {
     EXPECT_EQ(query.Status(), 0);
 }
 
+// Behaviour: With any response accepted every status is ...
 TEST(HttpExchange, TakesStatusesFrom400OnForErrors) {
     const auto outcome = [](int status) -> std::string {
         const Server server(Says(Answer(status, "", "body")));
@@ -226,6 +242,7 @@ TEST(HttpExchange, TakesStatusesFrom400OnForErrors) {
     EXPECT_EQ(outcome(401), "http: status: <url> answered with status 401");
 }
 
+// Behaviour: A failed exchange is one exception that names host and reason; nothing is written
 TEST(HttpExchange, NamesHostAndReasonWhenRefused) {
     try {
         Get("http://127.0.0.1:1/secret-path");
@@ -237,6 +254,7 @@ TEST(HttpExchange, NamesHostAndReasonWhenRefused) {
     }
 }
 
+// Behaviour: A failed exchange is one exception that names ...
 TEST(HttpExchange, FailsWhereTheAnswerIsNone) {
     EXPECT_NE(ErrorFor(""), "");
     EXPECT_NE(ErrorFor("garbage\r\n\r\n"), "");
@@ -246,6 +264,7 @@ TEST(HttpExchange, FailsWhereTheAnswerIsNone) {
     EXPECT_EQ(ErrorFor(Answer(500, "", "")), "");
 }
 
+// Behaviour: A failed exchange is one exception that names ...
 TEST(HttpExchange, WritesNothingWhenItFails) {
     const Server server(Says("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\nshort"));
     HttpQuery query;
@@ -254,6 +273,7 @@ TEST(HttpExchange, WritesNothingWhenItFails) {
     EXPECT_EQ(out.str(), "");
 }
 
+// Behaviour: What is read has a size limit, headers too
 TEST(HttpExchange, RefusesAnAnswerBeyondItsLimits) {
     EXPECT_EQ(ErrorFor(Answer(200, "", std::string(16UL << 20, 'x'))), "");
     const std::string too_large = "http: exchange: 127.0.0.1: the answer is too large";
@@ -262,6 +282,7 @@ TEST(HttpExchange, RefusesAnAnswerBeyondItsLimits) {
     EXPECT_EQ(ErrorFor(vek_test::AnswerWithHeaderOf((256UL << 10) + 1, "")), too_large);
 }
 
+// Behaviour: What is read has a size limit, headers too ...
 // One byte too much, on its own.
 TEST(HttpExchange, RefusesTheFirstByteBeyondItsLimits) {
     const std::string block = "HTTP/1.1 200 OK\nContent-Length: 5\n\n";
@@ -284,6 +305,7 @@ TEST(HttpExchange, RefusesTheFirstByteBeyondItsLimits) {
     EXPECT_EQ(carry(block.size() - 1, 5), "http: exchange: 127.0.0.1: the answer is too large");
 }
 
+// Behaviour: What is read has a size limit, headers too ...
 TEST(HttpExchange, RefusesALastHeaderByteBeyondItsLimitWhereNoBodyFollows) {
     const std::string block = "HTTP/1.1 200 OK\nContent-Length: 0\n\n";
     const Server server(Says(block));
@@ -291,6 +313,7 @@ TEST(HttpExchange, RefusesALastHeaderByteBeyondItsLimitWhereNoBodyFollows) {
     EXPECT_THROW(vek_rpc::Carry({server.url(), {}, nullptr}, {.header = block.size() - 1}), vek_err::Error);
 }
 
+// Behaviour: A server that hangs up is an error, no signal
 // A write to a socket that the server has closed raises SIGPIPE, which nobody handles here.
 TEST(HttpExchange, SurvivesAServerThatHangsUp) {
     const Server server([](Connection&) {});
@@ -313,17 +336,20 @@ struct Waiting : testing::Test {
     const Server::Handler silent = [](Connection& connection) { connection.AwaitEnd(); };
 };
 
+// Behaviour: Connecting with its handshake, a stall and ...
 TEST_F(Waiting, EndsWhereNoByteComes) {
     const Server server(silent);
     EXPECT_TRUE(EndsEarly(server.url(), {.stall = seconds(1)}));
 }
 
+// Behaviour: Connecting with its handshake, a stall and the whole exchange have time limits
 TEST_F(Waiting, EndsWhereAHandshakeTakesTooLong) {
     const Server server(silent);
     EXPECT_TRUE(
         EndsEarly("https://127.0.0.1:" + std::to_string(server.port()) + "/", {.connect = seconds(1)}));
 }
 
+// Behaviour: Connecting with its handshake, a stall and ...
 TEST_F(Waiting, EndsWhereEverythingTakesTooLong) {
     const auto drip = [](Connection& connection) {
         connection.ReadRequest();

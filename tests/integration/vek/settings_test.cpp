@@ -30,6 +30,9 @@ void Exchange() {
     EXPECT_EQ(out.str(), "ok");
 }
 
+// Behaviours of: HTTP exchanges
+
+// Behaviour: They are 30 seconds, 60 seconds and 5 minutes ...
 TEST(TransferSettings, GiveAQueryTenMinutes) {
     const vek_test::TempFolder folder;
     const vek_test::Variable run_dir("VEK_RUN_DIR", folder.path());
@@ -38,6 +41,7 @@ TEST(TransferSettings, GiveAQueryTenMinutes) {
     EXPECT_EQ(LastSetting(CURLOPT_TIMEOUT), 600);
 }
 
+// Behaviour: They are 30 seconds, 60 seconds and 5 minutes; a query to a service may take 10 minutes
 TEST(TransferSettings, GiveAnExchangeFiveMinutesAndStepsOfItLess) {
     Exchange();
     EXPECT_EQ(LastSetting(CURLOPT_TIMEOUT), 300);
@@ -46,6 +50,7 @@ TEST(TransferSettings, GiveAnExchangeFiveMinutesAndStepsOfItLess) {
     EXPECT_EQ(LastSetting(CURLOPT_LOW_SPEED_LIMIT), 1);
 }
 
+// Behaviour: Every exchange has a connection of its own ...
 TEST(TransferSettings, KeepATransferToItsThreadAndItsConnection) {
     Exchange();
     EXPECT_EQ(LastSetting(CURLOPT_NOSIGNAL), 1);
@@ -59,6 +64,7 @@ TEST(TransferSettings, KeepATransferToItsThreadAndItsConnection) {
     EXPECT_EQ(LastSetting(CURLOPT_SSLVERSION), CURL_SSLVERSION_TLSv1_2);
 }
 
+// Behaviour: Threads may make exchanges at once ...
 TEST(TransferSettings, ShareNamesAndSessionsUnderLocks) {
     Exchange();
     EXPECT_TRUE(vek_test::IsShared(CURLSHOPT_SHARE, CURL_LOCK_DATA_DNS));
@@ -67,6 +73,7 @@ TEST(TransferSettings, ShareNamesAndSessionsUnderLocks) {
         EXPECT_TRUE(vek_test::IsCommon(option)) << option;
 }
 
+// Behaviour: Threads may make exchanges at once ...
 TEST(TransferSettings, AreGivenBackWithTheirTransfer) {
     vek_test::ForgetSettings();
     Exchange();
@@ -86,6 +93,7 @@ bool LooksUpIn(const char* folder) {
     return keeps_folder;
 }
 
+// Behaviour: Without VEK_CA_FILE the system's roots are ...
 TEST(TransferSettings, LookRootsUpInAHashedFolderOfTheSystem) {
     const vek_test::Variable unset("VEK_CA_FILE", "");
     const vek_test::TempFolder folder;
@@ -119,6 +127,8 @@ std::string EndWith(const std::string& failing) {
     }
 }
 
+// Behaviour: A failure of libcurl's own is an error that says what failed, want of memory is
+//   `std::bad_alloc`, and the next exchange goes through
 TEST(TransferFailure, IsAnErrorOfTheExchange) {
     EXPECT_EQ(EndWith("curl_easy_setopt"), "setup/curl: setup: An unknown option was passed in to libcurl");
     EXPECT_EQ(EndWith("curl_multi_add_handle"), "exchange/http: exchange: Invalid multi handle");
@@ -128,6 +138,7 @@ TEST(TransferFailure, IsAnErrorOfTheExchange) {
     EXPECT_EQ(EndWith(""), "ok");
 }
 
+// Behaviour: A failure of libcurl's own is an error that ...
 TEST(TransferFailure, IsOneOfMemoryWhereThereIsNone) {
     EXPECT_EQ(EndWith("curl_easy_init"), "memory");
     EXPECT_EQ(EndWith("curl_slist_append"), "memory");
@@ -146,11 +157,13 @@ protected:
     }
 };
 
+// Behaviour: A failure of libcurl's own is an error that ...
 TEST_F(FirstTransfer, ThatFailsForWantOfMemoryMayBeTriedAgain) {
     EXPECT_EXIT(RunTwice("curl_share_init"), testing::ExitedWithCode(0), "first: memory");
     EXPECT_EXIT(RunTwice("curl_multi_init"), testing::ExitedWithCode(0), "first: memory");
 }
 
+// Behaviour: A failure of libcurl's own is an error that ...
 TEST_F(FirstTransfer, CannotDoWithoutTheLibrary) {
     EXPECT_EXIT(RunTwice("curl_global_init"), testing::ExitedWithCode(1),
                 "first: setup/curl: setup: Failed initialization");

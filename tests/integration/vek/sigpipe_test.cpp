@@ -29,6 +29,9 @@ void WriteInVain() {
     close(ends[1]);
 }
 
+// Behaviours of: Child processes and sleeps
+
+// Behaviour: Threads may run children at once, and the ...
 TEST(Sigpipe, OfAWriteInVainIsTakenAway) {
     {
         const vek_proc::SigpipeBlocked blocked;
@@ -40,6 +43,7 @@ TEST(Sigpipe, OfAWriteInVainIsTakenAway) {
     EXPECT_FALSE(IsBlocked());
 }
 
+// Behaviour: Threads may run children at once, and the ...
 TEST(Sigpipe, OfTheProgramsOwnStaysForIt) {
     sigset_t sigpipe;
     sigset_t before;
@@ -58,6 +62,7 @@ TEST(Sigpipe, OfTheProgramsOwnStaysForIt) {
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
 }
 
+// Behaviour: Threads may run children at once, and the ...
 TEST(Sigpipe, IsTheOnlySignalHeldBack) {
     sigset_t before;
     sigset_t during;

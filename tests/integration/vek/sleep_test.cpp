@@ -10,6 +10,9 @@ namespace {
 
 using std::chrono::milliseconds;
 
+// Behaviours of: Child processes and sleeps
+
+// Behaviour: A sleep takes its time, the longest that ...
 TEST(LongSleep, TakesItsTimeToTheMillisecondInStepsOfAnHour) {
     constexpr std::uint64_t kHour = 3'600'000;
     for (const std::uint64_t time :

@@ -60,8 +60,13 @@ protected:
     vek_test::Variable roots{"VEK_CA_FILE", ca_file};
 };
 
+// Behaviours of: HTTP exchanges
+
+// Behaviour: TLS trusts the roots of VEK_CA_FILE, where it is set, and no others; a missing file trusts
+//   nobody
 TEST_F(Tls, TrustsTheRootsOfItsFile) { EXPECT_EQ(GetFrom({}), "ok"); }
 
+// Behaviour: TLS trusts the roots of VEK_CA_FILE, where ...
 TEST_F(Tls, TrustsNoOtherRoot) {
     const Authority other("Root Two");
     const auto context = other.MakeContext({});
@@ -69,35 +74,43 @@ TEST_F(Tls, TrustsNoOtherRoot) {
     EXPECT_THAT(Get(server.url()), testing::HasSubstr("certificate"));
 }
 
+// Behaviour: Without VEK_CA_FILE the system's roots are the trusted ones, looked up one by one where their
+//   folder is hashed
 // The system's store does not know the tests' authority.
 TEST_F(Tls, TrustsTheSystemsRootsWithoutAFile) {
     const vek_test::Variable unset("VEK_CA_FILE", "");
     EXPECT_THAT(GetFrom({}), testing::HasSubstr("certificate"));
 }
 
+// Behaviour: TLS trusts the roots of VEK_CA_FILE, where ...
 TEST_F(Tls, TrustsNobodyWhereItsFileIsMissing) {
     const vek_test::Variable missing("VEK_CA_FILE", folder.file("missing.pem"));
     EXPECT_NE(GetFrom({}), "ok");
 }
 
+// Behaviour: A certificate that has ended, or for another name, is refused, and the error names the host
 TEST_F(Tls, RefusesACertificateThatHasEnded) {
     EXPECT_THAT(GetFrom({.days = -1}), testing::HasSubstr("expired"));
 }
 
+// Behaviour: A certificate that has ended, or for another ...
 TEST_F(Tls, RefusesACertificateForAnotherName) {
     EXPECT_THAT(GetFrom({.names = "DNS:example.org"}), testing::HasSubstr("localhost"));
 }
 
+// Behaviour: A certificate that has ended, or for another ...
 TEST_F(Tls, NamesTheHostInItsErrors) {
     EXPECT_THAT(GetFrom({.days = -1}), testing::StartsWith("http: exchange: localhost: "));
 }
 
+// Behaviour: TLS 1.2 and 1.3 are spoken, nothing earlier
 TEST_F(Tls, SpeaksVersion12AndLater) {
     EXPECT_EQ(GetWithVersion(TLS1_2_VERSION), "ok");
     EXPECT_EQ(GetWithVersion(TLS1_3_VERSION), "ok");
     EXPECT_NE(GetWithVersion(TLS1_1_VERSION), "ok");
 }
 
+// Behaviour: The trust store is read once for many exchanges, and TLS sessions are resumed on new connections
 // With the file gone, only a store that was kept can verify; no session is resumed, so every handshake
 // verifies.
 TEST_F(Tls, ReadsItsRootsOnceForManyExchanges) {
@@ -120,6 +133,7 @@ TEST_F(Tls, ReadsItsRootsOnceForManyExchanges) {
     EXPECT_EQ(resumed, 0);
 }
 
+// Behaviour: Threads may make exchanges at once
 TEST_F(Tls, ServesManyThreads) {
     const auto context = authority.MakeContext({});
     const Server server(SayOk, context.get());
@@ -128,6 +142,7 @@ TEST_F(Tls, ServesManyThreads) {
     for (auto& exchange : exchanges) EXPECT_EQ(exchange.get(), "ok");
 }
 
+// Behaviour: The trust store is read once for many exchanges ...
 TEST_F(Tls, ResumesSessionsOnNewConnections) {
     for (const int version : {TLS1_2_VERSION, TLS1_3_VERSION}) {
         const auto context = authority.MakeContext({});

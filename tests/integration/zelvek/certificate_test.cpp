@@ -51,6 +51,9 @@ protected:
     }
 };
 
+// Behaviours of: Requests and installations (sslcert.csr.edit, sslcert.csr.delete, sslcert.hardreplace)
+
+// Behaviour: A request holds every name once in its ASCII form and is signed by a key of its own
 TEST_F(Certificate, ARequestHoldsItsNamesAndBelongsToItsKey) {
     Start();
     const auto csr = Make("shop.example www.shop.example bücher.example", "shop.example");
@@ -62,6 +65,8 @@ TEST_F(Certificate, ARequestHoldsItsNamesAndBelongsToItsKey) {
               Openssl("req -pubkey -noout", csr.value("csr_req")));
 }
 
+// Behaviour: A request is kept under the ASCII form of its certificate's name until it is deleted; a leftover
+//   is replaced, a missing one deleted without an error
 TEST_F(Certificate, ARequestIsKeptUntilItIsDeleted) {
     Start();
     const std::string request = Make("shop.example", "shop.example").value("csr_req");
@@ -72,6 +77,7 @@ TEST_F(Certificate, ARequestIsKeptUntilItIsDeleted) {
     EXPECT_EQ(ErrorOf("func=sslcert.csr.edit&out=xml&elid=shop.example"), "missed");
 }
 
+// Behaviour: Two runs for one name never get each other's key
 TEST_F(Certificate, TwoRunsForOneNameNeverGetEachOthersKey) {
     Start();
     const std::string mine = Make("shop.example", "x").value("csr_pk");
@@ -85,6 +91,7 @@ TEST_F(Certificate, TwoRunsForOneNameNeverGetEachOthersKey) {
     EXPECT_EQ(Ask("func=sslcert.csr.edit&out=xml&elid=x").value("csr_pk"), mine);
 }
 
+// Behaviour: What is no name is refused ...
 TEST_F(Certificate, WrongValuesForARequestAreRefused) {
     Start();
     const std::string query = "func=sslcert.csr.edit&";
@@ -97,6 +104,7 @@ TEST_F(Certificate, WrongValuesForARequestAreRefused) {
     EXPECT_EQ(ErrorOf("func=sslcert.csr.edit&out=xml&elid=x"), "missed");
 }
 
+// Behaviour: The private key is readable by its owner ...
 TEST_F(Certificate, IsInstalledUnderTheAsciiFormOfItsName) {
     Start({{"--reload-command", "echo $VEK_CERT_NAME >>" + Path("reloads").string()}});
     const auto csr = Make("bücher.example", "xn--bcher-kva.example");
@@ -111,6 +119,8 @@ TEST_F(Certificate, IsInstalledUnderTheAsciiFormOfItsName) {
     EXPECT_EQ(ReadFile(Path("reloads")), "xn--bcher-kva.example\n");
 }
 
+// Behaviour: Key, certificate and chain that do not belong together are refused as "badkey" or "badchain",
+//   and nothing changes
 TEST_F(Certificate, WhatDoesNotBelongTogetherIsRefused) {
     Start();
     const auto csr = Make("shop.example", "shop.example");
@@ -126,6 +136,7 @@ TEST_F(Certificate, WhatDoesNotBelongTogetherIsRefused) {
     EXPECT_FALSE(std::filesystem::exists(Installed("shop.example")));
 }
 
+// Behaviour: A reload command that fails or takes too ...
 TEST_F(Certificate, AFailedReloadCommandIsAnErrorOfItsOwn) {
     Start({{"--reload-command", "echo broken; false"}});
     const auto csr = Make("shop.example", "shop.example");
@@ -134,6 +145,7 @@ TEST_F(Certificate, AFailedReloadCommandIsAnErrorOfItsOwn) {
     EXPECT_TRUE(std::filesystem::exists(Installed("shop.example")));
 }
 
+// Behaviour: A slow reload command keeps nobody else waiting, and a stop lets it finish
 TEST_F(Certificate, ASlowReloadCommandKeepsNobodyElseWaiting) {
     const std::string go = Path("go");
     Start({{"--reload-command", "while [ ! -e " + go + " ]; do sleep 0.02; done"}});
@@ -153,6 +165,7 @@ TEST_F(Certificate, ASlowReloadCommandKeepsNobodyElseWaiting) {
     EXPECT_EQ(result, "");
 }
 
+// Behaviour: A slow reload command keeps nobody else waiting ...
 TEST_F(Certificate, AStopLetsAnInstallationUnderWayFinish) {
     const std::string go = Path("go");
     Start({{"--reload-command", "while [ ! -e " + go + " ]; do sleep 0.02; done"}});

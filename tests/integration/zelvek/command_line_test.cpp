@@ -36,6 +36,9 @@ protected:
     }
 };
 
+// Behaviours of: Command line
+
+// Behaviour: Domains are added and listed
 TEST_F(CommandLine, DomainsAreAddedAndListed) {
     Start();
     EXPECT_EQ(Zelvek({"domain", "add", "bücher.example", "--user", "anna"}).out,
@@ -54,6 +57,7 @@ TEST_F(CommandLine, DomainsAreAddedAndListed) {
               "zelvek: the domain \"shop.example\" is there already\n");
 }
 
+// Behaviour: Jobs are added, shown, listed and removed, as tables and as JSON
 TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
     Start();
     EXPECT_EQ(Zelvek({"job", "add", "shop.example", "--user", "anna"}).out, "job 1 added\n");
@@ -112,6 +116,7 @@ TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
     EXPECT_EQ(missed.err, "zelvek: there is no job 1\n");
 }
 
+// Behaviour: The account is shown without its key, and no function of the command line gives one
 TEST_F(CommandLine, TheAccountIsShownWithoutItsKey) {
     Start();
     EXPECT_EQ(Zelvek({"account", "show"}).out, "no default account\n");
@@ -123,6 +128,8 @@ TEST_F(CommandLine, TheAccountIsShownWithoutItsKey) {
     EXPECT_EQ(Zelvek({"account", "show", "--json"}).out, "{\"key\":true,\"kid\":\"https://ca.example/1\"}\n");
 }
 
+// Behaviour: No text from outside controls the terminal
+// Behaviour: A notification is kept with level, owner ...
 TEST_F(CommandLine, NoTextFromOutsideControlsTheTerminal) {
     Start();
     Ask("func=problems.register&sok=ok&name=n&id=1&level=error&owner=anna", {{"param_error",
@@ -139,6 +146,7 @@ TEST_F(CommandLine, NoTextFromOutsideControlsTheTerminal) {
     EXPECT_EQ(list[0]["time"].asString().size(), 19U);
 }
 
+// Behaviour: A wrong command line has status 2 and says why
 TEST_F(CommandLine, UsageErrorsHaveTheirOwnStatus) {
     for (const std::vector<std::string>& words : std::vector<std::vector<std::string>>{
              {},
@@ -164,6 +172,7 @@ TEST_F(CommandLine, UsageErrorsHaveTheirOwnStatus) {
     EXPECT_NE(help.out.find("--alias"), std::string::npos);
 }
 
+// Behaviour: A service that does not run is named
 TEST_F(CommandLine, AServiceThatDoesNotRunIsNamed) {
     const Ended ended = Zelvek({"job", "list"});
     EXPECT_EQ(ended.status, 1);
@@ -171,6 +180,8 @@ TEST_F(CommandLine, AServiceThatDoesNotRunIsNamed) {
               "zelvek: cannot reach the service at " + Socket().string() + ": No such file or directory\n");
 }
 
+// Behaviour: A run's log lines are followed while it runs, unless it is to be quiet
+// Behaviour: A run's outcome is the exit status: 0 installed, 1 failed, 3 waiting, 4 nothing to do
 TEST_F(CommandLine, ARunThatInstallsSucceeds) {
     Start();
     const Ended ended = Run("installs");
@@ -181,6 +192,7 @@ TEST_F(CommandLine, ARunThatInstallsSucceeds) {
     EXPECT_NE(ended.out.find("the certificate is installed\n"), std::string::npos);
 }
 
+// Behaviour: A run's log lines are followed while it runs ...
 TEST_F(CommandLine, AQuietRunShowsNoProgress) {
     Start();
     const Ended ended = Run("installs", {"--quiet"});
@@ -189,6 +201,7 @@ TEST_F(CommandLine, AQuietRunShowsNoProgress) {
     EXPECT_NE(ended.out.find("number 1"), std::string::npos);
 }
 
+// Behaviour: A run's outcome is the exit status: 0 installed ...
 TEST_F(CommandLine, ARunsOutcomeIsItsStatus) {
     Start();
     const Ended waits = Run("waits", {"--json"});
@@ -207,6 +220,7 @@ TEST_F(CommandLine, ARunsOutcomeIsItsStatus) {
     }
 }
 
+// Behaviour: A run's outcome is the exit status: 0 installed ...
 TEST_F(CommandLine, ARunOfAnInstalledJobHasNothingToDo) {
     Start();
     EXPECT_EQ(Run("installs").status, 0);
@@ -217,6 +231,7 @@ TEST_F(CommandLine, ARunOfAnInstalledJobHasNothingToDo) {
               "nothing");
 }
 
+// Behaviour: A job that is running is neither run twice nor removed
 TEST_F(CommandLine, AJobThatIsRunningIsNotRunTwice) {
     Start();
     const std::string id = AddJob();
@@ -227,6 +242,7 @@ TEST_F(CommandLine, AJobThatIsRunningIsNotRunTwice) {
     EXPECT_EQ(ReadFile(Path("log") / "runs"), "");
 }
 
+// Behaviour: A plug-in that cannot be started is a failure that frees the job
 TEST_F(CommandLine, AMissingPlugInIsAFailureThatFreesTheJob) {
     Start();
     const std::string id = AddJob();
@@ -236,6 +252,7 @@ TEST_F(CommandLine, AMissingPlugInIsAFailureThatFreesTheJob) {
     EXPECT_EQ(Zelvek({"job", "run", id, "--plugin", TEST_PLUGIN}).status, 3);
 }
 
+// Behaviour: An interrupted run ends in order
 TEST_F(CommandLine, AnInterruptedRunEndsInOrder) {
     Start();
     const std::string id = AddJob({{"certname", "hangs"}});

@@ -40,6 +40,9 @@ protected:
     }
 };
 
+// Behaviours of: What runs publish, and what dead ones leave
+
+// Behaviour: What a dead run has published is removed, and its job is free again
 TEST_F(DeadRun, ItsPublicationsAreRemovedAndItsJobIsFree) {
     Start();
     AddDomain();
@@ -56,6 +59,7 @@ TEST_F(DeadRun, ItsPublicationsAreRemovedAndItsJobIsFree) {
     EXPECT_EQ(ErrorOf("func=zelvek.job.claim&elid=" + id), "");
 }
 
+// Behaviour: What a dead run has published is removed ...
 TEST_F(DeadRun, TheNextReaderFindsItsPublicationsGone) {
     Start({{"--sweep-interval", "86400"}});
     const std::string id = AddJob();
@@ -69,6 +73,7 @@ TEST_F(DeadRun, TheNextReaderFindsItsPublicationsGone) {
     EXPECT_FALSE(HasAnswer("left"));
 }
 
+// Behaviour: A living process keeps what it has published anew
 TEST_F(DeadRun, ALivingProcessKeepsWhatItPublishesAnew) {
     Start();
     const std::string id = AddJob();
@@ -85,6 +90,7 @@ TEST_F(DeadRun, ALivingProcessKeepsWhatItPublishesAnew) {
     EXPECT_TRUE(HasAnswer("shared"));
 }
 
+// Behaviour: A record that exists passes to its newest publisher; one of somebody else stays
 TEST_F(DeadRun, ARecordThatExistsPassesToTheNewestPublisher) {
     Start();
     AddDomain();
@@ -109,6 +115,7 @@ TEST_F(DeadRun, ARecordThatExistsPassesToTheNewestPublisher) {
     EXPECT_EQ(Records(), "");
 }
 
+// Behaviour: A TXT record that two jobs share is removed with the last of them
 TEST_F(DeadRun, ARecordThatTwoJobsShareGoesWithTheLast) {
     Start();
     AddDomain();
@@ -131,6 +138,7 @@ TEST_F(DeadRun, ARecordThatTwoJobsShareGoesWithTheLast) {
     EXPECT_EQ(Records(), "");
 }
 
+// Behaviour: A record that exists passes to its newest ...
 TEST_F(DeadRun, ARecordOfSomebodyElseStays) {
     Start();
     AddDomain();
@@ -145,6 +153,7 @@ TEST_F(DeadRun, ARecordOfSomebodyElseStays) {
     EXPECT_EQ(Records(), line);
 }
 
+// Behaviour: Dead runs are cleared away at the service's start, living ones outlive its restart
 TEST_F(DeadRun, IsClearedAwayAtTheServicesStart) {
     Start({{"--sweep-interval", "86400"}});
     const std::string id = AddJob();
@@ -160,6 +169,7 @@ TEST_F(DeadRun, IsClearedAwayAtTheServicesStart) {
     EXPECT_EQ(Processing(id), "off");
 }
 
+// Behaviour: Dead runs are cleared away at the service's ...
 TEST_F(DeadRun, ALivingRunOutlivesARestartOfTheService) {
     Start();
     const std::string id = AddJob();
@@ -173,6 +183,7 @@ TEST_F(DeadRun, ALivingRunOutlivesARestartOfTheService) {
     EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "k");
 }
 
+// Behaviour: A removal that fails is tried again
 TEST_F(DeadRun, ARemovalThatFailsIsTriedAgain) {
     Start();
     AddDomain();
@@ -186,6 +197,7 @@ TEST_F(DeadRun, ARemovalThatFailsIsTriedAgain) {
     EXPECT_TRUE(Eventually([&] { return Records().empty(); }));
 }
 
+// Behaviour: A removal that fails is tried again ...
 TEST_F(DeadRun, AFailedDeletionIsAnErrorAndTriedAgain) {
     Start();
     AddDomain();
@@ -201,6 +213,7 @@ TEST_F(DeadRun, AFailedDeletionIsAnErrorAndTriedAgain) {
     EXPECT_TRUE(Eventually([&] { return Records().empty(); }));
 }
 
+// Behaviour: A CSR that a dead run has left is replaced and removed by the next
 TEST_F(DeadRun, ItsRequestsAreReplacedByTheNextRun) {
     Start();
     const std::string id = AddJob({{"csr_key_type", "ec"}});

@@ -30,6 +30,9 @@ protected:
     }
 };
 
+// Behaviours of: Domains and TXT records (domain, domain.record.edit, domain.record.delete)
+
+// Behaviour: A user sees their own domains, in the form in which they were added
 TEST_F(Domain, EachUserSeesTheirOwnAsTheyWereAdded) {
     Start();
     Add("Shop.example", "anna");
@@ -41,6 +44,7 @@ TEST_F(Domain, EachUserSeesTheirOwnAsTheyWereAdded) {
     EXPECT_EQ(ErrorOf("func=domain&su="), "value") << "nobody's are not everybody's";
 }
 
+// Behaviour: A domain belongs to one user, in whatever form it is written
 TEST_F(Domain, BelongsToOneUser) {
     Start();
     Add("bücher.example", "anna");
@@ -49,6 +53,8 @@ TEST_F(Domain, BelongsToOneUser) {
     EXPECT_EQ(ErrorOf("func=zelvek.domain.add&name=*.shop.example&user_name=eve"), "value");
 }
 
+// Behaviour: A record goes into the named zone, beside others of its name; an existing one is "exists",
+//   removing a missing one succeeds
 TEST_F(Domain, RecordsComeIntoTheNamedZone) {
     Start();
     Add("shop.example", "anna");
@@ -63,6 +69,7 @@ TEST_F(Domain, RecordsComeIntoTheNamedZone) {
     EXPECT_EQ(Records(), "shop.example _acme-challenge.www.shop.example two\n");
 }
 
+// Behaviour: Names are compared in one form: ASCII, lower case, no final dot
 TEST_F(Domain, NamesAreComparedInOneForm) {
     Start();
     Add("Bücher.example", "anna");
@@ -70,6 +77,7 @@ TEST_F(Domain, NamesAreComparedInOneForm) {
     EXPECT_EQ(Records(), "xn--bcher-kva.example _acme-challenge.xn--bcher-kva.example v\n");
 }
 
+// Behaviour: A record goes into the longest of the user's own zones that holds its name
 TEST_F(Domain, ANameOutsideTheNamedZoneGoesIntoTheUsersOwnZoneThatHoldsIt) {
     Start();
     for (const char* name : {"shop.example", "other.example", "deep.other.example"}) Add(name, "anna");
@@ -85,6 +93,7 @@ TEST_F(Domain, ANameOutsideTheNamedZoneGoesIntoTheUsersOwnZoneThatHoldsIt) {
               "shop.example _acme-challenge.shop.example four\n");
 }
 
+// Behaviour: Zones hold names by whole labels; a name in none of them is "missed"
 TEST_F(Domain, ZonesHoldNamesByWholeLabels) {
     Start();
     Add("shop.example", "anna");
@@ -93,6 +102,7 @@ TEST_F(Domain, ZonesHoldNamesByWholeLabels) {
     EXPECT_EQ(Edit("anna", "", "", "v"), "value");
 }
 
+// Behaviour: Nobody writes into, or removes from, another user's zone
 TEST_F(Domain, NobodyWritesIntoAnothersZone) {
     Start();
     Add("shop.example", "anna");
@@ -104,6 +114,7 @@ TEST_F(Domain, NobodyWritesIntoAnothersZone) {
     EXPECT_EQ(Records(), "shop.example _acme-challenge.shop.example anna's\n");
 }
 
+// Behaviour: Names and values that are none, or would bring commands, are refused
 TEST_F(Domain, UnreadableRecordsAreRefused) {
     Start();
     Add("shop.example", "anna");
@@ -117,6 +128,7 @@ TEST_F(Domain, UnreadableRecordsAreRefused) {
     EXPECT_EQ(Records(), "");
 }
 
+// Behaviour: Without a DNS back end a record is an error "dns", and there is nothing to delete
 TEST_F(Domain, WithoutADnsBackEndNothingIsWrittenAndNothingIsThereToDelete) {
     Start({{"--dns-records-file", ""}});
     Add("shop.example", "anna");

@@ -20,6 +20,9 @@ protected:
     }
 };
 
+// Behaviours of: The job's record (ambrin.data.edit)
+
+// Behaviour: Every run's log is appended to the job's history
 TEST_F(History, EveryRunsEntriesAreAppended) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -33,6 +36,7 @@ TEST_F(History, EveryRunsEntriesAreAppended) {
                                                     "2026-01-02 00:00:00|success|cert_recived|"}));
 }
 
+// Behaviour: Details hold any text: a log is split only where an entry's time and a comma follow
 TEST_F(History, DetailsHoldAnyText) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -42,6 +46,7 @@ TEST_F(History, DetailsHoldAnyText) {
                                                     "2026-01-01 00:00:02|failed|f|"}));
 }
 
+// Behaviour: A refused write-back adds nothing to the history
 TEST_F(History, ARefusedWriteBackAddsNothing) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -51,6 +56,7 @@ TEST_F(History, ARefusedWriteBackAddsNothing) {
     EXPECT_TRUE(Events(id).empty());
 }
 
+// Behaviour: Characters that no answer carries are replaced ...
 // An authority's words reach the history; they must not cost a run its account key.
 TEST_F(History, CharactersThatNoAnswerCarriesCostNoWriteBack) {
     const std::string id = AddJob();

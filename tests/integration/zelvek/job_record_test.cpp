@@ -14,6 +14,10 @@ protected:
     }
 };
 
+// Behaviours of: The job's record (ambrin.data.edit)
+
+// Behaviour: A job's record holds what the job was added with, the ASCII form of its certificate's name among
+//   the CSR's parameters
 TEST_F(JobRecord, HoldsWhatTheJobWasAddedWith) {
     const std::string id = AddJob({{"domain", "shop.example"},
                                    {"aliases", "www.shop.example shop.example"},
@@ -55,6 +59,8 @@ TEST_F(JobRecord, HoldsWhatTheJobWasAddedWith) {
     EXPECT_EQ(record.value("time_started").size(), 19U);
 }
 
+// Behaviour: Every text is taken as it is, white space ...
+// Behaviour: Values travel unchanged both ways, as do ...
 TEST_F(JobRecord, ValuesOfEveryKindTravelUnchangedBothWays) {
     const std::string id = AddJob();
     const std::vector<std::string> values{"a=b&c=d?e+f%20g%",
@@ -76,6 +82,7 @@ TEST_F(JobRecord, ValuesOfEveryKindTravelUnchangedBothWays) {
     }
 }
 
+// Behaviour: Every key that a program sends is stored
 TEST_F(JobRecord, StoresEveryKeyThatAProgramSends) {
     const std::string id = AddJob();
     const std::map<std::string, std::string> entries{{"kid", "https://ca.example/acct/1"},
@@ -96,6 +103,7 @@ TEST_F(JobRecord, StoresEveryKeyThatAProgramSends) {
     for (const auto& [key, value] : entries) EXPECT_EQ(record.value(key), value) << key;
 }
 
+// Behaviour: What is input only is never written
 TEST_F(JobRecord, WhatIsInputOnlyIsNeverWritten) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -112,6 +120,7 @@ TEST_F(JobRecord, WhatIsInputOnlyIsNeverWritten) {
     EXPECT_NE(Stored(id, "time_started"), "2000-01-01 00:00:00");
 }
 
+// Behaviour: Values of the wrong form are refused as "value" and change nothing
 TEST_F(JobRecord, UnreadableValuesAreRefusedAndChangeNothing) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -137,6 +146,7 @@ TEST_F(JobRecord, UnreadableValuesAreRefusedAndChangeNothing) {
     EXPECT_EQ(Stored(id, "finalize"), "before");
 }
 
+// Behaviour: Characters that no answer carries are replaced and cost no write-back
 // An authority may put anything into a URL; that must not cost a run its account key.
 TEST_F(JobRecord, CharactersThatNoAnswerCarriesAreReplaced) {
     const std::string id = AddJob();
@@ -150,6 +160,7 @@ TEST_F(JobRecord, CharactersThatNoAnswerCarriesAreReplaced) {
     EXPECT_EQ(Stored(id, "finalize"), "\xef\xbf\xbd\xc3\xbc");
 }
 
+// Behaviour: An unknown job is "missed"
 TEST_F(JobRecord, AnUnknownJobIsMissed) {
     EXPECT_EQ(ErrorOf("func=ambrin.data.edit&elid=77&out=xml"), "missed");
     EXPECT_EQ(ErrorOf("func=ambrin.data.edit&sok=ok", WriteBack("77")), "missed");
@@ -157,6 +168,7 @@ TEST_F(JobRecord, AnUnknownJobIsMissed) {
     EXPECT_EQ(ErrorOf("func=ambrin.data.edit&elid=seven&out=xml"), "value");
 }
 
+// Behaviour: Job 0 is accepted and changes nothing
 TEST_F(JobRecord, JobZeroIsAcceptedAndChangesNothing) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -165,6 +177,7 @@ TEST_F(JobRecord, JobZeroIsAcceptedAndChangesNothing) {
     EXPECT_TRUE(Ask("func=zelvek.job.show&elid=" + id).xml().GetNodes("/doc/event").empty());
 }
 
+// Behaviour: Only the process that read the record last may write it, anybody else is "stale"
 TEST_F(JobRecord, OnlyTheProcessThatReadLastMayWrite) {
     const std::string id = AddJob();
     EXPECT_EQ(ErrorOf("func=ambrin.data.edit&sok=ok", WriteBack(id)), "stale") << "nobody has read it";
@@ -179,6 +192,7 @@ TEST_F(JobRecord, OnlyTheProcessThatReadLastMayWrite) {
     EXPECT_EQ(Stored(id, "kid"), "child's");
 }
 
+// Behaviour: An empty account key never replaces a stored one
 TEST_F(JobRecord, AnEmptyKeyNeverReplacesAStoredOne) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -190,6 +204,7 @@ TEST_F(JobRecord, AnEmptyKeyNeverReplacesAStoredOne) {
     EXPECT_EQ(Stored(id, "acmekey"), "NEW");
 }
 
+// Behaviour: Reading starts the processing of a job, the write-back ends it
 TEST_F(JobRecord, ReadingStartsProcessingAndTheWriteBackEndsIt) {
     const std::string id = AddJob();
     const auto processing = [&] { return Ask("func=zelvek.job.show&elid=" + id).value("processing"); };
@@ -200,6 +215,7 @@ TEST_F(JobRecord, ReadingStartsProcessingAndTheWriteBackEndsIt) {
     EXPECT_EQ(processing(), "off");
 }
 
+// Behaviour: A newly registered account becomes the default for every job, one without a URL does not
 TEST_F(JobRecord, ANewAccountBecomesTheDefaultForEveryJob) {
     const std::string first = AddJob();
     const std::string second = AddJob({{"domain", "blog.example"}});

@@ -26,6 +26,10 @@ protected:
     }
 };
 
+// Behaviours of: Notifications (problems.register)
+
+// Behaviour: A notification is kept with level, owner, time and parameters; without an owner it is the
+//   administrator's
 TEST_F(Panel, KeepsNotificationsWithTheirParameters) {
     Ask("func=problems.register&sok=ok", {{"name", "ambrin_failed_admin"},
                                           {"id", "0123456789abcdef"},
@@ -42,6 +46,7 @@ TEST_F(Panel, KeepsNotificationsWithTheirParameters) {
                               "ambrin_failed_user error anna error="}));
 }
 
+// Behaviour: A repeated notification is not doubled
 TEST_F(Panel, ARepeatedNotificationIsNotDoubled) {
     const std::map<std::string, std::string> problem{
         {"name", "n"}, {"id", "1"}, {"level", "message"}, {"param_a", "b"}};
@@ -50,6 +55,7 @@ TEST_F(Panel, ARepeatedNotificationIsNotDoubled) {
     EXPECT_EQ(Problems().size(), 1U);
 }
 
+// Behaviour: A notification needs name and id
 TEST_F(Panel, ANotificationNeedsNameAndId) {
     EXPECT_EQ(ErrorOf("func=problems.register&sok=ok", {{"name", "n"}}), "value");
     EXPECT_EQ(ErrorOf("func=problems.register&sok=ok", {{"id", "1"}}), "value");
@@ -58,12 +64,16 @@ TEST_F(Panel, ANotificationNeedsNameAndId) {
     EXPECT_TRUE(Problems().empty());
 }
 
+// Behaviours of: Socket and answers
+
+// Behaviour: An unknown function, or none, is "missed"; an error says what is wrong
 TEST_F(Panel, AnUnknownFunctionIsMissed) {
     EXPECT_EQ(ErrorOf("func=no.such.function"), "missed");
     EXPECT_EQ(ErrorOf("sok=ok&rtype=txt"), "missed") << "no function at all";
     EXPECT_EQ(ErrorOf("func=%00%ff"), "missed");
 }
 
+// Behaviour: An unknown function, or none, is "missed" ...
 TEST_F(Panel, ErrorsSayWhatIsWrong) {
     try {
         Ask("func=zelvek.job.add", {{"domain", "a..b"}, {"user_name", "anna"}});
@@ -73,6 +83,9 @@ TEST_F(Panel, ErrorsSayWhatIsWrong) {
     }
 }
 
+// Behaviours of: Command line
+
+// Behaviour: The account is shown without its key, and ...
 TEST_F(Panel, NoFunctionOfTheCommandLineGivesAKey) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -87,6 +100,7 @@ TEST_F(Panel, NoFunctionOfTheCommandLineGivesAKey) {
     }
 }
 
+// Behaviour: What a job is added with is checked
 TEST_F(Panel, JobsAreCheckedWhenTheyAreAdded) {
     const std::vector<std::map<std::string, std::string>> wrong{
         {{"domain", ""}},
@@ -120,6 +134,7 @@ TEST_F(Panel, JobsAreCheckedWhenTheyAreAdded) {
               "");
 }
 
+// Behaviour: A job that is running is neither run twice ...
 TEST_F(Panel, ARunningJobIsNeitherClaimedNorRemoved) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -134,6 +149,7 @@ TEST_F(Panel, ARunningJobIsNeitherClaimedNorRemoved) {
     EXPECT_EQ(ErrorOf("func=zelvek.job.show&elid=" + id), "missed");
 }
 
+// Behaviour: A stopped job that somebody runs gets another try
 TEST_F(Panel, AStoppedJobThatSomebodyRunsGetsAnotherTry) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -143,6 +159,7 @@ TEST_F(Panel, AStoppedJobThatSomebodyRunsGetsAnotherTry) {
     EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("failed"), "off");
 }
 
+// Behaviour: The id of a removed job is not used again
 TEST_F(Panel, TheIdOfARemovedJobIsNotUsedAgain) {
     const std::string first = AddJob();
     Ask("func=zelvek.job.remove&elid=" + first);

@@ -17,6 +17,9 @@ protected:
     }
 };
 
+// Behaviours of: What runs publish, and what dead ones leave
+
+// Behaviour: An answer file is named by its token and ...
 TEST_F(Publication, AnAnswerIsWrittenAndRemoved) {
     Challenge("create", "Token-_9", "a.b&c=d?\n");
     EXPECT_EQ(ReadFile(Path("answers") / "Token-_9"), "a.b&c=d?\n");
@@ -27,6 +30,7 @@ TEST_F(Publication, AnAnswerIsWrittenAndRemoved) {
     Challenge("delete", "Token-_9");
 }
 
+// Behaviour: A token is of letters, digits, "-" and "_" ...
 TEST_F(Publication, WhatIsNoTokenUserOrActionIsRefused) {
     for (const std::string token : {"", "..", "../x", "a/b", "a.b", "a b", "ü"}) {
         EXPECT_EQ(ErrorOf("func=ambrin_challenge&action=create&user_name=anna", {{"file_name", token}}),
@@ -42,6 +46,7 @@ TEST_F(Publication, WhatIsNoTokenUserOrActionIsRefused) {
     EXPECT_TRUE(std::filesystem::is_empty(Path("answers")));
 }
 
+// Behaviour: A file that cannot be written is an error ...
 TEST_F(Publication, WhatCannotBeWrittenIsAnErrorAndLeavesNothingRecorded) {
     std::filesystem::create_directories(Path("answers") / "t" / "in-the-way");
     EXPECT_EQ(ErrorOf("func=ambrin_challenge&action=create&user_name=anna&file_name=t&content=c"), "io");
@@ -49,6 +54,7 @@ TEST_F(Publication, WhatCannotBeWrittenIsAnErrorAndLeavesNothingRecorded) {
     EXPECT_EQ(ReadFile(Path("command-1.err")).find("removing"), std::string::npos);
 }
 
+// Behaviour: A write-back with challenges keeps what the job has published for later runs
 TEST_F(Publication, AJobWithChallengesKeepsWhatItPublished) {
     const std::string id = AddJob();
     ASSERT_EQ(InChild([&] {
@@ -62,6 +68,7 @@ TEST_F(Publication, AJobWithChallengesKeepsWhatItPublished) {
     EXPECT_TRUE(HasAnswer("kept"));
 }
 
+// Behaviour: A killed later run loses nothing that was kept, only what it has published itself
 TEST_F(Publication, AKilledLaterRunLosesNothingThatWasKept) {
     const std::string id = AddJob();
     ASSERT_EQ(InChild([&] {
@@ -83,6 +90,7 @@ TEST_F(Publication, AKilledLaterRunLosesNothingThatWasKept) {
     EXPECT_FALSE(HasAnswer("kept"));
 }
 
+// Behaviour: A write-back without challenges, or of a failed or verified job, removes it
 TEST_F(Publication, AJobWithoutChallengesKeepsNothing) {
     const std::string id = AddJob();
     for (const std::map<std::string, std::string>& end :
@@ -96,6 +104,7 @@ TEST_F(Publication, AJobWithoutChallengesKeepsNothing) {
     }
 }
 
+// Behaviour: A stale write-back removes nothing
 TEST_F(Publication, AStaleWriteBackRemovesNothing) {
     const std::string id = AddJob();
     ReadJob(id);
@@ -104,6 +113,7 @@ TEST_F(Publication, AStaleWriteBackRemovesNothing) {
     EXPECT_TRUE(HasAnswer("mine"));
 }
 
+// Behaviour: One job's end leaves another's publications alone, shared ones too
 TEST_F(Publication, OneJobsEndLeavesTheOthersAnswersAlone) {
     const std::string first = AddJob();
     const std::string second = AddJob({{"domain", "blog.example"}});
@@ -127,6 +137,7 @@ TEST_F(Publication, OneJobsEndLeavesTheOthersAnswersAlone) {
     EXPECT_FALSE(HasAnswer("both"));
 }
 
+// Behaviour: A removed job takes its publications along
 TEST_F(Publication, ARemovedJobTakesItsAnswersAlong) {
     const std::string id = AddJob();
     ReadJob(id);

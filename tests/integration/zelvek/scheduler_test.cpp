@@ -39,6 +39,9 @@ protected:
     bool Over(const std::string& id) const { return !Runs(id).empty() && Value(id, "processing") == "off"; }
 };
 
+// Behaviours of: Scheduling
+
+// Behaviour: A new job is started at once, a verified or failed one never again
 TEST_F(SchedulerTest, StartsANewJobAtOnceAndAVerifiedOneNeverAgain) {
     StartScheduler("1");
     const std::string id = Add("installs");
@@ -48,6 +51,7 @@ TEST_F(SchedulerTest, StartsANewJobAtOnceAndAVerifiedOneNeverAgain) {
     EXPECT_EQ(Runs(id).size(), 1U);
 }
 
+// Behaviour: A new job is started at once, a verified ...
 TEST_F(SchedulerTest, AFailedJobIsNotStartedAgain) {
     StartScheduler("1");
     const std::string id = Add("stops");
@@ -56,6 +60,7 @@ TEST_F(SchedulerTest, AFailedJobIsNotStartedAgain) {
     EXPECT_EQ(Runs(id).size(), 1U);
 }
 
+// Behaviour: A job is started at the time that it asks for, otherwise after the retry interval
 TEST_F(SchedulerTest, WaitsUntilTheTimeThatTheJobAsksFor) {
     StartScheduler("1");
     const std::string id = Add("waits");
@@ -65,6 +70,7 @@ TEST_F(SchedulerTest, WaitsUntilTheTimeThatTheJobAsksFor) {
     EXPECT_EQ(Value(id, "next_attempt"), "2999-01-01 00:00:00");
 }
 
+// Behaviour: A job is started at the time that it asks ...
 TEST_F(SchedulerTest, WaitsForTheRetryIntervalOtherwise) {
     StartScheduler("3600");
     const std::string id = Add("retries");
@@ -74,12 +80,14 @@ TEST_F(SchedulerTest, WaitsForTheRetryIntervalOtherwise) {
     EXPECT_EQ(Runs(id).size(), 1U);
 }
 
+// Behaviour: A run that dies frees its job
 TEST_F(SchedulerTest, AKilledRunFreesItsJob) {
     StartScheduler("1");
     const std::string id = Add("dies");
     EXPECT_TRUE(Eventually([&] { return Runs(id).size() >= 2; }));
 }
 
+// Behaviour: A run that dies frees its job ...
 TEST_F(SchedulerTest, ARunThatDiesBeforeReadingFreesItsJob) {
     ::setenv("PLUGIN_DIES_AT_ONCE", "1", 1);
     StartScheduler("1");
@@ -88,6 +96,7 @@ TEST_F(SchedulerTest, ARunThatDiesBeforeReadingFreesItsJob) {
     EXPECT_TRUE(Eventually([&] { return Runs(id).size() >= 2; }));
 }
 
+// Behaviour: At most four runs go on at once, and one for each job
 TEST_F(SchedulerTest, RunsNoMoreThanFourAtOnceAndOneForEachJob) {
     StartScheduler();
     std::vector<std::string> ids;
@@ -103,6 +112,7 @@ TEST_F(SchedulerTest, RunsNoMoreThanFourAtOnceAndOneForEachJob) {
     for (const auto& id : ids) EXPECT_LE(Runs(id).size(), 1U);
 }
 
+// Behaviour: A stop ends the runs, which still write their records back
 TEST_F(SchedulerTest, AStopEndsTheRunsWhichStillWriteTheirRecordsBack) {
     StartScheduler();
     const std::string id = Add("hangs");
@@ -116,6 +126,7 @@ TEST_F(SchedulerTest, AStopEndsTheRunsWhichStillWriteTheirRecordsBack) {
     EXPECT_EQ(Value(id, "processing"), "off");
 }
 
+// Behaviour: Runs get the service's environment
 TEST_F(SchedulerTest, RunsGetTheServicesEnvironment) {
     StartScheduler();
     const std::string id = Add("installs");

@@ -48,12 +48,16 @@ protected:
     }
 };
 
+// Behaviours of: Socket and answers
+
+// Behaviour: A query is a POST of a form to "/", anything else is refused and the service goes on
 TEST_F(ServerTest, AnswersAPostOfAForm) {
     const std::string answer = Raw(Request("POST /", "func=zelvek.account.show"));
     EXPECT_TRUE(answer.starts_with("HTTP/1.1 200 ")) << answer;
     EXPECT_NE(answer.find("<doc><kid></kid><key>off</key></doc>"), std::string::npos) << answer;
 }
 
+// Behaviour: A query is a POST of a form to "/", anything ...
 TEST_F(ServerTest, AnswersNothingElse) {
     EXPECT_TRUE(Raw(Request("GET /?func=zelvek.account.show", "")).starts_with("HTTP/1.1 405 "));
     EXPECT_TRUE(Raw(Request("PUT /", "func=zelvek.account.show")).starts_with("HTTP/1.1 405 "));
@@ -62,6 +66,7 @@ TEST_F(ServerTest, AnswersNothingElse) {
     EXPECT_EQ(ErrorOf("func=zelvek.account.show"), "") << "and goes on";
 }
 
+// Behaviour: Socket and directory belong to the service's user alone
 TEST_F(ServerTest, SocketAndDirectoryAreItsUsersAlone) {
     struct stat status {};
     ASSERT_EQ(::stat(Socket().c_str(), &status), 0);
@@ -70,6 +75,7 @@ TEST_F(ServerTest, SocketAndDirectoryAreItsUsersAlone) {
     EXPECT_EQ(status.st_mode & 07777U, 0700U);
 }
 
+// Behaviour: Another user's process is refused, even where the socket is open to it
 // Opened as wide as can be, it still answers its own user alone. Only root can become somebody else to try.
 TEST_F(ServerTest, AnotherUsersProcessIsRefused) {
     if (::geteuid() != 0) {
@@ -93,6 +99,7 @@ TEST_F(ServerTest, AnotherUsersProcessIsRefused) {
               0);
 }
 
+// Behaviour: A query may have eight mebibytes, not one byte more
 TEST_F(ServerTest, AQueryMayHaveEightMebibytes) {
     const std::string query = "func=zelvek.account.show&x=";
     EXPECT_EQ(ErrorOf(query + std::string(kLimit - query.size(), 'x')), "");
@@ -107,6 +114,7 @@ TEST_F(ServerTest, AQueryMayHaveEightMebibytes) {
     EXPECT_EQ(ErrorOf(query + std::string(3 * kLimit, 'x')), "protocol");
 }
 
+// Behaviour: A silent connection keeps nobody waiting, and many may ask at once
 TEST_F(ServerTest, ASilentConnectionKeepsNobodyWaiting) {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
@@ -119,6 +127,7 @@ TEST_F(ServerTest, ASilentConnectionKeepsNobodyWaiting) {
     ::close(fd);
 }
 
+// Behaviour: A silent connection keeps nobody waiting ...
 TEST_F(ServerTest, ManyAskAtOnce) {
     constexpr int kThreads = 8;
     constexpr int kJobs = 10;
@@ -137,6 +146,7 @@ TEST_F(ServerTest, ManyAskAtOnce) {
     EXPECT_EQ(Ask("func=zelvek.job.list").xml().GetNodes("/doc/elem").size(), std::size_t{kThreads * kJobs});
 }
 
+// Behaviour: The socket is removed at the end
 TEST_F(ServerTest, RemovesItsSocketAtTheEnd) {
     Stop();
     EXPECT_FALSE(fs::exists(Socket()));

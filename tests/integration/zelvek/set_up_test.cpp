@@ -25,6 +25,10 @@ protected:
     }
 };
 
+// Behaviours of: Start and store
+
+// Behaviour: A second service on the same socket or database is refused; a socket that nobody answers on is
+//   replaced
 TEST_F(SetUp, ASecondServiceInTheSameDirectoryIsRefused) {
     Start();
     EXPECT_EQ(Refusal({{"--database", Path("other.db")}}),
@@ -32,12 +36,14 @@ TEST_F(SetUp, ASecondServiceInTheSameDirectoryIsRefused) {
     EXPECT_EQ(ErrorOf("func=zelvek.account.show"), "") << "the first goes on";
 }
 
+// Behaviour: A second service on the same socket or database ...
 TEST_F(SetUp, ASecondServiceWithTheSameDatabaseIsRefused) {
     Start();
     ::setenv("VEK_RUN_DIR", Path("run2").c_str(), 1);
     EXPECT_EQ(Refusal(), "zelvek: database " + Database().string() + " is in use by another service\n");
 }
 
+// Behaviour: A second service on the same socket or database ...
 TEST_F(SetUp, ASocketThatNobodyAnswersOnIsReplaced) {
     Start();
     Kill();
@@ -46,6 +52,7 @@ TEST_F(SetUp, ASocketThatNobodyAnswersOnIsReplaced) {
     EXPECT_EQ(ErrorOf("func=zelvek.account.show"), "");
 }
 
+// Behaviour: A second service on the same socket or database ...
 TEST_F(SetUp, AFileInTheSocketsPlaceStays) {
     fs::create_directory(Path("run"));
     std::ofstream(Socket()) << "precious";
@@ -53,6 +60,7 @@ TEST_F(SetUp, AFileInTheSocketsPlaceStays) {
     EXPECT_EQ(ReadFile(Socket()), "precious");
 }
 
+// Behaviour: What cannot be used is named
 TEST_F(SetUp, WhatCannotBeUsedIsNamed) {
     std::ofstream(Path("file")) << "no directory, no database";
     EXPECT_NE(
@@ -69,6 +77,7 @@ TEST_F(SetUp, WhatCannotBeUsedIsNamed) {
     EXPECT_EQ(ReadFile(Path("file")), "no directory, no database");
 }
 
+// Behaviour: What cannot be used is named ...
 TEST_F(SetUp, APortInUseIsNamed) {
     const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
     sockaddr_in address{};
@@ -83,6 +92,8 @@ TEST_F(SetUp, APortInUseIsNamed) {
     ::close(fd);
 }
 
+// Behaviour: Options are taken from a file too, the command line first; unknown ones and wrong values are
+//   refused
 TEST_F(SetUp, OptionsAreTakenFromAFileToo) {
     std::ofstream(Path("conf")) << "# the service\n"
                                 << "database = " << Path("from-file.db").string() << "\n"
@@ -102,6 +113,7 @@ TEST_F(SetUp, OptionsAreTakenFromAFileToo) {
     EXPECT_EQ(service->Wait().status, 0);
 }
 
+// Behaviour: Options are taken from a file too, the command ...
 TEST_F(SetUp, AFileWithAnUnknownOptionOrAWrongValueIsRefused) {
     const auto refused = [&](const std::string& line) {
         std::ofstream(Path("conf")) << line << "\n";

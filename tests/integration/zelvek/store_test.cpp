@@ -14,6 +14,9 @@ protected:
     int Version() { return SQLite::Database(Database().string()).execAndGet("PRAGMA user_version").getInt(); }
 };
 
+// Behaviours of: Start and store
+
+// Behaviour: A restart keeps everything, after a crash too
 TEST_F(StoreFile, ARestartKeepsEverything) {
     Start();
     Ask("func=zelvek.domain.add&name=shop.example&user_name=anna");
@@ -41,6 +44,7 @@ TEST_F(StoreFile, ARestartKeepsEverything) {
     }
 }
 
+// Behaviour: The database is readable by its user alone
 TEST_F(StoreFile, IsReadableByItsUserAlone) {
     Start();
     AddJob();
@@ -49,6 +53,7 @@ TEST_F(StoreFile, IsReadableByItsUserAlone) {
     }
 }
 
+// Behaviour: An older database is brought up to date, a newer one refused and left alone
 TEST_F(StoreFile, OfAnOlderVersionIsBroughtUpToDate) {
     {
         SQLite::Database old(Database().string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE);
@@ -66,6 +71,7 @@ TEST_F(StoreFile, OfAnOlderVersionIsBroughtUpToDate) {
     EXPECT_EQ(Version(), static_cast<int>(Migrations().size()));
 }
 
+// Behaviour: An older database is brought up to date ...
 TEST_F(StoreFile, OfANewerVersionIsRefusedAndLeftAlone) {
     const int newer = static_cast<int>(Migrations().size()) + 1;
     SQLite::Database(Database().string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
@@ -76,6 +82,7 @@ TEST_F(StoreFile, OfANewerVersionIsRefusedAndLeftAlone) {
     EXPECT_EQ(Version(), newer);
 }
 
+// Behaviour: A foreign writer of the database is waited for
 TEST_F(StoreFile, AForeignWriterIsWaitedFor) {
     Start();
     const std::string id = AddJob();

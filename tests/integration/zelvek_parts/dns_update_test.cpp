@@ -50,12 +50,16 @@ protected:
 
 std::unique_ptr<NameServer> DynamicUpdate::server_;
 
+// Behaviours of: Domains and TXT records (domain, domain.record.edit, domain.record.delete)
+
+// Behaviour: A dynamic update adds a value with its time to live, beside others, and removes just that value
 TEST_F(DynamicUpdate, AddsAValueWithItsTimeToLive) {
     backend_->AddTxt(kZone, "_acme-challenge.add.example.test.", "value-1_A");
     EXPECT_EQ(server_->Txt("_acme-challenge.add.example.test"), "\"value-1_A\"\n");
     EXPECT_EQ(server_->Ttl("_acme-challenge.add.example.test"), "17");
 }
 
+// Behaviour: A dynamic update adds a value with its time ...
 TEST_F(DynamicUpdate, KeepsSeveralValuesOfAName) {
     const std::string name = "_acme-challenge.several.example.test.";
     backend_->AddTxt(kZone, name, "one");
@@ -65,6 +69,7 @@ TEST_F(DynamicUpdate, KeepsSeveralValuesOfAName) {
     EXPECT_EQ(server_->Txt(name), "\"two\"\n");
 }
 
+// Behaviour: An existing value is "exists", whoever put it there
 TEST_F(DynamicUpdate, SaysThatAValueIsThereWhoeverPutIt) {
     const std::string name = "_acme-challenge.exists.example.test";
     MakeBackend(Good())->AddTxt(kZone, name, "value");
@@ -76,6 +81,7 @@ TEST_F(DynamicUpdate, SaysThatAValueIsThereWhoeverPutIt) {
     EXPECT_EQ(server_->Txt(name), "\"VALUE\"\n\"value\"\n");
 }
 
+// Behaviour: A dynamic update adds a value with its time ...
 TEST_F(DynamicUpdate, RemovingWhatIsNotThereSucceeds) {
     const std::string name = "_acme-challenge.missing.example.test.";
     EXPECT_EQ(TypeOf([&] { backend_->RemoveTxt(kZone, name, "value"); }), "none");
@@ -86,6 +92,7 @@ TEST_F(DynamicUpdate, RemovingWhatIsNotThereSucceeds) {
     EXPECT_EQ(server_->Txt(name), "");
 }
 
+// Behaviour: Any printable value arrives unchanged
 TEST_F(DynamicUpdate, AnyPrintableValueArrivesUnchanged) {
     const std::string name = "_acme-challenge.odd.example.test.";
     for (const std::string& value : {std::string("a \"quoted\" text"), std::string("back\\slash \\123"),
@@ -97,6 +104,7 @@ TEST_F(DynamicUpdate, AnyPrintableValueArrivesUnchanged) {
     }
 }
 
+// Behaviour: A record's name may be the zone itself, or begin with a star
 TEST_F(DynamicUpdate, NameMayBeTheZoneItselfOrBeginWithAStar) {
     backend_->AddTxt(kZone, kZone, "apex");
     EXPECT_EQ(server_->Txt(kZone), "\"apex\"\n");
@@ -106,6 +114,7 @@ TEST_F(DynamicUpdate, NameMayBeTheZoneItselfOrBeginWithAStar) {
     EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, "*.star.example.test", "star"); }), "exists");
 }
 
+// Behaviour: Names and values that are none, or would ...
 TEST_F(DynamicUpdate, CommandsInNamesAndValuesAreRefused) {
     EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, "x.example.test. 60 TXT y\nsend\n", "v"); }), "value");
     EXPECT_EQ(
@@ -115,6 +124,7 @@ TEST_F(DynamicUpdate, CommandsInNamesAndValuesAreRefused) {
     EXPECT_EQ(server_->Txt("y.example.test"), "");
 }
 
+// Behaviour: A refused key, a foreign or static zone ...
 TEST_F(DynamicUpdate, AliasIsReportedInsteadOfLosingTheRecord) {
     const Failure failure =
         FailureOf([&] { backend_->AddTxt(kZone, "_acme-challenge.alias.example.test", "v"); });
@@ -122,6 +132,8 @@ TEST_F(DynamicUpdate, AliasIsReportedInsteadOfLosingTheRecord) {
     EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("CNAME")));
 }
 
+// Behaviour: A refused key, a foreign or static zone, an alias in the way and a server that is down or silent
+//   are errors "dns" that say so
 TEST_F(DynamicUpdate, WrongKeyIsRefused) {
     Settings settings = Good();
     settings.key_file = parts::WriteTsigKey(server_->folder(), "stranger");
@@ -135,6 +147,7 @@ TEST_F(DynamicUpdate, WrongKeyIsRefused) {
     EXPECT_EQ(server_->Txt("_acme-challenge.key.example.test"), "");
 }
 
+// Behaviour: A refused key, a foreign or static zone ...
 TEST_F(DynamicUpdate, RightNameWithAnotherSecretIsRefused) {
     const parts::TempFolder folder;
     Settings settings = Good();
@@ -144,6 +157,7 @@ TEST_F(DynamicUpdate, RightNameWithAnotherSecretIsRefused) {
     EXPECT_THAT(failure.text, HasSubstr("key is refused (NOTAUTH)"));
 }
 
+// Behaviour: The key's file must be the owner's alone ...
 TEST_F(DynamicUpdate, KeyFileIsCheckedAgainAtEachUse) {
     const parts::TempFolder folder;
     Settings settings = Good();
@@ -155,24 +169,28 @@ TEST_F(DynamicUpdate, KeyFileIsCheckedAgainAtEachUse) {
     EXPECT_EQ(TypeOf([&] { backend->AddTxt(kZone, "a.example.test", "v"); }), "value");
 }
 
+// Behaviour: A refused key, a foreign or static zone ...
 TEST_F(DynamicUpdate, ZoneThatTheServerDoesNotHaveIsReported) {
     const Failure failure = FailureOf([&] { backend_->AddTxt("elsewhere.test", "a.elsewhere.test", "v"); });
     EXPECT_EQ(failure.type, "dns");
     EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("REFUSED")));
 }
 
+// Behaviour: A refused key, a foreign or static zone ...
 TEST_F(DynamicUpdate, ZoneThatTakesNoUpdatesIsReported) {
     const Failure failure = FailureOf([&] { backend_->AddTxt("static.test", "a.static.test", "v"); });
     EXPECT_EQ(failure.type, "dns");
     EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("static.test"), HasSubstr("REFUSED")));
 }
 
+// Behaviour: A zone that the settings do not name is an error "dns" that names it
 TEST_F(DynamicUpdate, ZoneOutsideTheSettingsIsNotAsked) {
     const Failure failure = FailureOf([&] { backend_->AddTxt("other.test", "a.other.test", "v"); });
     EXPECT_EQ(failure.type, "dns");
     EXPECT_THAT(failure.text, HasSubstr("other.test"));
 }
 
+// Behaviour: A refused key, a foreign or static zone ...
 TEST_F(DynamicUpdate, ServerThatIsDownIsReported) {
     Settings settings = Good();
     settings.port = parts::FreePort();
@@ -209,6 +227,7 @@ private:
     int port_ = 0;
 };
 
+// Behaviour: A refused key, a foreign or static zone ...
 TEST_F(DynamicUpdate, SilentServerIsGivenUpInTime) {
     const SilentServer silent;
     ASSERT_GT(silent.port(), 0);
@@ -222,6 +241,7 @@ TEST_F(DynamicUpdate, SilentServerIsGivenUpInTime) {
                 AllOf(HasSubstr("127.0.0.1:" + std::to_string(silent.port())), HasSubstr("timed out")));
 }
 
+// Behaviour: No error tells the key's secret
 TEST_F(DynamicUpdate, NoErrorTellsTheSecret) {
     const std::string content = parts::Content(server_->key());
     const std::size_t begin = content.find("secret \"") + 8;
@@ -233,6 +253,7 @@ TEST_F(DynamicUpdate, NoErrorTellsTheSecret) {
     }
 }
 
+// Behaviour: Threads may add and remove records at once
 TEST_F(DynamicUpdate, ThreadsCanUpdateAtOnce) {
     std::vector<std::thread> threads(4);
     const std::string name = "_acme-challenge.threads.example.test";

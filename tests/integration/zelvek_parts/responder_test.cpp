@@ -84,6 +84,9 @@ protected:
     const std::string found_ = "GET /.well-known/acme-challenge/token-1_A";
 };
 
+// Behaviours of: Answer files (ambrin_challenge)
+
+// Behaviour: The built-in web server gives answers as plain text at their path, and nothing else
 TEST_F(ResponderTest, GivesTheAnswerAsPlainText) {
     const std::string answer = Ask(responder_.Port(), found_);
     EXPECT_THAT(answer, StartsWith("HTTP/1.1 200 OK\r\n"));
@@ -91,6 +94,7 @@ TEST_F(ResponderTest, GivesTheAnswerAsPlainText) {
     EXPECT_THAT(answer, EndsWith("\r\n\r\ntoken-1_A.thumbprint"));
 }
 
+// Behaviour: The built-in web server gives answers as ...
 TEST_F(ResponderTest, HeadGivesTheHeadersAlone) {
     const std::string answer = Ask(responder_.Port(), "HEAD /.well-known/acme-challenge/token-1_A");
     EXPECT_THAT(answer, StartsWith("HTTP/1.1 200 OK\r\n"));
@@ -98,6 +102,7 @@ TEST_F(ResponderTest, HeadGivesTheHeadersAlone) {
     EXPECT_THAT(answer, EndsWith("\r\n\r\n"));
 }
 
+// Behaviour: The built-in web server gives answers as ...
 TEST_F(ResponderTest, FollowsCreationAndRemoval) {
     zelvek::answers::Create(answers_, "later", "x");
     EXPECT_THAT(Ask(responder_.Port(), "GET /.well-known/acme-challenge/later"), EndsWith("\r\n\r\nx"));
@@ -105,6 +110,7 @@ TEST_F(ResponderTest, FollowsCreationAndRemoval) {
     EXPECT_THAT(Ask(responder_.Port(), "GET /.well-known/acme-challenge/later"), StartsWith("HTTP/1.1 404 "));
 }
 
+// Behaviour: The built-in web server gives answers as ...
 TEST_F(ResponderTest, EverythingElseIsNotFound) {
     std::filesystem::create_directory(answers_ / "folder");
     Put(answers_ / "folder" / "inside", "secret");
@@ -136,6 +142,7 @@ TEST_F(ResponderTest, EverythingElseIsNotFound) {
     }
 }
 
+// Behaviour: The built-in web server gives answers as ...
 TEST_F(ResponderTest, NeitherLinksNorPipesAreOpened) {
     Put(folder_.path() / "x.secret", "secret");
     std::filesystem::create_symlink(folder_.path() / "x.secret", answers_ / "link");
@@ -148,6 +155,7 @@ TEST_F(ResponderTest, NeitherLinksNorPipesAreOpened) {
     }
 }
 
+// Behaviour: Noise, large requests and silent connections do not stop it
 TEST_F(ResponderTest, OversizedRequestsAndNoiseDoNotStopIt) {
     Ask(responder_.Port(), "GET /" + std::string(100'000, 'a'));
     Connection(AF_INET, responder_.Port()).Send("\xff\x16\x03\x01 no http at all\r\n\r\n");
@@ -155,6 +163,7 @@ TEST_F(ResponderTest, OversizedRequestsAndNoiseDoNotStopIt) {
     EXPECT_THAT(Ask(responder_.Port(), found_), StartsWith("HTTP/1.1 200 OK\r\n"));
 }
 
+// Behaviour: Noise, large requests and silent connections ...
 TEST_F(ResponderTest, SilentConnectionsDoNotKeepOthersOut) {
     std::vector<std::unique_ptr<Connection>> silent(40);
     for (auto& connection : silent) connection = std::make_unique<Connection>(AF_INET, responder_.Port());
@@ -162,6 +171,7 @@ TEST_F(ResponderTest, SilentConnectionsDoNotKeepOthersOut) {
     EXPECT_THAT(Ask(responder_.Port(), found_), StartsWith("HTTP/1.1 200 OK\r\n"));
 }
 
+// Behaviour: Noise, large requests and silent connections ...
 TEST_F(ResponderTest, SilentConnectionIsEnded) {
     const Connection silent(AF_INET, responder_.Port());
     const auto start = std::chrono::steady_clock::now();
@@ -171,6 +181,7 @@ TEST_F(ResponderTest, SilentConnectionIsEnded) {
               std::chrono::seconds(39));  // before reading gave up itself
 }
 
+// Behaviour: The threads that answer the authority leave SIGTERM to the service
 TEST_F(ResponderTest, ItsThreadsLeaveSignalsToTheService) {
     int threads = 0;
     for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
@@ -185,6 +196,7 @@ TEST_F(ResponderTest, ItsThreadsLeaveSignalsToTheService) {
     EXPECT_GT(threads, 0);
 }
 
+// Behaviour: It listens on any address of either family; wrong and taken ones are named
 TEST(ResponderAddress, CanBeOfEitherFamilyOrAll) {
     const TempFolder folder;
     zelvek::answers::Create(folder.path(), "t", "answer");
@@ -196,6 +208,7 @@ TEST(ResponderAddress, CanBeOfEitherFamilyOrAll) {
     EXPECT_THAT(Ask(every.Port(), request, AF_INET6), EndsWith("answer"));
 }
 
+// Behaviour: It listens on any address of either family ...
 TEST(ResponderAddress, WrongOnesAreRefused) {
     for (const char* address :
          {"", ":", "80", "127.0.0.1", "127.0.0.1:", "127.0.0.1:x", "127.0.0.1:65536", "127.0.0.1:-1",
@@ -204,6 +217,7 @@ TEST(ResponderAddress, WrongOnesAreRefused) {
     }
 }
 
+// Behaviour: It listens on any address of either family ...
 TEST(ResponderAddress, TakenOneIsAnErrorThatNamesIt) {
     const TempFolder folder;
     const Responder first("127.0.0.1:0", folder.path());
@@ -214,6 +228,7 @@ TEST(ResponderAddress, TakenOneIsAnErrorThatNamesIt) {
     EXPECT_THAT(failure.text, HasSubstr("in use"));
 }
 
+// Behaviour: It listens on any address of either family ...
 TEST(ResponderEnd, FreesThePortEvenWithOpenConnections) {
     const TempFolder folder;
     int port = 0;

@@ -47,6 +47,9 @@ protected:
     }
 };
 
+// Behaviours of: Course of a run
+
+// Behaviour: A dns run that has just published ends with status 0 and never looks the records up
 TEST_F(DnsRun, FirstRunEndsWhenTheRecordsArePublished) {
     EXPECT_EQ(Run(), 0);
     EXPECT_THAT(
@@ -59,6 +62,7 @@ TEST_F(DnsRun, FirstRunEndsWhenTheRecordsArePublished) {
     EXPECT_THAT(ProblemsRaised(), IsEmpty());
 }
 
+// Behaviour: A dns run leaves order and authorizations in the record for the next one
 TEST_F(DnsRun, FirstRunKeepsTheOrderForTheNext) {
     Run();
     const auto posted = EndOfProcess();
@@ -71,6 +75,7 @@ TEST_F(DnsRun, FirstRunKeepsTheOrderForTheNext) {
     EXPECT_EQ(posted.at("next_attempt"), "");
 }
 
+// Behaviour: An order whose names are all valid already ...
 TEST_F(DnsRun, FirstRunWithoutPendingNamesLooksUpNothingAndGoesOn) {
     for (const std::string n : {"1", "2"}) Object("https://ca.test/authz/" + n, 200, R"({"status":"valid"})");
     EXPECT_EQ(Run(), 0);
@@ -78,6 +83,7 @@ TEST_F(DnsRun, FirstRunWithoutPendingNamesLooksUpNothingAndGoesOn) {
     EXPECT_THAT(world.Lines({"child"}), Not(Contains(HasSubstr("dig +noall"))));
 }
 
+// Behaviour: A whole publication goes on over records that exist
 TEST_F(DnsRun, RecordThatIsThereAlreadyDoesNotEndThePublication) {
     world.AlwaysPanel("sok=ok&rtype=txt&*", [](const std::string&) -> std::string {
         throw vek_err::Error::Reported("exists", "there");
@@ -87,6 +93,8 @@ TEST_F(DnsRun, RecordThatIsThereAlreadyDoesNotEndThePublication) {
     EXPECT_THAT(JobLog(), Contains("processing,challenge_created,"));
 }
 
+// Behaviour: The name servers are looked up once, for the job's main domain, and only when records are
+//   missing
 TEST_F(DnsRun, SecondRunWithVisibleRecordsFinishesTheJob) {
     MakeSecondRun();
     visible_records = {kFirstName, kSecondName};
@@ -101,6 +109,10 @@ TEST_F(DnsRun, SecondRunWithVisibleRecordsFinishesTheJob) {
     EXPECT_EQ(ambrin_data.next_attempt, "");
 }
 
+// Behaviour: A record that is not visible pauses the job: status 0 and the next attempt in 1800 seconds
+// Behaviour: A pause is traced with the time of the next attempt
+// Behaviour: The pause tells everybody the certificate's name, the next attempt, the zone's name servers and
+//   the missing records
 TEST_F(DnsRun, MissingRecordPausesTheJobForHalfAnHour) {
     MakeSecondRun();
     visible_records = {kFirstName};
@@ -119,6 +131,7 @@ TEST_F(DnsRun, MissingRecordPausesTheJobForHalfAnHour) {
     EXPECT_THAT(JobLog(), IsEmpty());
 }
 
+// Behaviour: A paused job keeps challenges and order, and writes no log entry
 TEST_F(DnsRun, PausedJobKeepsItsChallenges) {
     MakeSecondRun();
     Run();
@@ -131,6 +144,7 @@ TEST_F(DnsRun, PausedJobKeepsItsChallenges) {
     EXPECT_EQ(posted.at("log"), "");
 }
 
+// Behaviour: The pause tells everybody the certificate's ...
 TEST_F(DnsRun, PauseNamesEveryMissingRecordAndToldAddressee) {
     MakeSecondRun();
     job["res_name"] = "reseller";
@@ -141,6 +155,7 @@ TEST_F(DnsRun, PauseNamesEveryMissingRecordAndToldAddressee) {
     EXPECT_THAT(ProblemsRaised().at(1), HasSubstr("reseller: ambrin_pause"));
 }
 
+// Behaviour: A paused job goes on as soon as its records are visible, however many attempts it took
 TEST_F(DnsRun, JobPausedBeforeGoesOnWhenItsRecordsAppear) {
     MakeSecondRun();
     job["attempt_count"] = "9";
@@ -158,6 +173,11 @@ protected:
     static constexpr const char* kReadJob = "panel func=ambrin.data.edit&elid=7&out=xml";
 };
 
+// Behaviours of: Time-out
+
+// Behaviour: A job is timed out one day after its start, to the second
+// Behaviour: A timed-out job is stopped with an empty error text, logged as failed / timeout_error, and the
+//   status is 0
 TEST_F(TimedOutRun, OneDayToTheSecondIsTimedOut) {
     job["check_type"] = "http";
     EXPECT_EQ(Run(), 0);
@@ -168,6 +188,7 @@ TEST_F(TimedOutRun, OneDayToTheSecondIsTimedOut) {
     EXPECT_THAT(Traces(), ElementsAre("start 'shop.example' cert verification", "Ambrin stop trying"));
 }
 
+// Behaviour: One second before a day is over the job goes on
 TEST_F(TimedOutRun, OneSecondLessIsNot) {
     job["time_started"] = "2030-05-31 12:00:01";
     EXPECT_EQ(Run(), 0);
@@ -175,6 +196,7 @@ TEST_F(TimedOutRun, OneSecondLessIsNot) {
     EXPECT_EQ(ambrin_data.attempt_count, 1);
 }
 
+// Behaviour: A timed-out dns job has its published records removed first
 TEST_F(TimedOutRun, DnsJobTakesItsRecordsBackFirst) {
     MakeSecondRun();
     EXPECT_EQ(Run(), 0);
@@ -185,6 +207,7 @@ TEST_F(TimedOutRun, DnsJobTakesItsRecordsBackFirst) {
     EXPECT_TRUE(ambrin_data.failed);
 }
 
+// Behaviour: A timed-out dns job whose list is empty or cannot be made is just stopped
 TEST_F(TimedOutRun, DnsJobWithoutStoredChallengesIsJustStopped) {
     EXPECT_EQ(Run(), 0);
     EXPECT_THAT(Story(),
@@ -192,6 +215,7 @@ TEST_F(TimedOutRun, DnsJobWithoutStoredChallengesIsJustStopped) {
     EXPECT_TRUE(ambrin_data.failed);
 }
 
+// Behaviour: A timed-out job of any check type but exactly "dns" removes nothing
 TEST_F(TimedOutRun, HttpJobLeavesItsFilesToThePanel) {
     MakeSecondRun();
     job["check_type"] = "http";
@@ -200,6 +224,8 @@ TEST_F(TimedOutRun, HttpJobLeavesItsFilesToThePanel) {
                 ElementsAre(kReadJob, HasSubstr("problems.register"), HasSubstr("problems.register")));
 }
 
+// Behaviour: A time-out changes nothing in the record but "failed"; the attempt is not counted, the
+//   challenges stay
 TEST_F(TimedOutRun, RecordIsWrittenBackAsStoppedWithItsAttemptsUncounted) {
     MakeSecondRun();
     Run();
@@ -211,6 +237,8 @@ TEST_F(TimedOutRun, RecordIsWrittenBackAsStoppedWithItsAttemptsUncounted) {
     EXPECT_EQ(posted.at("log"), "2030-06-01 12:00:00,failed,timeout_error,");
 }
 
+// Behaviour: A record that cannot be removed ends the time-out by the panel's error, before anybody is told
+//   and with the job unmarked
 TEST_F(TimedOutRun, RecordThatCannotBeRemovedEndsTheRunByThePanelsError) {
     MakeSecondRun();
     world.AlwaysPanel("sok=ok&rtype=txt&*", [](const std::string&) -> std::string {
@@ -222,6 +250,7 @@ TEST_F(TimedOutRun, RecordThatCannotBeRemovedEndsTheRunByThePanelsError) {
     EXPECT_EQ(EndOfProcess().at("failed"), "off");
 }
 
+// Behaviour: A notification that fails leaves a timed-out job unmarked and unlogged
 TEST_F(TimedOutRun, NotificationThatFailsLeavesTheJobUnmarked) {
     world.AlwaysPanel(ambrin_test::kProblem, [](const std::string&) -> std::string {
         throw vek_err::Error::Reported("value", "no");
@@ -231,6 +260,7 @@ TEST_F(TimedOutRun, NotificationThatFailsLeavesTheJobUnmarked) {
     EXPECT_THAT(JobLog(), IsEmpty());
 }
 
+// Behaviour: A job that has failed before is stopped again
 TEST_F(TimedOutRun, FailedJobIsStoppedAgain) {
     job["failed"] = "on";
     EXPECT_EQ(Run(), 0);
@@ -238,6 +268,7 @@ TEST_F(TimedOutRun, FailedJobIsStoppedAgain) {
     EXPECT_TRUE(ambrin_data.failed);
 }
 
+// Behaviour: A start time that cannot be read ends the run by an error, with the attempt uncounted
 TEST_F(TimedOutRun, UnreadableStartTimeEndsTheRunByAnError) {
     for (const std::string start : {"", "yesterday", "2030-02-30 00:00:00"}) {
         job["time_started"] = start;
@@ -246,6 +277,7 @@ TEST_F(TimedOutRun, UnreadableStartTimeEndsTheRunByAnError) {
     EXPECT_EQ(EndOfProcess().at("attempt_count"), "0");
 }
 
+// Behaviour: A start in the future is no time-out
 TEST_F(TimedOutRun, StartTimeInTheFutureIsNoTimeOut) {
     job["time_started"] = "2031-01-01 00:00:00";
     EXPECT_EQ(Run(), 0);

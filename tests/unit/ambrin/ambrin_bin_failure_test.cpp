@@ -58,12 +58,17 @@ protected:
     }
 };
 
+// Behaviours of: Outcomes, each with everything asked and everything changed
+
+// Behaviour: A job that cannot be read ends the run by the panel's error, and is written back
 TEST_F(FailingRun, JobThatCannotBeReadEndsByThePanelsError) {
     FailPanelQuery("func=ambrin.data.edit&elid=7&out=xml", "missed");
     EXPECT_THROW(Run(), vek_err::Error);
     EXPECT_EQ(EndOfProcess().at("elid"), "7");
 }
 
+// Behaviour: An error of the CSR ends the run by the panel's error, with the attempt counted and nothing
+//   asked of the authority
 TEST_F(FailingRun, CsrThatCannotBeMadeEndsByThePanelsError) {
     FailPanelQuery("func=sslcert.csr.edit&domain=*", "value");
     EXPECT_THROW(Run(), vek_err::Error);
@@ -72,6 +77,7 @@ TEST_F(FailingRun, CsrThatCannotBeMadeEndsByThePanelsError) {
     EXPECT_EQ(EndOfProcess().at("attempt_count"), "1");
 }
 
+// Behaviour: Directory refused, or with an error object ...
 TEST_F(FailingRun, RefusedDirectoryIsAnErrorWithoutALine) {
     world.AlwaysHttp("GET " + kDirectoryUrl, [](const std::string&) { return JsonAnswer(403, kRefusal); });
     EXPECT_EQ(Run(), 1);
@@ -83,6 +89,7 @@ TEST_F(FailingRun, RefusedDirectoryIsAnErrorWithoutALine) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: Directory refused, or with an error object ...
 TEST_F(FailingRun, DirectoryWithAnErrorIsRefusedToo) {
     world.AlwaysHttp("GET " + kDirectoryUrl,
                      [](const std::string&) { return JsonAnswer(200, R"({"error":{}})"); });
@@ -90,6 +97,7 @@ TEST_F(FailingRun, DirectoryWithAnErrorIsRefusedToo) {
     EXPECT_EQ(Story().back(), "GET " + kDirectoryUrl);
 }
 
+// Behaviour: Directory that is no JSON: the registration fails for want of an address
 TEST_F(FailingRun, DirectoryThatIsNoJsonFailsAtTheRegistration) {
     job.erase("default_pem");
     world.AlwaysHttp("GET " + kDirectoryUrl, [](const std::string&) { return JsonAnswer(200, "busy"); });
@@ -97,6 +105,7 @@ TEST_F(FailingRun, DirectoryThatIsNoJsonFailsAtTheRegistration) {
     EXPECT_THAT(Failures(), ElementsAre("Registration failed"));
 }
 
+// Behaviour: Accounts failed within the limit: status 0, "Account check failed. Need retry", check counted
 TEST_F(FailingRun, FailedAccountsAreRetriedWithinTheJobsLimit) {
     UseStoredAccount();
     job["max_account_check_attempts"] = "3";
@@ -113,6 +122,7 @@ TEST_F(FailingRun, FailedAccountsAreRetriedWithinTheJobsLimit) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: Accounts failed past the limit: a new account is registered
 TEST_F(FailingRun, AccountThatFailsPastTheLimitIsReplaced) {
     UseStoredAccount();
     job.erase("default_pem");
@@ -125,6 +135,7 @@ TEST_F(FailingRun, AccountThatFailsPastTheLimitIsReplaced) {
     EXPECT_TRUE(ambrin_data.verified);
 }
 
+// Behaviour: Registration refused: status 1, "Registration ...
 TEST_F(FailingRun, RefusedRegistrationIsAnError) {
     job.erase("default_pem");
     Object(kNewAccount, 403, kRefusal);
@@ -137,6 +148,7 @@ TEST_F(FailingRun, RefusedRegistrationIsAnError) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: Order refused: status 1, "Authorisations ...
 TEST_F(FailingRun, RefusedOrderIsAnError) {
     Object(kNewOrder, 403, kRefusal);
     EXPECT_EQ(Run(), 1);
@@ -147,6 +159,7 @@ TEST_F(FailingRun, RefusedOrderIsAnError) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: Order without authorizations: status 1, "Authorisations ...
 TEST_F(FailingRun, OrderWithoutAuthorizationsIsAnErrorToo) {
     Object(kNewOrder, 201, R"({"authorizations":[]})");
     EXPECT_EQ(Run(), 1);
@@ -154,6 +167,7 @@ TEST_F(FailingRun, OrderWithoutAuthorizationsIsAnErrorToo) {
     EXPECT_THAT(JobLog(), ElementsAre("processing,order_success,"));
 }
 
+// Behaviour: Authorization refused: status 1, "Failed ...
 TEST_F(FailingRun, RefusedAuthorizationIsAnError) {
     Object("https://ca.test/authz/2", 403, kRefusal);
     EXPECT_EQ(Run(), 1);
@@ -163,6 +177,7 @@ TEST_F(FailingRun, RefusedAuthorizationIsAnError) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: No key header, or stored challenges too deep ...
 TEST_F(FailingRun, StoredJobWithoutKeyHeaderCannotListItsChallenges) {
     MakeSecondRun();
     job["modulus"] = "";
@@ -171,6 +186,7 @@ TEST_F(FailingRun, StoredJobWithoutKeyHeaderCannotListItsChallenges) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: No key header, or stored challenges too deep ...
 TEST_F(FailingRun, StoredChallengesTooDeepForTheLibraryCannotBeListed) {
     MakeSecondRun();
     job["challenges"] = std::string(5000, '[');
@@ -179,6 +195,7 @@ TEST_F(FailingRun, StoredChallengesTooDeepForTheLibraryCannotBeListed) {
     EXPECT_THAT(JobLog(), ElementsAre("processing,acme_response_error," + job["challenges"]));
 }
 
+// Behaviour: Publication failed: the panel's error ends the run after challenge_start, challenges stay stored
 TEST_F(FailingRun, PublicationThatFailsEndsByThePanelsErrorWithItsStartLogged) {
     FailPanelQuery("func=ambrin_challenge&action=create&*", "io");
     EXPECT_THROW(Run(), vek_err::Error);
@@ -186,6 +203,7 @@ TEST_F(FailingRun, PublicationThatFailsEndsByThePanelsErrorWithItsStartLogged) {
     EXPECT_THAT(EndOfProcess().at("challenges"), HasSubstr("http1"));
 }
 
+// Behaviour: Challenge failed: status 1, "Failed to process ...
 TEST_F(FailingRun, FailedChallengeIsAnErrorAfterTheCleanUp) {
     Object("https://ca.test/http/1", 200, R"({"status":"invalid","error":{"status":403,"detail":"no"}})");
     EXPECT_EQ(Run(), 1);
@@ -198,6 +216,7 @@ TEST_F(FailingRun, FailedChallengeIsAnErrorAfterTheCleanUp) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: CSR that cannot be converted: the tool's error ends the run, nothing is installed
 TEST_F(FailingRun, CsrThatTheToolRefusesEndsByItsError) {
     world.AlwaysChild(kDerCommand, [](const std::string&) {
         return vek_double::ChildAnswer{"bad request", 1};
@@ -211,6 +230,7 @@ TEST_F(FailingRun, CsrThatTheToolRefusesEndsByItsError) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: Finalization refused: status 1, "Failed to get cert url", order kept
 TEST_F(FailingRun, RefusedFinalizationIsAnError) {
     Object(kFinalizeUrl, 403, kRefusal);
     EXPECT_EQ(Run(), 1);
@@ -220,6 +240,7 @@ TEST_F(FailingRun, RefusedFinalizationIsAnError) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: Order that stays processing: status 1, "Failed to get cert url" after sixty polls
 TEST_F(FailingRun, OrderThatStaysProcessingIsAnError) {
     Object(kFinalizeUrl, 200, R"({"status":"processing"})");
     EXPECT_EQ(Run(), 1);
@@ -228,6 +249,7 @@ TEST_F(FailingRun, OrderThatStaysProcessingIsAnError) {
     EXPECT_EQ(JobLog().back(), "failed,cert_order_req_attempt,");
 }
 
+// Behaviour: Download refused, or an error object: status ...
 TEST_F(FailingRun, RefusedDownloadIsAnError) {
     Object(kCertificateUrl, 403, kRefusal);
     EXPECT_EQ(Run(), 1);
@@ -237,6 +259,7 @@ TEST_F(FailingRun, RefusedDownloadIsAnError) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: Download refused, or an error object: status 1, "Failed to get cert", nothing installed
 TEST_F(FailingRun, DownloadWithAnErrorObjectIsRefusedToo) {
     Object(kCertificateUrl, 200, R"({"error":{"status":403,"detail":"no"}})");
     EXPECT_EQ(Run(), 1);
@@ -248,6 +271,10 @@ protected:
     FailedInstallation() { FailPanelQuery(kHardReplace, "badkey"); }
 };
 
+// Behaviours of: Course of a run
+
+// Behaviour: A failed installation stops the job with the panel's text, then is logged as failed /
+//   hardreplace_error with it
 TEST_F(FailedInstallation, StopsTheJobWithThePanelsText) {
     EXPECT_EQ(Run(), 1);
     EXPECT_THAT(ProblemsRaised(),
@@ -259,6 +286,7 @@ TEST_F(FailedInstallation, StopsTheJobWithThePanelsText) {
     EXPECT_THAT(Failures(), IsEmpty());
 }
 
+// Behaviour: A failed installation keeps the order and the wish for a forced renewal
 TEST_F(FailedInstallation, KeepsTheOrderInTheRecord) {
     job["force_update"] = "on";
     Run();
@@ -270,6 +298,8 @@ TEST_F(FailedInstallation, KeepsTheOrderInTheRecord) {
     EXPECT_EQ(posted.at("finalize_check"), "https://ca.test/order/1");
 }
 
+// Behaviour: A failed installation whose notification fails too ends by the panel's error, unmarked and
+//   unlogged
 TEST_F(FailedInstallation, NotificationThatFailsTooEndsByThePanelsError) {
     FailPanelQuery(ambrin_test::kProblem, "value");
     EXPECT_THROW(Run(), vek_err::Error);
@@ -277,6 +307,9 @@ TEST_F(FailedInstallation, NotificationThatFailsTooEndsByThePanelsError) {
     EXPECT_THAT(JobLog(), Not(Contains(HasSubstr("hardreplace_error"))));
 }
 
+// Behaviours of: Outcomes, each with everything asked and everything changed
+
+// Behaviour: A success notification that fails leaves the job verified
 TEST_F(FailingRun, SuccessNotificationThatFailsLeavesTheJobVerified) {
     FailPanelQuery(ambrin_test::kProblem, "value");
     EXPECT_THROW(Run(), vek_err::Error);
@@ -311,6 +344,8 @@ protected:
     bool HasStoredKey() const { return job.contains("acmekey"); }
 };
 
+// Behaviour: A failure at any step of a run leaves a record that can be written back, never without its
+//   stored key
 TEST_P(StepFailure, ErrorLeavesARecordThatCanBeWrittenBack) {
     world.FailAtStep(GetParam().first, Failure::kError);
     bool thrown = false;
@@ -329,6 +364,9 @@ TEST_P(StepFailure, ErrorLeavesARecordThatCanBeWrittenBack) {
     EXPECT_FALSE(HasStoredKey() && GetParam().first > 1 && posted.at("acmekey").empty());
 }
 
+// Behaviour: An interruption at any step registers no new account, logs no failed exchange and keeps the
+//   stored key
+// Behaviour: An interruption is no std::exception, so ...
 TEST_P(StepFailure, InterruptionLeavesTheAccountAndTheRecordWhole) {
     world.FailAtStep(GetParam().first, Failure::kInterrupted);
     try {
@@ -359,6 +397,7 @@ INSTANTIATE_TEST_SUITE_P(, StepFailure, testing::ValuesIn(AllSteps()), [](const 
     return name;
 });
 
+// Behaviour: A failure at any step of a run leaves a record ...
 TEST_F(EveryStep, TheSweepCoversTheWholeRun) { EXPECT_LE(StepsOfAWholeRun(), 40); }
 
 }  // namespace

@@ -35,6 +35,10 @@ using testing::IsEmpty;
 
 // --- challenges
 
+// Behaviours of: Outcomes, each with everything asked and everything changed
+
+// Behaviour: No key header, or stored challenges too deep to read: status 1, "Failed to prepare challenges
+//   list"
 TEST_F(Outcome, OfAListThatCannotBeMade) {
     MakeSecondRun();
     job["modulus"] = "";
@@ -45,6 +49,9 @@ TEST_F(Outcome, OfAListThatCannotBeMade) {
     EXPECT_EQ(Changes(), (Changed{{"attempt_count", "2"}}));
 }
 
+// Behaviour: Records published: status 0, order and challenges stored
+// Behaviour: Publication is framed by the entries challenge_start ...
+// Behaviour: A dns run that has just published ends with ...
 TEST_F(Outcome, OfPublishedRecords) {
     job["check_type"] = "dns";
     EXPECT_EQ(Run(), 0);
@@ -57,6 +64,11 @@ TEST_F(Outcome, OfPublishedRecords) {
         AndTheOrder(AndTheDefaultAccount({{"attempt_count", "1"}, {"challenges", StoredAuthorizations()}})));
 }
 
+// Behaviour: Records not visible: status 0, next attempt set, nothing else changed
+// Behaviour: Every run past the time-out check counts ...
+// Behaviour: A record that is not visible pauses the job: ...
+// Behaviour: The name servers are looked up once, for ...
+// Behaviour: A paused job keeps challenges and order ...
 TEST_F(Outcome, OfMissingRecords) {
     MakeSecondRun();
     job["check_type"] = "dns";
@@ -77,6 +89,8 @@ TEST_F(Outcome, OfMissingRecords) {
     EXPECT_EQ(Changes(), (Changed{{"attempt_count", "2"}, {"next_attempt", "2030-06-01 12:30:00"}}));
 }
 
+// Behaviour: Challenge failed: status 1, "Failed to process challenges", everything published removed,
+//   attempts and challenges reset
 TEST_F(Outcome, OfAFailedChallenge) {
     Object("https://ca.test/http/1", 200, R"({"status":"invalid","error":{"status":403,"detail":"no"}})");
     EXPECT_EQ(Run(), 1);
@@ -98,6 +112,8 @@ TEST_F(Outcome, OfAFailedChallenge) {
     EXPECT_EQ(Changes(), AndTheOrder(AndTheDefaultAccount({}))) << "the next run places a new order";
 }
 
+// Behaviour: Stored challenges are never published again ...
+// Behaviour: Challenge failed: status 1, "Failed to process ...
 TEST_F(Outcome, OfAFailedChallengeInALaterRun) {
     MakeSecondRun();
     Object("https://ca.test/http/2", 403, kRefusal);
@@ -118,6 +134,10 @@ protected:
         Join({kOrderLog, kAuthorizationLog, kAuthorizationLog, kPublicationLog, kAnswerLog});
 };
 
+// Behaviours of: Course of a run
+
+// Behaviour: Once its challenges were answered a job has no attempts and no challenges, whatever comes after
+// Behaviour: Finalization refused: status 1, "Failed to ...
 TEST_F(CertificateOutcome, OfARefusedFinalization) {
     Object(kFinalizeUrl, 403, kRefusal);
     EXPECT_EQ(Run(), 1);
@@ -127,6 +147,9 @@ TEST_F(CertificateOutcome, OfARefusedFinalization) {
     EXPECT_EQ(Changes(), AndTheOrder(AndTheDefaultAccount({})));
 }
 
+// Behaviour: The certificate is fetched by POST-as-GET under the error name "cert_recive_failed"
+// Behaviour: Once its challenges were answered a job has ...
+// Behaviour: Download refused, or an error object: status ...
 TEST_F(CertificateOutcome, OfARefusedDownload) {
     Object(kCertificateUrl, 403, kRefusal);
     EXPECT_EQ(Run(), 1);
@@ -136,6 +159,10 @@ TEST_F(CertificateOutcome, OfARefusedDownload) {
     EXPECT_EQ(Changes(), AndTheOrder(AndTheDefaultAccount({})));
 }
 
+// Behaviour: A received certificate is traced and logged as success / cert_recived before it is installed
+// Behaviour: Installation failed: status 1, "failed" on, success / cert_recived and failed /
+//   hardreplace_error logged
+// Behaviour: A failed installation stops the job with ...
 TEST_F(CertificateOutcome, OfAFailedInstallation) {
     job["force_update"] = "on";
     world.AlwaysPanel(kHardReplace, [](const std::string&) -> std::string {
@@ -151,6 +178,13 @@ TEST_F(CertificateOutcome, OfAFailedInstallation) {
     EXPECT_EQ(Changes(), AndTheOrder(AndTheDefaultAccount({{"failed", "on"}})));
 }
 
+// Behaviour: The answer to the installation is not looked at
+// Behaviour: Success is told to administrator, owner and further addressee as "ambrin_success"
+// Behaviour: Challenges are answered, then the order is ...
+// Behaviour: Installation is one query "sslcert.hardreplace" ...
+// Behaviour: An installed job is verified, not failed ...
+// Behaviour: Certificate installed, in the first run or ...
+// Behaviour: A problem's query carries name, id, level ...
 TEST_F(CertificateOutcome, OfAnInstallation) {
     job["force_update"] = "on";
     job["failed"] = "on";
@@ -163,6 +197,9 @@ TEST_F(CertificateOutcome, OfAnInstallation) {
               AndTheDefaultAccount({{"verified", "on"}, {"failed", "off"}, {"force_update", "off"}}));
 }
 
+// Behaviours of: Log of a run
+
+// Behaviour: Every line goes through the one module "sslcert" of "zelvek", every query through the one client
 TEST_F(Outcome, OfAnyRunIsAskedByOneClientAndToldByOneModule) {
     job["res_name"] = "reseller";
     EXPECT_EQ(Run(), 0);
@@ -176,6 +213,12 @@ TEST_F(Outcome, OfAnyRunIsAskedByOneClientAndToldByOneModule) {
     }
 }
 
+// Behaviours of: Outcomes, each with everything asked and everything changed
+
+// Behaviour: Stored challenges are never published again
+// Behaviour: Certificate installed, in the first run or a later one: status 0, verified
+// Behaviour: A later attempt with stored challenges skips ...
+// Behaviour: Once its challenges were answered a job has ...
 TEST_F(Outcome, OfAnInstallationInALaterRun) {
     MakeSecondRun();
     job["check_type"] = "dns";

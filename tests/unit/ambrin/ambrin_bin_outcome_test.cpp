@@ -37,6 +37,10 @@ using vek_double::FakePem;
 
 // --- before the account
 
+// Behaviours of: Outcomes, each with everything asked and everything changed
+
+// Behaviour: A record that was never read is written back ...
+// Behaviour: A run with a missing id still writes the ...
 TEST_F(Outcome, OfAMissingId) {
     EXPECT_EQ(Run("0"), 1);
     EXPECT_THAT(Story(), IsEmpty());
@@ -46,6 +50,7 @@ TEST_F(Outcome, OfAMissingId) {
     EXPECT_EQ(Changes(), (Changed{{"elid", "0"}}));
 }
 
+// Behaviour: A negative id is asked for like any other
 TEST_F(Outcome, OfANegativeIdIsThePanelsAnswer) {
     world.AlwaysPanel("func=ambrin.data.edit&elid=-7&out=xml", [](const std::string&) -> std::string {
         throw vek_err::Error::Reported("missed", "no such job");
@@ -54,6 +59,7 @@ TEST_F(Outcome, OfANegativeIdIsThePanelsAnswer) {
     EXPECT_THAT(Story(), ElementsAre("panel func=ambrin.data.edit&elid=-7&out=xml"));
 }
 
+// Behaviour: A verified job is left as it is and written ...
 TEST_F(Outcome, OfAVerifiedJob) {
     job["verified"] = "on";
     job["challenges"] = "[]\n";
@@ -64,6 +70,7 @@ TEST_F(Outcome, OfAVerifiedJob) {
     EXPECT_THAT(Changes(), IsEmpty());
 }
 
+// Behaviour: A timed-out job is stopped with an empty ...
 TEST_F(Outcome, OfATimedOutHttpJob) {
     MakeSecondRun();
     job["time_started"] = "2030-05-31 12:00:00";
@@ -74,6 +81,8 @@ TEST_F(Outcome, OfATimedOutHttpJob) {
     EXPECT_EQ(Changes(), (Changed{{"failed", "on"}}));
 }
 
+// Behaviour: A timed-out dns job has its published records ...
+// Behaviour: A time-out changes nothing in the record ...
 TEST_F(Outcome, OfATimedOutDnsJob) {
     MakeSecondRun();
     job["check_type"] = "dns";
@@ -84,6 +93,7 @@ TEST_F(Outcome, OfATimedOutDnsJob) {
     EXPECT_EQ(Changes(), (Changed{{"failed", "on"}}));
 }
 
+// Behaviour: A timed-out dns job whose list is empty or ...
 TEST_F(Outcome, OfATimedOutDnsJobWhoseListIsEmptyOrCannotBeMade) {
     for (const std::string challenges : {"[]\n", ""}) {
         MakeSecondRun();
@@ -97,6 +107,7 @@ TEST_F(Outcome, OfATimedOutDnsJobWhoseListIsEmptyOrCannotBeMade) {
     }
 }
 
+// Behaviour: A timed-out job of any check type but exactly ...
 TEST_F(Outcome, OfATimedOutJobOfAnotherCheckTypeRemovesNothing) {
     for (const std::string type : {"DNS", "dns-01", "dns ", ""}) {
         MakeSecondRun();
@@ -109,6 +120,7 @@ TEST_F(Outcome, OfATimedOutJobOfAnotherCheckTypeRemovesNothing) {
     }
 }
 
+// Behaviour: An error of the CSR ends the run by the panel's ...
 TEST_F(Outcome, OfACsrThatCannotBeMade) {
     world.AlwaysPanel("func=sslcert.csr.edit&domain=*", [](const std::string&) -> std::string {
         throw vek_err::Error::Reported("value", "the panel says no");
@@ -119,6 +131,7 @@ TEST_F(Outcome, OfACsrThatCannotBeMade) {
     EXPECT_EQ(Changes(), (Changed{{"attempt_count", "1"}}));
 }
 
+// Behaviour: Nobody looks at the CSR before it is converted
 TEST_F(Outcome, OfAnEmptyCsrIsWhatTheToolMakesOfIt) {
     world.AlwaysPanel("func=sslcert.csr.edit&out=xml&elid=shop.example",
                       [](const std::string&) { return "<doc/>"; });
@@ -129,6 +142,9 @@ TEST_F(Outcome, OfAnEmptyCsrIsWhatTheToolMakesOfIt) {
     EXPECT_EQ(Story().back(), "child " + kDerCommand) << "nothing has looked at it before";
 }
 
+// Behaviour: Every run past the time-out check counts one attempt
+// Behaviour: Directory refused, or with an error object: status 1, no further line, attempt counted
+// Behaviour: The CSR is made, read and removed before ...
 TEST_F(Outcome, OfARefusedDirectory) {
     world.AlwaysHttp("GET " + kDirectoryUrl, [](const std::string&) { return JsonAnswer(403, kRefusal); });
     EXPECT_EQ(Run(), 1);
@@ -138,6 +154,7 @@ TEST_F(Outcome, OfARefusedDirectory) {
     EXPECT_EQ(Changes(), (Changed{{"attempt_count", "1"}}));
 }
 
+// Behaviour: Authority unreachable: status 1, one http_query_error entry with the address, attempt counted
 TEST_F(Outcome, OfAnUnreachableAuthority) {
     world.AlwaysHttp("GET " + kDirectoryUrl, [](const std::string&) -> vek_double::HttpAnswer {
         throw vek_err::Error("http", "exchange", "no route");
@@ -162,6 +179,10 @@ protected:
     }
 };
 
+// Behaviours of: Course of a run
+
+// Behaviour: The account cascade is: stored account, default account, retry in a later run, registration
+// Behaviour: Accounts failed within the limit: status ...
 TEST_F(AccountOutcome, OfAccountsToBeTriedAgain) {
     Object(kStoredKid, 403, kRefusal);
     Object(kDefaultKid, 403, kRefusal);
@@ -175,6 +196,8 @@ TEST_F(AccountOutcome, OfAccountsToBeTriedAgain) {
     EXPECT_EQ(Changes(), changes);
 }
 
+// Behaviour: The account cascade is: stored account, default ...
+// Behaviour: Accounts failed past the limit: a new account ...
 TEST_F(AccountOutcome, OfAccountsPastTheLimit) {
     job["account_check_count"] = "3";
     Object(kStoredKid, 200, R"({"status":"deactivated"})");
@@ -192,6 +215,7 @@ TEST_F(AccountOutcome, OfAccountsPastTheLimit) {
                                   {"modulus", FakeHeader(FakePem("1"))}}));
 }
 
+// Behaviour: A stored account that fails gives way to the default account
 TEST_F(AccountOutcome, OfAStoredAccountThatGivesWayToTheDefaultOne) {
     Object(kStoredKid, 403, kRefusal);
     Object(kNewOrder, 403, kRefusal);
@@ -200,6 +224,9 @@ TEST_F(AccountOutcome, OfAStoredAccountThatGivesWayToTheDefaultOne) {
     EXPECT_EQ(Changes(), AndTheDefaultAccount({{"attempt_count", "1"}}));
 }
 
+// Behaviours of: Outcomes, each with everything asked and everything changed
+
+// Behaviour: Registration refused: status 1, "Registration failed", the new key kept
 TEST_F(Outcome, OfARefusedRegistration) {
     job.erase("default_pem");
     Object(kNewAccount, 403, kRefusal);
@@ -213,6 +240,7 @@ TEST_F(Outcome, OfARefusedRegistration) {
         (Changed{{"acmekey", FakePem("1")}, {"attempt_count", "1"}, {"modulus", FakeHeader(FakePem("1"))}}));
 }
 
+// Behaviour: Order refused: status 1, "Authorisations is empty", account kept, no order
 TEST_F(Outcome, OfARefusedOrder) {
     Object(kNewOrder, 403, kRefusal);
     EXPECT_EQ(Run(), 1);
@@ -222,6 +250,7 @@ TEST_F(Outcome, OfARefusedOrder) {
     EXPECT_EQ(Changes(), AndTheDefaultAccount({{"attempt_count", "1"}}));
 }
 
+// Behaviour: Order without authorizations: status 1, "Authorisations is empty", order kept
 TEST_F(Outcome, OfAnOrderWithoutAuthorizations) {
     Object(kNewOrder, 201, R"({"authorizations":[],"finalize":")" + kFinalizeUrl + "\"}",
            "Location: https://ca.test/order/1\r\n");
@@ -232,6 +261,7 @@ TEST_F(Outcome, OfAnOrderWithoutAuthorizations) {
     EXPECT_EQ(Changes(), AndTheOrder(AndTheDefaultAccount({{"attempt_count", "1"}})));
 }
 
+// Behaviour: Authorization refused: status 1, "Failed to get challenges", order kept, no challenges stored
 TEST_F(Outcome, OfARefusedAuthorization) {
     Object("https://ca.test/authz/2", 403, kRefusal);
     EXPECT_EQ(Run(), 1);

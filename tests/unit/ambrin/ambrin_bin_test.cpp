@@ -53,6 +53,15 @@ const std::vector<std::string> kReadJobAndCsr{
     "panel func=sslcert.csr.edit&out=xml&elid=shop.example",
     "panel func=sslcert.csr.delete&elid=shop.example", "GET " + kDirectoryUrl};
 
+// Behaviours of: Course of a run
+
+// Behaviour: The CSR is made, read and removed before the authority is asked anything
+// Behaviour: Challenges are answered, then the order is finalized, then the certificate downloaded, then
+//   installed
+// Behaviour: The body is cut at its last blank line: certificate before it, chain after it
+// Behaviour: Installation is one query "sslcert.hardreplace" with chain, panel id, user, certificate and key
+//   in this order
+// Behaviour: A certificate's panel id is user name, "%#%" and certificate name
 TEST_F(HttpRun, FirstRunAsksForEverythingInItsOrder) {
     EXPECT_EQ(Run(), 0);
     const std::vector<std::string> story = Story();
@@ -74,6 +83,10 @@ TEST_F(HttpRun, FirstRunAsksForEverythingInItsOrder) {
                                               "(none): ambrin_success message name=shop.example"));
 }
 
+// Behaviours of: Log of a run
+
+// Behaviour: Publication is framed by the entries challenge_start and challenge_created
+// Behaviour: The job log of a first run has its eleven entries in order
 TEST_F(HttpRun, FirstRunWritesItsJobLog) {
     Run();
     EXPECT_THAT(JobLog(), ElementsAre("processing,order_success,", "processing,authorization_try,",
@@ -84,6 +97,12 @@ TEST_F(HttpRun, FirstRunWritesItsJobLog) {
                                       "success,cert_recived,"));
 }
 
+// Behaviour: The start of the work on a job is traced with its certificate's name
+// Behaviour: The authorization URLs of the order, and the stored challenges, are traced
+// Behaviour: The whole trace of a first run stands in its order
+// Behaviour: A run opens the log "ambrin" at level 9 before ...
+// Behaviour: The body is cut at its last blank line: certificate ...
+// Behaviour: A received certificate is traced and logged ...
 TEST_F(HttpRun, FirstRunWritesItsLogFile) {
     Run();
     EXPECT_EQ(world.calls().front().Line(), "open log: ambrin 9");
@@ -104,6 +123,12 @@ TEST_F(HttpRun, FirstRunWritesItsLogFile) {
                     "9 Ambrin cert is received", "9 cert 'LEAF\n\nISSUER'", "9 chain 'ROOT'"));
 }
 
+// Behaviours of: Course of a run
+
+// Behaviour: The record is written back exactly once, by its destruction after the run
+// Behaviour: Only a registration asks the panel to keep the account as its default
+// Behaviour: An installed job is verified, not failed, not forced, and has no order any more
+// Behaviour: A usable account sets the count of failed ...
 TEST_F(HttpRun, FinishedJobIsWrittenBackOnce) {
     job["failed"] = "on";
     job["force_update"] = "on";
@@ -122,11 +147,14 @@ TEST_F(HttpRun, FinishedJobIsWrittenBackOnce) {
                     Pair("update_default_account", "off"), Pair("verified", "on")));
 }
 
+// Behaviour: The record is written back exactly once ...
 TEST_F(HttpRun, RunItselfWritesNothingBack) {
     Run();
     EXPECT_THAT(Story(), Not(Contains(HasSubstr("ambrin.data.edit&sok=ok"))));
 }
 
+// Behaviour: A stored account that is valid is used and nothing else is tried
+// Behaviour: A usable account sets the count of failed checks to 0, whichever of the three gave it
 TEST_F(HttpRun, StoredAccountThatIsValidIsUsed) {
     job["kid"] = ambrin_test::kStoredKid;
     job["acmekey"] = vek_double::FakePem("stored");
@@ -137,6 +165,9 @@ TEST_F(HttpRun, StoredAccountThatIsValidIsUsed) {
     EXPECT_EQ(ambrin_data.account_check_count, 0);
 }
 
+// Behaviour: A job without any account registers one
+// Behaviour: A usable account sets the count of failed ...
+// Behaviour: Only a registration asks the panel to keep ...
 TEST_F(HttpRun, JobWithoutAnyAccountRegistersOne) {
     job.erase("default_kid");
     job.erase("default_pem");
@@ -149,6 +180,8 @@ TEST_F(HttpRun, JobWithoutAnyAccountRegistersOne) {
     EXPECT_THAT(posted.at("log"), HasSubstr("registration_try"));
 }
 
+// Behaviour: The account of the record is read at each request: one stored by a registration signs the next
+//   request
 TEST_F(HttpRun, RequestsAfterTheRegistrationAreSignedByKeyId) {
     job.erase("default_pem");
     Run();
@@ -158,6 +191,8 @@ TEST_F(HttpRun, RequestsAfterTheRegistrationAreSignedByKeyId) {
         EXPECT_EQ(Requests()[i].header["kid"].asString(), "https://ca.test/account/new");
 }
 
+// Behaviour: The stored key signs exactly the encoded ...
+// Behaviour: Every request takes a nonce of its own; none ...
 TEST_F(HttpRun, EveryRequestIsSignedOverItsTextsWithANonceOfItsOwn) {
     Run();
     int number = 0;
@@ -170,6 +205,8 @@ TEST_F(HttpRun, EveryRequestIsSignedOverItsTextsWithANonceOfItsOwn) {
     EXPECT_EQ(number, 8);
 }
 
+// Behaviour: A later attempt with stored challenges skips account, order and publication
+// Behaviour: "get challendes" and "no need for new challenges" tell in the trace which of the two it is
 TEST_F(HttpRun, SecondRunGoesStraightToTheStoredChallenges) {
     MakeSecondRun();
     EXPECT_EQ(Run(), 0);
@@ -183,6 +220,8 @@ TEST_F(HttpRun, SecondRunGoesStraightToTheStoredChallenges) {
     EXPECT_TRUE(ambrin_data.verified);
 }
 
+// Behaviour: A first attempt, and any attempt without ...
+// Behaviour: "get challendes" and "no need for new challenges" ...
 TEST_F(HttpRun, LaterRunWithoutStoredChallengesPlacesANewOrder) {
     job["attempt_count"] = "5";
     EXPECT_EQ(Run(), 0);
@@ -190,6 +229,8 @@ TEST_F(HttpRun, LaterRunWithoutStoredChallengesPlacesANewOrder) {
     EXPECT_THAT(Story(), Contains("POST " + kNewOrder + " " + kOrderPayload));
 }
 
+// Behaviour: A first attempt, and any attempt without stored challenges, looks for an account and places an
+//   order
 TEST_F(HttpRun, FirstRunWithStoredChallengesPlacesANewOrder) {
     MakeSecondRun();
     job["attempt_count"] = "0";
@@ -197,6 +238,7 @@ TEST_F(HttpRun, FirstRunWithStoredChallengesPlacesANewOrder) {
     EXPECT_THAT(Story(), Contains("POST " + kNewOrder + " " + kOrderPayload));
 }
 
+// Behaviour: The attempt count stops at the largest number
 TEST_F(HttpRun, AttemptIsCountedUpToTheLargestNumber) {
     job["attempt_count"] = "2147483647";
     world.AlwaysHttp("GET " + kDirectoryUrl,
@@ -205,6 +247,7 @@ TEST_F(HttpRun, AttemptIsCountedUpToTheLargestNumber) {
     EXPECT_EQ(ambrin_data.attempt_count, 2147483647);
 }
 
+// Behaviour: An order whose names are all valid already publishes nothing and goes on
 TEST_F(HttpRun, OrderWhoseNamesAreAllValidPublishesNothing) {
     for (const std::string n : {"1", "2"}) Object("https://ca.test/authz/" + n, 200, R"({"status":"valid"})");
     EXPECT_EQ(Run(), 0);
@@ -213,6 +256,7 @@ TEST_F(HttpRun, OrderWhoseNamesAreAllValidPublishesNothing) {
     EXPECT_TRUE(ambrin_data.verified);
 }
 
+// Behaviour: Only exactly "dns" has its records looked up; every other check type goes straight to answering
 TEST_F(HttpRun, AnyCheckTypeButExactlyDnsSkipsTheDnsCheck) {
     for (const std::string type : {"http", "", "DNS", "dns-01", "dns "}) {
         job["check_type"] = type;
@@ -222,6 +266,7 @@ TEST_F(HttpRun, AnyCheckTypeButExactlyDnsSkipsTheDnsCheck) {
     }
 }
 
+// Behaviour: A body without a blank line is all chain, and is installed so
 TEST_F(HttpRun, BodyWithoutBlankLineIsAChainWithoutCertificateAndInstalledSo) {
     Object(kCertificateUrl, 200, "LEAF\nISSUER\n");
     EXPECT_EQ(Run(), 0);
@@ -231,12 +276,14 @@ TEST_F(HttpRun, BodyWithoutBlankLineIsAChainWithoutCertificateAndInstalledSo) {
                  "crt=&key=KEY&sok=ok"));
 }
 
+// Behaviour: Nobody looks at what the two pieces hold, not even whether they are empty
 TEST_F(HttpRun, EmptyCertificateIsInstalledLikeAnyOther) {
     Object(kCertificateUrl, 200, "");
     EXPECT_EQ(Run(), 0);
     EXPECT_TRUE(ambrin_data.verified);
 }
 
+// Behaviour: Success is told to administrator, owner and ...
 TEST_F(HttpRun, SuccessIsToldToTheFurtherAddresseeToo) {
     job["res_name"] = "reseller";
     Run();
@@ -245,12 +292,16 @@ TEST_F(HttpRun, SuccessIsToldToTheFurtherAddresseeToo) {
                                               "(none): ambrin_success message name=shop.example"));
 }
 
+// Behaviours of: Log of a run
+
+// Behaviour: No key reaches log file or job log
 TEST_F(HttpRun, LogsNeverShowAKey) {
     Run();
     EXPECT_THAT(LogLines(), Each(Not(testing::AnyOf(HasSubstr("BEGIN FAKE"), HasSubstr("KEY")))));
     EXPECT_THAT(ambrin_data.log, Not(HasSubstr("FAKE")));
 }
 
+// Behaviour: Nothing is written at a level that is off ...
 TEST_F(HttpRun, NothingIsLoggedWhereTheLogIsOff) {
     world.SetLogLevel(0);
     EXPECT_EQ(Run(), 0);
@@ -259,6 +310,11 @@ TEST_F(HttpRun, NothingIsLoggedWhereTheLogIsOff) {
 
 class MissingId : public IssuanceTest {};
 
+// Behaviours of: Beginning of a run
+
+// Behaviour: A run opens the log "ambrin" at level 9 before anything else
+// Behaviour: An id that reads as 0 ends the run with status 1 and "Certificate ID is missed" at level 3,
+//   before anything is asked
 TEST_F(MissingId, EndsTheRunBeforeAnythingIsAsked) {
     for (const std::string argument : {"0", "", "seven", "-", "+0", " ", "x7"}) {
         world.ForgetCalls();
@@ -268,6 +324,7 @@ TEST_F(MissingId, EndsTheRunBeforeAnythingIsAsked) {
     }
 }
 
+// Behaviour: A run without any argument is one with a missing id
 TEST_F(MissingId, WithoutAnyArgumentIsTheSame) {
     std::string program = "ambrin";
     char* argv[] = {program.data(), nullptr};
@@ -275,6 +332,7 @@ TEST_F(MissingId, WithoutAnyArgumentIsTheSame) {
     EXPECT_THAT(LogLines(), ElementsAre("3 Certificate ID is missed"));
 }
 
+// Behaviour: A run with a missing id still writes the record back, as job 0
 TEST_F(MissingId, RecordIsStillWrittenBackAsJobZero) {
     Run("0");
     const auto posted = EndOfProcess();
@@ -284,6 +342,7 @@ TEST_F(MissingId, RecordIsStillWrittenBackAsJobZero) {
     EXPECT_EQ(posted.at("processing"), "off");
 }
 
+// Behaviour: Leading blanks, a sign and trailing text do not make an id a missing one
 TEST_F(MissingId, IsNotWhatLeadingBlanksOrTrailingTextMake) {
     job["verified"] = "on";
     for (const std::string argument : {" 7", "7", "7x", "+7", "007"}) EXPECT_EQ(Run(argument), 0) << argument;
@@ -294,12 +353,14 @@ protected:
     VerifiedJob() { job["verified"] = "on"; }
 };
 
+// Behaviour: A verified job ends the run at once with status 0 and "'…' cert already verified" at level 4
 TEST_F(VerifiedJob, EndsTheRunAtOnce) {
     EXPECT_EQ(Run(), 0);
     EXPECT_THAT(Story(), ElementsAre("panel func=ambrin.data.edit&elid=7&out=xml"));
     EXPECT_THAT(LogLines(), ElementsAre("4 'shop.example' cert already verified"));
 }
 
+// Behaviour: A verified job never times out and needs no start time
 TEST_F(VerifiedJob, NeverTimesOut) {
     job["time_started"] = "2001-01-01 00:00:00";
     EXPECT_EQ(Run(), 0);
@@ -307,11 +368,14 @@ TEST_F(VerifiedJob, NeverTimesOut) {
     EXPECT_THAT(Story(), SizeIs(1));
 }
 
+// Behaviour: A verified job never times out and needs ...
 TEST_F(VerifiedJob, NeedsNoStartTime) {
     job["time_started"] = "";
     EXPECT_EQ(Run(), 0);
 }
 
+// Behaviour: A verified job is left as it is and written back all the same
+// Behaviour: The write-back always sends "processing" ...
 TEST_F(VerifiedJob, IsWrittenBackAllTheSame) {
     job["attempt_count"] = "4";
     Run();

@@ -20,6 +20,11 @@ protected:
     const std::string kWrite = "func=ambrin.data.edit&sok=ok";
 };
 
+// Behaviours of: Job record
+
+// Behaviour: The write-back is one query "func=ambrin.data.edit&sok=ok" with sixteen keys, in key order,
+//   percent-encoded
+// Behaviour: Flags are written as "on" and "off", numbers in decimal
 TEST_F(JobQuery, WriteBackIsItsFixedTextAndTheKeysInTheirOrder) {
     ambrin_data.elid = -7;
     ambrin_data.attempt_count = 3;
@@ -47,6 +52,7 @@ TEST_F(JobQuery, WriteBackIsItsFixedTextAndTheKeysInTheirOrder) {
                     "&processing=off&update_default_account=on&verified=on"));
 }
 
+// Behaviour: The answer to the write-back is not looked at
 TEST_F(JobQuery, AnswerToTheWriteBackIsNotLookedAt) {
     world.AnswerPanel(kWrite + "&*", PanelValues({{"kid", "another"}, {"failed", "on"}, {"ok", "no"}}));
     EXPECT_NO_THROW(ambrin_data.Post());
@@ -54,6 +60,7 @@ TEST_F(JobQuery, AnswerToTheWriteBackIsNotLookedAt) {
     EXPECT_FALSE(ambrin_data.failed);
 }
 
+// Behaviour: A flag is on for exactly the text "on"; other ...
 TEST_F(JobQuery, EveryFlagIsTrueForExactlyOn) {
     const std::vector<bool AmbrinData::*> flags{&AmbrinData::verified, &AmbrinData::failed,
                                                 &AmbrinData::force_update, &AmbrinData::skip_account_check};
@@ -67,6 +74,7 @@ TEST_F(JobQuery, EveryFlagIsTrueForExactlyOn) {
     }
 }
 
+// Behaviour: The counters and the limit of account checks ...
 TEST_F(JobQuery, EveryNumberIsReadToTheEndOfItsDigits) {
     world.AnswerPanel(kRead, PanelValues({{"attempt_count", "12 runs"},
                                           {"account_check_count", "-3"},
@@ -77,6 +85,7 @@ TEST_F(JobQuery, EveryNumberIsReadToTheEndOfItsDigits) {
     EXPECT_EQ(ambrin_data.max_account_check_attempts, 2147483647);
 }
 
+// Behaviour: A panel error of the read travels to the ...
 TEST_F(JobQuery, FailedReadLeavesEverythingButTheIdAlone) {
     ambrin_data.certname = "kept";
     ambrin_data.attempt_count = 5;
@@ -91,6 +100,7 @@ TEST_F(JobQuery, FailedReadLeavesEverythingButTheIdAlone) {
 
 using JobQueryDeathTest = JobQuery;
 
+// Behaviour: A write-back that fails is not tried again
 TEST_F(JobQueryDeathTest, WriteBackThatFailsIsNotTriedAgain) {
     world.AlwaysPanel("*", [](const std::string&) -> std::string {
         std::cerr << "asked." << std::flush;

@@ -46,6 +46,9 @@ const std::map<std::string, std::string> kStoredJob{
 
 const std::string kReadQuery = "func=ambrin.data.edit&elid=7&out=xml";
 
+// Behaviours of: Job record
+
+// Behaviour: A fresh record has empty texts, zero counters and every flag off, and asks the panel nothing
 TEST_F(JobRecord, FreshRecordIsEmpty) {
     EXPECT_EQ(ambrin_data.elid, 0);
     EXPECT_EQ(ambrin_data.attempt_count, 0);
@@ -57,6 +60,10 @@ TEST_F(JobRecord, FreshRecordIsEmpty) {
     EXPECT_THAT(world.calls(), IsEmpty());
 }
 
+// Behaviour: The record's panel client speaks to the service "zelvek" as the module "ambrin"
+// Behaviour: The job is read by one query "func=ambrin.data.edit&elid=?&out=xml" with the id in decimal
+// Behaviour: The id is the argument's, whatever the answer says
+// Behaviour: Every text is taken as it is, white space, line ends and all
 TEST_F(JobRecord, InitReadsEveryTextAsItStands) {
     world.AnswerPanel(kReadQuery, PanelValues(kStoredJob));
     ambrin_data.Init(7);
@@ -82,6 +89,7 @@ TEST_F(JobRecord, InitReadsEveryTextAsItStands) {
     EXPECT_EQ(world.calls().front().detail, "zelvek/ambrin");
 }
 
+// Behaviour: The counters and the limit of account checks are read as integers
 TEST_F(JobRecord, InitReadsNumbersAndFlags) {
     world.AnswerPanel(kReadQuery, PanelValues(kStoredJob));
     ambrin_data.Init(7);
@@ -94,6 +102,8 @@ TEST_F(JobRecord, InitReadsNumbersAndFlags) {
     EXPECT_TRUE(ambrin_data.skip_account_check);
 }
 
+// Behaviour: The read leaves the run's own members alone: this run's log and the wish for a new default
+//   account
 TEST_F(JobRecord, InitLeavesTheRunsOwnMembersAlone) {
     world.AnswerPanel(kReadQuery, PanelValues(kStoredJob));
     ambrin_data.Init(7);
@@ -101,6 +111,8 @@ TEST_F(JobRecord, InitLeavesTheRunsOwnMembersAlone) {
     EXPECT_EQ(ambrin_data.log, "");
 }
 
+// Behaviour: A flag is on for exactly the text "on"; other letter cases, other words and an empty text are
+//   off
 TEST_F(JobRecord, OnlyTheExactWordOnIsTrue) {
     for (const std::string word : {"", "off", "On", "ON", " on", "on ", "yes", "1", "true"}) {
         world.AnswerPanel(kReadQuery,
@@ -111,6 +123,7 @@ TEST_F(JobRecord, OnlyTheExactWordOnIsTrue) {
     }
 }
 
+// Behaviour: A value that the answer does not hold reads as empty, zero or off
 TEST_F(JobRecord, MissingValuesReadAsEmptyZeroAndOff) {
     ambrin_data.certname = "old";
     ambrin_data.attempt_count = 9;
@@ -121,6 +134,7 @@ TEST_F(JobRecord, MissingValuesReadAsEmptyZeroAndOff) {
     EXPECT_FALSE(ambrin_data.verified);
 }
 
+// Behaviour: A counter that is no number reads as zero
 TEST_F(JobRecord, NumbersThatAreNoneReadAsZero) {
     world.AnswerPanel(kReadQuery, PanelValues({{"attempt_count", "many"}, {"account_check_count", " 4th"}}));
     ambrin_data.Init(7);
@@ -128,6 +142,7 @@ TEST_F(JobRecord, NumbersThatAreNoneReadAsZero) {
     EXPECT_EQ(ambrin_data.account_check_count, 4);
 }
 
+// Behaviour: A panel error of the read travels to the caller, with only the id set
 TEST_F(JobRecord, PanelErrorOfTheReadTravelsToTheCaller) {
     world.FailPanel(kReadQuery, "missed", "no such job");
     EXPECT_THROW(ambrin_data.Init(7), vek_err::Error);
@@ -135,6 +150,10 @@ TEST_F(JobRecord, PanelErrorOfTheReadTravelsToTheCaller) {
     EXPECT_EQ(ambrin_data.certname, "");
 }
 
+// Behaviour: What the panel owns (names, owner, check type, CSR parameters, start time, default account,
+//   limit) is never sent back
+// Behaviour: The write-back always sends "processing" as "off"
+// Behaviour: The write-back is one query "func=ambrin.data.edit&sok=ok" ...
 TEST_F(JobRecord, WriteBackSendsExactlyTheRunsKeys) {
     world.AnswerPanel(kReadQuery, PanelValues(kStoredJob));
     ambrin_data.Init(7);
@@ -152,6 +171,10 @@ TEST_F(JobRecord, WriteBackSendsExactlyTheRunsKeys) {
                     Pair("verified", "on")));
 }
 
+// Behaviour: A record that was never read is written back as job 0, with empty texts, zero counters and flags
+//   off
+// Behaviour: A fresh record has empty texts, zero counters ...
+// Behaviour: Flags are written as "on" and "off", numbers ...
 TEST_F(JobRecord, RecordThatWasNeverReadIsWrittenBackAsJobZero) {
     EXPECT_THAT(
         EndOfProcess(),
@@ -163,6 +186,7 @@ TEST_F(JobRecord, RecordThatWasNeverReadIsWrittenBackAsJobZero) {
                     Pair("verified", "off")));
 }
 
+// Behaviour: A write-back called by hand passes the panel's error on
 TEST_F(JobRecord, PostCanBeCalledAheadOfTheEndAndThrowsThePanelsError) {
     world.FailPanel("func=ambrin.data.edit&sok=ok&*", "stale", "somebody else has read the record");
     EXPECT_THROW(ambrin_data.Post(), vek_err::Error);
@@ -170,17 +194,22 @@ TEST_F(JobRecord, PostCanBeCalledAheadOfTheEndAndThrowsThePanelsError) {
 
 using JobRecordDeathTest = JobRecord;
 
+// Behaviour: A write-back that fails ends the process abnormally
 TEST_F(JobRecordDeathTest, WriteBackThatFailsEndsTheProcessAbnormally) {
     world.AllowUnaskedAnswers();
     world.FailPanel("*", "stale", "somebody else has read the record");
     EXPECT_EXIT(ambrin_test::RenewRecord(), testing::KilledBySignal(SIGABRT), "");
 }
 
+// Behaviour: A log entry is date and time, state, event and detail, with commas between them
 TEST_F(JobRecord, LogEntryIsDateStateEventAndDetail) {
     ambrin_data.WriteLog("processing", "challenge_start", "");
     EXPECT_EQ(ambrin_data.log, "2030-06-01 12:00:00,processing,challenge_start,");
 }
 
+// Behaviour: An entry bears the moment at which it was written
+// Behaviour: Entries stand in call order with ";" between them and none ahead of the first
+// Behaviour: A detail may be empty or hold commas and semicolons
 TEST_F(JobRecord, LogEntriesStandInCallOrderWithSemicolonsBetweenThem) {
     ambrin_data.WriteLog("processing", "challenge_start", "");
     world.SetNow("2030-06-01 12:00:05");
@@ -192,6 +221,7 @@ TEST_F(JobRecord, LogEntriesStandInCallOrderWithSemicolonsBetweenThem) {
               "2030-06-01 12:00:05,,,");
 }
 
+// Behaviour: No value of the write-back can become a parameter
 TEST_F(JobRecord, ValuesOfTheWriteBackCannotBecomeParameters) {
     ambrin_data.kid = "K&verified=on?#%41\n";
     const auto posted = EndOfProcess();

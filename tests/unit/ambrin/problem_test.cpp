@@ -38,6 +38,10 @@ protected:
     }
 };
 
+// Behaviours of: Problems
+
+// Behaviour: A problem is sent once for each target, in the byte order of the owners
+// Behaviour: The administrator, "root", is named by no owner
 TEST_F(Problems, OneQueryPerTargetInTheOrderOfTheOwners) {
     AcceptAll();
     RegisterProblemAmbrin(
@@ -45,6 +49,7 @@ TEST_F(Problems, OneQueryPerTargetInTheOrderOfTheOwners) {
     EXPECT_THAT(Told(), ElementsAre("ann: p2", "(none): p1", "zoe: p3"));
 }
 
+// Behaviour: A problem's query carries name, id, level, one "param_" entry for each parameter, and the owner
 TEST_F(Problems, QueryCarriesNameIdLevelParametersAndOwner) {
     AcceptAll();
     RegisterProblemAmbrin(
@@ -56,6 +61,7 @@ TEST_F(Problems, QueryCarriesNameIdLevelParametersAndOwner) {
                                         Pair("param_name", "shop.example"), Pair("sok", "ok"))));
 }
 
+// Behaviour: Each query has an id of its own, of eight random bytes in hexadecimal
 TEST_F(Problems, EveryQueryHasAnIdOfItsOwn) {
     AcceptAll();
     RegisterProblemAmbrin({"message", {}, {{"root", "p"}, {"zoe", "p"}}});
@@ -64,11 +70,13 @@ TEST_F(Problems, EveryQueryHasAnIdOfItsOwn) {
     EXPECT_EQ(Sent()[1].at("id"), "0000000000000002");
 }
 
+// Behaviour: A problem without targets sends nothing
 TEST_F(Problems, ProblemWithoutTargetsSendsNothing) {
     RegisterProblemAmbrin({"message", {{"name", "shop.example"}}, {}});
     EXPECT_THAT(world.calls(), IsEmpty());
 }
 
+// Behaviour: A panel error leaves the further targets untold and reaches the caller; nothing is logged
 TEST_F(Problems, PanelErrorLeavesTheFurtherTargetsUntold) {
     world.AnswerPanel("func=problems.register&sok=ok&*", "<doc/>");
     world.FailPanel("func=problems.register&sok=ok&*", "value", "no");
@@ -78,6 +86,7 @@ TEST_F(Problems, PanelErrorLeavesTheFurtherTargetsUntold) {
     EXPECT_EQ(ambrin_data.log, "");
 }
 
+// Behaviour: No parameter can become another one
 TEST_F(Problems, ParametersCannotBecomeOtherParameters) {
     AcceptAll();
     RegisterProblemAmbrin({"message", {{"error", "a&owner=mallory"}}, {{"root", "p"}}});
@@ -90,6 +99,8 @@ protected:
     Stopping() { AcceptAll(); }
 };
 
+// Behaviour: Stopping tells the administrator "ambrin_failed_admin" and the owner "ambrin_failed_user", at
+//   level "error" with name and error text
 TEST_F(Stopping, UserThatSortsBeforeRootIsToldFirst) {
     ambrin_data.user_name = "ann";
     StopWithProblem("no key");
@@ -102,12 +113,14 @@ TEST_F(Stopping, UserThatSortsBeforeRootIsToldFirst) {
     }
 }
 
+// Behaviour: An owner who sorts after "root" is told after the administrator
 TEST_F(Stopping, UserThatSortsAfterRootIsToldSecond) {
     ambrin_data.user_name = "zoe";
     StopWithProblem("");
     EXPECT_THAT(Told(), ElementsAre("(none): ambrin_failed_admin", "zoe: ambrin_failed_user"));
 }
 
+// Behaviour: The further addressee, where there is one, is told "ambrin_failed_user"
 TEST_F(Stopping, FurtherAddresseeIsToldAsAUser) {
     ambrin_data.user_name = "zoe";
     ambrin_data.res_name = "reseller";
@@ -116,12 +129,14 @@ TEST_F(Stopping, FurtherAddresseeIsToldAsAUser) {
                                     "zoe: ambrin_failed_user"));
 }
 
+// Behaviour: An owner named "root" takes the administrator's place: one query, without owner
 TEST_F(Stopping, UserNamedRootTakesTheAdministratorsPlace) {
     ambrin_data.user_name = "root";
     StopWithProblem("");
     EXPECT_THAT(Told(), ElementsAre("(none): ambrin_failed_user"));
 }
 
+// Behaviour: A further addressee who is the owner is told once
 TEST_F(Stopping, AddresseeThatIsTheUserIsToldOnce) {
     ambrin_data.user_name = "ann";
     ambrin_data.res_name = "ann";
@@ -129,6 +144,7 @@ TEST_F(Stopping, AddresseeThatIsTheUserIsToldOnce) {
     EXPECT_THAT(Told(), ElementsAre("ann: ambrin_failed_user", "(none): ambrin_failed_admin"));
 }
 
+// Behaviour: An empty error text is sent as an empty parameter
 TEST_F(Stopping, EmptyErrorTextIsSentAsAnEmptyParameter) {
     StopWithProblem("");
     ASSERT_THAT(Sent(), SizeIs(2)) << "the user's name is empty here, and is an owner like any other";
@@ -136,6 +152,7 @@ TEST_F(Stopping, EmptyErrorTextIsSentAsAnEmptyParameter) {
     EXPECT_EQ(Sent()[0].at("owner"), "");
 }
 
+// Behaviour: A stopped job is failed, whatever it was before, and gets no log entry by it
 TEST_F(Stopping, JobIsMarkedFailedWhateverItWasBefore) {
     StopWithProblem("");
     EXPECT_TRUE(ambrin_data.failed);
@@ -144,6 +161,7 @@ TEST_F(Stopping, JobIsMarkedFailedWhateverItWasBefore) {
     EXPECT_THAT(JobLog(), IsEmpty());
 }
 
+// Behaviour: Stopping a job is traced as "Ambrin stop trying" ahead of the notifications
 TEST_F(Stopping, TraceComesAheadOfTheNotifications) {
     ambrin_data.user_name = "root";
     StopWithProblem("");
@@ -152,6 +170,7 @@ TEST_F(Stopping, TraceComesAheadOfTheNotifications) {
     EXPECT_THAT(LogLines(), ElementsAre("9 Ambrin stop trying"));
 }
 
+// Behaviour: A stop whose notification fails leaves the job unmarked
 TEST_F(Problems, JobWhoseNotificationFailedIsNotMarkedFailed) {
     ambrin_data.user_name = "zoe";
     world.AnswerPanel("*", "<doc/>");
@@ -160,6 +179,7 @@ TEST_F(Problems, JobWhoseNotificationFailedIsNotMarkedFailed) {
     EXPECT_FALSE(ambrin_data.failed);
 }
 
+// Behaviour: Pause and success have the same addressees as a stop
 TEST(JobTargets, AdministratorThenOwnerThenFurtherAddressee) {
     const ambrin_test::FreshRecord fresh;
     ambrin_data.user_name = "ann";

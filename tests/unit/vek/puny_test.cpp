@@ -25,6 +25,9 @@ struct Vector {
 
 class Rfc3492 : public testing::TestWithParam<Vector> {};
 
+// Behaviours of: Texts, dates, names, XML
+
+// Behaviour: Names become their IDNA2008 ASCII form label by label; the published samples hold
 TEST_P(Rfc3492, SampleBecomesItsAsciiForm) { EXPECT_EQ(Encode(GetParam().name), GetParam().ascii); }
 
 // RFC 3492 section 7.1 as labels: lower-case letters, because names are mapped before. (A) ends with a mark
@@ -50,6 +53,7 @@ INSTANTIATE_TEST_SUITE_P(
         Vector{"パフィーdeルンバ", "xn--de-jg4avhby1noc0d"},
         Vector{"そのスピードで", "xn--d9juau41awczczp"}));
 
+// Behaviour: Names become their IDNA2008 ASCII form label ...
 TEST(Puny, EncodesLabelByLabel) {
     EXPECT_EQ(Encode("пример.рф"), "xn--e1afmkfd.xn--p1ai");
     EXPECT_EQ(Encode("*.bücher.example"), "*.xn--bcher-kva.example");
@@ -58,6 +62,7 @@ TEST(Puny, EncodesLabelByLabel) {
     EXPECT_EQ(Encode("ü..de"), "xn--tda..de");
 }
 
+// Behaviour: A label that is ASCII passes unchanged: "*", underscores, blanks, nothing
 TEST(Puny, LeavesAsciiAsItIs) {
     for (const std::string name :
          {"", ".", "*", "*.Example.ORG", "_dmarc", "a b", "-> $1.00 <-", "xn--bcher-kva", "xn--", "-a-"}) {
@@ -69,16 +74,20 @@ TEST(Puny, LeavesAsciiAsItIs) {
     EXPECT_EQ(Encode(nul), nul);
 }
 
+// Behaviour: Names become their IDNA2008 ASCII form label ...
 TEST(Puny, IsThatOfIdna2008) { EXPECT_EQ(Encode("faß.de"), "xn--fa-hia.de"); }
 
+// Behaviour: Names become their IDNA2008 ASCII form label ...
 TEST(Puny, MapsCaseAndWidthAndComposes) {
     EXPECT_EQ(Encode("BÜCHER.de"), "xn--bcher-kva.de");
     EXPECT_EQ(Encode("ｅxample.com"), "example.com");
     EXPECT_EQ(Encode("u\u0308ber.de"), Encode("über.de"));
 }
 
+// Behaviour: Names become their IDNA2008 ASCII form label ...
 TEST(Puny, KeepsAJoinerWhereItBelongs) { EXPECT_EQ(Encode("क\u094d\u200dष"), "xn--11b2ezcw70k"); }
 
+// Behaviour: What has no ASCII form is an error, never a shorter name
 TEST(Puny, RefusesWhatHasNoAsciiForm) {
     ExpectRefused("☃.net");
     ExpectRefused("ليهمابتكلموشعربي؟");
@@ -89,6 +98,7 @@ TEST(Puny, RefusesWhatHasNoAsciiForm) {
     ExpectRefused("a\u200db.de");
 }
 
+// Behaviour: What has no ASCII form is an error, never ...
 // libidn2 can drop such characters and report success.
 TEST(Puny, SaysWhyItRefuses) {
     const auto said = [](const std::string& name) -> std::string {
@@ -105,6 +115,7 @@ TEST(Puny, SaysWhyItRefuses) {
     EXPECT_EQ(said("\xff"), head + "\xff (string encoding error)");
 }
 
+// Behaviour: What has no ASCII form is an error, never ...
 TEST(Puny, RefusesRatherThanShortens) {
     ExpectRefused("ü b.de");
     ExpectRefused("ü*.de");
@@ -115,22 +126,27 @@ TEST(Puny, RefusesRatherThanShortens) {
     ExpectRefused("ü\ufe0f.com");
 }
 
+// Behaviour: What has no ASCII form is an error, never ...
 TEST(Puny, TakesNoOtherCharacterForASeparator) {
     ExpectRefused("ü。b");
     ExpectRefused("a．b");
     ExpectRefused("。");
 }
 
+// Behaviour: What has no ASCII form is an error, never ...
 TEST(Puny, RefusesAFormThatIsNoLabel) { ExpectRefused("℀.de"); }
 
+// Behaviour: What has no ASCII form is an error, never ...
 TEST(Puny, RefusesTextThatIsNoUtf8) {
     ExpectRefused("\xff\xfe.de");
     ExpectRefused("\xc3.de");
     ExpectRefused("\xed\xa0\x80.de");
 }
 
+// Behaviour: What has no ASCII form is an error, never ...
 TEST(Puny, RefusesANulByteAmongOthers) { ExpectRefused(std::string("ü\0", 3) + "x.de"); }
 
+// Behaviour: What has no ASCII form is an error, never ...
 TEST(Puny, RefusesALabelThatIsTooLong) {
     ExpectRefused("세계의모든사람들이한국어를이해한다면얼마나좋을까");
     std::string name;

@@ -4,6 +4,9 @@
 
 namespace {
 
+// Behaviours of: Texts, dates, names, XML
+
+// Behaviour: A URL is a scheme, "://" and a rest that is not empty
 TEST(TestUrl, TakesASchemeAndARest) {
     EXPECT_TRUE(test::Url("https://example.org/acct/1"));
     EXPECT_TRUE(test::Url("HTTP://x"));
@@ -11,6 +14,7 @@ TEST(TestUrl, TakesASchemeAndARest) {
     EXPECT_TRUE(test::Url("x:///path"));
 }
 
+// Behaviour: A URL is a scheme, "://" and a rest that ...
 TEST(TestUrl, KnowsEveryCharacterOfASchemeAndNoOther) {
     for (const char* scheme : {"a", "z", "A", "Z", "xa", "xz", "xA", "xZ", "x0", "x9", "x+", "x-", "x."})
         EXPECT_TRUE(test::Url(scheme + std::string("://y"))) << scheme;
@@ -18,8 +22,10 @@ TEST(TestUrl, KnowsEveryCharacterOfASchemeAndNoOther) {
         EXPECT_FALSE(test::Url(scheme + std::string("://y"))) << scheme;
 }
 
+// Behaviour: A URL is a scheme, "://" and a rest that ...
 TEST(TestUrl, NeedsARest) { EXPECT_FALSE(test::Url("https://")); }
 
+// Behaviour: A URL is a scheme, "://" and a rest that ...
 TEST(TestUrl, NeedsASchemeThatBeginsWithALetter) {
     EXPECT_FALSE(test::Url("://example.org"));
     EXPECT_FALSE(test::Url("9p://example.org"));
@@ -27,6 +33,7 @@ TEST(TestUrl, NeedsASchemeThatBeginsWithALetter) {
     EXPECT_FALSE(test::Url(" https://example.org"));
 }
 
+// Behaviour: A URL is a scheme, "://" and a rest that ...
 TEST(TestUrl, NeedsTheSlashes) {
     EXPECT_FALSE(test::Url(""));
     EXPECT_FALSE(test::Url("https"));

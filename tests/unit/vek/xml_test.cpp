@@ -19,6 +19,9 @@ std::string TypeOfError(const std::string& text) {
     }
 }
 
+// Behaviours of: Texts, dates, names, XML
+
+// Behaviour: Nodes are found by XPath in document order; a bad expression is an error
 TEST(Xml, FindsNodesByXPath) {
     const Xml xml("<doc><elem><id>1</id><name>a</name></elem><elem><id>2</id><name>b</name></elem></doc>");
     EXPECT_EQ(xml.GetNode("/doc/elem[name='b']").Value("id"), "2");
@@ -27,12 +30,14 @@ TEST(Xml, FindsNodesByXPath) {
     EXPECT_EQ(xml.GetNodes("/doc/elem").size(), 2U);
 }
 
+// Behaviour: Nodes are found by XPath in document order ...
 TEST(Xml, GivesNodesInTheirOrder) {
     const Xml xml("<doc><a>1</a><b>2</b><a>3</a></doc>");
     EXPECT_EQ(xml.GetNode("//b | //a").Text(), "1");
     EXPECT_EQ(xml.GetNodes("//b | //a").back().Text(), "3");
 }
 
+// Behaviour: An XPath expression selects elements alone: no attribute, no text, not the document
 TEST(Xml, SelectsElementsOnly) {
     const Xml xml("<doc type='x'>text</doc>");
     EXPECT_FALSE(xml.GetNode("/doc/@type"));
@@ -40,6 +45,7 @@ TEST(Xml, SelectsElementsOnly) {
     EXPECT_FALSE(xml.GetNode("/"));
 }
 
+// Behaviour: Nodes are found by XPath in document order ...
 TEST(Xml, RefusesABadXPath) {
     const Xml xml("<doc/>");
     for (const std::string xpath : {"/doc[", "", "concat('a','b')", "/doc[name='x\"]"}) {
@@ -53,6 +59,7 @@ TEST(Xml, RefusesABadXPath) {
     EXPECT_THROW(xml.GetNode(std::string("/doc\0]", 6)), vek_err::Error);
 }
 
+// Behaviour: What is no document is refused; nesting of any depth is survived
 TEST(Xml, RefusesWhatIsNoDocument) {
     for (const std::string text :
          {"", " ", "text", "<doc>", "<doc></dob>", "{\"a\":1}", "<doc><a></doc>", "<doc", "<>"}) {
@@ -62,6 +69,7 @@ TEST(Xml, RefusesWhatIsNoDocument) {
     EXPECT_EQ(TypeOfError(std::string("<doc>a\0b</doc>", 14)), "parse");
 }
 
+// Behaviour: What is no document is refused; nesting of ...
 TEST(Xml, SaysWhatItRefuses) {
     const auto said = [](const std::string& text, const std::string& xpath) -> std::string {
         try {
@@ -77,6 +85,7 @@ TEST(Xml, SaysWhatItRefuses) {
     EXPECT_THAT(said("<doc/>", "/doc["), testing::MatchesRegex("xml: xpath: /doc\\[ \\(.+\\)"));
 }
 
+// Behaviour: Texts and attributes are given with their entities resolved; one that is missing reads as empty
 TEST(Xml, GivesTextsAndAttributes) {
     const Xml xml(
         "<doc><error type='exists' object=\"r&quot;\"><msg>a &lt;b&gt; &amp; "
@@ -89,6 +98,7 @@ TEST(Xml, GivesTextsAndAttributes) {
     EXPECT_EQ(error.Value("none"), "");
 }
 
+// Behaviour: A node that is none is false, and everything in it reads as empty
 TEST(Xml, GivesNothingForNoElement) {
     const vek_xml::Node none;
     EXPECT_FALSE(none);
@@ -97,6 +107,7 @@ TEST(Xml, GivesNothingForNoElement) {
     EXPECT_EQ(none.Attribute("a"), "");
 }
 
+// Behaviour: XML keeps white space, line ends and UTF-8, and expands no entities of documents
 TEST(Xml, KeepsWhiteSpace) {
     EXPECT_EQ(Xml("<doc>  </doc>").GetNode("/doc").Text(), "  ");
     EXPECT_EQ(Xml("<doc>\n\t x \n</doc>").GetNode("/doc").Text(), "\n\t x \n");
@@ -104,33 +115,39 @@ TEST(Xml, KeepsWhiteSpace) {
     EXPECT_EQ(Xml("<doc><a> </a><a>b</a></doc>").GetNode("/doc/a").Text(), " ");
 }
 
+// Behaviour: XML keeps white space, line ends and UTF-8 ...
 TEST(Xml, KeepsLineEnds) {
     EXPECT_EQ(Xml("<doc>a&#13;\nb&#xD;&#xA;c</doc>").GetNode("/doc").Text(), "a\r\nb\r\nc");
     EXPECT_EQ(Xml("<doc>a\r\nb\rc</doc>").GetNode("/doc").Text(), "a\r\nb\rc");
     EXPECT_EQ(Xml("<doc a='&#13;&#10;&#9;x'/>").GetNode("/doc").Attribute("a"), "\r\n\tx");
 }
 
+// Behaviour: XML keeps white space, line ends and UTF-8 ...
 TEST(Xml, TakesCdataForText) {
     EXPECT_EQ(Xml("<doc>a<![CDATA[<b> & ]]>c</doc>").GetNode("/doc").Text(), "a<b> & c");
     EXPECT_EQ(Xml("<doc><x><![CDATA[ ]]></x></doc>").GetNode("/doc").Value("x"), " ");
     EXPECT_TRUE(Xml("<doc><x><![CDATA[b]]></x></doc>").GetNode("/doc[x='b']"));
 }
 
+// Behaviour: An element's text is its own, joined around children and comments
 TEST(Xml, JoinsTheTextAroundChildren) {
     EXPECT_EQ(Xml("<doc>a<x>inner</x>b<!-- no -->c</doc>").GetNode("/doc").Text(), "abc");
 }
 
+// Behaviour: XML keeps white space, line ends and UTF-8 ...
 TEST(Xml, ExpandsNoEntitiesOfDocuments) {
     const Xml xml(
         "<!DOCTYPE doc [<!ENTITY e 'boom'><!ENTITY f SYSTEM 'file:///etc/passwd'>]><doc>&e;&f;</doc>");
     EXPECT_EQ(xml.GetNode("/doc").Text(), "&e;&f;");
 }
 
+// Behaviour: XML keeps white space, line ends and UTF-8 ...
 TEST(Xml, KeepsUtf8) {
     EXPECT_EQ(Xml("<?xml version='1.0' encoding='UTF-8'?><doc>bücher</doc>").GetNode("/doc").Text(),
               "bücher");
 }
 
+// Behaviour: What is no document is refused; nesting of ...
 TEST(Xml, SurvivesDeepNesting) {
     constexpr int kDepth = 200'000;
     std::string text;
@@ -144,6 +161,7 @@ TEST(Xml, SurvivesDeepNesting) {
     EXPECT_TRUE(xml.GetNode("/a[.='x']"));
 }
 
+// Behaviour: A node lives as long as any copy of its document
 TEST(Xml, IsSharedByItsCopies) {
     vek_xml::Node node;
     std::vector<Xml> copies;
@@ -161,6 +179,8 @@ std::string EscapedForXml(const std::string& value) {
     return text;
 }
 
+// Behaviour: A quoted value finds itself in an XPath predicate, whatever quotes it holds, and selects nothing
+//   else
 TEST(EscapePropValue, FindsEveryValueAgain) {
     std::string many;
     for (int i = 0; i < 200; ++i) many += "'\"";
@@ -176,6 +196,7 @@ TEST(EscapePropValue, FindsEveryValueAgain) {
     }
 }
 
+// Behaviour: A quoted value finds itself in an XPath predicate ...
 TEST(EscapePropValue, QuotesWithWhatTheValueLacks) {
     EXPECT_EQ(EscapePropValue(""), "''");
     EXPECT_EQ(EscapePropValue("a\"b"), "'a\"b'");
@@ -184,6 +205,7 @@ TEST(EscapePropValue, QuotesWithWhatTheValueLacks) {
     EXPECT_EQ(EscapePropValue("\"''"), "concat('\"',\"''\")");
 }
 
+// Behaviour: A value with thousands of quotes in a row finds itself
 // The parser limits the depth of an expression.
 TEST(EscapePropValue, OfThousandsOfQuotesInARowIsFound) {
     const std::string value = std::string(5000, '\'') + '"' + std::string(5000, '\'') + "x";
@@ -191,6 +213,7 @@ TEST(EscapePropValue, OfThousandsOfQuotesInARowIsFound) {
     EXPECT_EQ(xml.GetNode("/doc/elem[name=" + EscapePropValue(value) + "]").Value("id"), "7");
 }
 
+// Behaviour: A quoted value finds itself in an XPath predicate ...
 TEST(EscapePropValue, OfThousandsOfQuotesIsRefusedRatherThanMisread) {
     std::string many;
     for (int i = 0; i < 5000; ++i) many += "'\"";
@@ -198,6 +221,7 @@ TEST(EscapePropValue, OfThousandsOfQuotesIsRefusedRatherThanMisread) {
     EXPECT_THROW(xml.GetNode("/doc[name=" + EscapePropValue(many) + "]"), vek_err::Error);
 }
 
+// Behaviour: A quoted value finds itself in an XPath predicate ...
 TEST(EscapePropValue, SelectsNothingElse) {
     const Xml xml("<doc><elem><name>a</name></elem></doc>");
     for (const char* value : {"' or '1'='1", "\" or \"1\"=\"1", "'\" or true() or '\"", "b"}) {

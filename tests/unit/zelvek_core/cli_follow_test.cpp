@@ -24,6 +24,9 @@ protected:
     std::filesystem::path file_;
 };
 
+// Behaviours of: Command line
+
+// Behaviour: A run's log lines are followed while it runs ...
 TEST_F(Follow, PicksOneProcesssEntriesWithTheirFurtherLines) {
     LogFollower log(file_, 0);
     EXPECT_EQ(log.Next(7), "");
@@ -33,6 +36,7 @@ TEST_F(Follow, PicksOneProcesssEntriesWithTheirFurtherLines) {
     EXPECT_EQ(log.Next(7), "2026-01-01 00:00:01 [7] TRACE a three\n");
 }
 
+// Behaviour: A run's log lines are followed while it runs ...
 TEST_F(Follow, AHalfWrittenLineIsWaitedFor) {
     LogFollower log(file_, 0);
     Write("2026-01-01 00:00:00 [7] TR");
@@ -42,6 +46,7 @@ TEST_F(Follow, AHalfWrittenLineIsWaitedFor) {
     EXPECT_EQ(log.Next(7), "");
 }
 
+// Behaviour: Following a log shows what is written from then on
 TEST_F(Follow, WhatWasThereBeforeIsLeftOut) {
     Write("2026-01-01 00:00:00 [7] TRACE old\n");
     LogFollower log(file_, LogFollower::EndOf(file_));
@@ -49,6 +54,7 @@ TEST_F(Follow, WhatWasThereBeforeIsLeftOut) {
     EXPECT_EQ(log.Next(7), "2026-01-01 00:00:00 [7] TRACE new\n");
 }
 
+// Behaviour: A log that is exchanged while it is followed is read from its beginning
 TEST_F(Follow, AnExchangedFileIsReadFromItsBeginning) {
     Write("2026-01-01 00:00:00 [7] TRACE a long old line\n");
     LogFollower log(file_, LogFollower::EndOf(file_));

@@ -5,6 +5,9 @@
 namespace zelvek::cli {
 namespace {
 
+// Behaviours of: Command line
+
+// Behaviour: A table's columns are aligned by characters, not by bytes, and no line ends with blanks
 TEST(Table, AlignsColumnsByCharacters) {
     EXPECT_EQ(Table({"NAME", "USER"}, {{"bücher", "anna"}, {"x", ""}}),
               "NAME    USER\n"
@@ -13,6 +16,7 @@ TEST(Table, AlignsColumnsByCharacters) {
     EXPECT_EQ(Table({"NAME", "USER"}, {}), "NAME  USER\n");
 }
 
+// Behaviour: No text from outside controls the terminal ...
 TEST(Table, ACellStaysOnItsLine) { EXPECT_EQ(Table({"A", "B"}, {{"x\ny\x1b", "z"}}), "A     B\nx y   z\n"); }
 
 }  // namespace

@@ -13,6 +13,9 @@ std::vector<std::string> Split(const std::string& log) {
     return entries;
 }
 
+// Behaviours of: The job's record (ambrin.data.edit)
+
+// Behaviour: Details hold any text: a log is split only ...
 TEST(SplitLog, ReadsTheFourPartsOfAnEntry) {
     EXPECT_EQ(Split("2026-01-02 03:04:05,failed,new_order,no luck"),
               std::vector<std::string>{"2026-01-02 03:04:05|failed|new_order|no luck"});
@@ -21,6 +24,7 @@ TEST(SplitLog, ReadsTheFourPartsOfAnEntry) {
     EXPECT_TRUE(Split("").empty());
 }
 
+// Behaviour: Details hold any text: a log is split only ...
 TEST(SplitLog, SplitsOnlyWhereAnEntryBegins) {
     EXPECT_EQ(Split("2026-01-02 03:04:05,a,b,x;y;;z,;2026-01-02 03:04:06,c,d,"),
               (std::vector<std::string>{"2026-01-02 03:04:05|a|b|x;y;;z,", "2026-01-02 03:04:06|c|d|"}));
@@ -32,12 +36,14 @@ TEST(SplitLog, SplitsOnlyWhereAnEntryBegins) {
     }
 }
 
+// Behaviour: A log that begins without a time, or lacks parts, loses nothing
 TEST(SplitLog, WhatBeginsWithoutATimeIsKeptAsADetail) {
     EXPECT_EQ(Split("no entry"), std::vector<std::string>{"NOW|||no entry"});
     EXPECT_EQ(Split("lost;2026-01-02 03:04:05,a,b,c"),
               (std::vector<std::string>{"NOW|||lost", "2026-01-02 03:04:05|a|b|c"}));
 }
 
+// Behaviour: A log that begins without a time, or lacks ...
 TEST(SplitLog, MissingPartsAreEmpty) {
     EXPECT_EQ(Split("2026-01-02 03:04:05,"), std::vector<std::string>{"2026-01-02 03:04:05|||"});
     EXPECT_EQ(Split("2026-01-02 03:04:05,a"), std::vector<std::string>{"2026-01-02 03:04:05|a||"});

@@ -28,6 +28,9 @@ bool IsDomain(const std::string& name, bool wildcard = false) {
     return Passes([&] { CheckDomain(name, wildcard); });
 }
 
+// Behaviours of: Command line
+
+// Behaviour: What a job is added with is checked ...
 TEST(Users, AreShortWordsOfPlainCharacters) {
     for (const char* user : {"anna", "a", "A.b_c-9", "_x"}) EXPECT_TRUE(IsUser(user)) << user;
     for (const char* user : {"", ".", "..", ".a", "-a", "a b", "a/b", "a%b", "ä", "a\n"})
@@ -36,6 +39,7 @@ TEST(Users, AreShortWordsOfPlainCharacters) {
     EXPECT_FALSE(IsUser(std::string(300, 'a')));
 }
 
+// Behaviour: What a job is added with is checked ...
 TEST(CertificateNames, CanBeFolders) {
     for (const char* name : {"shop.example", "*.shop.example", "bücher.example", "My certificate", "a%#%b"}) {
         EXPECT_TRUE(IsCertname(name)) << name;
@@ -47,6 +51,7 @@ TEST(CertificateNames, CanBeFolders) {
     EXPECT_FALSE(IsCertname(std::string("a\0b", 3)));
 }
 
+// Behaviour: What a job is added with is checked ...
 TEST(DomainNames, HaveLabelsOfLettersDigitsHyphensAndUnderscores) {
     const std::string label(63, 'a');
     for (const std::string& name :
@@ -65,6 +70,7 @@ TEST(DomainNames, HaveLabelsOfLettersDigitsHyphensAndUnderscores) {
     }
 }
 
+// Behaviour: What a job is added with is checked ...
 TEST(DomainNames, MayHaveAWildcardAsTheirFirstLabelWhereItIsAllowed) {
     EXPECT_TRUE(IsDomain("*.shop.example", true));
     EXPECT_TRUE(IsDomain("*.bücher.example", true));
@@ -72,6 +78,7 @@ TEST(DomainNames, MayHaveAWildcardAsTheirFirstLabelWhereItIsAllowed) {
         EXPECT_FALSE(IsDomain(name, true)) << name;
 }
 
+// Behaviour: A text is what XML can carry; every byte sequence that it cannot is marked
 TEST(Texts, AreWhatXmlCarries) {
     for (const std::string& text :
          {std::string(), std::string("\t\n\r "), std::string("ü東\xf0\x9f\x94\x91"), std::string("\x7f"),
@@ -94,6 +101,9 @@ TEST(Texts, AreWhatXmlCarries) {
     }
 }
 
+// Behaviours of: Domains and TXT records (domain, domain.record.edit, domain.record.delete)
+
+// Behaviour: Zones hold names by whole labels; a name ...
 TEST(Zones, HoldThemselvesAndWhatLiesBelow) {
     EXPECT_TRUE(Holds("shop.example", "shop.example"));
     EXPECT_TRUE(Holds("shop.example", "a.b.shop.example"));
@@ -104,6 +114,7 @@ TEST(Zones, HoldThemselvesAndWhatLiesBelow) {
               (std::vector<std::string>{"a.b.example", "b.example", "example"}));
 }
 
+// Behaviour: Names are compared in one form: ASCII, lower ...
 TEST(Zones, AreComparedInOneForm) {
     EXPECT_EQ(Canonical("Shop.EXAMPLE."), "shop.example");
     EXPECT_EQ(Canonical("bücher.Example"), "xn--bcher-kva.example");

@@ -10,6 +10,9 @@
 namespace zelvek {
 namespace {
 
+// Behaviours of: What runs publish, and what dead ones leave
+
+// Behaviour: A process is told from a later one of the same id by its start time
 TEST(Process, IsFoundWhileItLives) {
     const auto self = FindProcess(::getpid());
     ASSERT_TRUE(self);
@@ -20,6 +23,7 @@ TEST(Process, IsFoundWhileItLives) {
     EXPECT_FALSE(Alive({}));
 }
 
+// Behaviour: A process is told from a later one of the ...
 TEST(Process, IsDeadBeforeItIsReaped) {
     const pid_t pid = ::fork();
     if (pid == 0) {
@@ -37,6 +41,7 @@ TEST(Process, IsDeadBeforeItIsReaped) {
     EXPECT_FALSE(Alive(*child));
 }
 
+// Behaviour: A process is told from a later one of the ...
 TEST(Process, MayHaveAnyName) {
     char before[16] = {};
     ::prctl(PR_GET_NAME, before);

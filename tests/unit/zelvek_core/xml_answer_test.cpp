@@ -8,6 +8,9 @@
 namespace zelvek {
 namespace {
 
+// Behaviours of: Socket and answers
+
+// Behaviour: Values travel unchanged both ways, as do errors
 TEST(XmlAnswer, ValuesComeOutAsTheyWentIn) {
     for (const std::string text :
          {"", " ", "\n", "\r", "\r\n", "\t x ", "<&>\"'", "]]>", "a\rb\nc\r\nd", "bücher", "&amp;", "\x7f"}) {
@@ -19,6 +22,7 @@ TEST(XmlAnswer, ValuesComeOutAsTheyWentIn) {
     }
 }
 
+// Behaviour: An answer can hold a list of elements, each with its values and flags
 TEST(XmlAnswer, HoldsLists) {
     XmlAnswer answer;
     answer.Elem().Value("id", 1).Flag("on", true);
@@ -30,8 +34,10 @@ TEST(XmlAnswer, HoldsLists) {
     EXPECT_EQ(nodes[1].Value("id") + nodes[1].Value("on"), "2off");
 }
 
+// Behaviour: An answer with nothing in it is a document too
 TEST(XmlAnswer, IsADocumentWhenItIsEmpty) { EXPECT_NO_THROW(vek_client::Result(XmlAnswer().Text())); }
 
+// Behaviour: Values travel unchanged both ways, as do ...
 TEST(ErrorAnswer, IsRaisedWithItsTypeAndText) {
     try {
         const vek_client::Result result(
@@ -43,6 +49,7 @@ TEST(ErrorAnswer, IsRaisedWithItsTypeAndText) {
     }
 }
 
+// Behaviour: Values travel unchanged both ways, as do ...
 TEST(ErrorAnswer, CarriesWhatCannotBeCarriedInAnotherForm) {
     try {
         const vek_client::Result result(ErrorAnswer({Code::kValue, "", std::string("a\0b", 3), "\x01\xff"}));

@@ -24,6 +24,10 @@ using zelvek::answers::Remove;
 
 const std::string kToken = "evaGxfADs6pSRb2LAv9IZf17Dt3juxGJ-PCt92wr_oA";
 
+// Behaviours of: Answer files (ambrin_challenge)
+
+// Behaviour: A token is of letters, digits, "-" and "_", at most 255; anything else never reaches the file
+//   system
 TEST(Token, IsOfTheAlphabetAlone) {
     EXPECT_TRUE(IsToken(kToken));
     EXPECT_TRUE(IsToken("a"));
@@ -36,6 +40,7 @@ TEST(Token, IsOfTheAlphabetAlone) {
     EXPECT_FALSE(IsToken(std::string("a\0b", 3)));
 }
 
+// Behaviour: An answer file is readable by everyone, whatever the umask
 TEST(AnswerFile, HoldsTheContentAndIsReadableByEveryone) {
     const TempFolder folder;
     const mode_t before = umask(077);
@@ -46,6 +51,7 @@ TEST(AnswerFile, HoldsTheContentAndIsReadableByEveryone) {
     EXPECT_THAT(Entries(folder.path()), ElementsAre(kToken));
 }
 
+// Behaviour: A token is of letters, digits, "-" and "_" ...
 TEST(AnswerFile, CanHaveTheLongestName) {
     const TempFolder folder;
     const std::string token(255, 'x');
@@ -55,6 +61,7 @@ TEST(AnswerFile, CanHaveTheLongestName) {
     EXPECT_THAT(Entries(folder.path()), IsEmpty());
 }
 
+// Behaviour: A token is of letters, digits, "-" and "_" ...
 TEST(AnswerFile, NoTokenNeverReachesTheFileSystem) {
     const TempFolder folder;
     Put(folder.path() / "kept", "kept");
@@ -67,6 +74,7 @@ TEST(AnswerFile, NoTokenNeverReachesTheFileSystem) {
     EXPECT_THAT(Entries(folder.path() / "answers"), IsEmpty());
 }
 
+// Behaviour: A planted link is replaced, never followed
 TEST(AnswerFile, ReplacesAPlantedLinkInsteadOfFollowingIt) {
     const TempFolder folder;
     Put(folder.path() / "victim", "untouched");
@@ -77,6 +85,7 @@ TEST(AnswerFile, ReplacesAPlantedLinkInsteadOfFollowingIt) {
     EXPECT_EQ(Content(folder.path() / kToken), "answer");
 }
 
+// Behaviour: A planted link is replaced, never followed ...
 TEST(AnswerFile, RemovingAPlantedLinkLeavesItsTarget) {
     const TempFolder folder;
     Put(folder.path() / "victim", "untouched");
@@ -85,12 +94,15 @@ TEST(AnswerFile, RemovingAPlantedLinkLeavesItsTarget) {
     EXPECT_THAT(Entries(folder.path()), ElementsAre("victim"));
 }
 
+// Behaviour: An answer file is named by its token and holds the content; creating it again replaces it,
+//   removing a missing one succeeds
 TEST(AnswerFile, RemovingWhatIsNotThereSucceeds) {
     const TempFolder folder;
     EXPECT_EQ(TypeOf([&] { Remove(folder.path(), kToken); }), "none");
     EXPECT_EQ(TypeOf([&] { Remove(folder.path() / "missing", kToken); }), "none");
 }
 
+// Behaviour: A file that cannot be written is an error "io" that names it, and leaves nothing behind
 TEST(AnswerFile, FailureLeavesNothingBehindAndNamesThePath) {
     const TempFolder folder;
     std::filesystem::create_directory(folder.path() / kToken);
@@ -102,6 +114,7 @@ TEST(AnswerFile, FailureLeavesNothingBehindAndNamesThePath) {
     EXPECT_EQ(TypeOf([&] { Create(folder.path() / "missing", kToken, "x"); }), "io");
 }
 
+// Behaviour: Readers see one whole content or the other
 TEST(AnswerFile, ReadersSeeOneWholeContentOrTheOther) {
     const TempFolder folder;
     const std::string first(20'000, 'a');

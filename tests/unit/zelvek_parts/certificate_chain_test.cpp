@@ -24,6 +24,9 @@ using zelvek::SortChain;
 
 class Chains : public testing::TestWithParam<KeyKind> {};
 
+// Behaviours of: Requests and installations (sslcert.csr.edit, sslcert.csr.delete, sslcert.hardreplace)
+
+// Behaviour: Leaf and chain are found in whatever order, and on whichever side, they stand
 TEST_P(Chains, AreSortedFromEveryOrder) {
     const Hierarchy pki(GetParam());
     std::vector<std::string> order{pki.leaf.Pem(), pki.intermediate.Pem(), pki.root.Pem()};
@@ -38,6 +41,7 @@ TEST_P(Chains, AreSortedFromEveryOrder) {
 
 INSTANTIATE_TEST_SUITE_P(BothKinds, Chains, testing::Values(KeyKind::kRsa, KeyKind::kEc));
 
+// Behaviour: Leaf and chain are found in whatever order ...
 TEST(Chain, DuplicatesAreDropped) {
     const Hierarchy pki;
     const std::string all = pki.intermediate.Pem() + pki.leaf.Pem();
@@ -46,6 +50,7 @@ TEST(Chain, DuplicatesAreDropped) {
     EXPECT_EQ(chain.others, pki.intermediate.Pem());
 }
 
+// Behaviour: Leaf and chain are found in whatever order ...
 TEST(Chain, MayBeMissing) {
     const Hierarchy pki;
     EXPECT_EQ(SortChain(pki.leaf.Pem(), pki.leaf.KeyPem()).others, "");
@@ -53,6 +58,7 @@ TEST(Chain, MayBeMissing) {
     EXPECT_EQ(SortChain(alone.Pem(), alone.KeyPem()).leaf, alone.Pem());
 }
 
+// Behaviour: Leaf and chain are found in whatever order ...
 TEST(Chain, KeepsEveryFormOfACrossSignedAuthority) {
     const Hierarchy pki;
     const Identity older = Issue("Older Root", Role::kAuthority, KeyKind::kEc, nullptr);
@@ -69,6 +75,7 @@ TEST(Chain, KeepsEveryFormOfACrossSignedAuthority) {
     }
 }
 
+// Behaviour: Strangers, namesakes, gaps, floods and texts that are no certificates are refused
 TEST(Chain, ForeignCertificateIsRefusedByName) {
     const Hierarchy pki;
     const Identity stranger = Issue("Stranger CA", Role::kAuthority, KeyKind::kEc, nullptr);
@@ -78,6 +85,7 @@ TEST(Chain, ForeignCertificateIsRefusedByName) {
     EXPECT_THAT(failure.text, HasSubstr("Stranger CA"));
 }
 
+// Behaviour: Strangers, namesakes, gaps, floods and texts ...
 // Same name, other key: what counts is the signature.
 TEST(Chain, NamesakeOfTheIssuerIsRefused) {
     const Hierarchy pki;
@@ -87,12 +95,14 @@ TEST(Chain, NamesakeOfTheIssuerIsRefused) {
     EXPECT_EQ(failure.type, "badchain");
 }
 
+// Behaviour: Strangers, namesakes, gaps, floods and texts ...
 TEST(Chain, GapBelowTheRootIsRefused) {
     const Hierarchy pki;
     EXPECT_EQ(FailureOf([&] { SortChain(pki.leaf.Pem() + pki.root.Pem(), pki.leaf.KeyPem()); }).type,
               "badchain");
 }
 
+// Behaviour: Strangers, namesakes, gaps, floods and texts ...
 TEST(Chain, TextsThatAreNoCertificatesAreRefused) {
     const Hierarchy pki;
     const std::string leaf = pki.leaf.Pem();
@@ -105,6 +115,7 @@ TEST(Chain, TextsThatAreNoCertificatesAreRefused) {
     }
 }
 
+// Behaviour: Strangers, namesakes, gaps, floods and texts ...
 TEST(Chain, BytesAfterTheCertificateInItsBlockAreRefused) {
     const Hierarchy pki;
     std::string der = zelvek::ReadPem(pki.leaf.Pem())->front().der + "tail";
@@ -116,6 +127,7 @@ TEST(Chain, BytesAfterTheCertificateInItsBlockAreRefused) {
     EXPECT_EQ(FailureOf([&] { SortChain(text, pki.leaf.KeyPem()); }).type, "badchain");
 }
 
+// Behaviour: Strangers, namesakes, gaps, floods and texts ...
 TEST(Chain, FloodOfCertificatesIsRefused) {
     const Hierarchy pki;
     std::string flood;
@@ -123,6 +135,7 @@ TEST(Chain, FloodOfCertificatesIsRefused) {
     EXPECT_EQ(FailureOf([&] { SortChain(pki.leaf.Pem() + flood, pki.leaf.KeyPem()); }).type, "badchain");
 }
 
+// Behaviour: Key, certificate and chain that do not belong ...
 TEST(ChainKey, OfAnotherCertificateIsRefused) {
     const Hierarchy pki;
     const Identity other = Issue("shop.example", Role::kServer, KeyKind::kEc, &pki.intermediate);
@@ -132,6 +145,8 @@ TEST(ChainKey, OfAnotherCertificateIsRefused) {
     EXPECT_THAT(failure.text, HasSubstr("do not belong together"));
 }
 
+// Behaviour: A key is exactly one readable block; an encrypted one is refused and never asked for; no error
+//   holds part of it
 TEST(ChainKey, MustBeExactlyOneReadableBlock) {
     const Hierarchy pki;
     const std::string key = pki.leaf.KeyPem();
@@ -150,6 +165,7 @@ std::string WriteKey(const std::function<int(BIO*)>& write) {
     return std::string(text, static_cast<std::size_t>(size));
 }
 
+// Behaviour: A key is exactly one readable block; an encrypted ...
 TEST(ChainKey, OlderFormsAreReadAndWrittenAsPkcs8) {
     for (const KeyKind kind : {KeyKind::kRsa, KeyKind::kEc}) {
         const Identity server = Issue("shop.example", Role::kServer, kind, nullptr);
@@ -162,6 +178,7 @@ TEST(ChainKey, OlderFormsAreReadAndWrittenAsPkcs8) {
     }
 }
 
+// Behaviour: A key is exactly one readable block; an encrypted ...
 TEST(ChainKey, EncryptedOneIsRefusedAndNeverAskedFor) {
     const Identity server = Issue("shop.example", Role::kServer, KeyKind::kRsa, nullptr);
     char secret[] = "secret";
@@ -184,6 +201,7 @@ TEST(ChainKey, EncryptedOneIsRefusedAndNeverAskedFor) {
     }
 }
 
+// Behaviour: A key is exactly one readable block; an encrypted ...
 TEST(ChainKey, NoErrorTextHoldsPartOfIt) {
     const Hierarchy pki;
     const Identity other = Issue("shop.example", Role::kServer, KeyKind::kEc, nullptr);

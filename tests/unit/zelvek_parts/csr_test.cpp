@@ -62,6 +62,9 @@ struct Parsed {
     openssl::Key key;
 };
 
+// Behaviours of: Requests and installations (sslcert.csr.edit, sslcert.csr.delete, sslcert.hardreplace)
+
+// Behaviour: A request holds every name once in its ASCII ...
 TEST(CertificateRequest, IsSignedByItsKey) {
     for (const char* form : {"", "key_type=ec"}) {
         const Csr csr = MakeCsr({"example.org"}, Parameters(form));
@@ -74,11 +77,13 @@ TEST(CertificateRequest, IsSignedByItsKey) {
     }
 }
 
+// Behaviour: A request holds every name once in its ASCII ...
 TEST(CertificateRequest, EachHasAKeyOfItsOwn) {
     EXPECT_NE(MakeCsr({"example.org"}, Parameters(kFast)).key,
               MakeCsr({"example.org"}, Parameters(kFast)).key);
 }
 
+// Behaviour: A request holds every name once in its ASCII ...
 TEST(CertificateRequest, HoldsEachNameOnceInItsAsciiForm) {
     const Parsed parsed(MakeCsr({"bücher.example", "WWW.Example.org", "www.example.org", "*.example.org",
                                  "xn--bcher-kva.example", "a.example.org"},
@@ -88,6 +93,7 @@ TEST(CertificateRequest, HoldsEachNameOnceInItsAsciiForm) {
     EXPECT_EQ(parsed.Subject(), "CN=xn--bcher-kva.example");
 }
 
+// Behaviour: A first name too long for a common name is left out of the subject
 TEST(CertificateRequest, LongFirstNameIsNoCommonName) {
     const std::string label(30, 'a');
     const std::string fits = label + "." + label + ".ab";       // 64 characters
@@ -99,6 +105,7 @@ TEST(CertificateRequest, LongFirstNameIsNoCommonName) {
     EXPECT_THAT(parsed.Names(), ElementsAre(too_long, "b.example"));
 }
 
+// Behaviour: What is no name is refused
 TEST(CertificateRequest, RefusesWhatIsNoName) {
     const std::string long_name = std::string(60, 'a') + "." + std::string(60, 'b') + "." +
                                   std::string(60, 'c') + "." + std::string(60, 'd') + "." +
@@ -118,6 +125,8 @@ TEST(CertificateRequest, RefusesWhatIsNoName) {
     EXPECT_EQ(FailureOf([] { MakeCsr({}, Parameters(kFast)); }).type, "value");
 }
 
+// Behaviour: Key kind and size, and the subject, come from the further parameters; what does not fit is
+//   refused
 TEST(CertificateRequest, KeyIsOfTheKindAskedFor) {
     struct Case {
         std::string form;
@@ -134,6 +143,7 @@ TEST(CertificateRequest, KeyIsOfTheKindAskedFor) {
     }
 }
 
+// Behaviour: Key kind and size, and the subject, come ...
 TEST(CertificateRequest, RefusesOtherKeys) {
     for (const char* form :
          {"key_type=dsa", "key_type=RSA2", "key_size=1024", "key_size=2047", "key_size=8193",
@@ -145,6 +155,7 @@ TEST(CertificateRequest, RefusesOtherKeys) {
     }
 }
 
+// Behaviour: Key kind and size, and the subject, come ...
 TEST(CertificateRequest, SubjectTakesTheFieldsGiven) {
     const Parsed parsed(
         MakeCsr({"example.org"},
@@ -155,6 +166,7 @@ TEST(CertificateRequest, SubjectTakesTheFieldsGiven) {
               "Inc./CN=x,OU=IT,CN=example.org,emailAddress=a@example.org");
 }
 
+// Behaviour: Key kind and size, and the subject, come ...
 TEST(CertificateRequest, RefusesFieldsThatDoNotFit) {
     const std::string long_text(200, 'x');
     for (const std::string& field :
@@ -171,6 +183,7 @@ TEST(CertificateRequest, RefusesFieldsThatDoNotFit) {
     }
 }
 
+// Behaviour: Lengths in a request count characters, not bytes
 TEST(CertificateRequest, LengthsCountCharactersNotBytes) {
     std::string umlauts;
     for (int i = 0; i < 64; ++i) umlauts += "%C3%BC";
@@ -179,6 +192,7 @@ TEST(CertificateRequest, LengthsCountCharactersNotBytes) {
         "none");
 }
 
+// Behaviour: A request can hold a hundred names
 TEST(CertificateRequest, HundredNamesFit) {
     std::vector<std::string> names;
     names.reserve(100);

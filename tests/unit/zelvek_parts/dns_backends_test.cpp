@@ -35,6 +35,9 @@ protected:
     std::string file_ = folder_.path() / "records";
 };
 
+// Behaviours of: Domains and TXT records (domain, domain.record.edit, domain.record.delete)
+
+// Behaviour: A records file keeps, tells and removes values likewise, and leaves the lines of others alone
 TEST_F(RecordsFile, KeepsSeveralValuesOfAName) {
     const auto records = Open();
     records->AddTxt("example.org", kName, "one");
@@ -44,6 +47,7 @@ TEST_F(RecordsFile, KeepsSeveralValuesOfAName) {
         "example.org _acme-challenge.example.org one\nexample.org _acme-challenge.example.org two words\n");
 }
 
+// Behaviour: A records file keeps, tells and removes values ...
 TEST_F(RecordsFile, SaysWhatIsThereAlreadyEvenAfterARestart) {
     Open()->AddTxt("example.org", kName, "one");
     EXPECT_EQ(TypeOf([&] { Open()->AddTxt("Example.ORG.", "_ACME-challenge.example.org", "one"); }),
@@ -52,6 +56,7 @@ TEST_F(RecordsFile, SaysWhatIsThereAlreadyEvenAfterARestart) {
     EXPECT_EQ(TypeOf([&] { Open()->AddTxt("example.org", kName, "ONE"); }), "none");
 }
 
+// Behaviour: A records file keeps, tells and removes values ...
 TEST_F(RecordsFile, RemovesJustOneValue) {
     const auto records = Open();
     records->AddTxt("example.org", kName, "one");
@@ -62,11 +67,13 @@ TEST_F(RecordsFile, RemovesJustOneValue) {
     EXPECT_EQ(TypeOf([&] { records->RemoveTxt("example.org", "other.example.", "one"); }), "none");
 }
 
+// Behaviour: Removing a record before any was added makes no records file
 TEST_F(RecordsFile, RemovingBeforeAnythingWasAddedMakesNoFile) {
     Open()->RemoveTxt("example.org", kName, "one");
     EXPECT_FALSE(std::filesystem::exists(file_));
 }
 
+// Behaviour: A records file keeps, tells and removes values ...
 TEST_F(RecordsFile, LinesOfOthersStay) {
     Put(file_, "# by hand\nexample.org a.example.org x");  // without final line feed
     Open()->AddTxt("example.org", kName, "one");
@@ -74,11 +81,13 @@ TEST_F(RecordsFile, LinesOfOthersStay) {
               "# by hand\nexample.org a.example.org x\nexample.org _acme-challenge.example.org one\n");
 }
 
+// Behaviour: A records file serves every zone
 TEST_F(RecordsFile, ServesEveryZone) {
     EXPECT_TRUE(Open()->Serves("example.org"));
     EXPECT_FALSE(Open()->Serves(""));
 }
 
+// Behaviour: A records file keeps, tells and removes values ...
 TEST_F(RecordsFile, RefusesRecordsThatWouldBeOtherLines) {
     EXPECT_EQ(TypeOf([&] { Open()->AddTxt("example.org", kName, "a\nexample.org b.example.org c"); }),
               "value");
@@ -86,6 +95,7 @@ TEST_F(RecordsFile, RefusesRecordsThatWouldBeOtherLines) {
     EXPECT_FALSE(std::filesystem::exists(file_));
 }
 
+// Behaviour: A records file that cannot be written is an error "dns" with its path
 TEST_F(RecordsFile, UnwritablePlaceIsADnsErrorWithItsPath) {
     const auto records = Open();
     std::filesystem::create_directory(file_);
@@ -94,6 +104,7 @@ TEST_F(RecordsFile, UnwritablePlaceIsADnsErrorWithItsPath) {
     EXPECT_THAT(failure.text, HasSubstr(file_));
 }
 
+// Behaviour: Threads may add and remove records at once ...
 TEST_F(RecordsFile, TwoThreadsLoseNoRecord) {
     const auto records = Open();
     const auto add = [&](const std::string& prefix) {
@@ -132,6 +143,7 @@ protected:
     Settings good_;
 };
 
+// Behaviour: An update server serves the zones of its settings, in their ASCII form, and no others
 TEST_F(UpdateSettings, ServeTheirZonesInCanonicalForm) {
     const auto backend = MakeBackend(good_);
     EXPECT_TRUE(backend->Serves("example.org"));
@@ -140,13 +152,16 @@ TEST_F(UpdateSettings, ServeTheirZonesInCanonicalForm) {
     EXPECT_FALSE(backend->Serves(""));
 }
 
+// Behaviour: Without an update server and a records file there is nothing to publish records with
 TEST_F(UpdateSettings, WithoutServerAndFileThereIsNoBackend) { EXPECT_EQ(MakeBackend(Settings{}), nullptr); }
 
+// Behaviour: Wrong settings of the back end are refused with their reason
 TEST_F(UpdateSettings, ServerAndFileExcludeEachOther) {
     good_.records_file = folder_.path() / "records";
     ExpectRefused("exclude");
 }
 
+// Behaviour: Wrong settings of the back end are refused ...
 TEST_F(UpdateSettings, ServerMustBeAHostName) {
     for (const char* server : {"-x", "a b", "a;id", "a\nb", "$(id)", "a/b", "@a"}) {
         good_.server = server;
@@ -154,6 +169,7 @@ TEST_F(UpdateSettings, ServerMustBeAHostName) {
     }
 }
 
+// Behaviour: Wrong settings of the back end are refused ...
 TEST_F(UpdateSettings, NumbersHaveTheirRanges) {
     for (const int port : {0, -1, 65536}) {
         good_.port = port;
@@ -164,6 +180,7 @@ TEST_F(UpdateSettings, NumbersHaveTheirRanges) {
     ExpectRefused("TTL");
 }
 
+// Behaviour: Wrong settings of the back end are refused ...
 TEST_F(UpdateSettings, ZonesAreNeededAndMustBeNames) {
     good_.zones = {};
     ExpectRefused("no zone");
@@ -171,6 +188,7 @@ TEST_F(UpdateSettings, ZonesAreNeededAndMustBeNames) {
     ExpectRefused("a b");
 }
 
+// Behaviour: Wrong settings of the back end are refused ...
 TEST_F(UpdateSettings, KeyFileMustBeThere) {
     good_.key_file = "";
     ExpectRefused("key file");
@@ -180,6 +198,7 @@ TEST_F(UpdateSettings, KeyFileMustBeThere) {
     ExpectRefused("no file");
 }
 
+// Behaviour: The key's file must be the owner's alone, at every use
 TEST_F(UpdateSettings, KeyFileMustBeTheOwnersAlone) {
     for (const mode_t mode : {0640, 0604, 0620, 0601}) {
         chmod(good_.key_file.c_str(), mode);
@@ -187,12 +206,14 @@ TEST_F(UpdateSettings, KeyFileMustBeTheOwnersAlone) {
     }
 }
 
+// Behaviour: The key's file must be the owner's alone ...
 TEST_F(UpdateSettings, KeyFileOfAnotherUserIsRefused) {
     // Root can give the file away; anybody else finds a file of root's on every system.
     if (chown(good_.key_file.c_str(), 65534, 65534) != 0) good_.key_file = "/etc/hostname";
     ExpectRefused("does not belong");
 }
 
+// Behaviour: No error tells the key's secret ...
 // The tools would quote from such files in their messages.
 TEST_F(UpdateSettings, KeyFileOfAnotherFormIsRefused) {
     for (const std::string& content :
@@ -207,6 +228,7 @@ TEST_F(UpdateSettings, KeyFileOfAnotherFormIsRefused) {
     ExpectRefused("no file with a key");
 }
 
+// Behaviour: A key file may be written on one line, with no more blanks than its words need
 TEST_F(UpdateSettings, KeyFileMayBeWrittenTightly) {
     WriteKey("key update{algorithm hmac-sha512;secret " + secret_ + ";};");
     EXPECT_EQ(TypeOf([&] { MakeBackend(good_); }), "none");

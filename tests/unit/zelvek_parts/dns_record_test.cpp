@@ -12,6 +12,9 @@ using zelvek::dns::CheckedRecord;
 using zelvek::dns::Quoted;
 using zelvek::dns::Record;
 
+// Behaviours of: Domains and TXT records (domain, domain.record.edit, domain.record.delete)
+
+// Behaviour: A record's zone and name are kept in their lower-case ASCII form, without a final dot
 TEST(DnsRecord, IsMadeOfCanonicalNames) {
     const Record record = CheckedRecord("Bücher.Example.", "_acme-challenge.WWW.Bücher.example.", "v");
     EXPECT_EQ(record.zone, "xn--bcher-kva.example");
@@ -19,6 +22,7 @@ TEST(DnsRecord, IsMadeOfCanonicalNames) {
     EXPECT_TRUE(record.IsInZone());
 }
 
+// Behaviour: Zones hold names by whole labels; a name ...
 TEST(DnsRecord, LiesInItsZoneByWholeLabels) {
     EXPECT_EQ(TypeOf([] { CheckedNewRecord("example.org", "example.org.", "v"); }), "none");
     EXPECT_EQ(TypeOf([] { CheckedNewRecord("example.org", "_acme-challenge.example.org.", "v"); }), "none");
@@ -29,6 +33,7 @@ TEST(DnsRecord, LiesInItsZoneByWholeLabels) {
     EXPECT_FALSE(CheckedRecord("example.org", "other.example", "v").IsInZone());
 }
 
+// Behaviour: Names and values that are none, or would ...
 TEST(DnsRecord, NamesCannotBringCommands) {
     for (const std::string& name :
          {std::string("a.example.org.\nsend\n"), std::string("a.example.org. 60 TXT x"),
@@ -41,6 +46,7 @@ TEST(DnsRecord, NamesCannotBringCommands) {
     }
 }
 
+// Behaviour: Names and values that are none, or would ...
 TEST(DnsRecord, ValuesArePrintableAndShort) {
     EXPECT_EQ(TypeOf([] { CheckedRecord("example.org", "example.org", std::string(255, 'x')); }), "none");
     EXPECT_EQ(TypeOf([] { CheckedRecord("example.org", "example.org", "a \"b\" \\ ; c"); }), "none");
@@ -51,6 +57,7 @@ TEST(DnsRecord, ValuesArePrintableAndShort) {
     }
 }
 
+// Behaviour: Any printable value arrives unchanged ...
 TEST(DnsRecord, QuotesAndBackslashesAreEscaped) { EXPECT_EQ(Quoted("a\"b\\c;d"), "\"a\\\"b\\\\c;d\""); }
 
 }  // namespace

@@ -32,6 +32,9 @@ private:
     sighandler_t handler_;
 };
 
+// Behaviours of: Requests and installations (sslcert.csr.edit, sslcert.csr.delete, sslcert.hardreplace)
+
+// Behaviour: The private key is readable by its owner ...
 TEST(DurableFile, NewOneIsNeverWiderThanItsMode) {
     const parts::TempFolder folder;
     durable::WriteNew(folder.path() / "secret", "x", 0600);
@@ -39,6 +42,7 @@ TEST(DurableFile, NewOneIsNeverWiderThanItsMode) {
     EXPECT_EQ(parts::Content(folder.path() / "secret"), "x");
 }
 
+// Behaviour: A new file is never written over a file or through a link that is there
 TEST(DurableFile, NewOneDoesNotTouchWhatIsThere) {
     const parts::TempFolder folder;
     parts::Put(folder.path() / "there", "kept");
@@ -49,6 +53,7 @@ TEST(DurableFile, NewOneDoesNotTouchWhatIsThere) {
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "elsewhere"));
 }
 
+// Behaviour: A full disk or a killed run leaves the old ...
 TEST(DurableFile, ReplacementThatDoesNotFitLeavesTheOldContent) {
     const parts::TempFolder folder;
     durable::Replace(folder.path() / "file", "old", 0644);
@@ -64,12 +69,14 @@ TEST(DurableFile, ReplacementThatDoesNotFitLeavesTheOldContent) {
     EXPECT_THAT(parts::Entries(folder.path()), testing::ElementsAre("file"));
 }
 
+// Behaviour: Files that the service has open are not handed to its children
 TEST(DurableFile, DescriptorsStayInThisProcess) {
     const parts::TempFolder folder;
     const durable::Descriptor opened(folder.path(), O_RDONLY);
     EXPECT_NE(fcntl(opened.get(), F_GETFD) & FD_CLOEXEC, 0);
 }
 
+// Behaviour: A folder that is missing cannot be made durable: an error "io"
 TEST(DurableFolder, MissingOneIsAnError) {
     const parts::TempFolder folder;
     EXPECT_EQ(parts::TypeOf([&] { durable::SyncFolder(folder.path() / "missing"); }), "io");

@@ -25,6 +25,9 @@ std::string WithCarriageReturns(const std::string& text) {
     return result;
 }
 
+// Behaviours of: Requests and installations (sslcert.csr.edit, sslcert.csr.delete, sslcert.hardreplace)
+
+// Behaviour: PEM texts are blocks and white space; anything beside them, and broken ones, are refused
 TEST(Pem, BlocksAreFoundWhateverWhiteSpaceStandsBetween) {
     ExpectBoth(kOne + "\n" + kTwo + "\n");
     ExpectBoth(kOne + kTwo);
@@ -34,11 +37,13 @@ TEST(Pem, BlocksAreFoundWhateverWhiteSpaceStandsBetween) {
     ExpectBoth("-----BEGIN A-----YWJj-----END A-----" + kTwo);
 }
 
+// Behaviour: PEM texts are blocks and white space; anything ...
 TEST(Pem, NothingHasNoBlocks) {
     ASSERT_TRUE(ReadPem(""));
     EXPECT_TRUE(ReadPem(" \r\n ")->empty());
 }
 
+// Behaviour: PEM texts are blocks and white space; anything ...
 TEST(Pem, AnythingBesideBlocksIsRefused) {
     EXPECT_FALSE(ReadPem("subject=/CN=x\n" + kOne));
     EXPECT_FALSE(ReadPem(kOne + "\nissuer=/CN=y\n" + kTwo));
@@ -46,6 +51,7 @@ TEST(Pem, AnythingBesideBlocksIsRefused) {
     EXPECT_FALSE(ReadPem(std::string("\0", 1) + kOne));
 }
 
+// Behaviour: PEM texts are blocks and white space; anything ...
 TEST(Pem, BrokenBlocksAreRefused) {
     for (const char* text :
          {"-----BEGIN A-----", "-----BEGIN A-----\n", "-----BEGIN A",

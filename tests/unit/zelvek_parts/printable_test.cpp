@@ -7,11 +7,15 @@ namespace {
 using zelvek::LastLines;
 using zelvek::Printable;
 
+// Behaviours of: Command line
+
+// Behaviour: No text from outside controls the terminal ...
 TEST(PrintableText, HasNoControlCharacters) {
     EXPECT_EQ(Printable(std::string("a\0b\n\x1b[31mc\x7f", 11)), "a?b??[31mc?");
     EXPECT_EQ(Printable("bücher.example"), "bücher.example");
 }
 
+// Behaviour: A text of more than 300 bytes is cut between characters for a message
 TEST(PrintableText, IsCutBetweenCharacters) {
     std::string umlauts = "x";
     for (int i = 0; i < 200; ++i) umlauts += "\xc3\xbc";
@@ -19,6 +23,7 @@ TEST(PrintableText, IsCutBetweenCharacters) {
     EXPECT_EQ(Printable(std::string(300, 'a')), std::string(300, 'a'));
 }
 
+// Behaviour: Of a tool's output the last five lines are told, on one line
 TEST(LastLinesOfAnOutput, AreAtMostFive) {
     EXPECT_EQ(LastLines(""), "");
     EXPECT_EQ(LastLines("one\n"), "one");
@@ -26,6 +31,7 @@ TEST(LastLinesOfAnOutput, AreAtMostFive) {
     EXPECT_EQ(LastLines("a\r\n\n\nb\tc\n"), "a b?c");
 }
 
+// Behaviour: Of a tool's output at most a thousand bytes are told
 TEST(LastLinesOfAnOutput, AreAtMostAThousandBytes) {
     EXPECT_EQ(LastLines(std::string(5'000'000, 'x')), std::string(1000, 'x'));
 }

@@ -21,6 +21,9 @@ protected:
     }
 };
 
+// Behaviours of: Unsigned requests
+
+// Behaviour: An unsigned request is one GET without any header of the program's
 TEST_F(UnsignedRequest, IsOneGetWithoutHeadersOfOurOwn) {
     world.AnswerHttp("GET https://ca.test/x", JsonAnswer(200, "{}", "Replay-Nonce: n\r\n"));
     const AcmeResponse response = Get("https://ca.test/x");
@@ -31,6 +34,7 @@ TEST_F(UnsignedRequest, IsOneGetWithoutHeadersOfOurOwn) {
     EXPECT_THAT(JobLog(), IsEmpty());
 }
 
+// Behaviour: A failed exchange gives status -1 and one http_query_error entry: reason, "<br>url: " and URL
 TEST_F(UnsignedRequest, ExchangeThatFailsIsLoggedOnceWithItsUrl) {
     params.error_name = "order_failed";
     world.FailHttp("GET https://ca.test/x", "ca.test: connection refused");
@@ -43,6 +47,9 @@ TEST_F(UnsignedRequest, ExchangeThatFailsIsLoggedOnceWithItsUrl) {
                 ElementsAre("failed,http_query_error,ca.test: connection refused<br>url: https://ca.test/x"));
 }
 
+// Behaviour: Every status is a result
+// Behaviour: A failed response is logged as acme_request_error, whatever error name the request bears, and
+//   returned
 TEST_F(UnsignedRequest, RefusalIsLoggedUnderItsFixedName) {
     params.error_name = "order_failed";
     world.AnswerHttp("*", JsonAnswer(500, R"({"status":500,"detail":"sorry"})"));
@@ -52,6 +59,7 @@ TEST_F(UnsignedRequest, RefusalIsLoggedUnderItsFixedName) {
                             "sorry</p>"));
 }
 
+// Behaviour: A failed response is logged as acme_request_error ...
 TEST_F(UnsignedRequest, ErrorObjectWithAGoodStatusIsLoggedAndReturned) {
     world.AnswerHttp("*", JsonAnswer(200, R"({"error":{"status":403,"detail":"x"}})"));
     EXPECT_EQ(Get("https://ca.test/x").code, 200);
@@ -60,6 +68,7 @@ TEST_F(UnsignedRequest, ErrorObjectWithAGoodStatusIsLoggedAndReturned) {
                             "x</p>"));
 }
 
+// Behaviour: An interruption is no failed exchange
 TEST_F(UnsignedRequest, InterruptionIsNoFailedExchange) {
     world.FailAt("http", 1, vek_double::Failure::kInterrupted);
     EXPECT_THROW(Get("https://ca.test/x"), vek_proc::Interrupted);
@@ -75,6 +84,8 @@ protected:
     void ExpectOldDirectory() { EXPECT_EQ(params.directory["newNonce"].asString(), kNewNonce); }
 };
 
+// Behaviour: The directory is fetched from its constant https address, which stays in the parameters
+// Behaviour: A good answer replaces the directory, also when it is no object or no JSON
 TEST_F(Directory, IsFetchedFromItsConstantAddress) {
     EXPECT_TRUE(kDirectory.starts_with("https://"));
     AnswerDirectory(JsonAnswer(200, R"({"newOrder":"https://other.test/order"})"));
@@ -85,6 +96,7 @@ TEST_F(Directory, IsFetchedFromItsConstantAddress) {
     EXPECT_THAT(world.Lines(), ElementsAre("http: GET " + kDirectory));
 }
 
+// Behaviour: A refusal, an error object or a failed exchange leaves the directory alone
 TEST_F(Directory, RefusalKeepsTheOldOne) {
     AnswerDirectory(JsonAnswer(500, R"({"newOrder":"x"})"));
     EXPECT_EQ(GetDirectory(params).code, 500);
@@ -94,12 +106,14 @@ TEST_F(Directory, RefusalKeepsTheOldOne) {
         ElementsAre("failed,acme_request_error,<p><b>Return code:</b> 0</p></br><p><b>Details:</b> </p>"));
 }
 
+// Behaviour: A refusal, an error object or a failed exchange leaves the directory ...
 TEST_F(Directory, ErrorObjectKeepsTheOldOne) {
     AnswerDirectory(JsonAnswer(200, R"({"error":"maintenance"})"));
     EXPECT_EQ(GetDirectory(params).code, 200);
     ExpectOldDirectory();
 }
 
+// Behaviour: A refusal, an error object or a failed exchange leaves the directory ...
 TEST_F(Directory, FailedExchangeKeepsTheOldOne) {
     world.FailHttp("GET " + kDirectory, "no route");
     EXPECT_EQ(GetDirectory(params).code, -1);
@@ -107,6 +121,7 @@ TEST_F(Directory, FailedExchangeKeepsTheOldOne) {
     EXPECT_THAT(JobLog(), ElementsAre("failed,http_query_error,no route<br>url: " + kDirectory));
 }
 
+// Behaviour: A good answer replaces the directory, also ...
 TEST_F(Directory, BodyThatIsNoJsonIsStoredAsNull) {
     AnswerDirectory({200, "", "not json", ""});
     EXPECT_EQ(GetDirectory(params).code, 200);
@@ -114,12 +129,14 @@ TEST_F(Directory, BodyThatIsNoJsonIsStoredAsNull) {
     EXPECT_THAT(JobLog(), IsEmpty());
 }
 
+// Behaviour: A good answer replaces the directory, also ...
 TEST_F(Directory, BodyThatIsNoObjectIsStoredToo) {
     AnswerDirectory({200, "", "[1]", ""});
     GetDirectory(params);
     EXPECT_TRUE(params.directory.isArray());
 }
 
+// Behaviour: A good answer replaces the directory, also ...
 TEST_F(Directory, BodyTooDeepForTheLibraryIsStoredAsNull) {
     AnswerDirectory({200, "", std::string(100000, '['), ""});
     EXPECT_NO_THROW(GetDirectory(params));
@@ -128,6 +145,8 @@ TEST_F(Directory, BodyTooDeepForTheLibraryIsStoredAsNull) {
 
 class Nonce : public JobTest {};
 
+// Behaviour: A nonce is the header "replay-nonce" of a GET to "newNonce", in any letter case, from an empty
+//   answer too
 TEST_F(Nonce, IsTheHeaderOfAnEmptyAnswer) {
     for (const std::string name : {"Replay-Nonce", "replay-nonce", "REPLAY-NONCE"}) {
         world.AnswerHttp("GET " + kNewNonce, {204, name + ": abc\r\n", "", ""});
@@ -135,6 +154,7 @@ TEST_F(Nonce, IsTheHeaderOfAnEmptyAnswer) {
     }
 }
 
+// Behaviour: Fetching a nonce leaves the caller's URL alone
 TEST_F(Nonce, LeavesTheCallersUrlAlone) {
     params.url = "newOrder";
     world.AnswerHttp("GET " + kNewNonce, {204, "Replay-Nonce: abc\r\n", "", ""});
@@ -142,12 +162,14 @@ TEST_F(Nonce, LeavesTheCallersUrlAlone) {
     EXPECT_EQ(params.url, "newOrder");
 }
 
+// Behaviour: An answer without a nonce gives an empty one and is not repeated
 TEST_F(Nonce, AnswerWithoutOneGivesNoneAndIsNotRepeated) {
     world.AnswerHttp("GET " + kNewNonce, {200, "", "", ""});
     EXPECT_EQ(GetNonce(params), "");
     EXPECT_THAT(JobLog(), IsEmpty());
 }
 
+// Behaviour: A refused answer may still carry a nonce
 TEST_F(Nonce, RefusedAnswerMayStillCarryOne) {
     world.AnswerHttp("GET " + kNewNonce, {503, "Replay-Nonce: abc\r\n", "busy", ""});
     EXPECT_EQ(GetNonce(params), "abc");
@@ -156,12 +178,14 @@ TEST_F(Nonce, RefusedAnswerMayStillCarryOne) {
                             "busy</p>"));
 }
 
+// Behaviour: A failed nonce exchange gives an empty nonce and one entry
 TEST_F(Nonce, FailedExchangeGivesNone) {
     world.FailHttp("GET " + kNewNonce, "timed out");
     EXPECT_EQ(GetNonce(params), "");
     EXPECT_THAT(JobLog(), ElementsAre("failed,http_query_error,timed out<br>url: " + kNewNonce));
 }
 
+// Behaviour: A directory without "newNonce", or with one that is no text, asks for an empty URL
 TEST_F(Nonce, DirectoryWithoutTheResourceAsksForAnEmptyUrl) {
     for (const std::string directory : {"null", "{}", "[]", "\"text\"", "7", R"({"newNonce":{"a":1}})"}) {
         Json::Reader().parse(directory, params.directory);

@@ -50,6 +50,9 @@ protected:
     std::list<ChallengeData> challenges;
 };
 
+// Behaviours of: Challenge list
+
+// Behaviour: An http job publishes the key authorization, with one digest in all
 TEST_F(ChallengeList, HttpJobAnswersWithTheKeyAuthorization) {
     ASSERT_TRUE(Prepare("[" + AuthorizationOf("a.example", kThreeOffers) + "]\n"));
     ASSERT_THAT(challenges, SizeIs(1));
@@ -61,6 +64,7 @@ TEST_F(ChallengeList, HttpJobAnswersWithTheKeyAuthorization) {
     EXPECT_THAT(Story(), SizeIs(1)) << "one digest: the thumbprint's";
 }
 
+// Behaviour: A dns job publishes the key authorization's digest
 TEST_F(ChallengeList, DnsJobAnswersWithItsDigest) {
     ambrin_data.check_type = "dns";
     ASSERT_TRUE(Prepare("[" + AuthorizationOf("a.example", kThreeOffers) + "]\n"));
@@ -70,18 +74,21 @@ TEST_F(ChallengeList, DnsJobAnswersWithItsDigest) {
     EXPECT_EQ(challenges.front().content, FakeDigestText("token2." + thumbprint));
 }
 
+// Behaviour: The parameters are user, thumbprint, type and main domain of the job
 TEST_F(ChallengeList, ParametersComeFromTheJob) {
     ASSERT_TRUE(Prepare("[" + AuthorizationOf("a.example", kThreeOffers) + "]"));
     EXPECT_THAT(challenge_params, ElementsAre(Pair("domain", "main.example"), Pair("thumbprint", thumbprint),
                                               Pair("type", "http"), Pair("user", "ann")));
 }
 
+// Behaviour: The thumbprint is taken of the compact key
 TEST_F(ChallengeList, ThumbprintIsTakenOfTheCompactKey) {
     Prepare("[]");
     EXPECT_THAT(world.Lines({"child", "input"}), ElementsAre("child: " + ambrin_test::kDigestCommand,
                                                              "input: " + FakeJwk(ambrin_data.acmekey)));
 }
 
+// Behaviour: Challenges keep the order of the authorizations, each with its own domain
 TEST_F(ChallengeList, AuthorizationsKeepTheirOrderAndTheirDomains) {
     ASSERT_TRUE(Prepare("[" + AuthorizationOf("example.org", OfferOf("http-01", "1")) + "," +
                         AuthorizationOf("mail.example.org", OfferOf("http-01", "2")) + "]"));
@@ -89,6 +96,8 @@ TEST_F(ChallengeList, AuthorizationsKeepTheirOrderAndTheirDomains) {
                                         Field(&ChallengeData::domain, "mail.example.org")));
 }
 
+// Behaviour: A job without key header or stored authorizations has no list; map and list stay untouched,
+//   nothing is run
 TEST_F(ChallengeList, JobWithoutKeyHeaderOrAuthorizationsHasNone) {
     EXPECT_FALSE(Prepare(""));
     ambrin_data.modulus.clear();
@@ -98,6 +107,7 @@ TEST_F(ChallengeList, JobWithoutKeyHeaderOrAuthorizationsHasNone) {
     EXPECT_THAT(world.calls(), IsEmpty());
 }
 
+// Behaviour: A key header, or authorizations, that the JSON library gives up on have no list and are logged
 TEST_F(ChallengeList, KeyHeaderThatTheLibraryGivesUpOnHasNone) {
     ambrin_data.modulus = std::string(5000, '[');
     EXPECT_FALSE(Prepare("[" + AuthorizationOf("a.example", kThreeOffers) + "]"));
@@ -105,6 +115,7 @@ TEST_F(ChallengeList, KeyHeaderThatTheLibraryGivesUpOnHasNone) {
     EXPECT_THAT(challenge_params, IsEmpty());
 }
 
+// Behaviour: A key header, or authorizations, that the ...
 TEST_F(ChallengeList, AuthorizationsThatTheLibraryGivesUpOnHaveNone) {
     EXPECT_FALSE(Prepare(std::string(5000, '[')));
     EXPECT_THAT(JobLog(), SizeIs(1));
@@ -112,6 +123,7 @@ TEST_F(ChallengeList, AuthorizationsThatTheLibraryGivesUpOnHaveNone) {
     EXPECT_THAT(challenges, IsEmpty());
 }
 
+// Behaviour: Broken JSON is a list without challenges
 TEST_F(ChallengeList, BrokenJsonIsAListWithoutChallenges) {
     for (const std::string authorizations :
          {"not json", "{", "7", "\"text\"", "[]", "{}", "null", "[null]", "[7,\"x\"]"})
@@ -119,6 +131,7 @@ TEST_F(ChallengeList, BrokenJsonIsAListWithoutChallenges) {
     EXPECT_THAT(challenges, IsEmpty());
 }
 
+// Behaviour: Broken JSON is a list without challenges ...
 TEST_F(ChallengeList, BrokenKeyHeaderGivesTheThumbprintOfNoKey) {
     for (const std::string modulus : {"not json", "[]", "7", "{}", R"({"jwk":null})"}) {
         ambrin_data.modulus = modulus;
@@ -127,6 +140,7 @@ TEST_F(ChallengeList, BrokenKeyHeaderGivesTheThumbprintOfNoKey) {
     }
 }
 
+// Behaviour: The list is appended to
 TEST_F(ChallengeList, ListIsAppendedTo) {
     challenges.push_back({"earlier", "", "", "", ""});
     ASSERT_TRUE(Prepare("[" + AuthorizationOf("a.example", kThreeOffers) + "]"));
@@ -134,6 +148,7 @@ TEST_F(ChallengeList, ListIsAppendedTo) {
                 ElementsAre(Field(&ChallengeData::token, "earlier"), Field(&ChallengeData::token, "token1")));
 }
 
+// Behaviour: A digest that fails travels to the caller; the records before it stay in the list
 TEST_F(ChallengeList, DigestThatFailsTravelsToTheCallerWithTheRecordsBeforeIt) {
     ambrin_data.check_type = "dns";
     world.FailAt("child", 3, vek_double::Failure::kError);
@@ -145,6 +160,7 @@ TEST_F(ChallengeList, DigestThatFailsTravelsToTheCallerWithTheRecordsBeforeIt) {
     EXPECT_THAT(challenge_params, IsEmpty());
 }
 
+// Behaviour: Elements without challenges, an error object among them, are skipped
 TEST_F(ChallengeList, ErrorObjectAmongTheAuthorizationsIsSkipped) {
     ASSERT_TRUE(
         Prepare(R"([{"type":"error","status":404},)" + AuthorizationOf("a.example", kThreeOffers) + "]"));
@@ -162,6 +178,7 @@ protected:
     }
 };
 
+// Behaviour: A challenge is selected when its type contains the check type
 TEST_F(Selection, IsASubstringSearch) {
     EXPECT_THAT(TokensFor("http", kThreeOffers), ElementsAre("token1"));
     EXPECT_THAT(TokensFor("dns", kThreeOffers), ElementsAre("token2"));
@@ -169,16 +186,19 @@ TEST_F(Selection, IsASubstringSearch) {
     EXPECT_THAT(TokensFor("HTTP", kThreeOffers), IsEmpty());
 }
 
+// Behaviour: An empty check type selects every challenge
 TEST_F(Selection, EmptyCheckTypeSelectsEverything) {
     EXPECT_THAT(TokensFor("", kThreeOffers), ElementsAre("token0", "token1", "token2"));
     EXPECT_THAT(TokensFor("", R"({"token":"t"},7,null)"), ElementsAre("t", "", ""));
 }
 
+// Behaviour: Every matching challenge of an authorization is taken
 TEST_F(Selection, EveryMatchingChallengeIsTaken) {
     EXPECT_THAT(TokensFor("http", OfferOf("http-01", "1") + "," + OfferOf("http-02", "2")),
                 ElementsAre("token1", "token2"));
 }
 
+// Behaviour: Only exactly "dns" publishes the digest
 TEST_F(Selection, OnlyExactlyDnsPublishesTheDigest) {
     TokensFor("dns-01", kThreeOffers);
     ASSERT_THAT(challenges, SizeIs(1));
@@ -186,6 +206,7 @@ TEST_F(Selection, OnlyExactlyDnsPublishesTheDigest) {
     EXPECT_THAT(Story(), IsEmpty());
 }
 
+// Behaviour: Members of other types are no errors in a challenge
 TEST_F(Selection, MembersOfOtherTypesAreNoErrors) {
     EXPECT_THAT(TokensFor("http", R"({"type":["http-01"]},{"type":7},"http-01",["http-01"],null)"),
                 IsEmpty());
@@ -195,6 +216,7 @@ TEST_F(Selection, MembersOfOtherTypesAreNoErrors) {
     EXPECT_EQ(challenges.front().url, "");
 }
 
+// Behaviour: A missing or odd identifier gives an empty domain
 TEST_F(Selection, AuthorizationWithoutUsableIdentifierGivesAnEmptyDomain) {
     for (const std::string identifier : {"", R"("identifier":"a.example",)", R"("identifier":["a.example"],)",
                                          R"("identifier":{"value":["a"]},)", R"("identifier":{},)"}) {
@@ -206,6 +228,7 @@ TEST_F(Selection, AuthorizationWithoutUsableIdentifierGivesAnEmptyDomain) {
     }
 }
 
+// Behaviour: A text that does not parse has no challenges, silently, and does not repeat the one before it
 TEST_F(Selection, TextsWithoutChallengesAreSilent) {
     GetChallengesList({"not json", "", "[]", "7", R"({"challenges":"http-01"})", R"({"challenges":7})", "{}"},
                       challenges, "http", "T");
@@ -213,12 +236,14 @@ TEST_F(Selection, TextsWithoutChallengesAreSilent) {
     EXPECT_THAT(JobLog(), IsEmpty());
 }
 
+// Behaviour: A text that does not parse has no challenges ...
 TEST_F(Selection, BrokenTextDoesNotRepeatTheOneBeforeIt) {
     GetChallengesList({AuthorizationOf("a.example", OfferOf("http-01", "1")), "not json"}, challenges, "http",
                       "T");
     EXPECT_THAT(challenges, SizeIs(1));
 }
 
+// Behaviour: Every text and every challenge is traced
 TEST_F(Selection, TracesEveryTextAndEveryChallenge) {
     const std::string text = AuthorizationOf("a.example", kThreeOffers);
     GetChallengesList({text}, challenges, "http", "T");
@@ -226,6 +251,8 @@ TEST_F(Selection, TracesEveryTextAndEveryChallenge) {
                                       "domain 'a.example'\ntoken token1\nurl https://ca.test/challenge/1"));
 }
 
+// Behaviour: Every element with challenges gives its styled text, objects in their own order
+// Behaviour: Elements without challenges, an error object ...
 TEST(AuthorizationTexts, EveryElementWithChallengesGivesItsStyledText) {
     std::list<std::string> texts{"earlier"};
     const Json::Value value =
@@ -234,6 +261,7 @@ TEST(AuthorizationTexts, EveryElementWithChallengesGivesItsStyledText) {
     EXPECT_THAT(texts, ElementsAre("earlier", value[0].toStyledString(), value[5].toStyledString()));
 }
 
+// Behaviour: Every element with challenges gives its styled ...
 TEST(AuthorizationTexts, ObjectsAreWalkedInTheirOwnOrderAndScalarsNotAtAll) {
     std::list<std::string> texts;
     ParseChallengeJson(ParseAny(R"({"b":{"challenges":1},"a":{"challenges":2}})"), texts);

@@ -20,18 +20,24 @@ protected:
     }
 };
 
+// Behaviours of: DNS check
+
+// Behaviour: A look-up is one run of dig with "+noall +answer", five resolvers, type and name
 TEST_F(DnsLookUp, IsOneRunOfDigThatNamesFiveResolvers) {
     DigAnsweredBy("");
     EXPECT_THAT(Story(), ElementsAre("child " + kDigCommand + "'TXT' 'name.example.'"));
     EXPECT_EQ(world.calls().front().detail, "134");
 }
 
+// Behaviour: Type and name are quoted for the shell
 TEST_F(DnsLookUp, NamesAreQuotedForTheShell) {
     world.AnswerChild("*", {});
     Dig("x; rm -rf /", "N'S");
     EXPECT_THAT(Story(), ElementsAre("child " + kDigCommand + "'N'\\''S' 'x; rm -rf /'"));
 }
 
+// Behaviour: The result is the last column of every line, in dig's order, with ", " between; quotes stay
+// Behaviour: The result is traced
 TEST_F(DnsLookUp, AnswersKeepTheirQuotesAndTheirOrder) {
     EXPECT_EQ(
         DigAnsweredBy("name.example.\t300\tIN\tTXT\t\"second\"\nname.example.\t300\tIN\tTXT\t\"first\"\n"),
@@ -39,27 +45,33 @@ TEST_F(DnsLookUp, AnswersKeepTheirQuotesAndTheirOrder) {
     EXPECT_THAT(Traces(), ElementsAre("Dig result '\"second\", \"first\"'"));
 }
 
+// Behaviour: Repeated answers stay
 TEST_F(DnsLookUp, RepeatedAnswersStay) { EXPECT_EQ(DigAnsweredBy("a\tx\nb\tx\n"), "x, x"); }
 
+// Behaviour: A line without a tab stands whole
 TEST_F(DnsLookUp, LineWithoutTabStandsWhole) {
     EXPECT_EQ(DigAnsweredBy(";; communications error to 8.8.8.8#53: timed out\nn\tTXT\t\"x\""),
               ";; communications error to 8.8.8.8#53: timed out, \"x\"");
 }
 
+// Behaviour: Lines and columns are trimmed, empty ones skipped
 TEST_F(DnsLookUp, LinesAreTrimmedAndEmptyOnesSkipped) {
     EXPECT_EQ(DigAnsweredBy("\n n\t \"x\" \t\r\n\n\t\nn\t\"y\"\n\n"), "\"x\", \"y\"");
 }
 
+// Behaviour: The exit status is not looked at
 TEST_F(DnsLookUp, ExitStatusIsNotLookedAt) {
     EXPECT_EQ(DigAnsweredBy("n\t\"x\"\n", 9), "\"x\"");
     EXPECT_EQ(DigAnsweredBy("", 127), "");
 }
 
+// Behaviour: Errors of the process and interruptions travel to the caller
 TEST_F(DnsLookUp, ErrorsOfTheProcessTravelToTheCaller) {
     world.FailAt("child", 1, vek_double::Failure::kError);
     EXPECT_THROW(Dig("n", "TXT"), vek_err::Error);
 }
 
+// Behaviour: Errors of the process and interruptions travel ...
 TEST_F(DnsLookUp, InterruptedLookUpEndsTheRun) {
     world.FailAt("child", 1, vek_double::Failure::kInterrupted);
     EXPECT_THROW(Dig("n", "TXT"), vek_proc::Interrupted);
@@ -78,6 +90,8 @@ protected:
     std::string missing;
 };
 
+// Behaviour: A record is visible when its content occurs anywhere in the answers
+// Behaviour: Every challenge is looked up by one run ...
 TEST_F(Propagation, RecordsAreVisibleQuotesAndAll) {
     AnswerRecord("example.org", "\"other\"\nx\t\"c1\"");
     AnswerRecord("mail.example.org", "c2");
@@ -86,6 +100,7 @@ TEST_F(Propagation, RecordsAreVisibleQuotesAndAll) {
     EXPECT_THAT(Story(), SizeIs(2));
 }
 
+// Behaviour: Each missing record is traced and has one entry: absolute name, " TXT ", content
 TEST_F(Propagation, EachMissingRecordHasOneEntry) {
     AnswerRecord("example.org", "\"c1\"");
     AnswerRecord("mail.example.org", "\"c1\"");
@@ -95,6 +110,7 @@ TEST_F(Propagation, EachMissingRecordHasOneEntry) {
                                       "cant find valid record with data 'c2'"));
 }
 
+// Behaviour: Every challenge is looked up by one run, even after a missing one
 TEST_F(Propagation, MissingFirstRecordDoesNotEndTheCheck) {
     AnswerRecord("example.org", "");
     AnswerRecord("mail.example.org", "");
@@ -102,6 +118,7 @@ TEST_F(Propagation, MissingFirstRecordDoesNotEndTheCheck) {
     EXPECT_EQ(missing, "_acme-challenge.example.org. TXT c1, _acme-challenge.mail.example.org. TXT c2");
 }
 
+// Behaviour: Entries are appended to the caller's text with ", "
 TEST_F(Propagation, EntriesAreAppendedToTheCallersText) {
     missing = "earlier";
     AnswerRecord("example.org", "");
@@ -110,12 +127,14 @@ TEST_F(Propagation, EntriesAreAppendedToTheCallersText) {
     EXPECT_EQ(missing, "earlier, _acme-challenge.example.org. TXT c1");
 }
 
+// Behaviour: A record is visible when its content occurs ...
 TEST_F(Propagation, ContentCountsAnywhereInTheAnswers) {
     AnswerRecord("example.org", "\"xc1x\"");
     AnswerRecord("mail.example.org", "\"c2\"");
     EXPECT_TRUE(DigAllRecords(challenges, missing));
 }
 
+// Behaviour: An empty list is visible without a run of dig
 TEST_F(Propagation, EmptyListIsVisibleWithoutARunOfDig) {
     EXPECT_TRUE(DigAllRecords({}, missing));
     EXPECT_THAT(world.calls(), IsEmpty());

@@ -38,6 +38,10 @@ protected:
         {"t1", "u1", "d1", "a1", "c1"}, {"t2", "u2", "d2", "a2", "c2"}, {"t3", "u3", "d3", "a3", "c3"}};
 };
 
+// Behaviours of: Publication
+
+// Behaviour: A failure in the middle of a list leaves the ones before it published and the ones after it
+//   untouched
 TEST_F(PublicationOrder, FailureInTheMiddleLeavesTheOnesBeforeAndSkipsTheOnesAfter) {
     world.AnswerPanel(File("create", "1"), "<doc/>");
     world.FailPanel(File("create", "2"), "io", "disk full");
@@ -46,6 +50,7 @@ TEST_F(PublicationOrder, FailureInTheMiddleLeavesTheOnesBeforeAndSkipsTheOnesAft
     EXPECT_THAT(Story(), ElementsAre("panel " + File("create", "1"), "panel " + File("create", "2")));
 }
 
+// Behaviour: A failed removal leaves the ones after it
 TEST_F(PublicationOrder, FailedRemovalLeavesTheOnesAfterIt) {
     world.AnswerPanel(File("delete", "1"), "<doc/>");
     world.FailPanel(File("delete", "2"), "io", "read-only");
@@ -54,6 +59,7 @@ TEST_F(PublicationOrder, FailedRemovalLeavesTheOnesAfterIt) {
     EXPECT_THAT(Story(), ElementsAre("panel " + File("delete", "1"), "panel " + File("delete", "2")));
 }
 
+// Behaviour: A record that exists already is no error ...
 TEST_F(PublicationOrder, RemovalThatThePanelCallsExistingGoesOn) {
     world.AnswerPanel(Removal("1"), "<doc/>");
     world.FailPanel(Removal("2"), "exists", "there");
@@ -64,6 +70,7 @@ TEST_F(PublicationOrder, RemovalThatThePanelCallsExistingGoesOn) {
                                         "4 TXT record already exist", "9 Ambrin deleteing challenge"));
 }
 
+// Behaviour: The loops leave the last challenge's values ...
 TEST_F(PublicationOrder, RemovalAloneNamesNoRecordInTheMap) {
     world.AlwaysPanel("func=ambrin_challenge&*", [](const std::string&) { return "<doc/>"; });
     Form map = MapFor("http");
@@ -74,6 +81,7 @@ TEST_F(PublicationOrder, RemovalAloneNamesNoRecordInTheMap) {
                             Pair("token", "t3"), Pair("type", "http"), Pair("user", "ann")));
 }
 
+// Behaviour: Any other panel error reaches the caller ...
 TEST_F(PublicationOrder, ErrorOfThePanelReachesTheCallerUnchanged) {
     world.FailPanel("sok=ok&rtype=txt&*", "missed", "no such zone");
     Form map = MapFor("dns");

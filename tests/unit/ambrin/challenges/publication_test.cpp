@@ -54,33 +54,42 @@ protected:
 
 class Zone : public Publication {};
 
+// Behaviours of: Publication
+
+// Behaviour: A zone is the longest suffix of a name that the user has as a domain, the name itself included
+// Behaviour: A zone look-up is one query "func=domain&su=?", for an empty name too
 TEST_F(Zone, IsTheLongestSuffixThatTheUserHas) {
     AnswerDomains({"org", "example.org", "other.example"});
     EXPECT_EQ(FindDomainName("a.b.example.org", "ann"), "example.org");
     EXPECT_THAT(Story(), ElementsAre("panel func=domain&su=ann"));
 }
 
+// Behaviour: A zone is the longest suffix of a name that ...
 TEST_F(Zone, MayBeTheNameItself) {
     AnswerDomains({"example.org", "a.example.org"});
     EXPECT_EQ(FindDomainName("a.example.org", "ann"), "a.example.org");
 }
 
+// Behaviour: A zone is the longest suffix of a name that ...
 TEST_F(Zone, MayBeATopLevelName) {
     AnswerDomains({"org"});
     EXPECT_EQ(FindDomainName("a.b.example.org", "ann"), "org");
 }
 
+// Behaviour: A name without a zone gives an empty text
 TEST_F(Zone, OfAnotherNameIsNone) {
     AnswerDomains({"xample.org", "a.example.orgx", "a"});
     EXPECT_EQ(FindDomainName("a.example.org", "ann"), "");
 }
 
+// Behaviour: A zone look-up is one query "func=domain&su=?" ...
 TEST_F(Zone, OfTheEmptyNameIsNoneButThePanelIsAsked) {
     AnswerDomains({""});
     EXPECT_EQ(FindDomainName("", "ann"), "");
     EXPECT_THAT(Story(), SizeIs(1));
 }
 
+// Behaviour: Quotes in a name cannot leave the XPath expression
 TEST_F(Zone, NamesWithQuotesCannotLeaveTheExpression) {
     AnswerDomains({"example.org"});
     EXPECT_EQ(FindDomainName("x' or '1'='1", "ann"), "");
@@ -88,6 +97,7 @@ TEST_F(Zone, NamesWithQuotesCannotLeaveTheExpression) {
     EXPECT_EQ(FindDomainName("x'\"] | //elem[\"'.example.org", "ann"), "example.org");
 }
 
+// Behaviour: A name without a zone gives an empty text ...
 TEST_F(Zone, StrayDotsGiveEmptyLabelsAndAnEnd) {
     AnswerDomains({"example.org"});
     EXPECT_EQ(FindDomainName("..example.org", "ann"), "example.org");
@@ -95,12 +105,14 @@ TEST_F(Zone, StrayDotsGiveEmptyLabelsAndAnEnd) {
     EXPECT_EQ(FindDomainName("...", "ann"), "");
 }
 
+// Behaviour: A user's name is a value of the query, nothing more
 TEST_F(Zone, UserNameIsAValueOfTheQuery) {
     AnswerDomains({});
     FindDomainName("a.example", "ann&func=user.delete");
     EXPECT_THAT(Story(), ElementsAre("panel func=domain&su=ann%26func%3Duser.delete"));
 }
 
+// Behaviour: An error of the zone look-up reaches the ...
 TEST_F(Zone, PanelErrorTravelsToTheCaller) {
     world.FailPanel("func=domain&su=ann", "missed", "no such user");
     EXPECT_THROW(FindDomainName("a.example", "ann"), vek_err::Error);
@@ -110,6 +122,7 @@ TEST_F(Zone, PanelErrorTravelsToTheCaller) {
 
 class AnswerFile : public Publication {};
 
+// Behaviour: An answer file is one query of action, user, token and content; the zone is never asked for
 TEST_F(AnswerFile, EachIsOneQueryAndTheZoneIsNeverAsked) {
     AnswerFiles();
     Form map = MapFor("http");
@@ -121,6 +134,7 @@ TEST_F(AnswerFile, EachIsOneQueryAndTheZoneIsNeverAsked) {
     EXPECT_THAT(LogLines(), IsEmpty());
 }
 
+// Behaviour: A removal is the same query with another action
 TEST_F(AnswerFile, RemovalIsTheSameQueryWithAnotherAction) {
     AnswerFiles();
     Form map = MapFor("http");
@@ -131,6 +145,7 @@ TEST_F(AnswerFile, RemovalIsTheSameQueryWithAnotherAction) {
                     "panel func=ambrin_challenge&action=delete&user_name=ann&file_name=t2&content=c2"));
 }
 
+// Behaviour: Any panel error of an answer file reaches the caller, "exists" too
 TEST_F(AnswerFile, PanelErrorStopsTheLoopEvenOfTypeExists) {
     world.FailPanel("func=ambrin_challenge&*", "exists", "there");
     Form map = MapFor("http");
@@ -138,6 +153,7 @@ TEST_F(AnswerFile, PanelErrorStopsTheLoopEvenOfTypeExists) {
     EXPECT_THAT(Story(), SizeIs(1));
 }
 
+// Behaviour: Missing parameters are empty
 TEST_F(AnswerFile, MissingParametersAreEmpty) {
     AnswerFiles();
     Challenge({{"type", "http"}});
@@ -151,6 +167,10 @@ protected:
     TxtRecord() { AnswerDomains({"example.org", "mail.example.org"}); }
 };
 
+// Behaviour: Every record of a job is sent to the zone of the job's main domain, which is looked up for each
+// Behaviour: Creation and removal are traced as "Ambrin creating challenge" and "Ambrin deleteing challenge"
+// Behaviour: A record's name is "_acme-challenge.", the ...
+// Behaviour: A record's creation is "sok=ok&rtype=txt" ...
 TEST_F(TxtRecord, EveryRecordGoesToTheZoneOfTheJobsMainDomain) {
     AnswerRecords();
     Form map = MapFor("dns");
@@ -168,6 +188,8 @@ TEST_F(TxtRecord, EveryRecordGoesToTheZoneOfTheJobsMainDomain) {
     EXPECT_THAT(Traces(), ElementsAre("Ambrin creating challenge", "Ambrin creating challenge"));
 }
 
+// Behaviour: A record's removal names it by the panel's key: name, blank, TXT, two blanks, content
+// Behaviour: Creation and removal are traced as "Ambrin ...
 TEST_F(TxtRecord, RemovalNamesTheRecordByThePanelsKey) {
     AnswerRecords();
     Form map = MapFor("dns");
@@ -180,6 +202,7 @@ TEST_F(TxtRecord, RemovalNamesTheRecordByThePanelsKey) {
     EXPECT_THAT(Traces(), ElementsAre("Ambrin deleteing challenge", "Ambrin deleteing challenge"));
 }
 
+// Behaviour: A record's creation is "sok=ok&rtype=txt" with func, name, plid, su and value
 TEST_F(TxtRecord, QueryBeginsWithItsFixedText) {
     AnswerRecords();
     Form map = MapFor("dns");
@@ -194,6 +217,7 @@ TEST_F(TxtRecord, QueryBeginsWithItsFixedText) {
             "panel sok=ok&rtype=txt&func=domain.record.edit&name=r.&plid=example.org&su=ann&value=c"));
 }
 
+// Behaviour: A record that exists already is no error, "TXT record already exist" at level 4, on removal too
 TEST_F(TxtRecord, RecordThatExistsAlreadyIsNoError) {
     world.FailPanel("sok=ok&rtype=txt&*", "exists", "there");
     world.AnswerPanel("sok=ok&rtype=txt&*", "<doc/>");
@@ -204,6 +228,7 @@ TEST_F(TxtRecord, RecordThatExistsAlreadyIsNoError) {
                                         "9 Ambrin creating challenge"));
 }
 
+// Behaviour: Any other panel error reaches the caller unchanged
 TEST_F(TxtRecord, AnyOtherErrorStopsTheLoop) {
     world.FailPanel("sok=ok&rtype=txt&*", "dns", "server failure");
     Form map = MapFor("dns");
@@ -211,6 +236,7 @@ TEST_F(TxtRecord, AnyOtherErrorStopsTheLoop) {
     EXPECT_THAT(RecordRequests(), SizeIs(1));
 }
 
+// Behaviour: An error of the zone look-up reaches the caller, "exists" too
 TEST_F(TxtRecord, FailedZoneLookUpIsAnErrorEvenOfTypeExists) {
     world.AlwaysPanel("func=domain&su=*", [](const std::string&) -> std::string {
         throw vek_err::Error::Reported("exists", "odd");
@@ -220,6 +246,7 @@ TEST_F(TxtRecord, FailedZoneLookUpIsAnErrorEvenOfTypeExists) {
     EXPECT_THAT(RecordRequests(), IsEmpty());
 }
 
+// Behaviour: A user without a zone sends an empty one and leaves the outcome to the panel
 TEST_F(TxtRecord, UserWithoutTheZoneLeavesItsNameEmpty) {
     AnswerDomains({"other.example"});
     AnswerRecords();
@@ -228,6 +255,7 @@ TEST_F(TxtRecord, UserWithoutTheZoneLeavesItsNameEmpty) {
     EXPECT_EQ(RecordRequests().at(0).at("plid"), "");
 }
 
+// Behaviour: An unknown action sends a request without a function
 TEST_F(TxtRecord, UnknownActionGivesNoFunction) {
     AnswerRecords();
     Form map = MapFor("dns");
@@ -239,6 +267,7 @@ TEST_F(TxtRecord, UnknownActionGivesNoFunction) {
     EXPECT_THAT(LogLines(), IsEmpty());
 }
 
+// Behaviour: Every type but exactly "http" is published as a TXT record
 TEST_F(TxtRecord, IsPublishedForEveryTypeButExactlyHttp) {
     AnswerRecords();
     for (const std::string type : {"dns", "", "HTTP", "http-01", "txt"}) {
@@ -249,12 +278,14 @@ TEST_F(TxtRecord, IsPublishedForEveryTypeButExactlyHttp) {
     EXPECT_THAT(RecordRequests(), SizeIs(5));
 }
 
+// Behaviour: A record's name is "_acme-challenge.", the challenge's domain and a final dot
 TEST_F(TxtRecord, NameIsAbsolute) {
     EXPECT_EQ(TxtRecordName(challenges.front()), "_acme-challenge.example.org.");
 }
 
 // --- the caller's map and the clean-up
 
+// Behaviour: The loops leave the last challenge's values in the caller's map; removal sets no record name
 TEST_F(Publication, LoopsLeaveTheLastChallengesValuesInTheCallersMap) {
     AnswerFiles();
     Form map = MapFor("http");
@@ -271,6 +302,7 @@ TEST_F(Publication, LoopsLeaveTheLastChallengesValuesInTheCallersMap) {
                             Pair("token", "t2"), Pair("type", "http"), Pair("user", "ann")));
 }
 
+// Behaviour: The zone that was found stays out of the caller's map
 TEST_F(Publication, ZoneStaysOutOfTheCallersMap) {
     AnswerDomains({"org"});
     AnswerRecords();
@@ -279,6 +311,7 @@ TEST_F(Publication, ZoneStaysOutOfTheCallersMap) {
     EXPECT_EQ(map["domain"], "example.org");
 }
 
+// Behaviour: An empty list asks nothing and sets the action
 TEST_F(Publication, EmptyListAsksNothingAndSetsTheAction) {
     Form map = MapFor("dns");
     CreateAllChallenges({}, map);
@@ -296,6 +329,8 @@ protected:
     }
 };
 
+// Behaviour: The clean-up empties the stored challenges, sets the attempts to 0 and removes everything; the
+//   list stays
 TEST_F(CleanUp, ResetsTheJobAndRemovesEverything) {
     AnswerFiles();
     CleenUpChallenges(MapFor("http"), challenges);
@@ -308,6 +343,7 @@ TEST_F(CleanUp, ResetsTheJobAndRemovesEverything) {
     EXPECT_THAT(challenges, SizeIs(2));
 }
 
+// Behaviour: The clean-up resets the job even when a removal fails
 TEST_F(CleanUp, ResetsTheJobEvenWhenARemovalFails) {
     world.FailPanel("func=ambrin_challenge&*", "io", "read-only file system");
     EXPECT_THROW(CleenUpChallenges(MapFor("http"), challenges), vek_err::Error);
@@ -316,6 +352,7 @@ TEST_F(CleanUp, ResetsTheJobEvenWhenARemovalFails) {
     EXPECT_THAT(Story(), SizeIs(1));
 }
 
+// Behaviour: The clean-up resets the job even when a removal ...
 TEST_F(CleanUp, OfRecordsToleratesNoErrorButExists) {
     AnswerDomains({"example.org"});
     world.FailPanel("sok=ok&rtype=txt&*", "missed", "no such zone");

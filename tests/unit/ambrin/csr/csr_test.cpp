@@ -31,6 +31,10 @@ protected:
     std::string key = "old key";
 };
 
+// Behaviours of: Certificate signing request
+
+// Behaviour: The panel makes the request for the job's names and user, then it is read, then removed
+// Behaviour: Names and request are traced, the key never
 TEST_F(Csr, IsMadeReadAndRemoved) {
     ambrin_data.csr_internal_request = "keysize=2048&o=Shop%20Ltd";
     world.AnswerPanel(kMake + "keysize=2048&o=Shop%20Ltd", "<doc/>");
@@ -43,6 +47,7 @@ TEST_F(Csr, IsMadeReadAndRemoved) {
                 ElementsAre("9 create csr for domains 'a.example b.example'", "9 we got csr\n 'CSR\n'"));
 }
 
+// Behaviour: The job's further parameters go out as they stand after the final "&"
 TEST_F(Csr, FurtherParametersGoOutAsTheyStand) {
     ambrin_data.csr_internal_request = "a=?&b=%41 &c=?";
     world.AnswerPanel(kMake + "a=?&b=%41 &c=?", "<doc/>");
@@ -51,6 +56,7 @@ TEST_F(Csr, FurtherParametersGoOutAsTheyStand) {
     Get();
 }
 
+// Behaviour: The job's further parameters go out as they ...
 TEST_F(Csr, WithoutFurtherParametersTheQueryEndsWithItsAmpersand) {
     world.AnswerPanel(kMake, "<doc/>");
     world.AnswerPanel(kRead, "<doc/>");
@@ -60,6 +66,7 @@ TEST_F(Csr, WithoutFurtherParametersTheQueryEndsWithItsAmpersand) {
     EXPECT_EQ(key, "");
 }
 
+// Behaviour: The request is read and removed under the ASCII form of the certificate's name
 TEST_F(Csr, RecordIsKeptUnderTheAsciiFormOfTheCertificatesName) {
     ambrin_data.certname = "m\xC3\xBCnchen.example";
     world.AnswerPanel("func=sslcert.csr.edit&domain=*", "<doc/>");
@@ -68,12 +75,14 @@ TEST_F(Csr, RecordIsKeptUnderTheAsciiFormOfTheCertificatesName) {
     Get();
 }
 
+// Behaviour: A failed making or reading leaves the outputs alone, and removes nothing
 TEST_F(Csr, FailedMakingLeavesTheOutputsAlone) {
     world.FailPanel(kMake, "value", "bad key size");
     EXPECT_THROW(Get(), vek_err::Error);
     EXPECT_EQ(csr + key, "old csrold key");
 }
 
+// Behaviour: A failed making or reading leaves the outputs ...
 TEST_F(Csr, FailedReadingLeavesTheOutputsAndTheRecordAlone) {
     world.AnswerPanel(kMake, "<doc/>");
     world.FailPanel(kRead, "missed", "no such record");
@@ -82,6 +91,7 @@ TEST_F(Csr, FailedReadingLeavesTheOutputsAndTheRecordAlone) {
     EXPECT_THAT(world.Lines({"panel"}), ElementsAre("panel: " + kMake, "panel: " + kRead));
 }
 
+// Behaviour: A failed removal leaves the outputs filled
 TEST_F(Csr, FailedRemovalLeavesTheOutputsFilled) {
     world.AnswerPanel(kMake, "<doc/>");
     world.AnswerPanel(kRead, PanelValues({{"csr_req", "CSR"}, {"csr_pk", "KEY"}}));
@@ -90,12 +100,15 @@ TEST_F(Csr, FailedRemovalLeavesTheOutputsFilled) {
     EXPECT_EQ(csr + key, "CSRKEY");
 }
 
+// Behaviour: A name without an ASCII form travels to the caller
 TEST_F(Csr, NameWithoutAsciiFormTravelsToTheCaller) {
     ambrin_data.certname = "\xFF.example";
     world.AnswerPanel(kMake, "<doc/>");
     EXPECT_THROW(Get(), vek_err::Error);
 }
 
+// Behaviour: No key reaches log file or job log ...
+// Behaviour: Names and request are traced, the key never ...
 TEST_F(Csr, PrivateKeyStaysOutOfTheLog) {
     world.AnswerPanel(kMake, "<doc/>");
     world.AnswerPanel(kRead, PanelValues({{"csr_req", "CSR"}, {"csr_pk", "SECRET"}}));
@@ -104,6 +117,7 @@ TEST_F(Csr, PrivateKeyStaysOutOfTheLog) {
     for (const std::string& line : LogLines()) EXPECT_THAT(line, Not(HasSubstr("SECRET")));
 }
 
+// Behaviour: The DER form is one run of "openssl req -outform DER", base64url-encoded
 TEST_F(Csr, DerFormIsOneRunOfOpensslEncoded) {
     world.AnswerChild(kDerCommand, {std::string("\xFB\xFF\x00", 3), 0});
     EXPECT_EQ(GetEncodedDERCsr("PEM"), "-_8A");
@@ -111,6 +125,7 @@ TEST_F(Csr, DerFormIsOneRunOfOpensslEncoded) {
     EXPECT_EQ(world.calls().front().detail, "134");
 }
 
+// Behaviour: A request that the tool refuses is an error "derencode_error" with the tool's output
 TEST_F(Csr, RequestThatTheToolRefusesIsAnErrorWithItsOutput) {
     world.AnswerChild(kDerCommand, {"unable to load X509 request", 1});
     try {

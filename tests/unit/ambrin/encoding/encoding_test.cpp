@@ -11,6 +11,10 @@ using ambrin_test::JobTest;
 using ambrin_test::kDigestCommand;
 using testing::ElementsAre;
 
+// Behaviours of: Encoding
+
+// Behaviour: base64url is standard base64 with "-" and "_" and without padding
+// Behaviour: An empty text encodes to an empty text, FB FF to "-_8", 01 00 01 to "AQAB"
 TEST(Base64Url, KnownTexts) {
     EXPECT_EQ(Base64UrlEncode(""), "");
     EXPECT_EQ(Base64UrlEncode("\xFB\xFF"), "-_8");
@@ -20,6 +24,7 @@ TEST(Base64Url, KnownTexts) {
     EXPECT_EQ(Base64UrlEncode("foo"), "Zm9v");
 }
 
+// Behaviour: base64url is standard base64 with "-" and ...
 TEST(Base64Url, NoResultHoldsPlusSlashOrPadding) {
     std::string bytes;
     for (int i = 0; i < 1000; ++i) {
@@ -30,6 +35,7 @@ TEST(Base64Url, NoResultHoldsPlusSlashOrPadding) {
     }
 }
 
+// Behaviour: JSON is encoded compact, members in byte order, with its final line feed
 TEST(EncodedJson, IsTheCompactTextWithItsLineFeed) {
     Json::Value value;
     value["b"] = 1;
@@ -38,11 +44,13 @@ TEST(EncodedJson, IsTheCompactTextWithItsLineFeed) {
     EXPECT_EQ(DecodeBase64Url(GetEncodedJson(value)), "{\"a\":\"x\",\"b\":1}\n");
 }
 
+// Behaviour: Null and the empty object are encoded differently
 TEST(EncodedJson, NullAndTheEmptyObjectDiffer) {
     EXPECT_EQ(GetEncodedJson(Json::Value()), "bnVsbAo");
     EXPECT_EQ(GetEncodedJson(Json::Value(Json::objectValue)), "e30K");
 }
 
+// Behaviour: Hexadecimal digits of either case are encoded as their bytes
 TEST(EncodedHexString, IsTheEncodingOfTheBytes) {
     EXPECT_EQ(GetEncodedHexString(""), "");
     EXPECT_EQ(GetEncodedHexString("010001"), "AQAB");
@@ -51,6 +59,8 @@ TEST(EncodedHexString, IsTheEncodingOfTheBytes) {
 
 class Digest : public JobTest {};
 
+// Behaviour: A digest is one run of "openssl dgst -sha256 -binary", fed with the data and closed
+// Behaviour: Every tool is fed, read and unable to ask ...
 TEST_F(Digest, IsMadeByOneRunOfOpenssl) {
     // The SHA-256 digest of nothing, as the tool gives it.
     const std::string digest =
@@ -61,6 +71,7 @@ TEST_F(Digest, IsMadeByOneRunOfOpenssl) {
     EXPECT_EQ(world.calls().front().detail, "134");
 }
 
+// Behaviour: All of the data reaches the digest, NUL bytes and large data too; the result has 43 characters
 TEST_F(Digest, AllOfTheDataReachesTheTool) {
     AnswerDigests();
     const std::string data = std::string("a\0b\n", 4) + std::string(100000, 'x');
@@ -69,6 +80,7 @@ TEST_F(Digest, AllOfTheDataReachesTheTool) {
     EXPECT_EQ(world.calls().at(1).text, data);
 }
 
+// Behaviour: A digest tool that fails is an error "sha_error" with the tool's output
 TEST_F(Digest, ToolThatFailsIsAnErrorWithItsOutput) {
     world.AnswerChild(kDigestCommand, {"unknown option", 1});
     try {

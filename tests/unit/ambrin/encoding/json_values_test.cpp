@@ -6,12 +6,16 @@ namespace {
 
 Json::Value Parsed(const std::string& text) { return ParseAny(text); }
 
+// Behaviours of: Responses
+
+// Behaviour: A member of what is no object reads as missing
 TEST(JsonValues, MemberOfAnythingButAnObjectIsNull) {
     for (const char* text : {"null", "[1]", "\"text\"", "7", "7.5", "true", ""})
         EXPECT_TRUE(MemberOf(Parsed(text), "status").isNull()) << text;
     EXPECT_EQ(MemberOf(Parsed(R"({"status":"valid"})"), "status"), Json::Value("valid"));
 }
 
+// Behaviour: Reading a value never inserts a member into ...
 TEST(JsonValues, ReadingInsertsNoMembers) {
     Json::Value value = Parsed(R"({"a":1})");
     EXPECT_TRUE(MemberOf(value, "b").isNull());
@@ -19,12 +23,14 @@ TEST(JsonValues, ReadingInsertsNoMembers) {
     EXPECT_EQ(WriteCompact(value), "{\"a\":1}\n");
 }
 
+// Behaviour: A member of what is no object reads as missing ...
 TEST(JsonValues, OnlyObjectsHaveMembers) {
     EXPECT_TRUE(HasMember(Parsed(R"({"error":null})"), "error"));
     EXPECT_FALSE(HasMember(Parsed(R"(["error"])"), "error"));
     EXPECT_FALSE(HasMember(Parsed(R"("error")"), "error"));
 }
 
+// Behaviour: Members of other types are no errors: a number ...
 TEST(JsonValues, TextOfEveryKindOfValue) {
     EXPECT_EQ(TextOf(Json::Value("text")), "text");
     EXPECT_EQ(TextOf(Json::Value(7)), "7");
@@ -34,11 +40,13 @@ TEST(JsonValues, TextOfEveryKindOfValue) {
     EXPECT_EQ(TextOf(Parsed(R"({"a":"text"})")), "");
 }
 
+// Behaviour: JSON that is broken or nested too deep is ...
 TEST(JsonValues, DeepNestingIsNullAndNoError) {
     EXPECT_TRUE(ParseAny(std::string(100000, '[')).isNull());
     EXPECT_TRUE(ParseAny(std::string(100000, '[') + std::string(100000, ']')).isNull());
 }
 
+// Behaviour: JSON that is broken or nested too deep is null or partial, never an exception
 TEST(JsonValues, BrokenTextsAreNoErrors) {
     for (const std::string text :
          {"", "not json", "{", "{\"a\"", "\"\xFF\xFE\"", "{\"a\":\"\\ud800\"}", "[1,", "\\"})
@@ -47,10 +55,12 @@ TEST(JsonValues, BrokenTextsAreNoErrors) {
     EXPECT_NO_THROW(ParseAny("{\"a\":1e999999,\"b\":123456789012345678901234567890}"));
 }
 
+// Behaviour: Comments in JSON are kept
 TEST(JsonValues, CommentsAreKept) {
     EXPECT_EQ(ParseAny("// a note\n{}").getComment(Json::commentBefore), "// a note");
 }
 
+// Behaviour: JSON is encoded compact, members in byte ...
 TEST(JsonValues, CompactTextIsSortedAndEndsWithOneLineFeed) {
     EXPECT_EQ(WriteCompact(Parsed(R"({ "b" : [1, 2], "B" : null, "a" : {} })")),
               "{\"B\":null,\"a\":{},\"b\":[1,2]}\n");

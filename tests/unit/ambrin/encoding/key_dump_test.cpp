@@ -19,17 +19,23 @@ protected:
     }
 };
 
+// Behaviours of: Account key
+
+// Behaviour: The first "modulus" and the last "publicExponent" frame the number; blanks, colons and line
+//   feeds between are dropped
 TEST_F(KeyDump, FirstModulusAndLastExponentAreTheOnesThatCount) {
     // The text between them holds the second "modulus", whose "m" ends the digits.
     EXPECT_EQ(HeaderOf("modulus:\n 0a:0b\nmodulus:\n 0c\npublicExponent: 3 (0x3)\n"), Header("Cgs", "Aw"));
     EXPECT_EQ(HeaderOf("publicExponent\nmodulus:\n 0a:0b\npublicExponent: 3 (0x3)\n"), Header("Cgs", "Aw"));
 }
 
+// Behaviour: The first "modulus" and the last "publicExponent" ...
 TEST_F(KeyDump, ExponentAheadOfTheModulusGivesNoModulus) {
     EXPECT_EQ(HeaderOf("publicExponent: 3 (0x3)\nmodulus:\n 0a:0b\n"), Header("", "Aw"));
     EXPECT_EQ(HeaderOf("publicExponent: 3 (0x3)\nmodulus"), Header("", "Aw"));
 }
 
+// Behaviour: The exponent stands between the last parentheses ...
 TEST_F(KeyDump, LastParenthesesOfTheWholeTextAreTheExponents) {
     EXPECT_EQ(HeaderOf("Key: (2048 bit)\nmodulus:\n 0a\npublicExponent: 65537 (0x10001)\n"),
               Header("Cg", "AQAB"));
@@ -37,19 +43,23 @@ TEST_F(KeyDump, LastParenthesesOfTheWholeTextAreTheExponents) {
         << "wherever they stand";
 }
 
+// Behaviour: A dump without both parentheses gives an ...
 TEST_F(KeyDump, OneParenthesisAloneGivesNoExponent) {
     EXPECT_EQ(HeaderOf("modulus:\n 0a\npublicExponent: 3 (0x3\n"), Header("Cg", ""));
     EXPECT_EQ(HeaderOf("0c modulus:\n 0a\npublicExponent: 3 0x3)\n"), Header("Cg", ""));
 }
 
+// Behaviour: The exponent stands between the last parentheses ...
 TEST_F(KeyDump, EveryXOfTheExponentIsDeleted) {
     EXPECT_EQ(HeaderOf("modulus:\n 0a\npublicExponent: (x01x00x01)\n"), Header("Cg", "AQAB"));
 }
 
+// Behaviour: The first "modulus" and the last "publicExponent" ...
 TEST_F(KeyDump, BlanksColonsAndLineFeedsAreNoDigits) {
     EXPECT_EQ(HeaderOf("modulus :\n\n  0 a: :0b\n:publicExponent: 3 (0x3)\n"), Header("Cgs", "Aw"));
 }
 
+// Behaviour: The dump's leading zero byte is left out ...
 TEST_F(KeyDump, ZeroByteOfAModulusOfZeroBytesAloneIsLeftOutOnce) {
     EXPECT_EQ(HeaderOf("modulus: 00 publicExponent: (0x3)"), Header("", "Aw"));
     EXPECT_EQ(HeaderOf("modulus: 00:00 publicExponent: (0x3)"), Header("AA", "Aw"));

@@ -34,6 +34,13 @@ protected:
 
 const std::string kTwo = "https://ca.test/authz/1 https://ca.test/authz/2";
 
+// Behaviours of: Authorizations
+
+// Behaviour: Each authorization is fetched by POST-as-GET in the order of the list
+// Behaviour: The beginning and each authorization's URL are traced
+// Behaviour: Each is logged as authorization_try ahead of its request and authorization_success after it
+// Behaviour: Those that are not valid are stored whole, as one compact JSON array
+// Behaviour: A valid one is traced as "Challenge already complete" and left out
 TEST_F(Authorizations, OnlyThoseNotYetValidAreKept) {
     Answer(1, 200, R"({"status":"pending","identifier":{"value":"a.example"}})");
     Answer(2, 200, R"({"status":"valid"})");
@@ -50,6 +57,7 @@ TEST_F(Authorizations, OnlyThoseNotYetValidAreKept) {
     EXPECT_EQ(params.error_name, "authorization_fail");
 }
 
+// Behaviour: A valid one is traced as "Challenge already ...
 TEST_F(Authorizations, AllValidStoreAnEmptyArray) {
     Answer(1, 200, R"({"status":"valid"})");
     Answer(2, 200, R"({"status":"valid"})");
@@ -58,6 +66,8 @@ TEST_F(Authorizations, AllValidStoreAnEmptyArray) {
     EXPECT_THAT(Traces(), Contains("Challenge already complete").Times(2));
 }
 
+// Behaviour: The first refusal ends it: nothing more is fetched, the stored ones stay, authorization_fail is
+//   logged
 TEST_F(Authorizations, RefusedOneLeavesTheStoredOnesAlone) {
     Answer(1, 200, R"({"status":"pending"})");
     Answer(2, 404, R"({"status":404,"detail":"gone"})");
@@ -70,12 +80,14 @@ TEST_F(Authorizations, RefusedOneLeavesTheStoredOnesAlone) {
                             "gone</p>"));
 }
 
+// Behaviour: The first refusal ends it: nothing more is ...
 TEST_F(Authorizations, ErrorMemberIsARefusal) {
     Answer(1, 200, R"({"status":"valid","error":{}})");
     EXPECT_FALSE(Autorization(params, kTwo));
     EXPECT_EQ(ambrin_data.challenges, "old");
 }
 
+// Behaviour: The first refusal ends it: nothing more is ...
 TEST_F(Authorizations, FailedExchangeIsAFailure) {
     world.FailHttp("POST *", "timed out");
     EXPECT_FALSE(Autorization(params, kTwo));
@@ -83,12 +95,14 @@ TEST_F(Authorizations, FailedExchangeIsAFailure) {
                                       "failed,http_query_error,timed out<br>url: https://ca.test/authz/1"));
 }
 
+// Behaviour: An empty list stores an empty array
 TEST_F(Authorizations, EmptyListStoresAnEmptyArray) {
     EXPECT_TRUE(Autorization(params, "  "));
     EXPECT_EQ(ambrin_data.challenges, "[]\n");
     EXPECT_THAT(Story(), IsEmpty());
 }
 
+// Behaviour: The stored payload is neither sent nor changed
 TEST_F(Authorizations, StoredPayloadIsNeitherSentNorChanged) {
     params.payload["a"] = 1;
     Answer(1, 200, "{}");
@@ -96,6 +110,7 @@ TEST_F(Authorizations, StoredPayloadIsNeitherSentNorChanged) {
     EXPECT_EQ(params.payload["a"].asInt(), 1);
 }
 
+// Behaviour: A missing status, or one of another type, counts as not valid
 TEST_F(Authorizations, StatusOfAnotherTypeCountsAsNotValid) {
     for (const std::string body :
          {R"({"status":7})", R"({"status":["valid"]})", R"({"status":null})", "{}", "[]", "7"}) {
@@ -123,6 +138,11 @@ protected:
     const std::string kPoll = "POST " + kUrl + " -";
 };
 
+// Behaviours of: Waiting for the authority
+
+// Behaviour: The wait is traced with its URL, and failed requests bear the prefix and "_fail"
+// Behaviour: A valid object ends the wait and is logged as processing / prefix_success, without a sleep where
+//   it is valid at once
 TEST_F(Waiting, ValidAtOnceNeedsNoSleep) {
     Answer(R"({"status":"valid"})");
     EXPECT_EQ(WaitToResolve(params, "challenge").json["status"].asString(), "valid");
@@ -132,6 +152,8 @@ TEST_F(Waiting, ValidAtOnceNeedsNoSleep) {
     EXPECT_EQ(params.error_name, "challenge_fail");
 }
 
+// Behaviour: The first request carries the payload, every poll is a POST-as-GET to the same URL
+// Behaviour: Pending and processing objects are polled after as many seconds as "retry-after" says
 TEST_F(Waiting, SleepsAsLongAsTheAuthorityAsks) {
     Answer(R"({"status":"processing"})", "Retry-After: 3\r\n");
     Answer(R"({"status":"valid"})");
@@ -140,6 +162,7 @@ TEST_F(Waiting, SleepsAsLongAsTheAuthorityAsks) {
     EXPECT_THAT(JobLog(), ElementsAre("processing,challenge_success,"));
 }
 
+// Behaviour: Without "retry-after" the delay is one second, whatever an earlier answer asked
 TEST_F(Waiting, SleepsOneSecondWhereTheAuthorityAsksForNothing) {
     Answer(R"({"status":"pending"})", "Retry-After: 5\r\n");
     Answer(R"({"status":"processing"})");
@@ -150,6 +173,7 @@ TEST_F(Waiting, SleepsOneSecondWhereTheAuthorityAsksForNothing) {
     EXPECT_THAT(JobLog(), ElementsAre("processing,cert_order_success,"));
 }
 
+// Behaviour: An object that stays pending is polled sixty times, then given up as failed / prefix_req_attempt
 TEST_F(Waiting, ObjectThatStaysPendingIsPolledSixtyTimes) {
     world.AlwaysHttp("POST " + kUrl,
                      [](const std::string&) { return JsonAnswer(200, R"({"status":"pending"})"); });
@@ -161,6 +185,7 @@ TEST_F(Waiting, ObjectThatStaysPendingIsPolledSixtyTimes) {
     EXPECT_THAT(JobLog(), ElementsAre("failed,challenge_req_attempt,"));
 }
 
+// Behaviour: The answer to the sixtieth poll is not looked at, that to the fifty-ninth is
 TEST_F(Waiting, AnswerToTheSixtiethPollIsNotLookedAt) {
     int asked = 0;
     world.AlwaysHttp("POST " + kUrl, [&](const std::string&) {
@@ -171,6 +196,7 @@ TEST_F(Waiting, AnswerToTheSixtiethPollIsNotLookedAt) {
     EXPECT_THAT(JobLog(), ElementsAre("failed,challenge_req_attempt,"));
 }
 
+// Behaviour: The answer to the sixtieth poll is not looked ...
 TEST_F(Waiting, AnswerToTheFiftyNinthPollIsTheLastThatCounts) {
     int asked = 0;
     world.AlwaysHttp("POST " + kUrl, [&](const std::string&) {
@@ -181,6 +207,8 @@ TEST_F(Waiting, AnswerToTheFiftyNinthPollIsTheLastThatCounts) {
     EXPECT_THAT(JobLog(), ElementsAre("processing,challenge_success,"));
 }
 
+// Behaviour: A refused action or poll is returned at once
+// Behaviour: The wait is traced with its URL, and failed ...
 TEST_F(Waiting, RefusedActionIsReturnedAtOnce) {
     Answer(R"({"status":"pending","detail":"no"})", "", 403);
     EXPECT_EQ(WaitToResolve(params, "challenge").code, 403);
@@ -189,6 +217,7 @@ TEST_F(Waiting, RefusedActionIsReturnedAtOnce) {
     EXPECT_TRUE(JobLog()[0].starts_with("failed,challenge_fail,"));
 }
 
+// Behaviour: A refused action or poll is returned at once ...
 TEST_F(Waiting, RefusedPollIsReturnedAtOnce) {
     Answer(R"({"status":"pending"})");
     world.FailHttp("POST " + kUrl, "timed out");
@@ -196,6 +225,7 @@ TEST_F(Waiting, RefusedPollIsReturnedAtOnce) {
     EXPECT_THAT(JobLog(), ElementsAre("failed,http_query_error,timed out<br>url: " + kUrl));
 }
 
+// Behaviour: Any other status gives up at once, without sleep or poll
 TEST_F(Waiting, OtherStatusesGiveUpWithoutSleepOrPoll) {
     for (const std::string body : {R"({"status":"ready"})", R"({"status":"invalid"})", R"({"status":""})",
                                    "{}", "not json", R"(["valid"])", R"("valid")", R"({"status":["valid"]})",
@@ -209,6 +239,7 @@ TEST_F(Waiting, OtherStatusesGiveUpWithoutSleepOrPoll) {
     EXPECT_THAT(Requests(), SizeIs(11));
 }
 
+// Behaviour: Delays wrap as signed 32-bit milliseconds widened with their sign; a date is no delay
 TEST_F(Waiting, DelaysAreComputedInSigned32BitArithmetic) {
     const std::vector<std::pair<std::string, std::string>> delays{
         {"0", "0"},
@@ -230,6 +261,7 @@ TEST_F(Waiting, DelaysAreComputedInSigned32BitArithmetic) {
     }
 }
 
+// Behaviour: An interrupted sleep ends the run
 TEST_F(Waiting, InterruptedSleepEndsTheRun) {
     Answer(R"({"status":"pending"})");
     world.FailAt("sleep", 1, vek_double::Failure::kInterrupted);
@@ -270,6 +302,12 @@ protected:
     std::map<std::string, std::string> challenge_params;
 };
 
+// Behaviours of: Answering challenges
+
+// Behaviour: Challenges are answered one after the other, each waited for before the next is sent
+// Behaviour: The answer is {} in a run that placed an order, null in one that did not
+// Behaviour: What was published for every challenge is removed afterwards, on success and failure alike
+// Behaviour: Stored challenges and attempt count are reset afterwards, on success and failure alike
 TEST_F(Answering, EachIsWaitedForBeforeTheNextIsSent) {
     Add(1);
     Add(2);
@@ -287,6 +325,7 @@ TEST_F(Answering, EachIsWaitedForBeforeTheNextIsSent) {
     EXPECT_THAT(challenges, SizeIs(2));
 }
 
+// Behaviour: The answer is {} in a run that placed an ...
 TEST_F(Answering, RunThatPlacedNoOrderSendsNull) {
     Add(1);
     Answer(1, R"({"status":"valid"})");
@@ -294,6 +333,9 @@ TEST_F(Answering, RunThatPlacedNoOrderSendsNull) {
     EXPECT_EQ(Story().at(1), "POST https://ca.test/challenge/1 null");
 }
 
+// Behaviour: An error object or a refused request stops the answering
+// Behaviour: What was published for every challenge is ...
+// Behaviour: Stored challenges and attempt count are reset ...
 TEST_F(Answering, FailedValidationStopsAndCleansUpAll) {
     Add(1);
     Add(2);
@@ -308,6 +350,7 @@ TEST_F(Answering, FailedValidationStopsAndCleansUpAll) {
     EXPECT_EQ(ambrin_data.attempt_count, 0);
 }
 
+// Behaviour: An error object or a refused request stops ...
 TEST_F(Answering, RefusedRequestStops) {
     Add(1);
     Add(2);
@@ -316,6 +359,7 @@ TEST_F(Answering, RefusedRequestStops) {
     EXPECT_THAT(Requests(), SizeIs(1));
 }
 
+// Behaviour: An unexpected status, and passes that ran out, count as answered
 TEST_F(Answering, UnexpectedStatusCountsAsAnswered) {
     Add(1);
     Add(2);
@@ -325,6 +369,7 @@ TEST_F(Answering, UnexpectedStatusCountsAsAnswered) {
     EXPECT_THAT(JobLog(), ElementsAre("failed,challenge_req_attempt,", "processing,challenge_success,"));
 }
 
+// Behaviour: An unexpected status, and passes that ran ...
 TEST_F(Answering, PassesThatRunOutCountAsAnswered) {
     Add(1);
     world.AlwaysHttp("POST https://ca.test/challenge/1",
@@ -334,6 +379,8 @@ TEST_F(Answering, PassesThatRunOutCountAsAnswered) {
     EXPECT_THAT(JobLog(), ElementsAre("failed,challenge_req_attempt,"));
 }
 
+// Behaviour: An empty list only cleans up
+// Behaviour: Beginning and end are traced, the end on ...
 TEST_F(Answering, EmptyListOnlyCleansUp) {
     EXPECT_TRUE(Process());
     EXPECT_THAT(Story(), IsEmpty());
@@ -342,6 +389,7 @@ TEST_F(Answering, EmptyListOnlyCleansUp) {
     EXPECT_EQ(ambrin_data.attempt_count, 0);
 }
 
+// Behaviour: Beginning and end are traced, the end on failure too
 TEST_F(Answering, CompletionIsTracedOnFailureToo) {
     Add(1);
     Answer(1, "", 500);
@@ -350,6 +398,7 @@ TEST_F(Answering, CompletionIsTracedOnFailureToo) {
     EXPECT_EQ(Traces().back(), "Ambrin challenge complete");
 }
 
+// Behaviour: The caller's parameters stay as they are
 TEST_F(Answering, ParameterMapOfTheCallerStaysAsItIs) {
     Add(1);
     Answer(1, R"({"status":"valid"})");
@@ -358,6 +407,7 @@ TEST_F(Answering, ParameterMapOfTheCallerStaysAsItIs) {
     EXPECT_EQ(challenge_params, before);
 }
 
+// Behaviour: An exception while answering skips the clean-up
 TEST_F(Answering, ErrorWhileAnsweringSkipsTheCleanUp) {
     Add(1);
     ambrin_data.acmekey = "no key";
@@ -366,6 +416,7 @@ TEST_F(Answering, ErrorWhileAnsweringSkipsTheCleanUp) {
     EXPECT_EQ(ambrin_data.attempt_count, 4);
 }
 
+// Behaviour: An error of the clean-up travels to the caller, with the job reset already
 TEST_F(Answering, ErrorOfTheCleanUpTravelsToTheCaller) {
     Add(1);
     Answer(1, R"({"status":"valid"})");

@@ -27,6 +27,10 @@ protected:
     const std::string kUrl = "https://ca.test/finalize/1";
 };
 
+// Behaviours of: Finalization
+
+// Behaviour: Finalization posts {"csr":…} to the stored finalize URL, with nothing of an earlier payload
+// Behaviour: A valid order gives its certificate's URL, logged as cert_order_success
 TEST_F(Finalization, ValidOrderGivesItsCertificateAfterOneRequest) {
     params.payload["identifiers"] = "old";
     EXPECT_EQ(FinalizeAnsweredBy(200, R"({"status":"valid","certificate":"https://ca.test/cert/1"})"),
@@ -36,6 +40,8 @@ TEST_F(Finalization, ValidOrderGivesItsCertificateAfterOneRequest) {
     EXPECT_EQ(Traces().front(), "Ambrin get cert order url");
 }
 
+// Behaviour: Polls go to the finalize URL itself
+// Behaviour: The first request carries the payload, every ...
 TEST_F(Finalization, PollsGoToTheFinalizeUrlItself) {
     world.AnswerHttp("POST " + kUrl, JsonAnswer(200, R"({"status":"processing"})", "Retry-After: 2\r\n"));
     EXPECT_EQ(FinalizeAnsweredBy(200, R"({"status":"valid","certificate":"C"})"), "C");
@@ -43,6 +49,7 @@ TEST_F(Finalization, PollsGoToTheFinalizeUrlItself) {
                                      "POST " + kUrl + " -"));
 }
 
+// Behaviour: A refusal or an error object gives nothing, logged as cert_order_fail
 TEST_F(Finalization, RefusalGivesNothing) {
     EXPECT_EQ(FinalizeAnsweredBy(403, R"({"status":403,"detail":"orderNotReady"})"), "");
     EXPECT_THAT(JobLog(),
@@ -50,10 +57,12 @@ TEST_F(Finalization, RefusalGivesNothing) {
                             "orderNotReady</p>"));
 }
 
+// Behaviour: A refusal or an error object gives nothing ...
 TEST_F(Finalization, OrderWithAnErrorGivesNothing) {
     EXPECT_EQ(FinalizeAnsweredBy(200, R"({"status":"valid","certificate":"C","error":{}})"), "");
 }
 
+// Behaviour: An order that stays processing gives nothing, logged as cert_order_req_attempt
 TEST_F(Finalization, OrderThatStaysProcessingGivesNothing) {
     world.AlwaysHttp("POST " + kUrl,
                      [](const std::string&) { return JsonAnswer(200, R"({"status":"processing"})"); });
@@ -62,11 +71,13 @@ TEST_F(Finalization, OrderThatStaysProcessingGivesNothing) {
     EXPECT_THAT(JobLog(), ElementsAre("failed,cert_order_req_attempt,"));
 }
 
+// Behaviour: An unresolved order that names a certificate still gives it
 TEST_F(Finalization, CertificateOfAnUnresolvedOrderIsStillTaken) {
     EXPECT_EQ(FinalizeAnsweredBy(200, R"({"status":"ready","certificate":"C"})"), "C");
     EXPECT_THAT(JobLog(), ElementsAre("failed,cert_order_req_attempt,"));
 }
 
+// Behaviour: A missing certificate, or one of another type, is no error
 TEST_F(Finalization, CertificateOfAnotherTypeIsNoError) {
     EXPECT_EQ(FinalizeAnsweredBy(200, R"({"status":"valid"})"), "");
     EXPECT_EQ(FinalizeAnsweredBy(200, R"({"status":"valid","certificate":["C"]})"), "");
@@ -74,6 +85,7 @@ TEST_F(Finalization, CertificateOfAnotherTypeIsNoError) {
     EXPECT_EQ(FinalizeAnsweredBy(200, R"(["valid"])"), "");
 }
 
+// Behaviour: A job without a finalize URL fails at the exchange
 TEST_F(Finalization, JobWithoutFinalizeUrlFailsAtTheExchange) {
     ambrin_data.finalize.clear();
     EXPECT_EQ(GetCertOrderUrl(params, "DER"), "");
@@ -82,6 +94,7 @@ TEST_F(Finalization, JobWithoutFinalizeUrlFailsAtTheExchange) {
     EXPECT_THAT(world.Lines({"sleep"}), IsEmpty());
 }
 
+// Behaviour: The record is left alone
 TEST_F(Finalization, RecordIsLeftAlone) {
     FinalizeAnsweredBy(200, R"({"status":"valid","certificate":"C"})");
     EXPECT_EQ(ambrin_data.finalize, kUrl);

@@ -78,14 +78,19 @@ protected:
     }
 };
 
+// Behaviours of: Any authority
+
+// Behaviour: No odd answer makes an account valid, resolves an object or gives a certificate
 TEST_F(HostileAnswer, NeverMakesAnAccountValid) {
     ForEveryAnswer([&] { EXPECT_FALSE(CheckAccount(params)); });
 }
 
+// Behaviour: Whatever the authority answers, no step ends by an exception of the JSON library
 TEST_F(HostileAnswer, NeverEndsTheRegistrationByAnException) {
     ForEveryAnswer([&] { Registration(params); });
 }
 
+// Behaviour: No value of another type becomes an authorization's URL
 TEST_F(HostileAnswer, NeverGivesAnAuthorizationUrlOfAnotherType) {
     ForEveryAnswer([&] {
         const std::string urls = NewOrder(params);
@@ -93,6 +98,7 @@ TEST_F(HostileAnswer, NeverGivesAnAuthorizationUrlOfAnotherType) {
     });
 }
 
+// Behaviour: Whatever the authority answers, no step ends ...
 TEST_F(HostileAnswer, StoredAuthorizationsCanBeListedOrRefused) {
     ForEveryAnswer([&] {
         Autorization(params, "https://ca.test/authz/1");
@@ -103,6 +109,7 @@ TEST_F(HostileAnswer, StoredAuthorizationsCanBeListedOrRefused) {
     });
 }
 
+// Behaviour: No odd answer makes an account valid, resolves ...
 TEST_F(HostileAnswer, NeverResolvesAnObject) {
     ForEveryAnswer([&] {
         WaitToResolve(params, "challenge");
@@ -110,10 +117,12 @@ TEST_F(HostileAnswer, NeverResolvesAnObject) {
     });
 }
 
+// Behaviour: No odd answer makes an account valid, resolves ...
 TEST_F(HostileAnswer, NeverGivesACertificate) {
     ForEveryAnswer([&] { EXPECT_EQ(GetCertOrderUrl(params, "DER"), ""); });
 }
 
+// Behaviour: Whatever the authority answers, no step ends ...
 TEST_F(HostileAnswer, DirectoryOfAnyKindEndsNoRun) {
     for (const std::string& body : Bodies()) {
         world.AlwaysHttp("GET " AMBRIN_DIRECTORY_URL, [&](const std::string&) {
@@ -128,6 +137,7 @@ TEST_F(HostileAnswer, DirectoryOfAnyKindEndsNoRun) {
     }
 }
 
+// Behaviour: Whatever the authority answers, no step ends ...
 TEST_F(HostileAnswer, RawBytesInPlaceOfHeadersEndNoStep) {
     for (const std::string& raw : Bodies()) {
         world.AlwaysHttp("POST *", [&](const std::string&) {

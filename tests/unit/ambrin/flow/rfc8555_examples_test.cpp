@@ -151,6 +151,9 @@ protected:
     }
 };
 
+// Behaviours of: Any authority
+
+// Behaviour: The examples that RFC 8555 prints are understood: directory, nonce, account
 TEST_F(Rfc8555Example, DirectoryNamesItsResources) {
     params.directory.clear();
     world.AnswerHttp("GET " AMBRIN_DIRECTORY_URL,
@@ -160,6 +163,7 @@ TEST_F(Rfc8555Example, DirectoryNamesItsResources) {
     EXPECT_EQ(GetNonce(params), "oFvnlFP1wIhRlYS2jTaXbA");
 }
 
+// Behaviour: The examples that RFC 8555 prints are understood ...
 TEST_F(Rfc8555Example, NewAccountIsAskedForWithTheKeyAndGivesItsUrl) {
     AnswerKeyDumps();
     world.AnswerHttp("POST " + kExample + "new-account",
@@ -177,11 +181,13 @@ TEST_F(Rfc8555Example, NewAccountIsAskedForWithTheKeyAndGivesItsUrl) {
     EXPECT_EQ(request.payload, "{\"termsOfServiceAgreed\":true}\n");
 }
 
+// Behaviour: The examples that RFC 8555 prints are understood ...
 TEST_F(Rfc8555Example, AccountIsValid) {
     world.AnswerHttp("POST " + ambrin_data.kid, Printed(200, "", kAccount));
     EXPECT_TRUE(CheckAccount(params));
 }
 
+// Behaviour: So are its order, authorization and challenge
 TEST_F(Rfc8555Example, NewOrderIsKeptWithItsUrls) {
     ambrin_data.aliases = "www.example.org example.org";
     world.AnswerHttp("POST " + kExample + "new-order",
@@ -197,6 +203,7 @@ TEST_F(Rfc8555Example, NewOrderIsKeptWithItsUrls) {
               (std::vector<std::string>{"alg", "kid", "nonce", "url"}));
 }
 
+// Behaviour: So are its order, authorization and challenge ...
 TEST_F(Rfc8555Example, PendingAuthorizationGivesTheChallengeOfTheJobsKind) {
     AnswerDigests();
     const std::string urls = kExample + "authz/PAniVnsZcis " + kExample + "authz/r4HqLzrSrpI";
@@ -219,6 +226,7 @@ TEST_F(Rfc8555Example, PendingAuthorizationGivesTheChallengeOfTheJobsKind) {
     }
 }
 
+// Behaviour: So are its order, authorization and challenge ...
 TEST_F(Rfc8555Example, ValidChallengeIsResolved) {
     params.url = kExample + "chall/prV_B7yEyA4";
     params.payload = Json::Value(Json::objectValue);
@@ -234,6 +242,7 @@ TEST_F(Rfc8555Example, ValidChallengeIsResolved) {
     EXPECT_THAT(JobLog(), ElementsAre("processing,challenge_success,"));
 }
 
+// Behaviour: So are its finalized order, certificate chain and problem document
 TEST_F(Rfc8555Example, FinalizedOrderGivesItsCertificate) {
     ambrin_data.finalize = kExample + "order/TOlocE8rfgo/finalize";
     world.AnswerHttp("POST " + ambrin_data.finalize,
@@ -245,6 +254,7 @@ TEST_F(Rfc8555Example, FinalizedOrderGivesItsCertificate) {
     EXPECT_EQ(Requests().at(0).payload, "{\"csr\":\"MIIBPTCBxAIBADBFMQ\"}\n");
 }
 
+// Behaviour: So are its finalized order, certificate chain ...
 TEST_F(Rfc8555Example, CertificateChainIsTheBodyAsItIs) {
     const std::string chain =
         "-----BEGIN CERTIFICATE-----\n[End-entity certificate contents]\n-----END CERTIFICATE-----\n"
@@ -261,6 +271,7 @@ TEST_F(Rfc8555Example, CertificateChainIsTheBodyAsItIs) {
     EXPECT_EQ(response.headers.at("content-type"), "application/pem-certificate-chain");
 }
 
+// Behaviour: So are its finalized order, certificate chain ...
 TEST_F(Rfc8555Example, ProblemWithoutAStatusIsToldByItsDetail) {
     world.AnswerHttp("POST *", Printed(403,
                                        "Content-Type: application/problem+json\n"
