@@ -6,11 +6,11 @@
 #include "double/vek_double.h"
 #include "support/plain.h"
 #include "support/target.h"
-#include "zelvek/jobs/history.h"
+#include "zelvek/jobs/run_log.h"
 
 namespace {
 
-using Events = std::vector<zelvek::jobs::Event>;
+using Events = std::vector<zelvek::history::Event>;
 
 const std::string kNow = "2031-01-01 00:00:00";
 

@@ -7,7 +7,7 @@
 #include "vek/client.h"
 #include "vek/err.h"
 #include "zelvek/base/names.h"
-#include "zelvek/panel/answer.h"
+#include "zelvek/panel/xml_answer.h"
 
 namespace {
 

@@ -12,6 +12,7 @@
 
 #include "vek/date.h"
 #include "zelvek/base/log.h"
+#include "zelvek/store/jobs.h"
 
 namespace zelvek {
 
@@ -30,14 +31,6 @@ std::string Now() { return vek_date::DateTime().AsDateTime(); }
 std::string Name(int job) { return "job " + std::to_string(job); }
 
 }  // namespace
-
-bool IsDue(const jobs::Job& job, const std::string& now, std::chrono::seconds retry) {
-    if (job.verified || job.failed || job.processing) return false;
-    // Date-times of this form compare as texts.
-    if (job.next_attempt > job.last_run) return job.next_attempt <= now;
-    if (job.last_run.empty()) return true;
-    return vek_date::DateTime(job.last_run).AddSeconds(static_cast<int>(retry.count())).AsDateTime() <= now;
-}
 
 Scheduler::Scheduler(Store& store, Settings settings)
     : store_(store),
@@ -83,13 +76,14 @@ void Scheduler::StartDue() {
     {
         const std::string now = Now();
         Transaction transaction(store_);
-        EndLostClaims(transaction.database(), now);
-        for (const auto& job : jobs::All(transaction.database())) {
+        FreeLostJobs(transaction, now);
+        // A run that has written its record back may still be on its way out: its job can be due already.
+        for (const int job : jobs::Due(transaction, now, static_cast<int>(kRunsAtOnce + runs_.size()))) {
             if (runs_.size() + due.size() == kRunsAtOnce) break;
-            if (!IsDue(job, now, settings_.retry) || runs_.contains(job.id)) continue;
+            if (runs_.contains(job)) continue;
             // Nobody else may start it before the plug-in itself reads the record.
-            jobs::Claim(transaction.database(), job.id, self_);
-            due.push_back(job.id);
+            jobs::Claim(transaction, job, self_);
+            due.push_back(job);
         }
         transaction.Commit();
     }
@@ -97,13 +91,10 @@ void Scheduler::StartDue() {
 }
 
 /// Frees the jobs of dead runs, and of those that never came as far as reading the record.
-void Scheduler::EndLostClaims(SQLite::Database& database, const std::string& now) {
-    jobs::EndDeadRuns(database, now);
-    for (auto& job : jobs::All(database)) {
-        if (!job.processing || job.reader != self_ || runs_.contains(job.id)) continue;
-        job.processing = false;
-        job.last_run = now;
-        jobs::Save(database, job);
+void Scheduler::FreeLostJobs(Transaction& transaction, const std::string& now) {
+    FreeJobsOfTheDead(transaction, now, settings_.policy);
+    for (const Job& job : jobs::Running(transaction)) {
+        if (job.holder == self_ && !runs_.contains(job.id)) FreeJob(transaction, job, now, settings_.policy);
     }
 }
 

@@ -7,14 +7,10 @@
 #include <thread>
 
 #include "zelvek/base/plugin_run.h"
-#include "zelvek/store/jobs.h"
+#include "zelvek/jobs/next_run.h"
 #include "zelvek/store/store.h"
 
 namespace zelvek {
-
-/// Whether a job's next run is due at `now`: at the time its last run has asked for, else `retry` after that
-/// run's end; a new job's at once.
-bool IsDue(const jobs::Job& job, const std::string& now, std::chrono::seconds retry);
 
 /// Starts the plug-in for the jobs whose time has come: one process a job, a few at once.
 class Scheduler {
@@ -22,7 +18,7 @@ public:
     struct Settings {
         std::filesystem::path plugin;
         std::chrono::milliseconds interval{5000};  // between looks at the jobs
-        std::chrono::seconds retry{60};
+        RetryPolicy policy;
     };
 
     static constexpr std::size_t kRunsAtOnce = 4;
@@ -39,7 +35,7 @@ private:
     void Loop();
     void TryStartDue();
     void StartDue();
-    void EndLostClaims(SQLite::Database& database, const std::string& now);
+    void FreeLostJobs(Transaction& transaction, const std::string& now);
     void Start(int job);
     void Reap();
     void EndRuns();

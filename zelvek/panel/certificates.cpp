@@ -6,7 +6,7 @@
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/request.h"
 #include "zelvek/panel/functions.h"
-#include "zelvek/store/panel.h"
+#include "zelvek/store/requests.h"
 
 namespace zelvek {
 
@@ -26,32 +26,29 @@ void MakeAndKeep(Services& services, const Query& query) {
     const Csr csr = MakeCsr(domains, query.parameters);
 
     Transaction transaction(services.store);
-    csrs::Put(transaction.database(), name, query.caller, {csr.request, csr.key},
-              vek_date::DateTime().AsDateTime());
+    requests::Put(transaction, name, query.caller, {csr.request, csr.key}, vek_date::DateTime().AsDateTime());
     transaction.Commit();
 }
 
 void Give(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string& name = query.parameters.Get("elid");
     Transaction transaction(services.store);
-    const auto csr = csrs::Find(transaction.database(), name, query.caller);
+    const auto csr = requests::Find(transaction, name, query.caller);
     if (!csr) throw Error(Code::kMissed, "sslcert.csr", name, "there is no request named \"" + name + "\"");
     answer.Doc().Value("csr_req", csr->request).Value("csr_pk", csr->key);
 }
 
-}  // namespace
-
-void functions::EditCsr(Services& services, const Query& query, XmlAnswer& answer) {
+void EditCsr(Services& services, const Query& query, XmlAnswer& answer) {
     query.parameters.Has("domain") ? MakeAndKeep(services, query) : Give(services, query, answer);
 }
 
-void functions::DeleteCsr(Services& services, const Query& query, XmlAnswer&) {
+void DeleteCsr(Services& services, const Query& query, XmlAnswer&) {
     Transaction transaction(services.store);
-    csrs::Remove(transaction.database(), query.parameters.Get("elid"), query.caller);
+    requests::Remove(transaction, query.parameters.Get("elid"), query.caller);
     transaction.Commit();
 }
 
-void functions::InstallCertificate(Services& services, const Query& query, XmlAnswer&) {
+void InstallCertificate(Services& services, const Query& query, XmlAnswer&) {
     const std::string& user = query.parameters.Get("user");
     std::string certname = query.parameters.Get("elid");
     const std::string owner = str::GetWord(certname, "%#%");
@@ -63,6 +60,14 @@ void functions::InstallCertificate(Services& services, const Query& query, XmlAn
     install::Install(services.install, {user, AsciiCertname(certname),
                                         query.parameters.Get("crt") + "\n" + query.parameters.Get("cacrt"),
                                         query.parameters.Get("key")});
+}
+
+}  // namespace
+
+Functions functions::Certificates() {
+    return {{"sslcert.csr.edit", &EditCsr},
+            {"sslcert.csr.delete", &DeleteCsr},
+            {"sslcert.hardreplace", &InstallCertificate}};
 }
 
 }  // namespace zelvek

@@ -4,47 +4,30 @@
 #include <exception>
 #include <map>
 
-#include "vek/date.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
-#include "zelvek/store/jobs.h"
-#include "zelvek/store/panel.h"
 
 namespace zelvek {
 
 namespace {
 
-// How long a request and its key wait for somebody when their maker has died.
-constexpr int kKeepLeftCsr = 600;  // seconds
+using Table = std::map<std::string, Function>;
 
-const std::map<std::string, Function>& Table() {
-    static const std::map<std::string, Function> table{
-        {"ambrin.data.edit", functions::EditJob},
-        {"problems.register", functions::RegisterProblem},
-        {"ambrin_challenge", functions::EditAnswer},
-        {"domain", functions::ListDomainsOfUser},
-        {"domain.record.edit", functions::EditRecord},
-        {"domain.record.delete", functions::DeleteRecord},
-        {"sslcert.csr.edit", functions::EditCsr},
-        {"sslcert.csr.delete", functions::DeleteCsr},
-        {"sslcert.hardreplace", functions::InstallCertificate},
-        {"zelvek.domain.add", functions::AddDomain},
-        {"zelvek.domain.list", functions::ListDomains},
-        {"zelvek.job.add", functions::AddJob},
-        {"zelvek.job.list", functions::ListJobs},
-        {"zelvek.job.show", functions::ShowJob},
-        {"zelvek.job.remove", functions::RemoveJob},
-        {"zelvek.job.claim", functions::ClaimJob},
-        {"zelvek.problem.list", functions::ListProblems},
-        {"zelvek.account.show", functions::ShowAccount},
-    };
+Table MakeTable() {
+    Table table;
+    for (const auto& noun :
+         {functions::JobRecord(), functions::Jobs(), functions::AnswerFiles(), functions::Records(),
+          functions::Domains(), functions::Certificates(), functions::Problems(), functions::Accounts()}) {
+        table.insert(noun.begin(), noun.end());
+    }
     return table;
 }
 
-std::string Carry(Services& services, const Query& query) {
+std::string Perform(Services& services, const Query& query) {
+    static const Table table = MakeTable();
     const std::string& name = query.parameters.Get("func");
-    const auto function = Table().find(name);
-    if (function == Table().end())
+    const auto function = table.find(name);
+    if (function == table.end())
         throw Error(Code::kMissed, "func", name, "there is no function \"" + name + "\"");
     XmlAnswer answer;
     function->second(services, query, answer);
@@ -55,27 +38,17 @@ std::string Carry(Services& services, const Query& query) {
 
 std::string AnswerQuery(Services& services, const Query& query) {
     const std::string& function = query.parameters.Get("func");
+    std::string fault;
     try {
-        return Carry(services, query);
+        return Perform(services, query);
     } catch (const Error& error) {
-        return ErrorAnswer(error);
+        if (error.code() != Code::kInternal) return ErrorAnswer(error);
+        fault = error.what();
     } catch (const std::exception& error) {
-        Log(function + ": " + error.what());
-        return ErrorAnswer({Code::kInternal, function, "", "the service failed at this; its log says why"});
+        fault = error.what();
     }
-}
-
-void Sweep(Services& services) {
-    const vek_date::DateTime now;
-    {
-        Transaction transaction(services.store);
-        jobs::EndDeadRuns(transaction.database(), now.AsDateTime());
-        jobs::ForgetDeadReaders(transaction.database());
-        csrs::RemoveLeft(transaction.database(),
-                         vek_date::DateTime(now).AddSeconds(-kKeepLeftCsr).AsDateTime());
-        transaction.Commit();
-    }
-    services.publications.RemoveUnwanted();
+    Log(function + ": " + fault);
+    return ErrorAnswer({Code::kInternal, function, "", "the service failed at this; its log says why"});
 }
 
 int Number(const Query& query, const std::string& key) {
@@ -94,6 +67,15 @@ bool Flag(const Query& query, const std::string& key) {
         throw Error(Code::kValue, key, text, "\"" + key + "\" is \"on\" or \"off\", not \"" + text + "\"");
     }
     return text == "on";
+}
+
+Page::Page(const Query& query) {
+    const int most = limit;
+    if (query.parameters.Has("after")) after = Number(query, "after");
+    if (query.parameters.Has("limit")) limit = Number(query, "limit");
+    if (limit < 1 || limit > most) {
+        throw Error(Code::kValue, "limit", std::to_string(limit), "\"limit\" is a number from 1 to 1000");
+    }
 }
 
 }  // namespace zelvek

@@ -1,24 +1,30 @@
 #pragma once
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "zelvek/base/form.h"
 #include "zelvek/base/process.h"
 #include "zelvek/certificates/install.h"
-#include "zelvek/panel/answer.h"
+#include "zelvek/jobs/next_run.h"
+#include "zelvek/panel/xml_answer.h"
 #include "zelvek/publishing/dns_backend.h"
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/store/store.h"
 
-/// The panel functions: what a query's "func" can name. One file for each thing they serve.
+/// The panel functions: what a query's "func" can name. One file for each noun, which registers its functions
+/// beside their bodies.
 namespace zelvek {
 
 /// What the functions work with.
 struct Services {
     Store& store;
-    Publications& publications;
+    Publisher& publisher;
     dns::Backend* records;  // null: no DNS back end
     install::Settings install;
+    RetryPolicy retry;
+    int history_entries = 1000;  // of a job, the newest ones
 };
 
 struct Query {
@@ -27,45 +33,42 @@ struct Query {
 };
 
 /// Carries the query out and returns the answer's text. Throws nothing: every error becomes an answer; what
-/// is no `Error` is logged, and answered as "internal".
+/// is the service's own fault is logged, and answered as "internal".
 std::string AnswerQuery(Services& services, const Query& query);
-
-/// Ends the runs of dead processes and takes back what they left. Safe from any thread.
-void Sweep(Services& services);
 
 /// Every function: errors are `Error`.
 using Function = void (*)(Services&, const Query&, XmlAnswer&);
 
+/// The functions of a noun with their names in queries.
+using Functions = std::vector<std::pair<std::string, Function>>;
+
 namespace functions {
 
-// What the plug-ins ask.
-void EditJob(Services&, const Query&, XmlAnswer&);
-void RegisterProblem(Services&, const Query&, XmlAnswer&);
-void EditAnswer(Services&, const Query&, XmlAnswer&);
-void ListDomainsOfUser(Services&, const Query&, XmlAnswer&);
-void EditRecord(Services&, const Query&, XmlAnswer&);
-void DeleteRecord(Services&, const Query&, XmlAnswer&);
-void EditCsr(Services&, const Query&, XmlAnswer&);
-void DeleteCsr(Services&, const Query&, XmlAnswer&);
-void InstallCertificate(Services&, const Query&, XmlAnswer&);
-
-// What the command line asks. None of them gives a private key.
-void AddDomain(Services&, const Query&, XmlAnswer&);
-void ListDomains(Services&, const Query&, XmlAnswer&);
-void AddJob(Services&, const Query&, XmlAnswer&);
-void ListJobs(Services&, const Query&, XmlAnswer&);
-void ShowJob(Services&, const Query&, XmlAnswer&);
-void RemoveJob(Services&, const Query&, XmlAnswer&);
-void ClaimJob(Services&, const Query&, XmlAnswer&);
-void ListProblems(Services&, const Query&, XmlAnswer&);
-void ShowAccount(Services&, const Query&, XmlAnswer&);
+Functions JobRecord();
+Functions Jobs();
+Functions AnswerFiles();
+Functions Records();
+Functions Domains();
+Functions Certificates();
+Functions Problems();
+Functions Accounts();
 
 }  // namespace functions
 
 /// The number in the parameter `key`, 32 bits. Errors: Error of code kValue.
 int Number(const Query& query, const std::string& key);
 
-/// Whether the parameter `key` is "on"; anything but "on" and "off" is a Error of code kValue.
+/// Whether the parameter `key` is "on"; anything but "on" and "off" is an Error of code kValue.
 bool Flag(const Query& query, const std::string& key);
+
+/// Which part of a list a query asks for: what comes after the entry `after`, at most `limit` entries.
+/// Without these parameters it is the list's first part. Errors: as `Number`; a limit below 1 or above 1000
+/// is one.
+struct Page {
+    explicit Page(const Query& query);
+
+    int after = 0;
+    int limit = 1000;
+};
 
 }  // namespace zelvek

@@ -9,7 +9,10 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/panel/functions.h"
+#include "zelvek/panel/job_fields.h"
+#include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
+#include "zelvek/store/publications.h"
 
 namespace zelvek {
 
@@ -48,9 +51,9 @@ std::string Aliases(const Query& query, const std::string& main, bool wildcards)
     return aliases;
 }
 
-jobs::Job NewJob(const Query& query) {
+Job NewJob(const Query& query) {
     const Parameters& parameters = query.parameters;
-    jobs::Job job;
+    Job job;
     job.check_type = parameters.Has("check_type") ? parameters.Get("check_type") : "http";
     if (job.check_type != "http" && job.check_type != "dns") {
         throw Error(Code::kValue, "check_type", job.check_type,
@@ -72,37 +75,20 @@ jobs::Job NewJob(const Query& query) {
     job.max_account_check_attempts =
         parameters.Has("max_account_check_attempts") ? Number(query, "max_account_check_attempts") : 3;
     job.time_started = vek_date::DateTime().AsDateTime();
+    job.due = job.time_started;
     return job;
-}
-
-XmlAnswer::Element WriteJob(const jobs::Job& job, XmlAnswer::Element element) {
-    return element.Value("id", job.id)
-        .Value("certname", job.certname)
-        .Value("domain", job.domain)
-        .Value("user_name", job.user_name)
-        .Value("aliases", job.aliases)
-        .Value("check_type", job.check_type)
-        .Value("attempt_count", job.attempt_count)
-        .Flag("verified", job.verified)
-        .Flag("failed", job.failed)
-        .Value("next_attempt", job.next_attempt)
-        .Value("time_started", job.time_started)
-        .Value("kid", job.kid)
-        .Value("finalize_check", job.finalize_check)
-        .Value("challenges", job.challenges)
-        .Flag("processing", job.processing);
 }
 
 /// A transaction that sees no run of a dead process.
 class LivingRuns : public Transaction {
 public:
     explicit LivingRuns(Services& services) : Transaction(services.store) {
-        jobs::EndDeadRuns(database(), vek_date::DateTime().AsDateTime());
+        FreeJobsOfTheDead(*this, vek_date::DateTime().AsDateTime(), services.retry);
     }
 };
 
-jobs::Job FindIdle(SQLite::Database& database, int id) {
-    jobs::Job job = jobs::Find(database, id);
+Job FindIdle(Transaction& transaction, int id) {
+    const Job job = jobs::FindShown(transaction, id);
     if (job.processing) {
         throw Error(Code::kBusy, "ambrin.data", std::to_string(id),
                     "job " + std::to_string(id) + " is running already");
@@ -110,26 +96,43 @@ jobs::Job FindIdle(SQLite::Database& database, int id) {
     return job;
 }
 
-}  // namespace
+jobs::State StateNamed(const std::string& name) {
+    static const std::map<std::string, jobs::State> states{{"", jobs::State::kAny},
+                                                           {"verified", jobs::State::kVerified},
+                                                           {"failed", jobs::State::kFailed},
+                                                           {"running", jobs::State::kRunning},
+                                                           {"waiting", jobs::State::kWaiting}};
+    const auto state = states.find(name);
+    if (state != states.end()) return state->second;
+    throw Error(Code::kValue, "state", name,
+                "a state is \"verified\", \"failed\", \"running\" or \"waiting\", not \"" + name + "\"");
+}
 
-void functions::AddJob(Services& services, const Query& query, XmlAnswer& answer) {
-    const jobs::Job job = NewJob(query);
+void AddJob(Services& services, const Query& query, XmlAnswer& answer) {
+    const Job job = NewJob(query);
     Transaction transaction(services.store);
-    answer.Doc().Value("id", jobs::Add(transaction.database(), job));
+    answer.Doc().Value("id", jobs::Add(transaction, job));
     transaction.Commit();
 }
 
-void functions::ListJobs(Services& services, const Query&, XmlAnswer& answer) {
+void ListJobs(Services& services, const Query& query, XmlAnswer& answer) {
+    const Page page(query);
+    const jobs::State state = StateNamed(query.parameters.Get("state"));
     LivingRuns transaction(services);
-    for (const auto& job : jobs::All(transaction.database())) WriteJob(job, answer.Elem());
+    for (const Job& job :
+         jobs::List(transaction, {page.after, page.limit, query.parameters.Get("user_name"), state})) {
+        XmlAnswer::Element element = answer.Elem();
+        WriteFields(job, JobField::kInLists, element.Value("id", job.id));
+    }
     transaction.Commit();
 }
 
-void functions::ShowJob(Services& services, const Query& query, XmlAnswer& answer) {
+void ShowJob(Services& services, const Query& query, XmlAnswer& answer) {
     LivingRuns transaction(services);
     const int id = Number(query, "elid");
-    WriteJob(jobs::Find(transaction.database(), id), answer.Doc());
-    for (const auto& event : jobs::Events(transaction.database(), id)) {
+    const Job job = jobs::FindShown(transaction, id);
+    WriteFields(job, JobField::kInLists, answer.Doc().Value("id", id));
+    for (const auto& event : history::Of(transaction, id)) {
         answer.Doc()
             .Child("event")
             .Value("time", event.time)
@@ -140,27 +143,36 @@ void functions::ShowJob(Services& services, const Query& query, XmlAnswer& answe
     transaction.Commit();
 }
 
-void functions::ClaimJob(Services& services, const Query& query, XmlAnswer&) {
+void ClaimJob(Services& services, const Query& query, XmlAnswer&) {
     LivingRuns transaction(services);
-    jobs::Job job = FindIdle(transaction.database(), Number(query, "elid"));
+    const Job job = FindIdle(transaction, Number(query, "elid"));
     // Whoever runs a stopped job gives it another try: as long as it counts as failed, nothing stays
     // published for it.
-    job.failed = false;
-    jobs::Save(transaction.database(), job);
-    jobs::Claim(transaction.database(), job.id, query.caller);
+    jobs::Revive(transaction, job.id);
+    jobs::Claim(transaction, job.id, query.caller);
     transaction.Commit();
 }
 
-void functions::RemoveJob(Services& services, const Query& query, XmlAnswer&) {
+void RemoveJob(Services& services, const Query& query, XmlAnswer&) {
     const int id = Number(query, "elid");
     {
         LivingRuns transaction(services);
-        FindIdle(transaction.database(), id);
-        publications::SetUnwanted(transaction.database(), id);
-        jobs::Remove(transaction.database(), id);
+        FindIdle(transaction, id);
+        publications::SetUnwanted(transaction, id);
+        jobs::Remove(transaction, id);
         transaction.Commit();
     }
-    services.publications.RemoveUnwanted(id);
+    services.publisher.RemoveUnwanted(id);
+}
+
+}  // namespace
+
+Functions functions::Jobs() {
+    return {{"zelvek.job.add", &AddJob},
+            {"zelvek.job.list", &ListJobs},
+            {"zelvek.job.show", &ShowJob},
+            {"zelvek.job.claim", &ClaimJob},
+            {"zelvek.job.remove", &RemoveJob}};
 }
 
 }  // namespace zelvek

@@ -1,11 +1,12 @@
-// A user's domains, and TXT records in their zones.
+// TXT records in the zones of users.
 #include <set>
 
 #include "vek/err.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/panel/functions.h"
-#include "zelvek/store/panel.h"
+#include "zelvek/store/domains.h"
+#include "zelvek/store/publications.h"
 
 namespace zelvek {
 
@@ -42,7 +43,7 @@ Record Checked(const std::string& user, const std::string& name, const std::stri
 std::string ChooseZone(Services& services, const Record& record) {
     std::vector<std::string> zones;
     Transaction transaction(services.store);
-    for (const auto& domain : domains::Of(transaction.database(), record.user)) {
+    for (const auto& domain : domains::Of(transaction, record.user)) {
         if (services.records != nullptr && services.records->Serves(domain.ascii))
             zones.push_back(domain.ascii);
     }
@@ -57,8 +58,8 @@ std::set<std::string> ZonesOf(Services& services, const Record& record) {
     {
         Transaction transaction(services.store);
         for (const auto& entry :
-             publications::RecordsOf(transaction.database(), record.user, record.name, record.value)) {
-            zones.insert(entry.thing.zone);
+             publications::RecordsOf(transaction, record.user, record.name, record.value)) {
+            zones.insert(entry.item.zone);
         }
     }
     if (!zones.empty()) return zones;
@@ -73,18 +74,7 @@ void CheckType(const Query& query) {
         throw Error(Code::kValue, "rtype", type, "records of type \"" + type + "\" are not served");
 }
 
-}  // namespace
-
-void functions::ListDomainsOfUser(Services& services, const Query& query, XmlAnswer& answer) {
-    const std::string& user = query.parameters.Get("su");
-    names::CheckUser(user);
-    Transaction transaction(services.store);
-    for (const auto& domain : domains::Of(transaction.database(), user)) {
-        answer.Elem().Value("id", domain.id).Value("name", domain.name);
-    }
-}
-
-void functions::EditRecord(Services& services, const Query& query, XmlAnswer&) {
+void EditRecord(Services& services, const Query& query, XmlAnswer&) {
     CheckType(query);
     const Record record =
         Checked(query.parameters.Get("su"), query.parameters.Get("name"), query.parameters.Get("value"));
@@ -98,10 +88,10 @@ void functions::EditRecord(Services& services, const Query& query, XmlAnswer&) {
         throw Error(Code::kMissed, "domain", asked,
                     "user " + record.user + " has no zone that holds " + record.name);
     }
-    services.publications.Publish(query.caller, record.user, {zone, record.name, record.value}, "");
+    services.publisher.Publish(query.caller, record.user, {zone, record.name, record.value}, "");
 }
 
-void functions::DeleteRecord(Services& services, const Query& query, XmlAnswer&) {
+void DeleteRecord(Services& services, const Query& query, XmlAnswer&) {
     CheckType(query);
     const std::string key = query.parameters.Get("elid");
     const std::string separator = " TXT  ";
@@ -112,8 +102,14 @@ void functions::DeleteRecord(Services& services, const Query& query, XmlAnswer&)
     const Record record =
         Checked(query.parameters.Get("su"), key.substr(0, at), key.substr(at + separator.size()));
     for (const std::string& zone : ZonesOf(services, record)) {
-        services.publications.Withdraw(query.caller, {zone, record.name, record.value});
+        services.publisher.Withdraw(query.caller, {zone, record.name, record.value});
     }
+}
+
+}  // namespace
+
+Functions functions::Records() {
+    return {{"domain.record.edit", &EditRecord}, {"domain.record.delete", &DeleteRecord}};
 }
 
 }  // namespace zelvek

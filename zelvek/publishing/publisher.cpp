@@ -12,7 +12,7 @@
 namespace zelvek {
 
 using publications::Publication;
-using publications::Thing;
+using publications::PublishedItem;
 
 namespace {
 
@@ -21,7 +21,7 @@ bool Exists(const std::exception& error) {
     return refused != nullptr && refused->code() == Code::kExists;
 }
 
-/// Whether somebody else than `job` wants the thing to stay.
+/// Whether somebody else than `job` wants the item to stay.
 bool WantedByOthers(const std::vector<Publication>& entries, int job) {
     return std::any_of(entries.begin(), entries.end(),
                        [&](const Publication& entry) { return entry.job != job && !entry.unwanted; });
@@ -34,87 +34,85 @@ bool IsUnwanted(const std::vector<Publication>& entries, int job) {
 
 }  // namespace
 
-Publications::Publications(Store& store, std::filesystem::path answers, dns::Backend* records)
+Publisher::Publisher(Store& store, std::filesystem::path answers, dns::Backend* records)
     : store_(store), answers_(std::move(answers)), records_(records) {}
 
-void Publications::Publish(const Process& publisher, const std::string& user, const Thing& thing,
-                           const std::string& content) {
-    const std::lock_guard lock(LockOf(thing));
-    Publication entry{0, thing, user, 0, publisher, false, false};
+void Publisher::Publish(const Process& publisher, const std::string& user, const PublishedItem& item,
+                        const std::string& content) {
+    const std::lock_guard lock(LockOf(item));
+    Publication entry{0, item, user, 0, publisher, false, false};
     std::optional<Publication> before;
     bool ours = false;
     {
         Transaction transaction(store_);
-        ours = !publications::Of(transaction.database(), thing).empty();
-        entry.job = jobs::LastRead(transaction.database(), publisher);
-        before = publications::Put(transaction.database(), entry);
+        ours = !publications::Of(transaction, item).empty();
+        entry.job = jobs::JobOf(transaction, publisher);
+        before = publications::Put(transaction, entry);
         transaction.Commit();
     }
     try {
-        Perform(thing, content);
+        Perform(item, content);
     } catch (const std::exception& error) {
         if (ours && Exists(error)) throw;
         Transaction transaction(store_);
         if (before) {
-            publications::Restore(transaction.database(), *before);
+            publications::Restore(transaction, *before);
         } else {
-            publications::Drop(transaction.database(), thing, entry.job);
+            publications::Drop(transaction, item, entry.job);
         }
         transaction.Commit();
         throw;
     }
 }
 
-void Publications::Withdraw(const Process& caller, const Thing& thing) {
-    const std::lock_guard lock(LockOf(thing));
+void Publisher::Withdraw(const Process& caller, const PublishedItem& item) {
+    const std::lock_guard lock(LockOf(item));
     std::vector<Publication> entries;
     {
         Transaction transaction(store_);
-        const int job = jobs::LastRead(transaction.database(), caller);
-        entries = publications::Of(transaction.database(), thing);
+        const int job = jobs::JobOf(transaction, caller);
+        entries = publications::Of(transaction, item);
         const bool own = std::any_of(entries.begin(), entries.end(),
                                      [&](const Publication& entry) { return entry.job == job; });
         if (own && WantedByOthers(entries, job)) {
-            publications::Drop(transaction.database(), thing, job);
+            publications::Drop(transaction, item, job);
             transaction.Commit();
             return;
         }
         for (Publication& entry : entries) {
             entry.unwanted = true;
-            publications::Restore(transaction.database(), entry);
+            publications::Restore(transaction, entry);
         }
         transaction.Commit();
     }
-    Revoke(thing);
+    Revoke(item);
     Transaction transaction(store_);
-    for (const Publication& entry : entries) publications::Drop(transaction.database(), thing, entry.job);
+    for (const Publication& entry : entries) publications::Drop(transaction, item, entry.job);
     transaction.Commit();
 }
 
-void Publications::RemoveUnwanted(std::optional<int> job) {
+void Publisher::RemoveUnwanted(std::optional<int> job) {
     std::vector<Publication> entries;
     {
         Transaction transaction(store_);
-        publications::SetUnwantedOfDead(transaction.database());
-        entries = publications::All(transaction.database());
+        entries = publications::TakeUnwanted(transaction, job);
         transaction.Commit();
     }
     bool failed_answer = false;
     bool failed_record = false;
     for (const Publication& entry : entries) {
-        if (!entry.unwanted || (job && entry.job != *job)) continue;
         // Where one failed, the others would fail likewise, each after its own time limit.
-        bool& failed = entry.thing.IsAnswer() ? failed_answer : failed_record;
+        bool& failed = entry.item.IsAnswer() ? failed_answer : failed_record;
         failed = failed || !TryRemove(entry);
     }
 }
 
-bool Publications::TryRemove(const Publication& entry) {
+bool Publisher::TryRemove(const Publication& entry) {
     try {
         Remove(entry);
         return true;
     } catch (const std::exception& error) {
-        const std::string failure = "removing " + entry.thing.name + ": " + error.what();
+        const std::string failure = "removing " + entry.item.name + ": " + error.what();
         const std::lock_guard lock(last_failure_mutex_);
         if (failure != last_failure_) Log(failure);  // once, not at every sweep
         last_failure_ = failure;
@@ -122,41 +120,41 @@ bool Publications::TryRemove(const Publication& entry) {
     }
 }
 
-void Publications::Remove(const Publication& entry) {
-    const std::lock_guard lock(LockOf(entry.thing));
+void Publisher::Remove(const Publication& entry) {
+    const std::lock_guard lock(LockOf(entry.item));
     std::vector<Publication> entries;
     {
         Transaction transaction(store_);
-        entries = publications::Of(transaction.database(), entry.thing);
+        entries = publications::Of(transaction, entry.item);
     }
     if (!IsUnwanted(entries, entry.job)) return;  // published anew meanwhile
-    if (!WantedByOthers(entries, entry.job)) Revoke(entry.thing);
+    if (!WantedByOthers(entries, entry.job)) Revoke(entry.item);
     Transaction transaction(store_);
-    publications::Drop(transaction.database(), entry.thing, entry.job);
+    publications::Drop(transaction, entry.item, entry.job);
     transaction.Commit();
 }
 
-void Publications::Perform(const Thing& thing, const std::string& content) {
-    if (thing.IsAnswer()) {
-        answers::Create(answers_, thing.name, content);
+void Publisher::Perform(const PublishedItem& item, const std::string& content) {
+    if (item.IsAnswer()) {
+        answers::Create(answers_, item.name, content);
     } else {
-        Records().AddTxt(thing.zone, thing.name, thing.value);
+        Records().AddTxt(item.zone, item.name, item.value);
     }
 }
 
-void Publications::Revoke(const Thing& thing) {
-    if (thing.IsAnswer()) {
-        answers::Remove(answers_, thing.name);
+void Publisher::Revoke(const PublishedItem& item) {
+    if (item.IsAnswer()) {
+        answers::Remove(answers_, item.name);
     } else {
-        Records().RemoveTxt(thing.zone, thing.name, thing.value);
+        Records().RemoveTxt(item.zone, item.name, item.value);
     }
 }
 
-std::mutex& Publications::LockOf(const Thing& thing) {
-    return thing.IsAnswer() ? answers_mutex_ : records_mutex_;
+std::mutex& Publisher::LockOf(const PublishedItem& item) {
+    return item.IsAnswer() ? answers_mutex_ : records_mutex_;
 }
 
-dns::Backend& Publications::Records() {
+dns::Backend& Publisher::Records() {
     if (records_ == nullptr) {
         throw Error(Code::kDns, "domain.record", "",
                     "no DNS back end is configured: give --dns-server or --dns-records-file");

@@ -23,6 +23,7 @@
 #include "zelvek/publishing/responder.h"
 #include "zelvek/service/query_server.h"
 #include "zelvek/service/socket.h"
+#include "zelvek/service/sweep.h"
 #include "zelvek/store/store.h"
 
 namespace zelvek {
@@ -87,13 +88,14 @@ void Run(const ServeOptions& options) {
     const bool has_records = !options.dns.server.empty() || !options.dns.records_file.empty();
     dns::Backend* const records = has_records ? backend.get() : nullptr;
 
-    Publications publications(store, options.answers, records);
-    Services services{store, publications, records, options.install};
+    Publisher publisher(store, options.answers, records);
+    const RetryPolicy retry{options.retry_interval};
+    Services services{store, publisher, records, options.install, retry, options.history_entries};
     std::optional<Responder> responder;
     if (!options.responder.empty()) responder.emplace(options.responder, options.answers);
     // The last made ends first: runs are ended while the server still takes their records.
     const Server server(services, socket);
-    const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services); });
+    const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
     std::optional<Scheduler> scheduler;
     if (options.scheduler) {
         scheduler.emplace(

@@ -6,6 +6,7 @@
 
 #include "zelvek/certificates/install.h"
 #include "zelvek/publishing/dns_backend.h"
+#include "zelvek/service/sweep.h"
 
 namespace zelvek {
 
@@ -19,6 +20,8 @@ struct ServeOptions {
     std::chrono::milliseconds scheduler_interval{5000};
     std::chrono::seconds retry_interval{60};
     std::chrono::milliseconds sweep_interval{5000};
+    int history_entries = 1000;  // of each job
+    Retention retention;
     dns::Settings dns;
 };
 

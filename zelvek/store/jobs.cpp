@@ -1,159 +1,240 @@
 #include "zelvek/store/jobs.h"
 
-#include <SQLiteCpp/Database.h>
-#include <SQLiteCpp/Statement.h>
-#include <SQLiteCpp/VariadicBind.h>
+#include <functional>
 
+#include "vek/str.h"
 #include "zelvek/base/error.h"
-#include "zelvek/base/log.h"
+#include "zelvek/store/accounts.h"
 
 namespace zelvek::jobs {
 
 namespace {
 
-Job Read(const SQLite::Statement& row) {
+using Fields = std::vector<JobField>;
+
+Fields FieldsWith(const std::function<bool(const JobField&)>& wanted) {
+    Fields fields;
+    for (const JobField& field : kJobFields) {
+        if (wanted(field)) fields.push_back(field);
+    }
+    return fields;
+}
+
+/// Set when the job is added.
+const Fields& NewFields() {
+    static const Fields fields = FieldsWith([](const JobField& field) {
+        return field.writer == JobField::Writer::kPanel || field.key == std::string("due");
+    });
+    return fields;
+}
+
+/// Of those that change later, the job's own; the account's are kept with the account.
+const Fields& ChangingFields() {
+    static const Fields fields = FieldsWith([](const JobField& field) {
+        return field.writer != JobField::Writer::kPanel && field.kept == JobField::Kept::kWithJob;
+    });
+    return fields;
+}
+
+const Fields& AllFields() {
+    static const Fields fields = FieldsWith([](const JobField&) { return true; });
+    return fields;
+}
+
+/// What lists have, and what says when the job runs again.
+const Fields& ShownFields() {
+    static const Fields fields = FieldsWith([](const JobField& field) {
+        return (field.shown & JobField::kInLists) != 0 || field.writer == JobField::Writer::kService;
+    });
+    return fields;
+}
+
+std::string Column(const JobField& field) {
+    return (field.kept == JobField::Kept::kWithAccount ? "account." : "job.") + std::string(field.key);
+}
+
+/// "SELECT ... FROM job ..." for these fields, up to its condition. A job without an account has empty texts
+/// there.
+std::string SelectText(const Fields& fields) {
+    std::string columns;
+    for (const JobField& field : fields) {
+        const bool joined = field.kept == JobField::Kept::kWithAccount;
+        columns += ", " + (joined ? "coalesce(" + Column(field) + ", '')" : Column(field));
+    }
+    return "SELECT job.id, job.holder_pid, job.holder_start" + columns +
+           " FROM job LEFT JOIN account ON account.id = job.account ";
+}
+
+void Receive(Statement& statement, Job& job, const Fields& fields) {
+    statement.Into(job.id).Into(job.holder.pid).Into(job.holder.start);
+    for (const JobField& field : fields) {
+        std::visit([&](auto member) { statement.Into(job.*member); }, field.member);
+    }
+}
+
+void Give(Statement& statement, const Job& job, const Fields& fields) {
+    for (const JobField& field : fields) {
+        std::visit([&](auto member) { statement.With(job.*member); }, field.member);
+    }
+}
+
+std::vector<Job> Read(Statement& statement, const Fields& fields) {
+    std::vector<Job> jobs;
     Job job;
-    job.id = row.getColumn("id").getInt();
-    job.certname = row.getColumn("certname").getString();
-    job.domain = row.getColumn("domain").getString();
-    job.user_name = row.getColumn("user_name").getString();
-    job.aliases = row.getColumn("aliases").getString();
-    job.check_type = row.getColumn("check_type").getString();
-    job.res_name = row.getColumn("res_name").getString();
-    job.csr_internal_request = row.getColumn("csr_internal_request").getString();
-    job.time_started = row.getColumn("time_started").getString();
-    job.next_attempt = row.getColumn("next_attempt").getString();
-    job.kid = row.getColumn("kid").getString();
-    job.acmekey = row.getColumn("acmekey").getString();
-    job.modulus = row.getColumn("modulus").getString();
-    job.finalize = row.getColumn("finalize").getString();
-    job.finalize_check = row.getColumn("finalize_check").getString();
-    job.challenges = row.getColumn("challenges").getString();
-    job.attempt_count = row.getColumn("attempt_count").getInt();
-    job.account_check_count = row.getColumn("account_check_count").getInt();
-    job.max_account_check_attempts = row.getColumn("max_account_check_attempts").getInt();
-    job.verified = row.getColumn("verified").getInt() != 0;
-    job.failed = row.getColumn("failed").getInt() != 0;
-    job.force_update = row.getColumn("force_update").getInt() != 0;
-    job.skip_account_check = row.getColumn("skip_account_check").getInt() != 0;
-    job.processing = row.getColumn("processing").getInt() != 0;
-    job.last_run = row.getColumn("last_run").getString();
-    job.reader = {row.getColumn("reader_pid").getInt(), row.getColumn("reader_start").getInt64()};
-    return job;
+    Receive(statement, job, fields);
+    while (statement.Next()) jobs.push_back(job);
+    return jobs;
+}
+
+Job FindWith(Transaction& transaction, int id, const Fields& fields, const std::string& select) {
+    Statement statement = transaction.Prepare(select);
+    const std::vector<Job> found = Read(statement.With(id), fields);
+    if (found.empty()) {
+        throw Error(Code::kMissed, "ambrin.data", str::Str(id), "there is no job " + str::Str(id));
+    }
+    return found.front();
+}
+
+std::string InsertText() {
+    std::string columns;
+    std::string places;
+    for (const JobField& field : NewFields()) {
+        str::inpl::Append(columns, field.key, ", ");
+        str::inpl::Append(places, std::string(":") + field.key, ", ");
+    }
+    return "INSERT INTO job (" + columns + ") VALUES (" + places + ") RETURNING id";
+}
+
+std::string UpdateText() {
+    std::string changes;
+    for (const JobField& field : ChangingFields()) {
+        str::inpl::Append(changes, std::string(field.key) + " = :" + field.key, ", ");
+    }
+    return "UPDATE job SET " + changes + " WHERE id = :id";
+}
+
+/// Each state has an index of its own, so that a page of a few jobs among many does not read all of them.
+std::string Condition(State state) {
+    switch (state) {
+        case State::kVerified: return " AND job.verified = 1";
+        case State::kFailed: return " AND job.failed = 1 AND job.verified = 0";
+        case State::kRunning: return " AND job.processing = 1 AND job.verified = 0 AND job.failed = 0";
+        case State::kWaiting: return " AND job.verified = 0 AND job.failed = 0 AND job.processing = 0";
+        case State::kAny: break;
+    }
+    return "";
 }
 
 }  // namespace
 
-int Add(SQLite::Database& database, const Job& job) {
-    SQLite::Statement insert(
-        database,
-        "INSERT INTO job (certname, domain, user_name, aliases, check_type, res_name,"
-        " csr_internal_request, time_started, skip_account_check, max_account_check_attempts)"
-        " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    SQLite::bind(insert, job.certname, job.domain, job.user_name, job.aliases, job.check_type, job.res_name,
-                 job.csr_internal_request, job.time_started, static_cast<int>(job.skip_account_check),
-                 job.max_account_check_attempts);
-    insert.exec();
-    return static_cast<int>(database.getLastInsertRowid());
+int Add(Transaction& transaction, const Job& job) {
+    static const std::string text = InsertText();
+    Statement insert = transaction.Prepare(text);
+    Give(insert, job, NewFields());
+    int id = 0;
+    insert.Into(id).Next();
+    return id;
 }
 
-Job Find(SQLite::Database& database, int id) {
-    SQLite::Statement select(database, "SELECT * FROM job WHERE id = ?");
-    select.bind(1, id);
-    if (!select.executeStep()) {
-        throw Error(Code::kMissed, "ambrin.data", std::to_string(id),
-                    "there is no job " + std::to_string(id));
-    }
-    return Read(select);
+Job Find(Transaction& transaction, int id) {
+    static const std::string text = SelectText(AllFields()) + "WHERE job.id = :id";
+    return FindWith(transaction, id, AllFields(), text);
 }
 
-std::vector<Job> All(SQLite::Database& database) {
-    std::vector<Job> all;
-    SQLite::Statement select(database, "SELECT * FROM job ORDER BY id");
-    while (select.executeStep()) all.push_back(Read(select));
-    return all;
+Job FindShown(Transaction& transaction, int id) {
+    static const std::string text = SelectText(ShownFields()) + "WHERE job.id = :id";
+    return FindWith(transaction, id, ShownFields(), text);
 }
 
-void Save(SQLite::Database& database, const Job& job) {
-    SQLite::Statement update(
-        database,
-        "UPDATE job SET next_attempt = ?, kid = ?, acmekey = ?, modulus = ?, finalize = ?,"
-        " finalize_check = ?, challenges = ?, attempt_count = ?, account_check_count = ?,"
-        " verified = ?, failed = ?, force_update = ?, processing = ?, last_run = ? WHERE id = ?");
-    SQLite::bind(update, job.next_attempt, job.kid, job.acmekey, job.modulus, job.finalize,
-                 job.finalize_check, job.challenges, job.attempt_count, job.account_check_count,
-                 static_cast<int>(job.verified), static_cast<int>(job.failed),
-                 static_cast<int>(job.force_update), static_cast<int>(job.processing), job.last_run, job.id);
-    update.exec();
+std::vector<Job> List(Transaction& transaction, const Selection& selection) {
+    const std::string of_user = selection.user_name.empty() ? "" : "job.user_name = :user AND ";
+    Statement select =
+        transaction.Prepare(SelectText(ShownFields()) + "WHERE " + of_user + "job.id > :after" +
+                            Condition(selection.state) + " ORDER BY job.id LIMIT :most");
+    if (!of_user.empty()) select.With(selection.user_name);
+    return Read(select.With(selection.after).With(selection.limit), ShownFields());
 }
 
-void Claim(SQLite::Database& database, int id, const Process& process) {
-    SQLite::Statement update(database,
-                             "UPDATE job SET processing = 1, reader_pid = ?, reader_start = ? WHERE id = ?");
-    SQLite::bind(update, process.pid, static_cast<int64_t>(process.start), id);
-    update.exec();
+void Save(Transaction& transaction, const Job& job) {
+    static const std::string text = UpdateText();
+    Statement update = transaction.Prepare(text);
+    Give(update, job, ChangingFields());
+    update.With(job.id).Run();
+    accounts::SetOfJob(transaction, job.id, {job.kid, job.acmekey, job.modulus});
 }
 
-void SetReader(SQLite::Database& database, int id, const Process& process) {
-    Claim(database, id, process);
-    SQLite::Statement insert(database, "INSERT OR REPLACE INTO reader (pid, start, job) VALUES (?, ?, ?)");
-    SQLite::bind(insert, process.pid, static_cast<int64_t>(process.start), id);
-    insert.exec();
+void Claim(Transaction& transaction, int id, const Process& process) {
+    transaction
+        .Prepare("UPDATE job SET processing = 1, holder_pid = :pid, holder_start = :start WHERE id = :id")
+        .With(process.pid)
+        .With(process.start)
+        .With(id)
+        .Run();
 }
 
-int LastRead(SQLite::Database& database, const Process& process) {
-    SQLite::Statement select(database, "SELECT job FROM reader WHERE pid = ? AND start = ?");
-    SQLite::bind(select, process.pid, static_cast<int64_t>(process.start));
-    return select.executeStep() ? select.getColumn(0).getInt() : 0;
+void Hold(Transaction& transaction, int id, const Process& process) {
+    Claim(transaction, id, process);
+    transaction
+        .Prepare(
+            "INSERT INTO reader (pid, start, job) VALUES (:pid, :start, :job)"
+            " ON CONFLICT (pid) DO UPDATE SET start = excluded.start, job = excluded.job")
+        .With(process.pid)
+        .With(process.start)
+        .With(id)
+        .Run();
 }
 
-void EndDeadRuns(SQLite::Database& database, const std::string& now) {
-    for (Job& job : All(database)) {
-        if (!job.processing || Alive(job.reader)) continue;
-        Log("job " + std::to_string(job.id) + ": its run has ended without writing the job back");
-        job.processing = false;
-        job.last_run = now;
-        Save(database, job);
-    }
+int JobOf(Transaction& transaction, const Process& process) {
+    int job = 0;
+    Statement select = transaction.Prepare("SELECT job FROM reader WHERE pid = :pid AND start = :start");
+    return select.With(process.pid).With(process.start).Into(job).Next() ? job : 0;
 }
 
-void ForgetDeadReaders(SQLite::Database& database) {
+void ForgetDeadProcesses(Transaction& transaction) {
     std::vector<Process> dead;
-    SQLite::Statement select(database, "SELECT pid, start FROM reader");
-    while (select.executeStep()) {
-        const Process reader{select.getColumn(0).getInt(), select.getColumn(1).getInt64()};
+    Process reader;
+    Statement select = transaction.Prepare("SELECT pid, start FROM reader");
+    select.Into(reader.pid).Into(reader.start);
+    while (select.Next()) {
         if (!Alive(reader)) dead.push_back(reader);
     }
-    for (const Process& reader : dead) {
-        SQLite::Statement remove(database, "DELETE FROM reader WHERE pid = ? AND start = ?");
-        SQLite::bind(remove, reader.pid, static_cast<int64_t>(reader.start));
-        remove.exec();
+    for (const Process& process : dead) {
+        transaction.Prepare("DELETE FROM reader WHERE pid = :pid").With(process.pid).Run();
     }
 }
 
-void Remove(SQLite::Database& database, int id) {
-    SQLite::Statement remove(database, "DELETE FROM job WHERE id = ?");
-    remove.bind(1, id);
-    remove.exec();
+std::vector<Job> Running(Transaction& transaction) {
+    static const std::string text = SelectText(ShownFields()) + "WHERE job.processing = 1 ORDER BY job.id";
+    Statement select = transaction.Prepare(text);
+    return Read(select, ShownFields());
 }
 
-void AddEvent(SQLite::Database& database, int id, const Event& event) {
-    SQLite::Statement insert(
-        database, "INSERT INTO job_event (job, time, state, event, detail) VALUES (?, ?, ?, ?, ?)");
-    SQLite::bind(insert, id, event.time, event.state, event.event, event.detail);
-    insert.exec();
+std::vector<int> Due(Transaction& transaction, const std::string& now, int limit) {
+    std::vector<int> due;
+    int id = 0;
+    Statement select = transaction.Prepare(
+        "SELECT id FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND due <= :now"
+        " ORDER BY due, id LIMIT :most");
+    select.With(now).With(limit).Into(id);
+    while (select.Next()) due.push_back(id);
+    return due;
 }
 
-std::vector<Event> Events(SQLite::Database& database, int id) {
-    std::vector<Event> events;
-    SQLite::Statement select(database,
-                             "SELECT time, state, event, detail FROM job_event WHERE job = ? ORDER BY id");
-    select.bind(1, id);
-    while (select.executeStep()) {
-        events.push_back({select.getColumn(0).getString(), select.getColumn(1).getString(),
-                          select.getColumn(2).getString(), select.getColumn(3).getString()});
-    }
-    return events;
+void Free(Transaction& transaction, int id, const std::string& last_run, const std::string& due) {
+    transaction.Prepare("UPDATE job SET processing = 0, last_run = :last_run, due = :due WHERE id = :id")
+        .With(last_run)
+        .With(due)
+        .With(id)
+        .Run();
+}
+
+void Revive(Transaction& transaction, int id) {
+    transaction.Prepare("UPDATE job SET failed = 0 WHERE id = :id").With(id).Run();
+}
+
+void Remove(Transaction& transaction, int id) {
+    accounts::SetOfJob(transaction, id, {});
+    transaction.Prepare("DELETE FROM job WHERE id = :id").With(id).Run();
 }
 
 }  // namespace zelvek::jobs

@@ -3,68 +3,64 @@
 #include <string>
 #include <vector>
 
-#include "zelvek/base/process.h"
+#include "zelvek/base/job.h"
+#include "zelvek/store/store.h"
 
-namespace SQLite {
-class Database;
-}
-
-/// Certificate jobs and their history. Every function works inside the caller's transaction.
+/// Certificate jobs. Every function works inside the caller's transaction.
 namespace zelvek::jobs {
 
-/// One job; the members bear the names of the record's keys.
-struct Job {
-    int id = 0;
-    std::string certname, domain, user_name, aliases, check_type, res_name, csr_internal_request;
-    std::string time_started, next_attempt;
-    std::string kid, acmekey, modulus, finalize, finalize_check, challenges;
-    int attempt_count = 0;
-    int account_check_count = 0;
-    int max_account_check_attempts = 0;
-    bool verified = false;
-    bool failed = false;
-    bool force_update = false;
-    bool skip_account_check = false;
-    bool processing = false;
-    std::string last_run;  // when the last run ended; empty before the first
-    Process reader;  // who holds or held the job: the process that read it last, or that claimed it for a run
-};
-
-struct Event {
-    std::string time, state, event, detail;
-};
-
 /// Stores a new job and returns its id.
-int Add(SQLite::Database& database, const Job& job);
+int Add(Transaction& transaction, const Job& job);
 
-/// Errors: Error of code kMissed.
-Job Find(SQLite::Database& database, int id);
+/// The whole job, with its account's key. Errors: Error of code kMissed.
+Job Find(Transaction& transaction, int id);
 
-std::vector<Job> All(SQLite::Database& database);
+/// The job as the command line shows it: the fields that lists have, and its holder; no key. Errors: as
+/// `Find`.
+Job FindShown(Transaction& transaction, int id);
 
-/// Stores what a run may change: account, order, challenges, counters, flags, next attempt, processing, last
-/// run.
-void Save(SQLite::Database& database, const Job& job);
+enum class State { kAny, kVerified, kFailed, kRunning, kWaiting };
 
-/// Makes the process the job's reader and the job "processing".
-void Claim(SQLite::Database& database, int id, const Process& process);
+/// Which jobs a list has: those with ids above `after`, at most `limit`, of one user unless that is empty.
+struct Selection {
+    int after = 0;
+    int limit = 0;
+    std::string user_name = {};
+    State state = State::kAny;
+};
+
+/// By id, as `FindShown` has them.
+std::vector<Job> List(Transaction& transaction, const Selection& selection);
+
+/// Stores what changes after a job was added: what a run may write, with its account, `last_run` and `due`.
+/// The job must be one that `Find` has given.
+void Save(Transaction& transaction, const Job& job);
+
+/// Makes the process the job's holder and the job "processing".
+void Claim(Transaction& transaction, int id, const Process& process);
 
 /// As `Claim`, for a process that has got the record: its publications are the job's from now on.
-void SetReader(SQLite::Database& database, int id, const Process& process);
+void Hold(Transaction& transaction, int id, const Process& process);
 
-/// The job that this process read last; 0 for none.
-int LastRead(SQLite::Database& database, const Process& process);
-
-/// Ends "processing" of the jobs whose holder is dead. `now` becomes the end of their last run.
-void EndDeadRuns(SQLite::Database& database, const std::string& now);
+/// The job whose record this process read last; 0 for none.
+int JobOf(Transaction& transaction, const Process& process);
 
 /// Forgets which jobs dead processes have read.
-void ForgetDeadReaders(SQLite::Database& database);
+void ForgetDeadProcesses(Transaction& transaction);
+
+/// The jobs that are "processing": their fields are those of lists, `last_run` and the holder.
+std::vector<Job> Running(Transaction& transaction);
+
+/// The jobs that are due at `now`, longest due first, at most `limit`.
+std::vector<int> Due(Transaction& transaction, const std::string& now, int limit);
+
+/// Frees a job whose run is over: no longer "processing".
+void Free(Transaction& transaction, int id, const std::string& last_run, const std::string& due);
+
+/// Gives a stopped job another try: no longer "failed".
+void Revive(Transaction& transaction, int id);
 
 /// Removes the job with its history.
-void Remove(SQLite::Database& database, int id);
-
-void AddEvent(SQLite::Database& database, int id, const Event& event);
-std::vector<Event> Events(SQLite::Database& database, int id);
+void Remove(Transaction& transaction, int id);
 
 }  // namespace zelvek::jobs

@@ -101,10 +101,60 @@ CREATE TABLE publication (
 ) STRICT;
 )sql";
 
+// Accounts are kept once, however many jobs use them: a key with its header is 4 kB. Each job knows when it
+// is due, and whatever is looked for has an index, so that work grows with what is found, not with what is
+// kept.
+constexpr const char* kAccountsAndIndexes = R"sql(
+CREATE TABLE account (
+    id INTEGER PRIMARY KEY,
+    kid TEXT NOT NULL,
+    acmekey TEXT NOT NULL,
+    modulus TEXT NOT NULL
+) STRICT;
+CREATE INDEX account_by_kid ON account (kid, modulus);
+INSERT INTO account (kid, acmekey, modulus)
+    SELECT DISTINCT kid, acmekey, modulus FROM job WHERE kid <> '' OR acmekey <> '' OR modulus <> '';
+INSERT INTO account (kid, acmekey, modulus)
+    SELECT a.value, b.value, '' FROM setting a, setting b
+    WHERE a.name = 'default_kid' AND b.name = 'default_pem'
+      AND NOT EXISTS (SELECT 1 FROM account WHERE kid = a.value AND acmekey = b.value);
+INSERT INTO setting (name, value)
+    SELECT 'default_account', CAST (min(account.id) AS TEXT) FROM account, setting a, setting b
+    WHERE a.name = 'default_kid' AND b.name = 'default_pem' AND kid = a.value AND acmekey = b.value
+    HAVING count(*) > 0;
+DELETE FROM setting WHERE name IN ('default_kid', 'default_pem');
+ALTER TABLE job ADD COLUMN account INTEGER REFERENCES account (id);
+UPDATE job SET account = (SELECT id FROM account WHERE account.kid = job.kid AND account.modulus = job.modulus
+                                                   AND account.acmekey = job.acmekey);
+ALTER TABLE job DROP COLUMN kid;
+ALTER TABLE job DROP COLUMN acmekey;
+ALTER TABLE job DROP COLUMN modulus;
+ALTER TABLE job RENAME COLUMN reader_pid TO holder_pid;
+ALTER TABLE job RENAME COLUMN reader_start TO holder_start;
+ALTER TABLE job ADD COLUMN due TEXT NOT NULL DEFAULT '';
+UPDATE job SET due = CASE WHEN next_attempt > last_run THEN next_attempt WHEN last_run = '' THEN time_started
+                          ELSE coalesce(datetime(last_run, '+60 seconds'), last_run) END;
+CREATE INDEX job_due ON job (due, id) WHERE verified = 0 AND failed = 0 AND processing = 0;
+CREATE INDEX job_waiting ON job (id) WHERE verified = 0 AND failed = 0 AND processing = 0;
+CREATE INDEX job_running ON job (id) WHERE processing = 1;
+CREATE INDEX job_failed ON job (id) WHERE failed = 1;
+CREATE INDEX job_verified ON job (id) WHERE verified = 1;
+CREATE INDEX job_by_user ON job (user_name, id);
+CREATE INDEX job_by_account ON job (account);
+DROP INDEX job_event_by_job;
+CREATE INDEX job_event_by_job ON job_event (job, id);
+CREATE INDEX csr_by_time ON csr (time);
+CREATE INDEX domain_by_user ON domain (user_name, id);
+CREATE INDEX publication_by_job ON publication (job, id);
+CREATE INDEX publication_unwanted ON publication (id) WHERE unwanted = 1;
+CREATE INDEX publication_not_kept ON publication (id) WHERE kept = 0 AND unwanted = 0;
+CREATE INDEX publication_by_name ON publication (user_name, name, value);
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
-    static const std::vector<const char*> migrations{kPanelRecords, kProcesses};
+    static const std::vector<const char*> migrations{kPanelRecords, kProcesses, kAccountsAndIndexes};
     return migrations;
 }
 

@@ -1,100 +1,106 @@
 #include "zelvek/store/publications.h"
 
-#include <SQLiteCpp/Database.h>
-#include <SQLiteCpp/Statement.h>
-#include <SQLiteCpp/VariadicBind.h>
-
 #include <algorithm>
 
 namespace zelvek::publications {
 
 namespace {
 
-std::vector<Publication> Read(SQLite::Statement& select) {
+const std::string kSelect =
+    "SELECT id, zone, name, value, user_name, job, pid, start, kept, unwanted FROM publication ";
+
+std::vector<Publication> Read(Statement& select) {
     std::vector<Publication> found;
-    while (select.executeStep()) {
-        Publication entry;
-        entry.id = select.getColumn("id").getInt64();
-        entry.thing = {select.getColumn("zone").getString(), select.getColumn("name").getString(),
-                       select.getColumn("value").getString()};
-        entry.user_name = select.getColumn("user_name").getString();
-        entry.job = select.getColumn("job").getInt();
-        entry.publisher = {select.getColumn("pid").getInt(), select.getColumn("start").getInt64()};
-        entry.kept = select.getColumn("kept").getInt() != 0;
-        entry.unwanted = select.getColumn("unwanted").getInt() != 0;
-        found.push_back(std::move(entry));
-    }
+    Publication entry;
+    select.Into(entry.id).Into(entry.item.zone).Into(entry.item.name).Into(entry.item.value);
+    select.Into(entry.user_name).Into(entry.job).Into(entry.publisher.pid).Into(entry.publisher.start);
+    select.Into(entry.kept).Into(entry.unwanted);
+    while (select.Next()) found.push_back(entry);
     return found;
 }
 
-void Mark(SQLite::Database& database, const std::string& change, int job) {
-    SQLite::Statement update(database, "UPDATE publication SET " + change + " WHERE job = ?");
-    update.bind(1, job);
-    update.exec();
+/// All entries that a condition without values holds for, or those of one job.
+std::vector<Publication> Select(Transaction& transaction, const std::string& condition,
+                                std::optional<int> job) {
+    Statement select =
+        transaction.Prepare(kSelect + "WHERE " + condition + (job ? " AND job = :job" : "") + " ORDER BY id");
+    if (job) select.With(*job);
+    return Read(select);
+}
+
+void MarkUnwanted(Transaction& transaction, long long id) {
+    transaction.Prepare("UPDATE publication SET unwanted = 1 WHERE id = :id").With(id).Run();
 }
 
 }  // namespace
 
-std::optional<Publication> Put(SQLite::Database& database, const Publication& publication) {
-    const auto entries = Of(database, publication.thing);
+std::optional<Publication> Put(Transaction& transaction, const Publication& publication) {
+    const auto entries = Of(transaction, publication.item);
     const auto before = std::find_if(entries.begin(), entries.end(),
                                      [&](const Publication& entry) { return entry.job == publication.job; });
     Publication entry = publication;
     // What an earlier run of the job was written back with stays the job's, whatever becomes of this run.
     entry.kept = before != entries.end() && before->kept && !before->unwanted;
-    Restore(database, entry);
+    Restore(transaction, entry);
     return before == entries.end() ? std::nullopt : std::optional(*before);
 }
 
-void Restore(SQLite::Database& database, const Publication& publication) {
-    SQLite::Statement insert(database,
-                             "INSERT OR REPLACE INTO publication"
-                             " (zone, name, value, user_name, job, pid, start, kept, unwanted)"
-                             " VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?)");
-    SQLite::bind(insert, publication.thing.zone, publication.thing.name, publication.thing.value,
-                 publication.user_name, publication.job, publication.publisher.pid,
-                 static_cast<int64_t>(publication.publisher.start), static_cast<int>(publication.kept),
-                 static_cast<int>(publication.unwanted));
-    insert.exec();
+void Restore(Transaction& transaction, const Publication& publication) {
+    transaction
+        .Prepare(
+            "INSERT INTO publication (zone, name, value, user_name, job, pid, start, kept, unwanted)"
+            " VALUES (:zone, :name, :value, :user, :job, :pid, :start, :kept, :unwanted)"
+            " ON CONFLICT (zone, name, value, job) DO UPDATE SET user_name = excluded.user_name,"
+            " pid = excluded.pid, start = excluded.start, kept = excluded.kept, unwanted = excluded.unwanted")
+        .With(publication.item.zone)
+        .With(publication.item.name)
+        .With(publication.item.value)
+        .With(publication.user_name)
+        .With(publication.job)
+        .With(publication.publisher.pid)
+        .With(publication.publisher.start)
+        .With(publication.kept)
+        .With(publication.unwanted)
+        .Run();
 }
 
-void Drop(SQLite::Database& database, const Thing& thing, int job) {
-    SQLite::Statement remove(database,
-                             "DELETE FROM publication WHERE zone = ? AND name = ? AND value = ? AND job = ?");
-    SQLite::bind(remove, thing.zone, thing.name, thing.value, job);
-    remove.exec();
+void Drop(Transaction& transaction, const PublishedItem& item, int job) {
+    transaction
+        .Prepare(
+            "DELETE FROM publication WHERE zone = :zone AND name = :name AND value = :value AND job = :job")
+        .With(item.zone)
+        .With(item.name)
+        .With(item.value)
+        .With(job)
+        .Run();
 }
 
-std::vector<Publication> All(SQLite::Database& database) {
-    SQLite::Statement select(database, "SELECT * FROM publication ORDER BY id");
-    return Read(select);
+std::vector<Publication> Of(Transaction& transaction, const PublishedItem& item) {
+    Statement select =
+        transaction.Prepare(kSelect + "WHERE zone = :zone AND name = :name AND value = :value");
+    return Read(select.With(item.zone).With(item.name).With(item.value));
 }
 
-std::vector<Publication> Of(SQLite::Database& database, const Thing& thing) {
-    SQLite::Statement select(database, "SELECT * FROM publication WHERE zone = ? AND name = ? AND value = ?");
-    SQLite::bind(select, thing.zone, thing.name, thing.value);
-    return Read(select);
+std::vector<Publication> RecordsOf(Transaction& transaction, const std::string& user, const std::string& name,
+                                   const std::string& value) {
+    Statement select = transaction.Prepare(
+        kSelect + "WHERE user_name = :user AND name = :name AND value = :value AND zone <> ''");
+    return Read(select.With(user).With(name).With(value));
 }
 
-std::vector<Publication> RecordsOf(SQLite::Database& database, const std::string& user,
-                                   const std::string& name, const std::string& value) {
-    SQLite::Statement select(database,
-                             "SELECT * FROM publication"
-                             " WHERE zone <> '' AND user_name = ? AND name = ? AND value = ?");
-    SQLite::bind(select, user, name, value);
-    return Read(select);
+void SetUnwanted(Transaction& transaction, int job) {
+    transaction.Prepare("UPDATE publication SET unwanted = 1 WHERE job = :job").With(job).Run();
 }
 
-void SetUnwanted(SQLite::Database& database, int job) { Mark(database, "unwanted = 1", job); }
+void SetKept(Transaction& transaction, int job) {
+    transaction.Prepare("UPDATE publication SET kept = 1 WHERE job = :job").With(job).Run();
+}
 
-void SetKept(SQLite::Database& database, int job) { Mark(database, "kept = 1", job); }
-
-void SetUnwantedOfDead(SQLite::Database& database) {
-    for (Publication& entry : All(database)) {
-        if (entry.unwanted || entry.kept || Alive(entry.publisher)) continue;
-        entry.unwanted = true;
-        Restore(database, entry);
+std::vector<Publication> TakeUnwanted(Transaction& transaction, std::optional<int> job) {
+    for (const Publication& entry : Select(transaction, "kept = 0 AND unwanted = 0", job)) {
+        if (!Alive(entry.publisher)) MarkUnwanted(transaction, entry.id);
     }
+    return Select(transaction, "unwanted = 1", job);
 }
 
 }  // namespace zelvek::publications

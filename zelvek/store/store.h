@@ -1,27 +1,26 @@
 #pragma once
 
 #include <filesystem>
-#include <memory>
 #include <mutex>
 
-namespace SQLite {
-class Database;
-}
+#include "zelvek/store/connection.h"
+#include "zelvek/store/statement.h"
 
 namespace zelvek {
 
-/// The service's one database file. It holds private keys: mode 0600.
+/// Everything that the panel keeps: jobs and their history, accounts with their private keys, domains,
+/// requests, notifications, publications. One file of this folder for each; all their functions work inside a
+/// `Transaction`.
 class Store {
 public:
-    /// Opens or creates the file and brings it to the newest version.
+    /// Opens or creates the database and brings it to the newest version.
     /// Errors: Error that names the file; a file of a newer version than this program's is one.
     explicit Store(const std::filesystem::path& file);
-    ~Store();
 
 private:
     friend class Transaction;
     std::mutex mutex_;
-    std::unique_ptr<SQLite::Database> database_;
+    Connection connection_;
 };
 
 /// Everything that one piece of work reads and writes, seen by others as a whole or not at all. Others wait
@@ -33,8 +32,14 @@ public:
     Transaction(const Transaction&) = delete;
     Transaction& operator=(const Transaction&) = delete;
 
-    SQLite::Database& database() { return *store_.database_; }
     void Commit();
+
+    /// For the store's own functions: SQL that both SQLite and PostgreSQL understand, a ":name" for each
+    /// value.
+    Statement Prepare(const std::string& sql) { return Statement(store_.connection_, sql); }
+
+    /// For tests and for people who look for a slow query: the texts of all statements prepared so far.
+    std::vector<std::string> Prepared() const { return store_.connection_.Prepared(); }
 
 private:
     Store& store_;

@@ -1,4 +1,4 @@
-#include "zelvek/jobs/history.h"
+#include "zelvek/jobs/run_log.h"
 
 #include "vek/str.h"
 
@@ -19,9 +19,9 @@ bool Begins(const std::string& log, std::size_t at) {
     return true;
 }
 
-jobs::Event Read(std::string entry, const std::string& now) {
+history::Event Read(std::string entry, const std::string& now) {
     if (!Begins(entry, 0)) return {now, "", "", entry};
-    jobs::Event event;
+    history::Event event;
     event.time = str::GetWord(entry, ',');
     event.state = str::GetWord(entry, ',');
     event.event = str::GetWord(entry, ',');
@@ -31,8 +31,8 @@ jobs::Event Read(std::string entry, const std::string& now) {
 
 }  // namespace
 
-std::vector<jobs::Event> SplitLog(const std::string& log, const std::string& now) {
-    std::vector<jobs::Event> events;
+std::vector<history::Event> SplitLog(const std::string& log, const std::string& now) {
+    std::vector<history::Event> events;
     std::size_t begin = 0;
     for (std::size_t at = 0; at < log.size(); ++at) {
         if (log[at] != ';' || !Begins(log, at + 1)) continue;

@@ -1,4 +1,4 @@
-#include "zelvek/jobs/history.h"
+#include "zelvek/jobs/run_log.h"
 
 #include <gtest/gtest.h>
 

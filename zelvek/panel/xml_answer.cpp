@@ -1,4 +1,4 @@
-#include "zelvek/panel/answer.h"
+#include "zelvek/panel/xml_answer.h"
 
 #include <pugixml.hpp>
 #include <sstream>

@@ -1,0 +1,75 @@
+#include "zelvek/store/connection.h"
+
+#include <fcntl.h>
+#include <soci/sqlite3/soci-sqlite3.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <system_error>
+
+#include "zelvek/base/error.h"
+#include "zelvek/store/soci_state.h"
+
+namespace zelvek {
+
+namespace {
+
+// How long a foreign writer, a person with the sqlite3 tool say, may hold the file.
+constexpr const char* kBusySeconds = "10";
+
+/// Makes the file before SQLite does, which would make it readable by all; its journals take over the mode.
+void MakePrivate(const std::filesystem::path& file) {
+    const int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const bool failed = fd < 0 || ::fchmod(fd, 0600) != 0;
+    const int error = errno;
+    if (fd >= 0) ::close(fd);
+    if (failed) throw Error(Code::kIo, std::generic_category().message(error));
+}
+
+/// The library reads "key=value" words; quotes keep a path with blanks in one.
+std::string ConnectString(const std::filesystem::path& file) {
+    if (file.string().find('"') != std::string::npos)
+        throw Error(Code::kIo, "the path of a database can hold no quote");
+    return "dbname=\"" + file.string() + "\" timeout=" + kBusySeconds;
+}
+
+}  // namespace
+
+Connection::Connection(const std::filesystem::path& file) {
+    MakePrivate(file);
+    state_ = Translated([&] { return std::make_unique<State>(ConnectString(file)); });
+    Execute({"PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
+             "PRAGMA secure_delete = ON"});  // a deleted key leaves no bytes in the file
+}
+
+Connection::~Connection() = default;
+
+void Connection::Execute(const std::vector<std::string>& statements) {
+    for (const std::string& statement : statements) Translated([&] { state_->session << statement; });
+}
+
+void Connection::Begin() { Statement(*this, "BEGIN IMMEDIATE").Run(); }
+
+void Connection::Commit() { Statement(*this, "COMMIT").Run(); }
+
+void Connection::Rollback() { Statement(*this, "ROLLBACK").Run(); }
+
+long long Connection::Version() {
+    long long version = 0;
+    Translated([&] { state_->session << "PRAGMA user_version", soci::into(version); });
+    return version;
+}
+
+void Connection::SetVersion(long long version) {
+    Execute({"PRAGMA user_version = " + std::to_string(version)});
+}
+
+std::vector<std::string> Connection::Prepared() const {
+    std::vector<std::string> texts;
+    for (const auto& [text, statement] : state_->kept) texts.push_back(text);
+    return texts;
+}
+
+}  // namespace zelvek

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace zelvek {
+
+/// The connection to the engine, and the statements that it keeps prepared. What differs between engines is
+/// behind this; everything else in this folder is SQL that SQLite and PostgreSQL both understand. For one
+/// thread at a time.
+class Connection {
+public:
+    /// Opens or creates an SQLite database file, readable by its user alone. Errors: Error.
+    explicit Connection(const std::filesystem::path& file);
+    ~Connection();
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+
+    /// Carries out statements that are not kept, one after the other.
+    void Execute(const std::vector<std::string>& statements);
+
+    /// A transaction that may write: it waits for others who write, for a few seconds.
+    void Begin();
+    void Commit();
+    void Rollback();
+
+    /// The version of the database's tables; 0 for a new database. `SetVersion` is part of a transaction.
+    long long Version();
+    void SetVersion(long long version);
+
+    /// The texts of the statements that are kept prepared.
+    std::vector<std::string> Prepared() const;
+
+private:
+    friend class Statement;
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace zelvek

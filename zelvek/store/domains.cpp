@@ -1,0 +1,40 @@
+#include "zelvek/store/domains.h"
+
+#include "zelvek/base/error.h"
+
+namespace zelvek::domains {
+
+namespace {
+
+std::vector<Domain> Read(Statement& select) {
+    std::vector<Domain> found;
+    Domain domain;
+    select.Into(domain.id).Into(domain.name).Into(domain.ascii).Into(domain.user_name);
+    while (select.Next()) found.push_back(domain);
+    return found;
+}
+
+}  // namespace
+
+void Add(Transaction& transaction, const Domain& domain) {
+    Statement insert = transaction.Prepare(
+        "INSERT INTO domain (name, ascii, user_name) VALUES (:name, :ascii, :user) ON CONFLICT DO NOTHING");
+    if (insert.With(domain.name).With(domain.ascii).With(domain.user_name).Run() == 0) {
+        throw Error(Code::kExists, "domain", domain.name,
+                    "the domain \"" + domain.name + "\" is there already");
+    }
+}
+
+std::vector<Domain> Of(Transaction& transaction, const std::string& user) {
+    Statement select = transaction.Prepare(
+        "SELECT id, name, ascii, user_name FROM domain WHERE user_name = :user ORDER BY id");
+    return Read(select.With(user));
+}
+
+std::vector<Domain> List(Transaction& transaction, int after, int limit) {
+    Statement select = transaction.Prepare(
+        "SELECT id, name, ascii, user_name FROM domain WHERE id > :after ORDER BY id LIMIT :most");
+    return Read(select.With(after).With(limit));
+}
+
+}  // namespace zelvek::domains

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "zelvek/store/store.h"
+
+/// Which domain belongs to which user. Every function works inside the caller's transaction.
+namespace zelvek::domains {
+
+struct Domain {
+    int id = 0;
+    std::string name;   // as it was added
+    std::string ascii;  // canonical
+    std::string user_name;
+};
+
+/// Errors: Error of code kExists: a domain belongs to one user.
+void Add(Transaction& transaction, const Domain& domain);
+
+/// All domains of a user, by id.
+std::vector<Domain> Of(Transaction& transaction, const std::string& user);
+
+/// Everybody's domains with ids above `after`, at most `limit`.
+std::vector<Domain> List(Transaction& transaction, int after, int limit);
+
+}  // namespace zelvek::domains

@@ -1,0 +1,50 @@
+#include "zelvek/store/history.h"
+
+namespace zelvek::history {
+
+void Add(Transaction& transaction, int job, const Event& event) {
+    transaction
+        .Prepare(
+            "INSERT INTO job_event (job, time, state, event, detail)"
+            " VALUES (:job, :time, :state, :event, :detail)")
+        .With(job)
+        .With(event.time)
+        .With(event.state)
+        .With(event.event)
+        .With(event.detail)
+        .Run();
+}
+
+std::vector<Event> Of(Transaction& transaction, int job) {
+    std::vector<Event> events;
+    Event event;
+    Statement select =
+        transaction.Prepare("SELECT time, state, event, detail FROM job_event WHERE job = :job ORDER BY id");
+    select.With(job).Into(event.time).Into(event.state).Into(event.event).Into(event.detail);
+    while (select.Next()) events.push_back(event);
+    return events;
+}
+
+void Shorten(Transaction& transaction, int job, int most) {
+    long long newest_too_many = 0;
+    {
+        Statement select = transaction.Prepare(
+            "SELECT id FROM job_event WHERE job = :job ORDER BY id DESC LIMIT 1 OFFSET :most");
+        if (!select.With(job).With(most).Into(newest_too_many).Next()) return;
+    }
+    transaction.Prepare("DELETE FROM job_event WHERE job = :job AND id <= :last")
+        .With(job)
+        .With(newest_too_many)
+        .Run();
+}
+
+long long RemoveOlder(Transaction& transaction, const std::string& time, int limit) {
+    // Ids grow with time, so the old ones are found at the beginning, without an index over time.
+    return transaction
+        .Prepare("DELETE FROM job_event WHERE id < (SELECT min(id) FROM job_event) + :most AND time < :time")
+        .With(limit)
+        .With(time)
+        .Run();
+}
+
+}  // namespace zelvek::history

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <soci/soci.h>
+#include <soci/sqlite3/soci-sqlite3.h>
+
+#include <map>
+#include <string>
+#include <utility>
+
+#include "zelvek/base/error.h"
+#include "zelvek/store/connection.h"
+#include "zelvek/store/statement.h"
+
+/// What `Connection` and `Statement` share behind their headers: the SQL library.
+namespace zelvek {
+
+struct Connection::State {
+    explicit State(const std::string& database) : session(soci::sqlite3, database) {}
+
+    soci::session session;
+    std::map<std::string, soci::statement> kept;  // by text; those that are in use are taken out
+};
+
+/// Does something with the library. Its own error text quotes the statement with all values, keys among them,
+/// so only the engine's sentence is taken over.
+template <class Action>
+auto Translated(const Action& action) -> decltype(action()) {
+    try {
+        return action();
+    } catch (const soci::soci_error& error) {
+        throw Error(Code::kInternal, error.get_error_message());
+    }
+}
+
+}  // namespace zelvek

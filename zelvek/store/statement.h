@@ -1,0 +1,43 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace zelvek {
+
+class Connection;
+
+/// One use of a prepared statement: first the values for its places in their order, then the variables for
+/// its columns in their order, then `Next` or `Run`. For the files of this folder alone. Errors: Error of
+/// code kInternal; its sentence holds neither the statement nor a value, which may be a key.
+class Statement {
+public:
+    Statement(Connection& connection, const std::string& sql);
+    ~Statement();
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    Statement& With(const std::string& value);
+    Statement& With(long long value);
+    Statement& With(int value) { return With(static_cast<long long>(value)); }
+    Statement& With(bool value) { return With(value ? 1LL : 0LL); }
+    Statement& With(const char* value) { return With(std::string(value)); }
+
+    /// The variables must live as long as rows are fetched; each row is written into the same ones.
+    Statement& Into(std::string& column);
+    Statement& Into(long long& column);
+    Statement& Into(int& column);
+    Statement& Into(bool& column);
+
+    /// Fetches the next row; false after the last one.
+    bool Next();
+
+    /// For statements without columns: carries it out and returns how many rows it has changed.
+    long long Run();
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace zelvek
