@@ -39,6 +39,14 @@ std::string Node::Attribute(const std::string& name) const {
     return NodeOf(handle_).attribute(name.c_str()).value();
 }
 
+std::vector<Node> Node::Children(const std::string& name) const {
+    std::vector<Node> nodes;
+    for (const auto& child : NodeOf(handle_).children(name.c_str())) {
+        nodes.push_back(Node(child.internal_object()));
+    }
+    return nodes;
+}
+
 Xml::Xml(const std::string& text) {
     // The parser would take the first NUL byte for the end.
     if (text.find('\0') != std::string::npos) throw vek_err::Error("xml", "parse", "NUL byte");

@@ -9,18 +9,18 @@ namespace zelvek::cli {
 
 namespace {
 
-Json::Value ToJson(const vek_xml::Node& problem, const std::vector<vek_xml::Node>& parameters) {
+Json::Value ToJson(const vek_xml::Node& problem) {
     Json::Value json;
     for (const char* key : {"id", "name", "level", "owner", "time"}) json[key] = problem.Value(key);
     json["parameters"] = Json::objectValue;
-    for (const auto& parameter : parameters)
+    for (const auto& parameter : problem.Children("parameter"))
         json["parameters"][parameter.Value("name")] = parameter.Value("value");
     return json;
 }
 
-std::string OneLine(const std::vector<vek_xml::Node>& parameters) {
+std::string ParameterLine(const vek_xml::Node& problem) {
     std::string line;
-    for (const auto& parameter : parameters) {
+    for (const auto& parameter : problem.Children("parameter")) {
         line += (line.empty() ? "" : ", ") + parameter.Value("name") + "=" + parameter.Value("value");
     }
     return line;
@@ -32,13 +32,10 @@ int ListProblems(const Output& output) {
     const auto answer = Ask("zelvek.problem.list", {});
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
-    const auto problems = answer.xml().GetNodes("/doc/elem");
-    for (std::size_t i = 0; i < problems.size(); ++i) {
-        const auto& problem = problems[i];
-        const auto parameters = answer.xml().GetNodes("/doc/elem[" + std::to_string(i + 1) + "]/parameter");
-        json.append(ToJson(problem, parameters));
+    for (const auto& problem : answer.xml().GetNodes("/doc/elem")) {
+        json.append(ToJson(problem));
         rows.push_back({problem.Value("time"), problem.Value("level"), problem.Value("owner"),
-                        problem.Value("name"), OneLine(parameters)});
+                        problem.Value("name"), ParameterLine(problem)});
     }
     if (output.json) {
         PrintJson(json);

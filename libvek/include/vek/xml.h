@@ -21,6 +21,10 @@ public:
     /// An attribute's value; empty when there is none.
     std::string Attribute(const std::string& name) const;
 
+    /// Its child elements of that name in their order. Where every element of a list is asked for its own
+    /// children this takes time with their number alone; an XPath expression for each begins at the root.
+    std::vector<Node> Children(const std::string& name) const;
+
 private:
     friend class Xml;
     explicit Node(void* handle) : handle_(handle) {}

@@ -98,6 +98,16 @@ TEST(Xml, GivesTextsAndAttributes) {
     EXPECT_EQ(error.Value("none"), "");
 }
 
+TEST(Xml, GivesAnElementsChildrenOfOneName) {
+    const Xml xml("<doc><elem><p>1</p><q>no</q><p><p>inner</p>2</p></elem><elem><p>3</p></elem></doc>");
+    const auto children = xml.GetNode("/doc/elem").Children("p");
+    ASSERT_EQ(children.size(), 2U);
+    EXPECT_EQ(children[0].Text(), "1");
+    EXPECT_EQ(children[1].Text(), "2");
+    EXPECT_EQ(children[1].Children("p").size(), 1U);
+    EXPECT_TRUE(children[0].Children("p").empty());
+}
+
 // Behaviour: A node that is none is false, and everything in it reads as empty
 TEST(Xml, GivesNothingForNoElement) {
     const vek_xml::Node none;
@@ -105,6 +115,7 @@ TEST(Xml, GivesNothingForNoElement) {
     EXPECT_EQ(none.Text(), "");
     EXPECT_EQ(none.Value("a"), "");
     EXPECT_EQ(none.Attribute("a"), "");
+    EXPECT_TRUE(none.Children("a").empty());
 }
 
 // Behaviour: XML keeps white space, line ends and UTF-8, and expands no entities of documents
