@@ -213,8 +213,11 @@ std::vector<int> Due(Transaction& transaction, const std::string& now, int limit
     std::vector<int> due;
     int id = 0;
     Statement select = transaction.Prepare(
-        "SELECT id FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND due <= :now"
-        " ORDER BY due, id LIMIT :most");
+        "SELECT id FROM (SELECT id, due, row_number() OVER (PARTITION BY user_name ORDER BY due, id)"
+        " + (SELECT count(*) FROM job AS run WHERE run.processing = 1 AND run.user_name = job.user_name) AS "
+        "turn"
+        " FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND due <= :now) AS waiting"
+        " ORDER BY turn, due, id LIMIT :most");
     select.With(now).With(limit).Into(id);
     while (select.Next()) due.push_back(id);
     return due;
@@ -230,6 +233,18 @@ void Free(Transaction& transaction, int id, const std::string& last_run, const s
 
 void Revive(Transaction& transaction, int id) {
     transaction.Prepare("UPDATE job SET failed = 0 WHERE id = :id").With(id).Run();
+}
+
+bool ClaimIfDue(Transaction& transaction, int id, const Process& process, const std::string& now) {
+    return transaction
+               .Prepare(
+                   "UPDATE job SET processing = 1, holder_pid = :pid, holder_start = :start"
+                   " WHERE id = :id AND verified = 0 AND failed = 0 AND processing = 0 AND due <= :now")
+               .With(process.pid)
+               .With(process.start)
+               .With(id)
+               .With(now)
+               .Run() == 1;
 }
 
 void Remove(Transaction& transaction, int id) {

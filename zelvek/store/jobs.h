@@ -51,8 +51,13 @@ void ForgetDeadProcesses(Transaction& transaction);
 /// The jobs that are "processing": their fields are those of lists, `last_run` and the holder.
 std::vector<Job> Running(Transaction& transaction);
 
-/// The jobs that are due at `now`, longest due first, at most `limit`.
+/// The jobs that are due at `now`, at most `limit`, in an order that is fair between users: first each user's
+/// longest due one, then each user's second, and so on, where a user's runs under way count like jobs ahead
+/// of these; jobs of the same turn by the time since which they are due.
 std::vector<int> Due(Transaction& transaction, const std::string& now, int limit);
+
+/// As `Claim`, if the job is due at `now` and nobody works on it; says whether it was.
+bool ClaimIfDue(Transaction& transaction, int id, const Process& process, const std::string& now);
 
 /// Frees a job whose run is over: no longer "processing".
 void Free(Transaction& transaction, int id, const std::string& last_run, const std::string& due);

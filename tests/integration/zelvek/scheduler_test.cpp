@@ -112,6 +112,32 @@ TEST_F(SchedulerTest, RunsNoMoreThanFourAtOnceAndOneForEachJob) {
     for (const auto& id : ids) EXPECT_LE(Runs(id).size(), 1U);
 }
 
+// Behaviour: A free place is taken at once, not at the next look at the jobs
+TEST_F(SchedulerTest, AFreePlaceIsTakenAtOnce) {
+    Start();
+    std::vector<std::string> ids;
+    for (int i = 0; i < 20; ++i) ids.push_back(Add("fails"));
+    Stop();
+    Start({{"--scheduler", "on"}, {"--scheduler-interval", "3600"}, {"--retry-interval", "3600"}});
+    for (const auto& id : ids) EXPECT_TRUE(Eventually([&] { return Runs(id).size() == 1; })) << id;
+}
+
+// Behaviour: A user with many due jobs does not delay another's only one
+TEST_F(SchedulerTest, AUserWithManyDueJobsDoesNotDelayAnothersOnlyOne) {
+    Start();
+    std::vector<std::string> ids;
+    for (int i = 0; i < 40; ++i) ids.push_back(Add("fails"));
+    const std::string only = AddJob({{"certname", "fails"}, {"user_name", "bert"}});
+    Stop();
+    Start({{"--scheduler", "on"}, {"--scheduler-interval", "3600"}, {"--retry-interval", "3600"}});
+    for (const auto& id : ids) EXPECT_TRUE(Eventually([&] { return Runs(id).size() == 1; })) << id;
+    std::istringstream lines(ReadFile(Path("log") / "runs"));
+    std::vector<std::string> order;
+    for (std::string id, pid; lines >> id >> pid;) order.push_back(id);
+    // Started as one of the first four; these four may write their line in any order.
+    EXPECT_LT(std::find(order.begin(), order.end(), only) - order.begin(), 8);
+}
+
 // Behaviour: A stop ends the runs, which still write their records back
 TEST_F(SchedulerTest, AStopEndsTheRunsWhichStillWriteTheirRecordsBack) {
     StartScheduler();
