@@ -1,5 +1,7 @@
 #include "zelvek/base/error.h"
 
+#include <system_error>
+
 namespace zelvek {
 
 const char* Word(Code code) {
@@ -18,6 +20,10 @@ const char* Word(Code code) {
         case Code::kInternal: break;
     }
     return "internal";
+}
+
+Error IoError(const std::string& deed, const std::string& where, int number) {
+    return Error(Code::kIo, deed + " " + where + ": " + std::generic_category().message(number));
 }
 
 }  // namespace zelvek

@@ -47,4 +47,7 @@ private:
     std::string sentence_;
 };
 
+/// The Error of code kIo "<deed> <where>: <reason>". `number` is an errno.
+Error IoError(const std::string& deed, const std::string& where, int number);
+
 }  // namespace zelvek

@@ -2,33 +2,29 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
-#include <system_error>
+#include <utility>
 
 #include "zelvek/base/error.h"
 
 namespace zelvek {
 
-namespace {
-
-[[noreturn]] void Fail(const std::string& deed, const std::filesystem::path& path, int error) {
-    throw Error(Code::kIo, deed + " " + path.string() + ": " + std::generic_category().message(error));
-}
-
-}  // namespace
+FileLock::FileLock(Descriptor locked) : locked_(std::move(locked)) {}
 
 FileLock::FileLock(const std::filesystem::path& file, const std::string& taken)
-    : fd_(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
-    if (fd_ < 0) Fail("opening", file, errno);
-    if (::flock(fd_, LOCK_EX | LOCK_NB) == 0) return;
-    const int error = errno;
-    ::close(fd_);
-    if (error == EWOULDBLOCK) throw Error(Code::kBusy, taken);
-    Fail("locking", file, error);
+    : locked_(Open(file, O_RDWR | O_CREAT | O_NOFOLLOW, 0600)) {
+    if (::flock(locked_.get(), LOCK_EX | LOCK_NB) == 0) return;
+    if (errno == EWOULDBLOCK) throw Error(Code::kBusy, taken);
+    throw IoError("cannot lock", file, errno);
 }
 
-FileLock::~FileLock() { ::close(fd_); }
+FileLock FileLock::WaitFor(const std::filesystem::path& folder) {
+    Descriptor opened = Open(folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+    while (::flock(opened.get(), LOCK_EX) != 0) {
+        if (errno != EINTR) throw IoError("cannot lock", folder, errno);
+    }
+    return FileLock(std::move(opened));
+}
 
 }  // namespace zelvek

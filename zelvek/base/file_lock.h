@@ -3,19 +3,25 @@
 #include <filesystem>
 #include <string>
 
+#include "zelvek/base/descriptor.h"
+
 namespace zelvek {
 
-/// Held by one process at a time as long as it lives, whatever way it ends.
+/// A lock on a file or a folder that one holder at a time has, of all processes and all threads. It is free
+/// again when the holder's object is gone, or the holder's process, whatever way that ended.
 class FileLock {
 public:
-    /// Errors: Error, with `taken` as its text when another process holds it.
+    /// Takes the lock at once; makes the file where it is missing. Errors: Error of code kBusy, with `taken`
+    /// as its sentence, when somebody else has it; of code kIo.
     FileLock(const std::filesystem::path& file, const std::string& taken);
-    ~FileLock();
-    FileLock(const FileLock&) = delete;
-    FileLock& operator=(const FileLock&) = delete;
+
+    /// Waits until nobody else has the lock of this folder, which has to be there. Errors: Error of code kIo.
+    static FileLock WaitFor(const std::filesystem::path& folder);
 
 private:
-    int fd_;
+    explicit FileLock(Descriptor locked);
+
+    Descriptor locked_;
 };
 
 }  // namespace zelvek

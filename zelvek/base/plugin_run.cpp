@@ -1,5 +1,4 @@
 #include "zelvek/base/plugin_run.h"
-#include "zelvek/base/error.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -9,10 +8,10 @@
 
 #include <cerrno>
 #include <csignal>
-#include <stdexcept>
 #include <string>
-#include <system_error>
 #include <utility>
+
+#include "zelvek/base/error.h"
 
 namespace zelvek {
 
@@ -47,23 +46,19 @@ int Spawn(const std::filesystem::path& plugin, int job, pid_t& pid) {
 
 PluginRun::PluginRun(const std::filesystem::path& plugin, int job) {
     if (const int error = Spawn(plugin, job, pid_); error != 0) {
-        throw Error(Code::kIo, "starting " + plugin.string() + ": " + std::generic_category().message(error));
+        throw IoError("starting", plugin, error);
     }
     // glibc 2.36 declares pidfd_open for C alone.
-    ending_ = static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0));
+    ending_ = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
 }
 
 PluginRun::PluginRun(PluginRun&& other) noexcept
-    : pid_(std::exchange(other.pid_, -1)),
-      ending_(std::exchange(other.ending_, -1)),
-      status_(other.status_) {}
+    : pid_(std::exchange(other.pid_, -1)), ending_(std::move(other.ending_)), status_(other.status_) {}
 
 PluginRun::~PluginRun() {
-    if (pid_ > 0 && !status_) {
-        ::kill(pid_, SIGKILL);
-        ::waitpid(pid_, nullptr, 0);
-    }
-    if (ending_ >= 0) ::close(ending_);
+    if (pid_ <= 0 || status_) return;
+    ::kill(pid_, SIGKILL);
+    ::waitpid(pid_, nullptr, 0);
 }
 
 std::optional<int> PluginRun::Status() {

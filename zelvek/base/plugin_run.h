@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <optional>
 
+#include "zelvek/base/descriptor.h"
+
 namespace zelvek {
 
 /// One run of the plug-in for one job, a child of this process with its environment and output.
@@ -23,7 +25,7 @@ public:
     pid_t pid() const { return pid_; }
 
     /// Readable when it has ended, for poll(2); -1 on a kernel without such descriptors.
-    int ending() const { return ending_; }
+    int ending() const { return ending_.get(); }
 
     /// Its exit status once it has ended (128 + the signal's number for one ended by a signal), at once.
     std::optional<int> Status();
@@ -33,7 +35,7 @@ public:
 
 private:
     pid_t pid_ = -1;
-    int ending_ = -1;
+    Descriptor ending_;
     std::optional<int> status_;
 };
 

@@ -1,7 +1,5 @@
 #include "zelvek/certificates/install.h"
 
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +10,7 @@
 #include "vek/str.h"
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/file_lock.h"
 #include "zelvek/base/text.h"
 #include "zelvek/certificates/chain.h"
 #include "zelvek/certificates/reload.h"
@@ -51,24 +50,11 @@ std::string CertificateFolder(const std::string& certname) {
 void EnsureFolder(const fs::path& folder) {
     if (mkdir(folder.c_str(), 0755) != 0) {
         if (errno == EEXIST) return;
-        durable::Fail("make the folder", folder);
+        throw IoError("cannot make the folder", folder, errno);
     }
-    if (chmod(folder.c_str(), 0755) != 0) durable::Fail("set the mode of", folder);
+    if (chmod(folder.c_str(), 0755) != 0) throw IoError("cannot set the mode of", folder, errno);
     durable::SyncFolder(fs::absolute(folder).parent_path());
 }
-
-/// Keeps other installations of the same user out, in this process and any other, as long as it lives.
-class Lock {
-public:
-    explicit Lock(const fs::path& folder) : folder_(folder, O_RDONLY | O_DIRECTORY | O_NOFOLLOW) {
-        while (flock(folder_.get(), LOCK_EX) != 0) {
-            if (errno != EINTR) durable::Fail("lock", folder);
-        }
-    }
-
-private:
-    durable::Descriptor folder_;
-};
 
 /// A folder beside the others of its certificate, `.<certname>.<8 digits>`, and the link that is to be
 /// renamed; both are removed again unless the link was put in place.
@@ -77,7 +63,7 @@ public:
     Staging(const fs::path& parent, const std::string& name)
         : folder_(parent / ("." + name + "." + str::hex::Encode(str::Random(kMarkBytes)))),
           link_(folder_.string() + kLinkSuffix) {
-        if (mkdir(folder_.c_str(), 0700) != 0) durable::Fail("make the folder", folder_);
+        if (mkdir(folder_.c_str(), 0700) != 0) throw IoError("cannot make the folder", folder_, errno);
     }
 
     ~Staging() {
@@ -94,14 +80,15 @@ public:
         durable::WriteNew(folder_ / "cert.pem", chain.leaf, 0644);
         durable::WriteNew(folder_ / "chain.pem", chain.others, 0644);
         durable::WriteNew(folder_ / "fullchain.pem", chain.leaf + chain.others, 0644);
-        if (chmod(folder_.c_str(), 0755) != 0) durable::Fail("set the mode of", folder_);
+        if (chmod(folder_.c_str(), 0755) != 0) throw IoError("cannot set the mode of", folder_, errno);
         durable::SyncFolder(folder_);
     }
 
     /// The link points to the folder by its name alone, so that the whole tree can be moved.
     void PutInPlace(const fs::path& place) {
-        if (symlink(folder_.filename().c_str(), link_.c_str()) != 0) durable::Fail("make the link", link_);
-        if (rename(link_.c_str(), place.c_str()) != 0) durable::Fail("replace", place);
+        if (symlink(folder_.filename().c_str(), link_.c_str()) != 0)
+            throw IoError("cannot make the link", link_, errno);
+        if (rename(link_.c_str(), place.c_str()) != 0) throw IoError("cannot replace", place, errno);
         in_place_ = true;
         durable::SyncFolder(place.parent_path());
     }
@@ -152,7 +139,8 @@ std::string PreviousFolder(const fs::path& place) {
 }
 
 void PutInPlace(const fs::path& parent, const std::string& name, const CertificateChain& chain) {
-    const Lock lock(parent);
+    // Installations of one user come one after the other, whichever process they are in.
+    const FileLock lock = FileLock::WaitFor(parent);
     const std::string previous = PreviousFolder(parent / name);
     Staging staging(parent, name);
     staging.Fill(chain);

@@ -37,7 +37,7 @@ void Remove(const std::filesystem::path& directory, const std::string& token) {
     if (unlink(file.c_str()) == 0) {
         durable::SyncFolder(directory);
     } else if (errno != ENOENT) {
-        durable::Fail("remove", file);
+        throw IoError("cannot remove", file, errno);
     }
 }
 

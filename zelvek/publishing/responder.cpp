@@ -6,15 +6,14 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <optional>
 #include <string_view>
-#include <system_error>
 
+#include "zelvek/base/descriptor.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
 #include "zelvek/publishing/answers.h"
@@ -32,6 +31,8 @@ constexpr unsigned kConnectionsOfOneAddress = 64;
 constexpr unsigned kSilentSeconds = 10;
 constexpr std::size_t kMemoryOfOneConnection = 8192;
 constexpr int kBacklog = 128;
+
+using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
 struct Endpoint {
     std::string host;  // empty: every address
@@ -54,24 +55,22 @@ Endpoint ParseAddress(const std::string& address) {
     throw Error(Code::kValue, "\"" + Printable(address) + "\" is no address and port to listen on");
 }
 
-/// A socket that listens, or -1 and errno.
-int TryListen(const addrinfo& where) {
-    const int fd = socket(where.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0) return -1;
+/// A socket that listens; none, with the reason in errno, where that fails.
+Descriptor TryListen(const addrinfo& where) {
+    Descriptor listener(socket(where.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!listener) return listener;
     const int on = 1;
     const int off = 0;
-    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
+    setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     // ":80" is to be one socket for both families, whatever the system's default is.
-    if (where.ai_family == AF_INET6) setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
-    if (bind(fd, where.ai_addr, where.ai_addrlen) == 0 && listen(fd, kBacklog) == 0) return fd;
-    const int reason = errno;
-    close(fd);
-    errno = reason;
-    return -1;
+    if (where.ai_family == AF_INET6) setsockopt(listener.get(), IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
+    const bool listens =
+        bind(listener.get(), where.ai_addr, where.ai_addrlen) == 0 && listen(listener.get(), kBacklog) == 0;
+    return listens ? std::move(listener) : Descriptor();
 }
 
-/// The numeric address; for every address IPv6, or IPv4 where `family` says so.
-int ListenOn(const Endpoint& endpoint, int family, const std::string& address) {
+/// As `TryListen`, in this address family. Errors: Error of code kValue for what is no numeric address.
+Descriptor ListenOn(const Endpoint& endpoint, int family, const std::string& address) {
     addrinfo hints{};
     hints.ai_family = family;
     hints.ai_socktype = SOCK_STREAM;
@@ -81,19 +80,20 @@ int ListenOn(const Endpoint& endpoint, int family, const std::string& address) {
     if (getaddrinfo(host, endpoint.port.c_str(), &hints, &found) != 0) {
         throw Error(Code::kValue, "\"" + Printable(address) + "\" is no numeric address");
     }
-    const int fd = TryListen(*found);
-    freeaddrinfo(found);
-    return fd;
+    const AddressList addresses(found, &freeaddrinfo);
+    return TryListen(*found);
 }
 
-int Listen(const std::string& address) {
+Descriptor Listen(const std::string& address) {
     const Endpoint endpoint = ParseAddress(address);
     const bool every = endpoint.host.empty();
-    int fd = ListenOn(endpoint, every ? AF_INET6 : AF_UNSPEC, address);
-    if (fd < 0 && every && errno != EADDRINUSE && errno != EACCES) fd = ListenOn(endpoint, AF_INET, address);
-    if (fd >= 0) return fd;
-    const std::string reason = std::generic_category().message(errno);
-    throw Error(Code::kIo, "cannot listen on " + address + ": " + reason);
+    Descriptor listener = ListenOn(endpoint, every ? AF_INET6 : AF_UNSPEC, address);
+    // A machine without IPv6 still has every IPv4 address.
+    if (!listener && every && errno != EADDRINUSE && errno != EACCES) {
+        listener = ListenOn(endpoint, AF_INET, address);
+    }
+    if (!listener) throw IoError("cannot listen on", address, errno);
+    return listener;
 }
 
 MHD_Result SendStatus(MHD_Connection* connection, unsigned status, const char* text) {
@@ -109,20 +109,19 @@ MHD_Result SendStatus(MHD_Connection* connection, unsigned status, const char* t
 /// Sends the file; false where there is none to send.
 bool SendFile(MHD_Connection* connection, const std::filesystem::path& file) {
     // Neither a link to elsewhere nor a pipe that would make us wait.
-    const int fd = open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
-    if (fd < 0) return false;
+    Descriptor content(open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!content) return false;
     struct stat status {};
     const bool regular =
-        fstat(fd, &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kLargestAnswer;
+        fstat(content.get(), &status) == 0 && S_ISREG(status.st_mode) && status.st_size <= kLargestAnswer;
+    if (!regular) return false;
     MHD_Response* response =
-        regular ? MHD_create_response_from_fd(static_cast<std::size_t>(status.st_size), fd) : nullptr;
-    if (response == nullptr) {
-        close(fd);
-        return false;
-    }
+        MHD_create_response_from_fd(static_cast<std::size_t>(status.st_size), content.get());
+    if (response == nullptr) return false;
+    content.release();  // closed by the response when its last byte is sent
     MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/plain");
     const bool queued = MHD_queue_response(connection, MHD_HTTP_OK, response) == MHD_YES;
-    MHD_destroy_response(response);  // closes fd when the last byte is sent
+    MHD_destroy_response(response);
     return queued;
 }
 
@@ -175,7 +174,7 @@ struct Responder::Server {
 
 Responder::Responder(const std::string& address, std::filesystem::path answers)
     : server_(std::make_unique<Server>(Server{std::move(answers)})) {
-    const int listener = Listen(address);
+    const int listener = Listen(address).release();  // the daemon closes it
     const SignalsBlocked blocked;
     server_->daemon =
         MHD_start_daemon(MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, &Answer, &server_->answers,  //

@@ -1,17 +1,18 @@
 #include "zelvek/publishing/tsig_key_file.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
 #include <iterator>
 #include <sstream>
 #include <string_view>
 #include <system_error>
 #include <vector>
 
+#include "zelvek/base/descriptor.h"
 #include "zelvek/base/error.h"
 
 namespace zelvek::dns {
@@ -23,12 +24,25 @@ constexpr off_t kLargestFile = 4096;
     throw Error(Code::kValue, "the DNS key file " + file + " " + why);
 }
 
-std::string Read(const std::string& file) {
-    std::ifstream in(file);
-    std::ostringstream content;
-    content << in.rdbuf();
-    if (!in) Refuse(file, "cannot be read");
-    return content.str();
+[[noreturn]] void RefuseUnreadable(const std::string& file) {
+    Refuse(file, "cannot be read: " + std::generic_category().message(errno));
+}
+
+/// The content of a file that belongs to this service's user alone and is no larger than a key.
+std::string ReadOwn(const std::string& file) {
+    // A pipe in its place must not make us wait.
+    const Descriptor opened(open(file.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (!opened || fstat(opened.get(), &status) != 0) RefuseUnreadable(file);
+    if (!S_ISREG(status.st_mode) || status.st_size > kLargestFile) Refuse(file, "is no file with a key");
+    if (status.st_uid != geteuid()) Refuse(file, "does not belong to the service's user");
+    if ((status.st_mode & 077) != 0) Refuse(file, "must be readable by its owner alone (chmod 600)");
+
+    std::string content(kLargestFile, '\0');
+    const ssize_t size = read(opened.get(), content.data(), content.size());
+    if (size < 0) RefuseUnreadable(file);
+    content.resize(static_cast<std::size_t>(size));
+    return content;
 }
 
 /// The file's words; braces and semicolons are words of their own.
@@ -63,15 +77,7 @@ bool IsKeyStatement(const std::vector<std::string>& words) {
 
 void CheckTsigKeyFile(const std::string& file) {
     if (file.empty()) throw Error(Code::kValue, "the DNS server needs a key file");
-    struct stat status {};
-    if (stat(file.c_str(), &status) != 0) {
-        Refuse(file, "cannot be read: " + std::generic_category().message(errno));
-    }
-    if (!S_ISREG(status.st_mode) || status.st_size > kLargestFile) Refuse(file, "is no file with a key");
-    if (status.st_uid != geteuid()) Refuse(file, "does not belong to the service's user");
-    if ((status.st_mode & 077) != 0) Refuse(file, "must be readable by its owner alone (chmod 600)");
-
-    if (!IsKeyStatement(Words(Read(file)))) Refuse(file, "is not as tsig-keygen writes it");
+    if (!IsKeyStatement(Words(ReadOwn(file)))) Refuse(file, "is not as tsig-keygen writes it");
 }
 
 }  // namespace zelvek::dns

@@ -117,11 +117,12 @@ void WaitWhile(seconds limit, const Condition& condition) {
 
 }  // namespace
 
-Server::Server(Services& services, ServiceSocket& socket) : services_(services), socket_(socket) {
+Server::Server(Services& services, ServiceSocket& socket)
+    : services_(services), socket_(socket), listener_(socket.ReleaseListener()) {
     // No time limit on connections: the library counts the time that an answer takes as silence.
     daemon_ = MHD_start_daemon(MHD_USE_POLL_INTERNAL_THREAD | MHD_USE_THREAD_PER_CONNECTION, 0, nullptr,
                                nullptr, &Handle, this,                      //
-                               MHD_OPTION_LISTEN_SOCKET, socket.fd(),       //
+                               MHD_OPTION_LISTEN_SOCKET, listener_,         //
                                MHD_OPTION_CONNECTION_LIMIT, kConnections,   //
                                MHD_OPTION_NOTIFY_COMPLETED, &End, nullptr,  //
                                MHD_OPTION_END);
@@ -136,7 +137,7 @@ Server::~Server() {
 
 void Server::Drain() {
     WaitWhile(kDrainQueries, [this] {
-        pollfd waiting{socket_.fd(), POLLIN, 0};
+        pollfd waiting{listener_, POLLIN, 0};
         return ::poll(&waiting, 1, 0) > 0 || active_ > 0;
     });
     WaitWhile(kDrainConnections, [this] {

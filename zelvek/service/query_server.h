@@ -32,6 +32,7 @@ private:
 
     Services& services_;
     ServiceSocket& socket_;
+    int listener_;                // the daemon closes it
     std::atomic<int> active_{0};  // queries that have begun to arrive and are not answered
     MHD_Daemon* daemon_ = nullptr;
 };

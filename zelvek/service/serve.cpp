@@ -60,7 +60,7 @@ void UseDirectory(const std::string& purpose, const fs::path& directory) {
     fs::create_directories(directory, error);
     if (!error && !fs::is_directory(directory)) error = std::make_error_code(std::errc::not_a_directory);
     if (!error && ::access(directory.c_str(), W_OK | X_OK) != 0) error = {errno, std::generic_category()};
-    if (error) throw Error(Code::kIo, purpose + " " + directory.string() + ": " + error.message());
+    if (error) throw IoError(purpose, directory, error.value());
 }
 
 fs::path WithParent(const fs::path& file) {
@@ -70,8 +70,7 @@ fs::path WithParent(const fs::path& file) {
 
 void CheckPlugin(const ServeOptions& options) {
     if (options.scheduler && ::access(options.plugin.c_str(), X_OK) != 0) {
-        throw Error(Code::kIo,
-                    "plug-in " + options.plugin.string() + ": " + std::generic_category().message(errno));
+        throw IoError("plug-in", options.plugin, errno);
     }
 }
 

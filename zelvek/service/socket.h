@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "zelvek/base/descriptor.h"
 #include "zelvek/base/file_lock.h"
 #include "zelvek/base/process.h"
 
@@ -18,14 +19,15 @@ public:
     /// is replaced. Errors: Error; another service in the same directory is one.
     explicit ServiceSocket(const std::filesystem::path& directory);
 
-    /// Removes the socket's file; does not close the descriptor, which belongs to the HTTP server.
+    /// Removes the socket's file.
     ~ServiceSocket();
     ServiceSocket(const ServiceSocket&) = delete;
     ServiceSocket& operator=(const ServiceSocket&) = delete;
 
-    int fd() const { return fd_; }
+    /// Gives the listening socket to whoever serves on it, and closes it.
+    int ReleaseListener() { return listener_.release(); }
 
-    /// Removes the file now: nobody connects any more, those who wait to be accepted still are.
+    /// Removes the socket's file now: nobody new can connect, who has connected is still accepted.
     void Unlink();
 
     const std::filesystem::path& path() const { return path_; }
@@ -33,11 +35,10 @@ public:
 private:
     std::filesystem::path path_;
     FileLock lock_;
-    int fd_ = -1;
+    Descriptor listener_;
 };
 
-/// Who is at the other end: nothing when it is another user's process, or one that cannot be told apart from
-/// others.
+/// The process at the other end of a connection; nothing when it belongs to another user, or has ended.
 std::optional<Process> Peer(int connection);
 
 }  // namespace zelvek

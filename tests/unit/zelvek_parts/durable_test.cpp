@@ -7,6 +7,7 @@
 #include <csignal>
 
 #include "unit/zelvek_parts/support.h"
+#include "zelvek/base/descriptor.h"
 
 namespace {
 
@@ -72,7 +73,7 @@ TEST(DurableFile, ReplacementThatDoesNotFitLeavesTheOldContent) {
 // Behaviour: Files that the service has open are not handed to its children
 TEST(DurableFile, DescriptorsStayInThisProcess) {
     const parts::TempFolder folder;
-    const durable::Descriptor opened(folder.path(), O_RDONLY);
+    const zelvek::Descriptor opened = zelvek::Open(folder.path(), O_RDONLY);
     EXPECT_NE(fcntl(opened.get(), F_GETFD) & FD_CLOEXEC, 0);
 }
 

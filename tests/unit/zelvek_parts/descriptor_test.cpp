@@ -1,0 +1,67 @@
+#include "zelvek/base/descriptor.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "unit/zelvek_parts/support.h"
+
+namespace {
+
+using zelvek::Descriptor;
+using zelvek::Open;
+
+bool IsOpen(int fd) { return fcntl(fd, F_GETFD) >= 0; }
+
+TEST(Descriptor, IsClosedAtItsEnd) {
+    int number = -1;
+    {
+        const Descriptor opened = Open("/", O_RDONLY);
+        number = opened.get();
+        EXPECT_TRUE(opened);
+        EXPECT_TRUE(IsOpen(number));
+    }
+    EXPECT_FALSE(IsOpen(number));
+}
+
+TEST(Descriptor, HasOneOwnerAtATime) {
+    Descriptor first = Open("/", O_RDONLY);
+    Descriptor second = Open("/", O_RDONLY);
+    const int number = first.get();
+    const int before = second.get();
+    second = std::move(first);
+    EXPECT_EQ(second.get(), number);
+    EXPECT_FALSE(IsOpen(before)) << "what it owned before is closed at once";
+    const Descriptor third(std::move(second));
+    EXPECT_TRUE(IsOpen(third.get()));
+}
+
+TEST(Descriptor, ThatIsReleasedStaysOpen) {
+    int number = -1;
+    {
+        Descriptor opened = Open("/", O_RDONLY);
+        number = opened.release();
+        EXPECT_FALSE(opened);
+        EXPECT_EQ(opened.get(), -1);
+    }
+    EXPECT_TRUE(IsOpen(number));
+    close(number);
+}
+
+TEST(Descriptor, LeavesTheReasonOfAFailureAlone) {
+    {
+        const Descriptor broken(1'000'000);  // closing it fails
+        errno = EACCES;
+    }
+    EXPECT_EQ(errno, EACCES);
+}
+
+TEST(Descriptor, ThatCannotBeOpenedIsAnErrorWithItsPath) {
+    const parts::Failure failure = parts::FailureOf([] { Open("/nonexistent/file", O_RDONLY); });
+    EXPECT_EQ(failure.type, "io");
+    EXPECT_EQ(failure.text, "cannot open /nonexistent/file: No such file or directory");
+}
+
+}  // namespace
