@@ -5,6 +5,7 @@
 #include "vek/err.h"
 #include "vek/str.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/text.h"
 
 namespace zelvek::names {
 
@@ -14,8 +15,6 @@ constexpr std::size_t kMaxName = 253;
 constexpr std::size_t kMaxLabel = 63;
 
 bool IsAlnum(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
-
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
 
 bool IsLabel(const std::string& label) {
     if (label.empty() || label.size() > kMaxLabel || label.front() == '-' || label.back() == '-')

@@ -12,10 +12,13 @@
 #include <utility>
 
 #include "zelvek/base/error.h"
+#include "zelvek/base/exit_status.h"
 
 namespace zelvek {
 
 namespace {
+
+constexpr int kUnknownStatus = 255;
 
 int Spawn(const std::filesystem::path& plugin, int job, pid_t& pid) {
     posix_spawn_file_actions_t files;
@@ -23,7 +26,7 @@ int Spawn(const std::filesystem::path& plugin, int job, pid_t& pid) {
     posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
     posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
 
-    // The service's own way with signals is not the plug-in's.
+    // The service blocks and ignores signals; the plug-in begins with all of them as they are by default.
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     sigset_t signals;
@@ -66,11 +69,8 @@ std::optional<int> PluginRun::Status() {
     int status = 0;
     const pid_t ended = ::waitpid(pid_, &status, WNOHANG);
     if (ended == 0 || (ended < 0 && errno == EINTR)) return std::nullopt;
-    if (ended < 0) {
-        status_ = 255;  // reaped by somebody else
-    } else {
-        status_ = WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
-    }
+    // What somebody else has waited for has no status left.
+    status_ = ended < 0 ? kUnknownStatus : ExitStatus(status);
     return status_;
 }
 

@@ -11,23 +11,24 @@ namespace {
 constexpr std::size_t kLongestText = 300;
 constexpr std::size_t kLongestOutput = 1000;
 constexpr std::size_t kLines = 5;
-
-std::string WithoutControls(std::string text) {
-    std::replace_if(
-        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) < 0x20) || c == 0x7f; },
-        '?');
-    return text;
-}
+constexpr char kUnprintable = '?';
 
 bool ContinuesCharacter(char c) { return (static_cast<unsigned char>(c) & 0xc0) == 0x80; }
 
 }  // namespace
 
+bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; }
+
+std::string WithoutControls(std::string text, char replacement) {
+    std::replace_if(text.begin(), text.end(), IsControl, replacement);
+    return text;
+}
+
 std::string Printable(const std::string& text) {
-    if (text.size() <= kLongestText) return WithoutControls(text);
+    if (text.size() <= kLongestText) return WithoutControls(text, kUnprintable);
     std::size_t end = kLongestText;
     while (end > 0 && ContinuesCharacter(text[end])) --end;  // no half of a UTF-8 character
-    return WithoutControls(text.substr(0, end)) + "...";
+    return WithoutControls(text.substr(0, end), kUnprintable) + "...";
 }
 
 std::string LastLines(const std::string& output) {
@@ -36,7 +37,7 @@ std::string LastLines(const std::string& output) {
     const std::vector<std::string> lines = str::Split(output.substr(begin), "\n");
     std::string tail;
     for (std::size_t i = lines.size() - std::min(lines.size(), kLines); i < lines.size(); ++i) {
-        str::inpl::Append(tail, WithoutControls(lines[i]), " ");
+        str::inpl::Append(tail, WithoutControls(lines[i], kUnprintable), " ");
     }
     return tail;
 }

@@ -4,6 +4,7 @@
 
 #include "vek/err.h"
 #include "vek/proc.h"
+#include "zelvek/base/exit_status.h"
 
 namespace zelvek {
 
@@ -16,7 +17,7 @@ ToolRun RunTool(const std::string& command, const std::string& input, std::chron
     tool.In() << input;
     const int status = tool.Result();
     const bool late = std::chrono::steady_clock::now() - start >= limit;
-    return {status, late && status == 128 + SIGKILL, tool.Str()};
+    return {status, late && status == StatusOfSignal(SIGKILL), tool.Str()};
 } catch (const vek_err::Error& error) {
     return {127, false, error.what()};
 }

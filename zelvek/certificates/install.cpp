@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <vector>
 
@@ -25,9 +26,10 @@ constexpr std::size_t kMarkBytes = 4;      // of a staging folder's name, random
 constexpr const char* kLinkSuffix = ".link";
 
 /// A text that is to be one folder's name and nothing else. A leading dot belongs to the staging folders.
-/// Control characters, which `Printable` replaces, would make logs and listings lie.
+/// Control characters would make logs and listings lie.
 std::string FolderName(const std::string& what, const std::string& name) {
-    const bool plain = name.find('/') == std::string::npos && Printable(name) == name;
+    const bool plain =
+        std::none_of(name.begin(), name.end(), [](char c) { return c == '/' || IsControl(c); });
     if (name.empty() || name.front() == '.' || name.size() > kLongestName || !plain) {
         throw Error(Code::kValue, what + " \"" + Printable(name) + "\" cannot be a folder's name");
     }

@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "zelvek/base/text.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/table.h"
 
@@ -19,7 +20,7 @@ int ShowAccount(const Output& output) {
     } else if (kid.empty()) {
         std::cout << "no default account\n";
     } else {
-        std::cout << "account " << Plain(kid) << (key ? ", key kept\n" : ", no key\n");
+        std::cout << "account " << WithoutControls(kid, ' ') << (key ? ", key kept\n" : ", no key\n");
     }
     return kSuccess;
 }

@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "zelvek/base/text.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/table.h"
 
@@ -10,7 +11,7 @@ namespace zelvek::cli {
 int AddDomain(const std::string& name, const std::string& user, const Output& output) {
     Ask("zelvek.domain.add", {{"name", name}, {"user_name", user}});
     if (!output.json) {
-        std::cout << "domain " << Plain(name) << " added\n";
+        std::cout << "domain " << WithoutControls(name, ' ') << " added\n";
         return kSuccess;
     }
     Json::Value json;

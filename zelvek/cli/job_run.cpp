@@ -9,6 +9,7 @@
 
 #include "vek/str.h"
 #include "zelvek/base/plugin_run.h"
+#include "zelvek/base/text.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/job.h"
 #include "zelvek/cli/log_follower.h"
@@ -39,7 +40,7 @@ std::filesystem::path LogFile() {
 /// Progress is for people: log lines hold any text, terminal sequences too.
 void Show(const std::string& lines) {
     std::string rest = lines;
-    while (!rest.empty()) std::cout << Plain(str::GetWord(rest, '\n')) << "\n";
+    while (!rest.empty()) std::cout << WithoutControls(str::GetWord(rest, '\n'), ' ') << "\n";
     std::cout << std::flush;
 }
 

@@ -5,6 +5,7 @@
 #include <set>
 #include <sstream>
 
+#include "zelvek/base/text.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/table.h"
 #include "zelvek/service/serve.h"
@@ -175,7 +176,7 @@ int Run(const Action& action) {
     try {
         return action();
     } catch (const std::exception& error) {
-        std::cerr << "zelvek: " << Plain(error.what()) << std::endl;
+        std::cerr << "zelvek: " << WithoutControls(error.what(), ' ') << std::endl;
         return kFailure;
     }
 }

@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <iostream>
 
+#include "zelvek/base/text.h"
+
 namespace zelvek::cli {
 
 namespace {
 
 constexpr std::size_t kGap = 2;
+constexpr char kBlank = ' ';
 
 /// How many columns of a terminal a text takes: characters, not bytes.
 std::size_t Width(const std::string& text) {
@@ -21,11 +24,11 @@ void AddRow(std::string& table, const std::vector<std::string>& cells,
             const std::vector<std::size_t>& widths) {
     std::string line;
     for (std::size_t i = 0; i < cells.size(); ++i) {
-        const std::string cell = Plain(cells[i]);
+        const std::string cell = WithoutControls(cells[i], kBlank);
         line += cell;
-        if (i + 1 < cells.size()) line.append(widths[i] - Width(cell) + kGap, ' ');
+        if (i + 1 < cells.size()) line.append(widths[i] - Width(cell) + kGap, kBlank);
     }
-    line.erase(line.find_last_not_of(' ') + 1);
+    line.erase(line.find_last_not_of(kBlank) + 1);
     table += line + "\n";
 }
 
@@ -37,20 +40,12 @@ std::string Table(const std::vector<std::string>& headings,
     widths.reserve(headings.size());
     for (const auto& heading : headings) widths.push_back(Width(heading));
     for (const auto& row : rows) {
-        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Width(Plain(row[i])));
+        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Width(row[i]));
     }
     std::string table;
     AddRow(table, headings, widths);
     for (const auto& row : rows) AddRow(table, row, widths);
     return table;
-}
-
-std::string Plain(const std::string& text) {
-    std::string plain = text;
-    std::replace_if(
-        plain.begin(), plain.end(), [](char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7f; },
-        ' ');
-    return plain;
 }
 
 void PrintJson(const Json::Value& value) {

@@ -14,9 +14,6 @@ namespace zelvek::cli {
 std::string Table(const std::vector<std::string>& headings,
                   const std::vector<std::vector<std::string>>& rows);
 
-/// `text` for a terminal: control characters become blanks.
-std::string Plain(const std::string& text);
-
 /// Prints one JSON text and a line feed.
 void PrintJson(const Json::Value& value);
 
