@@ -7,6 +7,7 @@
 #include "ambrin_log.h"
 #include "encoding/account_key.h"
 #include "encoding/json_values.h"
+#include "vek/proc.h"
 
 namespace {
 
@@ -18,6 +19,23 @@ void TakeNewKey() {
     ambrin_data.kid.clear();
     ambrin_data.acmekey = GenerateAcmeKey();
     ambrin_data.modulus = GetModulusHeader(ambrin_data.acmekey);
+}
+
+/// Puts this account into the record, the key header last. A key that cannot be read stays there with its key
+/// id, so that the panel shows which account failed. A signal says nothing about the key: it puts the old
+/// account back, because an account URL beside another key's header would never serve.
+void TakeAccount(const std::string& kid, const std::string& pem) {
+    const std::string old_kid = ambrin_data.kid;
+    const std::string old_pem = ambrin_data.acmekey;
+    ambrin_data.kid = kid;
+    ambrin_data.acmekey = pem;
+    try {
+        ambrin_data.modulus = GetModulusHeader(pem);
+    } catch (const vek_proc::Interrupted&) {
+        ambrin_data.kid = old_kid;
+        ambrin_data.acmekey = old_pem;
+        throw;
+    }
 }
 
 }  // namespace
@@ -35,11 +53,7 @@ bool CheckDefaultAccount(QueryParams& params) {
     const std::string kid = ambrin_data.default_kid;
     const std::string pem = ambrin_data.default_pem;
     if (pem.empty() || kid == ambrin_data.kid) return false;
-    // first what can fail or be interrupted: an account URL beside another key's header would never serve
-    const std::string modulus = GetModulusHeader(pem);
-    ambrin_data.kid = kid;
-    ambrin_data.acmekey = pem;
-    ambrin_data.modulus = modulus;
+    TakeAccount(kid, pem);
     return CheckAccount(params);
 }
 

@@ -11,7 +11,9 @@
 bool CheckAccount(QueryParams& params);
 
 /// Puts the panel-wide default account into the record, where it stays, and checks it. False, with nothing
-/// changed, when there is none or it is the account in use.
+/// changed, when there is none or it is the account in use. When the tool cannot read
+/// the default key, the record holds the default key id and key, still with the old key header; when a signal
+/// ends the reading, it holds the old account.
 bool CheckDefaultAccount(QueryParams& params);
 
 /// Counts a failed check of a stored account; true while the job's limit of retries is not exceeded. A job

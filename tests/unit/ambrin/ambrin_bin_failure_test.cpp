@@ -122,6 +122,36 @@ TEST_F(FailingRun, FailedAccountsAreRetriedWithinTheJobsLimit) {
     ExpectNothingInstalled();
 }
 
+// Behaviour: A default key that cannot be read ends the run by its error; the default key id and key are
+//   written back beside the stored key header
+TEST_F(FailingRun, UnreadableDefaultKeyEndsByItsErrorAndIsWrittenBack) {
+    UseStoredAccount();
+    Object(kStoredKid, 403, kRefusal);
+    world.AlwaysChild(ambrin_test::kKeyDumpCommand, [](const std::string&) {
+        return vek_double::ChildAnswer{"Could not read private key", 1};
+    });
+    EXPECT_THROW(Run(), vek_err::Error);
+    ExpectNothingInstalled();
+    const auto posted = EndOfProcess();
+    EXPECT_EQ(posted.at("kid"), kDefaultKid);
+    EXPECT_EQ(posted.at("acmekey"), FakePem("default"));
+    EXPECT_EQ(posted.at("modulus"), job["modulus"]);
+    EXPECT_EQ(posted.at("attempt_count"), "1");
+    EXPECT_EQ(posted.at("account_check_count"), "2");
+}
+
+// Behaviour: An interruption while the default key is read writes the stored account back whole
+TEST_F(FailingRun, InterruptedReadingOfTheDefaultKeyWritesTheStoredAccountBack) {
+    UseStoredAccount();
+    Object(kStoredKid, 403, kRefusal);
+    world.FailAt("child", 1, Failure::kInterrupted);
+    EXPECT_THROW(Run(), vek_proc::Interrupted);
+    const auto posted = EndOfProcess();
+    EXPECT_EQ(posted.at("kid"), kStoredKid);
+    EXPECT_EQ(posted.at("acmekey"), job["acmekey"]);
+    EXPECT_EQ(posted.at("modulus"), job["modulus"]);
+}
+
 // Behaviour: Accounts failed past the limit: a new account is registered
 TEST_F(FailingRun, AccountThatFailsPastTheLimitIsReplaced) {
     UseStoredAccount();

@@ -4,6 +4,7 @@
 
 #include "support/job_test.h"
 #include "vek/err.h"
+#include "vek/proc.h"
 
 namespace {
 
@@ -185,17 +186,38 @@ TEST_F(CheckDefaultAccountTest, JobWithoutAccountAndDefaultWithoutKeyIdAreTheSam
     EXPECT_THAT(world.calls(), IsEmpty());
 }
 
-// Behaviour: The error of an unreadable default key travels to the caller, and the record keeps the account
-//   that it had
-TEST_F(CheckDefaultAccountTest, UnreadableDefaultKeyTravelsToTheCallerAndLeavesTheAccountWhole) {
-    const std::string kid = ambrin_data.kid;
-    const std::string key = ambrin_data.acmekey;
-    const std::string modulus = ambrin_data.modulus;
+// Behaviour: The error of an unreadable default key travels to the caller; the record holds the default key
+//   id and key by then, and the key header that it had
+TEST_F(CheckDefaultAccountTest, UnreadableDefaultKeyTravelsToTheCallerWithTheDefaultKeyInTheRecord) {
     world.AlwaysChild(kKeyDumpCommand, [](const std::string&) { return vek_double::ChildAnswer{"", 1}; });
     EXPECT_THROW(CheckDefaultAccount(params), vek_err::Error);
-    EXPECT_EQ(ambrin_data.kid, kid);
-    EXPECT_EQ(ambrin_data.acmekey, key);
-    EXPECT_EQ(ambrin_data.modulus, modulus);
+    EXPECT_EQ(ambrin_data.kid, kDefaultKid);
+    EXPECT_EQ(ambrin_data.acmekey, FakePem("default"));
+    EXPECT_EQ(ambrin_data.modulus, FakeHeader(FakePem("stored")));
+    EXPECT_THAT(Story(), ElementsAre("child " + kKeyDumpCommand));
+}
+
+// Behaviour: A default key stays in the record, too, when the tool that reads it does not start
+TEST_F(CheckDefaultAccountTest, ToolThatDoesNotStartLeavesTheDefaultKeyInTheRecord) {
+    world.FailAt("child", 1, vek_double::Failure::kError);
+    EXPECT_THROW(CheckDefaultAccount(params), vek_err::Error);
+    EXPECT_EQ(ambrin_data.kid, kDefaultKid);
+    EXPECT_EQ(ambrin_data.acmekey, FakePem("default"));
+    EXPECT_EQ(ambrin_data.modulus, FakeHeader(FakePem("stored")));
+}
+
+// Behaviour: An interruption while the default key is read leaves the job's own account whole
+TEST_F(CheckDefaultAccountTest, InterruptedReadingOfTheDefaultKeyLeavesTheStoredAccountWhole) {
+    world.FailAt("child", 1, vek_double::Failure::kInterrupted);
+    EXPECT_THROW(CheckDefaultAccount(params), vek_proc::Interrupted);
+    ExpectStoredAccount();
+}
+
+// Behaviour: An interruption while the default account is checked leaves the default account whole
+TEST_F(CheckDefaultAccountTest, InterruptedCheckLeavesTheDefaultAccountWhole) {
+    world.FailAt("http", 1, vek_double::Failure::kInterrupted);
+    EXPECT_THROW(CheckDefaultAccount(params), vek_proc::Interrupted);
+    ExpectDefaultAccount();
 }
 
 class RetryOfAccountCheck : public CheckAccountTest {};
