@@ -37,6 +37,7 @@ const std::string kPanelIdSeparator = "%#%";  // between owner and name in a cer
 
 /// What one run works with besides the job record.
 struct Run {
+    vek_date::DateTime now;  // the run's one current time, for the time-out and the pause
     QueryParams params;
     std::string csr;
     std::string key;
@@ -57,8 +58,7 @@ Ending Fail(const char* text) {
     return kError;
 }
 
-bool IsTimedOut() {
-    const vek_date::DateTime now;
+bool IsTimedOut(const vek_date::DateTime& now) {
     vek_date::DateTime deadline(ambrin_data.time_started);
     deadline.AddDays(kDaysToFinish);
     return deadline <= now && !ambrin_data.verified;
@@ -141,8 +141,8 @@ Ending PublishChallenges(Run& run) {
 
 /// Puts the job off for half an hour and tells everyone which records are missing and which name servers
 /// should have them.
-void PauseJob(const std::string& missing) {
-    const std::string next_attempt = vek_date::DateTime().AddSeconds(kPauseSeconds).AsDateTime();
+void PauseJob(const vek_date::DateTime& now, const std::string& missing) {
+    const std::string next_attempt = vek_date::DateTime(now).AddSeconds(kPauseSeconds).AsDateTime();
     Trace("next attempt '%s'", next_attempt);
     ambrin_data.next_attempt = next_attempt;
     AmbrinProblem problem;
@@ -159,7 +159,7 @@ Ending CheckRecords(Run& run) {
     if (run.check_type != "dns") return kGoOn;
     std::string missing;
     if (DigAllRecords(run.challenges, missing)) return kGoOn;
-    PauseJob(missing);
+    PauseJob(run.now, missing);
     return kDone;
 }
 
@@ -215,8 +215,7 @@ Ending InstallCertificate(Run& run) {
     return kDone;
 }
 
-int Issue() {
-    Run run;
+int Issue(Run& run) {
     for (const auto step :
          {RequestCsr, FetchDirectory, GetChallenges, ListChallenges, PublishChallenges, CheckRecords,
           AnswerChallenges, FinalizeOrder, DownloadCertificate, InstallCertificate})
@@ -239,7 +238,8 @@ int zelmain(int argc, char** argv) {
         return kDone;
     }
     Trace("start '%s' cert verification", ambrin_data.certname);
-    if (IsTimedOut()) return StopTimedOutJob();
+    Run run;
+    if (IsTimedOut(run.now)) return StopTimedOutJob();
     CountAttempt();
-    return Issue();
+    return Issue(run);
 }

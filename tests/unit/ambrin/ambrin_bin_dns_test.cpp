@@ -144,6 +144,44 @@ TEST_F(DnsRun, PausedJobKeepsItsChallenges) {
     EXPECT_EQ(posted.at("log"), "");
 }
 
+// Behaviour: The half hour of a pause counts from the moment of the time-out check, however long the run
+//   takes from there to the pause
+TEST_F(DnsRun, PauseCountsFromTheMomentOfTheTimeOutCheck) {
+    MakeSecondRun();
+    const auto take_time = [this](const std::string& query, const std::string& until) {
+        world.AlwaysPanel(query, [=, this](const std::string&) {
+            world.SetNow(until);
+            return query.ends_with("out=xml") ? ambrin_test::PanelValues(job) : "<doc/>";
+        });
+    };
+    take_time("func=ambrin.data.edit&elid=7&out=xml", "2030-06-01 12:10:00");
+    take_time("func=sslcert.csr.delete&elid=shop.example", "2030-06-01 12:11:00");
+    world.AlwaysChild(kDigCommand + "*", [this](const std::string&) {
+        world.SetNow("2030-06-01 12:12:00");
+        return vek_double::ChildAnswer{};
+    });
+    EXPECT_EQ(Run(), 0);
+    EXPECT_EQ(ambrin_data.next_attempt, "2030-06-01 12:40:00");
+    EXPECT_THAT(Traces(), Contains("next attempt '2030-06-01 12:40:00'"));
+    EXPECT_THAT(ProblemsRaised(), Each(HasSubstr("date=2030-06-01 12:40:00")));
+}
+
+// Behaviour: The next attempt is in the record before the name servers are looked up
+TEST_F(DnsRun, NextAttemptIsSetBeforeTheNameServersAreLookedUp) {
+    MakeSecondRun();
+    std::string next_attempt_at_look_up;
+    world.AlwaysChild(kDigCommand + "'NS' 'shop.example'", [&](const std::string&) {
+        next_attempt_at_look_up = ambrin_data.next_attempt;
+        return vek_double::ChildAnswer{};
+    });
+    EXPECT_EQ(Run(), 0);
+    EXPECT_EQ(next_attempt_at_look_up, "2030-06-01 12:30:00");
+    const std::vector<std::string> traces = Traces();
+    ASSERT_GT(traces.size(), 1U);
+    EXPECT_THAT(std::vector(traces.end() - 2, traces.end()),
+                ElementsAre("next attempt '2030-06-01 12:30:00'", "Dig result ''"));
+}
+
 // Behaviour: The pause tells everybody the certificate's ...
 TEST_F(DnsRun, PauseNamesEveryMissingRecordAndToldAddressee) {
     MakeSecondRun();
@@ -194,6 +232,16 @@ TEST_F(TimedOutRun, OneSecondLessIsNot) {
     EXPECT_EQ(Run(), 0);
     EXPECT_FALSE(ambrin_data.failed);
     EXPECT_EQ(ambrin_data.attempt_count, 1);
+}
+
+// Behaviour: Blanks around the start time count for nothing
+TEST_F(TimedOutRun, BlanksAroundTheStartTimeCountForNothing) {
+    job["time_started"] = " 2030-05-31 12:00:00 \n";
+    EXPECT_EQ(Run(), 0);
+    EXPECT_TRUE(ambrin_data.failed);
+    job["time_started"] = " 2030-05-31 12:00:01 \n";
+    EXPECT_EQ(Run(), 0);
+    EXPECT_FALSE(ambrin_data.failed);
 }
 
 // Behaviour: A timed-out dns job has its published records removed first
