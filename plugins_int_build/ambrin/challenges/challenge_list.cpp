@@ -48,7 +48,7 @@ void GetChallengesList(const std::list<std::string>& authorizations, std::list<C
                        const std::string& check_type, const std::string& thumbprint) {
     for (const std::string& text : authorizations) {
         Trace("list val '%s'", text);
-        const Json::Value authorization = ParseAny(text);
+        const Json::Value authorization = ParseWhole(text);
         const std::string domain = TextOf(MemberOf(MemberOf(authorization, "identifier"), "value"));
         for (const Json::Value& challenge : MemberOf(authorization, "challenges")) {
             if (!IsSelected(challenge, check_type)) continue;

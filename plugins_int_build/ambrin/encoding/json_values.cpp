@@ -25,4 +25,14 @@ Json::Value ParseAny(const std::string& text) {
     return value;
 }
 
+Json::Value ParseWhole(const std::string& text) {
+    Json::Reader reader;
+    Json::Value value;
+    try {
+        return reader.parse(text, value, true) ? value : Json::Value();
+    } catch (const std::exception&) {
+        return {};
+    }
+}
+
 std::string WriteCompact(const Json::Value& value) { return Json::FastWriter().write(value); }

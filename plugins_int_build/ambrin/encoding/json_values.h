@@ -20,5 +20,8 @@ std::string TextOf(const Json::Value& value);
 /// deep).
 Json::Value ParseAny(const std::string& text);
 
+/// Parses `text`; null for a text that is no JSON, and so for one that breaks off.
+Json::Value ParseWhole(const std::string& text);
+
 /// Compact text, members in byte order of their keys, with one final line feed.
 std::string WriteCompact(const Json::Value& value);

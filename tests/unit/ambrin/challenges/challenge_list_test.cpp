@@ -236,6 +236,14 @@ TEST_F(Selection, TextsWithoutChallengesAreSilent) {
     EXPECT_THAT(JobLog(), IsEmpty());
 }
 
+// Behaviour: An authorization text that breaks off has no challenges, not those read so far
+TEST_F(Selection, TextThatBreaksOffHasNone) {
+    const std::string whole = AuthorizationOf("a.example", OfferOf("http-01", "1"));
+    GetChallengesList({whole.substr(0, whole.size() - 1), whole.substr(0, whole.size() - 1) + R"(,"x)"},
+                      challenges, "http", "T");
+    EXPECT_THAT(challenges, IsEmpty());
+}
+
 // Behaviour: A text that does not parse has no challenges ...
 TEST_F(Selection, BrokenTextDoesNotRepeatTheOneBeforeIt) {
     GetChallengesList({AuthorizationOf("a.example", OfferOf("http-01", "1")), "not json"}, challenges, "http",

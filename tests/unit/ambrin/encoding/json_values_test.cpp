@@ -55,6 +55,16 @@ TEST(JsonValues, BrokenTextsAreNoErrors) {
     EXPECT_NO_THROW(ParseAny("{\"a\":1e999999,\"b\":123456789012345678901234567890}"));
 }
 
+// Behaviour: A text that has to be JSON as a whole is null when it is broken, breaks off or is nested too
+//   deep
+TEST(JsonValues, WholeTextIsItsValueOrNull) {
+    EXPECT_EQ(ParseWhole(R"({"a":[1]})"), Parsed(R"({"a":[1]})"));
+    EXPECT_EQ(ParseWhole("// a note\n{}").getComment(Json::commentBefore), "// a note");
+    for (const std::string text : {"", "not json", "{", R"({"a":1)", R"({"a":1,"b)", "[1,", "[1,x]"})
+        EXPECT_TRUE(ParseWhole(text).isNull()) << text;
+    EXPECT_TRUE(ParseWhole(std::string(100000, '[')).isNull());
+}
+
 // Behaviour: Comments in JSON are kept
 TEST(JsonValues, CommentsAreKept) {
     EXPECT_EQ(ParseAny("// a note\n{}").getComment(Json::commentBefore), "// a note");
