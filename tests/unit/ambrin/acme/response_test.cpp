@@ -178,6 +178,13 @@ TEST(ErrorText, OfAnInnerError) {
               Fragment("403", "x"));
 }
 
+// Behaviour: A member "error" of any type is the one that counts; status and detail beside it do not
+TEST(ErrorText, OfAnInnerErrorThatIsNoObjectIsZeroAndEmpty) {
+    for (const std::string error : {R"("x")", "null", "7", R"(["x"])", "{}"})
+        EXPECT_EQ(ErrorOf(200, R"({"error":)" + error + R"(,"status":7,"detail":"d"})"), Fragment("0", ""))
+            << error;
+}
+
 // Behaviour: A body that is no object is told with the response's status and as it stands
 TEST(ErrorText, OfABodyThatIsNoObjectIsStatusAndBody) {
     EXPECT_EQ(ErrorOf(502, "<html>Bad Gateway</html>"), Fragment("502", "<html>Bad Gateway</html>"));
@@ -252,6 +259,14 @@ TEST_F(TryParse, TextEndsAtItsFirstNulByte) {
     EXPECT_TRUE(Parse(std::string("[1]\0[", 5)));
     ASSERT_TRUE(out.isArray());
     EXPECT_EQ(out.size(), 1U);
+}
+
+// Behaviour: A NUL byte ends a stored text inside a JSON string too
+TEST_F(TryParse, TextEndsAtANulByteInsideAString) {
+    const std::string nul(1, '\0');
+    EXPECT_TRUE(Parse(R"({"jwk":{"n":"x"},"alg":"RS)" + nul + R"(256"})"));
+    EXPECT_EQ(out["jwk"]["n"].asString(), "x");
+    EXPECT_TRUE(out["alg"].isNull()) << "a string that breaks off is none";
 }
 
 // Behaviour: Stored text that the JSON library gives up on is a failure: traced, and logged as processing /

@@ -238,6 +238,14 @@ TEST_F(Signed, BrokenKeyTravelsToTheCallerBeforeAnythingIsSent) {
     EXPECT_THAT(JobLog(), IsEmpty());
 }
 
+// Behaviour: The nonce is fetched before the account key is decoded
+TEST_F(Signed, NonceIsFetchedBeforeTheKeyIsDecoded) {
+    ambrin_data.acmekey = "no key";
+    AnswerNonces();
+    EXPECT_THROW(AcmePost(params, false), vek_err::Error);
+    EXPECT_THAT(Story(), ElementsAre("nonce"));
+}
+
 // Behaviour: A key that cannot be decoded, or a signature ...
 TEST_F(Signed, SignatureThatFailsTravelsToTheCaller) {
     AnswerNonces();

@@ -123,6 +123,31 @@ TEST_F(ChallengeList, AuthorizationsThatTheLibraryGivesUpOnHaveNone) {
     EXPECT_THAT(challenges, IsEmpty());
 }
 
+// Behaviour: The thumbprint is made before the stored authorizations are parsed
+TEST_F(ChallengeList, ThumbprintIsMadeBeforeTheAuthorizationsAreParsed) {
+    EXPECT_FALSE(Prepare(std::string(5000, '[')));
+    EXPECT_THAT(Story(), ElementsAre("child " + ambrin_test::kDigestCommand));
+    ambrin_data.log.clear();
+    world.AlwaysChild(ambrin_test::kDigestCommand, [](const std::string&) {
+        return vek_double::ChildAnswer{"", 1};
+    });
+    EXPECT_THROW(Prepare(std::string(5000, '[')), vek_err::Error);
+    EXPECT_THAT(JobLog(), IsEmpty());
+}
+
+// Behaviour: Stored authorizations end at their first NUL byte, inside a JSON string too; an escaped one is
+//   a character of the string
+TEST_F(ChallengeList, NulByteInsideAStringEndsTheAuthorizations) {
+    const std::string first = AuthorizationOf("a.example", OfferOf("http-01", "1"));
+    const std::string nul(1, '\0');
+    EXPECT_TRUE(Prepare("[" + first + "," + AuthorizationOf("b" + nul, OfferOf("http-01", "2")) + "]"));
+    EXPECT_THAT(challenges, ElementsAre(Field(&ChallengeData::token, "token1")));
+    challenges.clear();
+    EXPECT_TRUE(Prepare("[" + AuthorizationOf("b\\u0000", OfferOf("http-01", "2")) + "," + first + "]"));
+    EXPECT_THAT(challenges, ElementsAre(Field(&ChallengeData::domain, "b" + nul),
+                                        Field(&ChallengeData::domain, "a.example")));
+}
+
 // Behaviour: Broken JSON is a list without challenges
 TEST_F(ChallengeList, BrokenJsonIsAListWithoutChallenges) {
     for (const std::string authorizations :

@@ -100,6 +100,15 @@ TEST_F(Csr, FailedRemovalLeavesTheOutputsFilled) {
     EXPECT_EQ(csr + key, "CSRKEY");
 }
 
+// Behaviour: The request is traced before the panel is asked to remove it
+TEST_F(Csr, RequestIsTracedBeforeItsRemoval) {
+    world.AnswerPanel(kMake, "<doc/>");
+    world.AnswerPanel(kRead, PanelValues({{"csr_req", "CSR"}, {"csr_pk", "KEY"}}));
+    world.FailPanel(kRemove, "io", "no");
+    EXPECT_THROW(Get(), vek_err::Error);
+    EXPECT_EQ(LogLines().back(), "9 we got csr\n 'CSR'");
+}
+
 // Behaviour: A name without an ASCII form travels to the caller
 TEST_F(Csr, NameWithoutAsciiFormTravelsToTheCaller) {
     ambrin_data.certname = "\xFF.example";

@@ -259,7 +259,7 @@ TEST_F(RetryOfAccountCheck, LimitOfZeroOrLessGivesNone) {
 TEST_F(RetryOfAccountCheck, CountAtItsLimitDoesNotOverflow) {
     ambrin_data.account_check_count = std::numeric_limits<std::int32_t>::max();
     NeedRetryAccountCheck();
-    EXPECT_GT(ambrin_data.account_check_count, 0);
+    EXPECT_EQ(ambrin_data.account_check_count, std::numeric_limits<std::int32_t>::max());
 }
 
 class RegistrationTest : public JobTest {
@@ -374,6 +374,13 @@ TEST_F(RegistrationTest, AnswerWithoutLocationIsASuccessWithoutKeyId) {
     EXPECT_TRUE(RegisterAnsweredBy(201, ""));
     EXPECT_EQ(ambrin_data.kid, "");
     EXPECT_TRUE(ambrin_data.update_default_account);
+}
+
+// Behaviour: A registration is logged as tried before its new key is made
+TEST_F(RegistrationTest, TryIsLoggedBeforeTheNewKeyIsMade) {
+    world.FailAt("generate key", 1, vek_double::Failure::kError);
+    EXPECT_THROW(Registration(params), vek_err::Error);
+    EXPECT_THAT(JobLog(), ElementsAre("processing,registration_try,"));
 }
 
 // Behaviour: A key that cannot be made travels to the caller; the old key stays

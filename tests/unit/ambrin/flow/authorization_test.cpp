@@ -95,6 +95,16 @@ TEST_F(Authorizations, FailedExchangeIsAFailure) {
                                       "failed,http_query_error,timed out<br>url: https://ca.test/authz/1"));
 }
 
+// Behaviour: An authorization is traced with its URL and logged as tried before it is requested
+TEST_F(Authorizations, EachIsTracedAndLoggedBeforeItIsRequested) {
+    ambrin_data.acmekey = "no key";
+    EXPECT_THROW(Autorization(params, kTwo), vek_err::Error);
+    EXPECT_THAT(Traces(),
+                ElementsAre("Ambrin begin autorizations", "autorization url 'https://ca.test/authz/1'",
+                            "kid '" + ambrin_data.kid + "'"));
+    EXPECT_THAT(JobLog(), ElementsAre("processing,authorization_try,"));
+}
+
 // Behaviour: An empty list stores an empty array
 TEST_F(Authorizations, EmptyListStoresAnEmptyArray) {
     EXPECT_TRUE(Autorization(params, "  "));
@@ -396,6 +406,19 @@ TEST_F(Answering, CompletionIsTracedOnFailureToo) {
     Process();
     EXPECT_THAT(Traces(), Contains("Ambrin start challenges").Times(1));
     EXPECT_EQ(Traces().back(), "Ambrin challenge complete");
+}
+
+// Behaviour: The end of the answering is traced before anything is cleaned up
+TEST_F(Answering, CompletionIsTracedBeforeTheCleanUp) {
+    Add(1);
+    Answer(1, R"({"status":"valid"})");
+    std::string last_trace;
+    world.AlwaysPanel("func=ambrin_challenge&*", [&](const std::string&) {
+        last_trace = Traces().back();
+        return "<doc/>";
+    });
+    EXPECT_TRUE(Process());
+    EXPECT_EQ(last_trace, "Ambrin challenge complete");
 }
 
 // Behaviour: The caller's parameters stay as they are
