@@ -46,12 +46,13 @@ CURLcode Perform(const vek_curl::Easy& easy) {
     }
 }
 
-// What fails before there is a connection; a path that is too long is a host that cannot be resolved.
+// Whether the failure came before there was a connection. libcurl calls a socket path that is too long a host
+// that it cannot resolve.
 bool IsUnreached(CURLcode outcome) {
     return outcome == CURLE_COULDNT_CONNECT || outcome == CURLE_COULDNT_RESOLVE_HOST;
 }
 
-// libcurl's own text speaks of a port 80.
+// The system's reason where there is one: libcurl's own speaks of port 80, which a socket does not have.
 std::string Cause(const vek_curl::Easy& easy, CURLcode outcome) {
     const int error = easy.SystemError();
     return error != 0 ? std::generic_category().message(error) : easy.Reason(outcome);

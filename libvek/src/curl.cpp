@@ -9,7 +9,7 @@
 namespace vek_curl {
 namespace {
 
-// Nothing of it is ever given back: static objects still send queries when `main` has returned.
+// Prepares libcurl and never cleans it up: static objects still send queries when `main` has returned.
 void PrepareOnce() {
     static const CURLcode prepared = [] {
         vek_openssl::KeepUntilExit();
@@ -69,8 +69,8 @@ Easy::Easy() : handle_((PrepareOnce(), curl_easy_init())) {
     Set(CURLOPT_FORBID_REUSE, 1L);
     // A look-up that hangs in its own thread must not hold up the end of the transfer.
     Set(CURLOPT_QUICK_EXIT, 1L);
-    // No server we talk to needs to be asked first, and one that does not answer that question costs a
-    // second.
+    // Keeps libcurl from asking the server whether it may send a large body: no server we talk to needs that,
+    // and one that does not answer costs a second.
     AddHeader("Expect:");
 }
 

@@ -21,11 +21,11 @@ struct Answer {
 };
 
 /// One transfer's handle: HTTP/1.1 on a connection of its own, nothing taken from the environment or from
-/// home folders.
+/// home folders. Errors: vek_err::Error("curl", "setup", reason).
 class Easy {
 public:
     Easy();
-    // Stays where it is: libcurl writes its errors into it.
+    // Neither copied nor moved: libcurl holds the address of `error_`.
     Easy(const Easy&) = delete;
     Easy& operator=(const Easy&) = delete;
 
@@ -40,7 +40,7 @@ public:
     void AddHeader(const std::string& line);
     void Post(const std::string& data);
 
-    /// The answer goes there; it has to outlive the transfer.
+    /// Lets the transfer write into `answer`, which has to outlive it.
     void Receive(Answer& answer);
 
     /// Status of the final response; 0 without one.

@@ -27,9 +27,9 @@ struct Response {
     std::string body;
 };
 
-/// One HTTP exchange on a connection of its own; what may be shared without it (the trust store, looked-up
-/// names, TLS session tickets) is shared by all exchanges of the process. Errors: vek_err::Error("rpc", code,
-/// host and reason), code "url", "header" or "exchange"; vek_proc::Interrupted.
+/// One HTTP exchange on a connection of its own. The trust store, looked-up names and TLS session tickets are
+/// shared by all exchanges of the process. Errors: vek_err::Error("http", code, reason), code "url", "header"
+/// or "exchange"; those of vek_curl::Easy; vek_proc::Interrupted.
 Response Carry(const Request& request, const Limits& limits);
 
 }  // namespace vek_rpc

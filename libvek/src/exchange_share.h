@@ -4,12 +4,12 @@
 
 namespace vek_rpc {
 
-/// What all exchanges have in common but their connection: looked-up names and TLS session tickets. Lives for
-/// ever.
+/// What all exchanges of the process share: looked-up names and TLS session tickets, but no connection. Never
+/// freed.
 CURLSH* Share();
 
-/// A multi handle on loan. They are kept for the next exchange, because libcurl keeps a parsed trust store in
-/// them.
+/// One of libcurl's multi handles, borrowed for one exchange. It is kept for a later one, because libcurl
+/// keeps the parsed trust store in it.
 class Multi {
 public:
     Multi();

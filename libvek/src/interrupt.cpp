@@ -13,7 +13,7 @@
 namespace vek_interrupt {
 namespace {
 
-// Plain values without destructors: waits are looked at even while static objects are being destroyed.
+// Plain values without destructors: waits read them even while static objects are being destroyed.
 std::atomic<int> signal_seen{0};
 std::atomic<int> read_end{-1};
 std::atomic<int> write_end{-1};

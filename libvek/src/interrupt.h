@@ -1,10 +1,12 @@
 #pragma once
 
-/// The orderly end of a run: what SIGTERM and SIGINT leave behind, and every wait looks at.
+/// The orderly end of a run: SIGTERM and SIGINT are remembered here, and every wait looks whether one has
+/// come.
 namespace vek_interrupt {
 
 /// Handles SIGTERM and SIGINT from now on. Only the launcher calls it: a program with a `main` of its own
-/// keeps its own handling, and nothing ever interrupts it here.
+/// keeps its own handling, and its waits are never interrupted. Errors: vek_err::Error("launcher", "start",
+/// reason).
 void Watch();
 
 /// Throws vek_proc::Interrupted once a signal has come; the first one counts.

@@ -38,8 +38,8 @@ int ReportException() try { throw; } catch (const std::exception& e) {
     return kException;
 }
 
-// Where an exception can go nowhere: out of the destructor of a static object, when the record cannot be
-// written back.
+// Ends the process for an exception that nobody can catch, such as one from the destructor of a static object
+// that cannot write its record back.
 [[noreturn]] void Terminate() {
     if (std::current_exception()) {
         ReportException();
@@ -49,7 +49,8 @@ int ReportException() try { throw; } catch (const std::exception& e) {
     std::abort();
 }
 
-// Whatever opens a file next would get the number of a closed standard descriptor, and all its output.
+// The next file to be opened would get the number of a closed standard descriptor, and with it whatever is
+// written there.
 void OpenStandardDescriptors() {
     int fd = 0;
     do {
@@ -64,7 +65,7 @@ int main(int argc, char** argv) try {
     OpenStandardDescriptors();
     std::set_terminate(&Terminate);
     std::signal(SIGPIPE, SIG_IGN);
-    // Its children could not be waited for where it was started with SIGCHLD ignored.
+    // A process that was started with SIGCHLD ignored could not wait for its children.
     std::signal(SIGCHLD, SIG_DFL);
     vek_interrupt::Watch();
     return zelmain(argc, argv);

@@ -167,7 +167,7 @@ void Execute::LimitTime(milliseconds limit) { child_->limit = limit; }
 
 std::ostream& Execute::In() { return child_->input; }
 
-// Nothing is sent before the wait, so that all there is to do is to take no more.
+// Nothing is sent before the wait, so all that is left to do here is to refuse further input.
 void Execute::CloseIn() { child_->input.setstate(std::ios_base::badbit); }
 
 int Execute::Result() {

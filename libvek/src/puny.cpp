@@ -29,7 +29,7 @@ std::string Lookup(const std::string& label, const std::string& name) {
 }
 
 // The mapping drops some invisible characters, the soft hyphen for one; a certificate for the shorter name is
-// not what was asked for. Alone, such a character becomes nothing.
+// not what was asked for. Encoded alone, such a character gives an empty text.
 bool IsDropped(const std::string& character) {
     try {
         return Lookup(character, character).empty();
@@ -48,9 +48,9 @@ bool HasDropped(const std::string& label) {
     return false;
 }
 
-// One label that is not ASCII; the library refuses one that is too long. Each comes alone, and its result is
-// looked at, because the mapping also turns single characters into separators (the ideographic full stop) or
-// into what stands in no name.
+// Encodes one label that is not ASCII; the library refuses one that is too long. Labels are encoded one by
+// one and each result is checked, because the mapping also turns some characters into a dot (the ideographic
+// full stop) or into characters that no name may hold.
 std::string EncodeLabel(const std::string& label, const std::string& name) {
     constexpr char kOfNames[] = "abcdefghijklmnopqrstuvwxyz0123456789-_";
     if (label.find('\0') != std::string::npos) Refuse(name, "a label holds a NUL byte");

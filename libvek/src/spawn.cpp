@@ -16,8 +16,8 @@ void Require(int error) {
     if (error != 0) throw vek_err::Error("proc", "start", std::generic_category().message(error));
 }
 
-// A process whose standard descriptors are closed gets pipes with their numbers, which the child's own would
-// overwrite.
+// Where a standard descriptor is closed, a new pipe gets its number; in the child it would be overwritten by
+// the child's own standard descriptors.
 void MoveUp(Fd& fd) {
     if (fd.get() > STDERR_FILENO) return;
     Fd moved(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
@@ -82,7 +82,7 @@ Pipe MakePipe() {
 pid_t Spawn(const std::string& command, int input, int output, bool own_session) {
     const Attributes attributes(own_session);
     const Descriptors descriptors(input, output);
-    // "--": a command that begins with "-" is a command all the same. exec(3) leaves the words alone.
+    // "--": a command that begins with "-" is a command all the same. exec(3) does not change the words.
     std::string words[] = {"sh", "-c", "--", command};
     char* const argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(), nullptr};
     pid_t pid = -1;

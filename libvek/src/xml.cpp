@@ -81,7 +81,7 @@ std::string EscapePropValue(const std::string& value) {
     if (value.find('\'') == std::string::npos) return "'" + value + "'";
     if (value.find('"') == std::string::npos) return '"' + value + '"';
     // XPath 1.0 has no escape inside a string; only joined pieces can hold both quotes. Each is as long as
-    // one kind of quote allows: the library refuses expressions with too many.
+    // one kind of quote allows, because the library refuses expressions with too many of them.
     std::string pieces;
     for (std::size_t at = 0; at < value.size();) {
         const std::size_t single_at = std::min(value.find('\'', at), value.size());

@@ -129,7 +129,7 @@ Ending ListChallenges(Run& run) {
     return kGoOn;
 }
 
-/// Records published just now are never looked up in the same run: the next one does.
+/// Records published just now are never looked up in the same run; the next run does that.
 Ending PublishChallenges(Run& run) {
     if (!run.new_challenges || run.challenges.empty()) return kGoOn;
     ambrin_data.WriteLog("processing", "challenge_start", "");

@@ -5,8 +5,8 @@
 
 #include "vek/client.h"
 
-/// One certificate job as the panel keeps it, and this run's only state that outlives it. Members bear the
-/// names of their panel keys; a flag is "on" or "off" there.
+/// One certificate job as the panel keeps it. Nothing else of a run is kept for the next one. Members bear
+/// the names of their panel keys; a flag is "on" or "off" there.
 class AmbrinData {
 public:
     AmbrinData() = default;

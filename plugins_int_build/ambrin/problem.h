@@ -19,7 +19,7 @@ void RegisterProblemAmbrin(const AmbrinProblem& problem);
 /// not marked then.
 void StopWithProblem(const std::string& error);
 
-/// The addressees of every problem of a job: the administrator under one name, the owner and, where there is
-/// one, the further addressee under the other. A user of the name "root" takes the administrator's place.
+/// The targets of a job's problem: the administrator with `admin_problem`; the owner and, where there is one,
+/// the further addressee with `user_problem`. An owner whose name is "root" takes the administrator's place.
 std::map<std::string, std::string> JobTargets(const std::string& admin_problem,
                                               const std::string& user_problem);

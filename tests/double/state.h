@@ -7,7 +7,7 @@
 #include "double/vek_double.h"
 #include "vek/date.h"
 
-/// The doubles' own side of the world.
+/// What the doubled functions see of the test's world: its scripts, and the calls made so far.
 namespace vek_double {
 
 /// The answers of one kind of call.

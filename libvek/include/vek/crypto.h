@@ -28,8 +28,8 @@ namespace pem_private {
 /// PKCS #8 PEM text, not encrypted.
 std::string Encode(const RsaPrivateKey& key);
 
-/// Reads a PKCS #1 or PKCS #8 PEM text; code "decode" for anything else. An encrypted key is refused, never
-/// asked for.
+/// Reads a PKCS #1 or PKCS #8 PEM text; code "decode" for anything else. An encrypted key is refused;
+/// nobody is asked for its pass phrase.
 RsaPrivateKey Decode(const std::string& pem);
 }  // namespace pem_private
 

@@ -30,7 +30,7 @@ private:
 /// without a value stays as it is.
 std::string Format(const std::string& format, std::initializer_list<Value> values);
 
-/// One part of a program that writes to the log, named by a component and a module of it.
+/// A part of a program that writes to the log. Its lines bear the names of its component and module.
 class Module {
 public:
     Module(std::string component, std::string name);

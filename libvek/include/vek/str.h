@@ -35,8 +35,8 @@ std::vector<std::string> Split(const std::string& source, const std::string& sep
 /// `first` and `second` with `separator` between them; an empty part adds nothing, no separator either.
 std::string Append(const std::string& first, const std::string& second, const std::string& separator);
 
-/// Replaces every occurrence of `what` (nothing when it is empty), from left to right, without looking at
-/// what was put in.
+/// Replaces every occurrence of `what` (nothing when it is empty), from left to right; what was put in is not
+/// searched again.
 std::string Replace(const std::string& text, const std::string& what, const std::string& with);
 
 /// Replaces every occurrence of each key by its value, key after key in their order.

@@ -34,8 +34,8 @@ private:
 /// A parsed document. Copies share it.
 class Xml {
 public:
-    /// Errors: vek_err::Error("xml", "parse", reason). White space is kept, entities of documents are not
-    /// expanded.
+    /// Errors: vek_err::Error("xml", "parse", reason). White space is kept; entities that a document
+    /// defines are not expanded.
     explicit Xml(const std::string& text);
 
     /// The first element that an XPath expression selects. Errors: vek_err::Error("xml", "xpath",

@@ -13,8 +13,8 @@ void PublishAnswerFile(std::map<std::string, std::string>& params) {
                              params["action"], params["user"], params["token"], params["content"]);
 }
 
-/// The panel's request for a TXT record. An unknown action gives none a function's name, and the panel
-/// refuses it.
+/// The panel's request for a TXT record. For an unknown action it names no function, and the panel refuses
+/// it.
 std::map<std::string, std::string> RecordRequest(std::map<std::string, std::string>& params) {
     std::map<std::string, std::string> request{
         {"plid", params["domain"]}, {"value", params["content"]}, {"su", params["user"]}};

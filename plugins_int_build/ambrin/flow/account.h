@@ -2,9 +2,8 @@
 
 #include "acme/request.h"
 
-/// Which account a run uses. The driver asks these four in this order, `Registration` only when no retry is
-/// wanted; whichever of the other three is true ends the cascade. `params` must hold the directory. Errors of
-/// the signed requests and of the key tools travel to the caller.
+/// Which account a run uses. The driver asks these four in this order and stops at the first that is true.
+/// `params` must hold the directory. Errors of the signed requests and of the key tools travel to the caller.
 
 /// Whether the job's stored account is valid (RFC 8555 section 7.1.2). No request for a job without an
 /// account (false) or one whose check is to be skipped (true).
