@@ -10,7 +10,7 @@
 #include "support/plain.h"
 #include "support/target.h"
 #include "zelvek/base/error.h"
-#include "zelvek/publishing/dns_backend.h"
+#include "zelvek/publishing/dns_backends.h"
 #include "zelvek/publishing/dns_record.h"
 
 namespace {
@@ -28,7 +28,10 @@ std::string KeyFile() {
 
 const zelvek::dns::Settings& Ready() {
     static const zelvek::dns::Settings settings{
-        "127.0.0.1", 5353, KeyFile(), {"example.org", "m\xc3\xbcller.example"}, 60, ""};
+        {"dns-server", "127.0.0.1"},
+        {"dns-port", 5353},
+        {"dns-key-file", KeyFile()},
+        {"dns-zone", std::vector<std::string>{"example.org", "m\xc3\xbcller.example"}}};
     return settings;
 }
 

@@ -72,6 +72,15 @@ void ApplyConfig(CLI::App& app, const std::string& file) {
     }
 }
 
+void AddDnsOption(CLI::App& app, const dns::Option& option, dns::Settings& settings) {
+    const auto add = [&](auto& value) {
+        CLI::Option* added = app.add_option("--" + option.name, value, option.help);
+        if (std::holds_alternative<int>(option.standard)) added->check(CLI::Range(option.least, option.most));
+        if (added->get_items_expected_max() > 1) added->allow_extra_args(false);
+    };
+    std::visit(add, settings[option.name] = option.standard);
+}
+
 void AddServe(CLI::App& root, Arguments& arguments) {
     CLI::App* app = root.add_subcommand("serve", "The service itself, until SIGTERM or SIGINT");
     ServeOptions& options = arguments.serve;
@@ -94,14 +103,9 @@ void AddServe(CLI::App& root, Arguments& arguments) {
                "Seconds until a job that asks for no time runs again");
     AddSeconds(*app, "--sweep-interval", options.sweep_interval,
                "Seconds between looks for what dead runs left");
-    app->add_option("--dns-server", options.dns.server, "Server that takes dynamic updates");
-    app->add_option("--dns-port", options.dns.port, "Its port")->check(CLI::Range(1, 65535));
-    app->add_option("--dns-key-file", options.dns.key_file, "TSIG key, as tsig-keygen writes it");
-    app->add_option("--dns-zone", options.dns.zones, "A zone on that server; repeatable")
-        ->allow_extra_args(false);
-    app->add_option("--dns-ttl", options.dns.ttl, "Seconds that records may be cached")
-        ->check(CLI::Range(0, 86400));
-    app->add_option("--dns-records-file", options.dns.records_file, "File of records instead of a server");
+    for (const dns::BackendKind& kind : dns::BackendKinds()) {
+        for (const dns::Option& option : kind.options) AddDnsOption(*app, option, options.dns);
+    }
     app->callback([&arguments, app] {
         if (!arguments.config.empty()) ApplyConfig(*app, arguments.config);
         arguments.action = [&arguments] {

@@ -2,6 +2,7 @@
 #include <set>
 #include <sstream>
 #include <string_view>
+#include <utility>
 
 #include "vek/proc.h"
 #include "vek/str.h"
@@ -48,11 +49,22 @@ Answer ReadAnswer(const std::string& output, const std::string& name) {
     return answer;
 }
 
+struct Server {
+    std::string host;  // name or address
+    int port = 0;
+    std::string key_file;  // TSIG key as `tsig-keygen` writes it, readable by the service's user alone
+    int ttl = 0;           // of new records, in seconds
+
+    std::string Address() const {
+        const bool ipv6 = host.find(':') != std::string::npos;
+        return (ipv6 ? "[" + host + "]" : host) + ":" + str::Str(port);
+    }
+};
+
 class UpdateClient : public Backend {
 public:
-    explicit UpdateClient(Settings settings) : settings_(std::move(settings)) {
-        for (const std::string& zone : settings_.zones) zones_.insert(CheckedName(zone));
-    }
+    UpdateClient(Server server, std::set<std::string> zones)
+        : server_(std::move(server)), zones_(std::move(zones)) {}
 
     bool Serves(const std::string& zone) const override { return zones_.count(zone) != 0; }
 
@@ -65,7 +77,7 @@ public:
         // The server would skip such an addition, and report success (RFC 2136 section 3.4.2.2).
         if (answer.alias) Fail(record.name + " is an alias (CNAME), beside which no TXT record can stand");
         Update(record,
-               "update add " + record.name + ". " + str::Str(settings_.ttl) + " IN TXT " + Quoted(value));
+               "update add " + record.name + ". " + str::Str(server_.ttl) + " IN TXT " + Quoted(value));
     }
 
     void RemoveTxt(const std::string& zone, const std::string& name, const std::string& value) override {
@@ -76,9 +88,7 @@ public:
 
 private:
     [[noreturn]] void Fail(const std::string& reason) const {
-        const bool ipv6 = settings_.server.find(':') != std::string::npos;
-        const std::string host = ipv6 ? "[" + settings_.server + "]" : settings_.server;
-        throw Error(Code::kDns, "DNS server " + host + ":" + str::Str(settings_.port) + ": " + reason);
+        throw Error(Code::kDns, "DNS server " + server_.Address() + ": " + reason);
     }
 
     void RequireServed(const Record& record) const {
@@ -89,9 +99,9 @@ private:
     /// that the update will change.
     Answer Ask(const Record& record) const {
         RequireServed(record);
-        CheckTsigKeyFile(settings_.key_file);
-        const std::string command = "dig -r -k " + vek_proc::Escape(settings_.key_file) + " @" +
-                                    settings_.server + " -p " + str::Str(settings_.port) + " -t TXT -q " +
+        CheckTsigKeyFile(server_.key_file);
+        const std::string command = "dig -r -k " + vek_proc::Escape(server_.key_file) + " @" + server_.host +
+                                    " -p " + str::Str(server_.port) + " -t TXT -q " +
                                     vek_proc::Escape(record.name + ".") +
                                     " +tcp +norecurse +time=5 +tries=1 +retry=0 +noall +comments +answer";
         const ToolRun run = RunTool(command, "", kQueryLimit);
@@ -104,9 +114,9 @@ private:
 
     /// Everything but the key's file goes to nsupdate's standard input.
     void Update(const Record& record, const std::string& change) const {
-        const std::string commands = "server " + settings_.server + " " + str::Str(settings_.port) +
-                                     "\nzone " + record.zone + ".\n" + change + "\nsend\nquit\n";
-        const std::string command = "nsupdate -v -t 10 -r 1 -k " + vek_proc::Escape(settings_.key_file);
+        const std::string commands = "server " + server_.host + " " + str::Str(server_.port) + "\nzone " +
+                                     record.zone + ".\n" + change + "\nsend\nquit\n";
+        const std::string command = "nsupdate -v -t 10 -r 1 -k " + vek_proc::Escape(server_.key_file);
         const ToolRun run = RunTool(command, commands, kUpdateLimit);
         if (run.status != 0) Fail("the zone " + record.zone + " cannot be changed: " + Reason(run));
     }
@@ -116,7 +126,7 @@ private:
         return str::Append(LastLines(run.output), "(status " + str::Str(run.status) + ")", " ");
     }
 
-    Settings settings_;
+    Server server_;
     std::set<std::string> zones_;
 };
 
@@ -126,19 +136,35 @@ bool IsHost(const std::string& text) {
     return text.front() != '-' && text.find_first_not_of(kAlphabet) == std::string::npos;
 }
 
+constexpr const char* kServer = "dns-server";
+constexpr const char* kPort = "dns-port";
+constexpr const char* kKeyFile = "dns-key-file";
+constexpr const char* kZone = "dns-zone";
+constexpr const char* kTtl = "dns-ttl";
+
+std::unique_ptr<Backend> Make(const Settings& settings) {
+    const Server server{std::get<std::string>(settings.at(kServer)), std::get<int>(settings.at(kPort)),
+                        std::get<std::string>(settings.at(kKeyFile)), std::get<int>(settings.at(kTtl))};
+    if (!IsHost(server.host)) throw Error(Code::kValue, "the DNS server is no host name or address");
+    std::set<std::string> zones;
+    for (const std::string& zone : std::get<std::vector<std::string>>(settings.at(kZone))) {
+        zones.insert(CheckedName(zone));
+    }
+    if (zones.empty()) throw Error(Code::kValue, "the DNS server has no zone that may be written");
+    CheckTsigKeyFile(server.key_file);
+    return std::make_unique<UpdateClient>(server, zones);
+}
+
 }  // namespace
 
-std::unique_ptr<Backend> MakeUpdateClient(const Settings& settings) {
-    const auto require = [](bool good, const std::string& text) {
-        if (!good) throw Error(Code::kValue, text);
-    };
-    require(IsHost(settings.server), "the DNS server is no host name or address");
-    require(settings.port > 0 && settings.port <= 65535,
-            "the DNS server's port is no number from 1 to 65535");
-    require(settings.ttl >= 0, "the TTL of DNS records is negative");
-    require(!settings.zones.empty(), "the DNS server has no zone that may be written");
-    CheckTsigKeyFile(settings.key_file);
-    return std::make_unique<UpdateClient>(settings);
+BackendKind DynamicUpdate() {
+    return {"a DNS server",
+            {{kServer, "Server that takes dynamic updates", std::string()},
+             {kPort, "Its port", 53, 1, 65535},
+             {kKeyFile, "TSIG key, as tsig-keygen writes it", std::string()},
+             {kZone, "A zone on that server; repeatable", std::vector<std::string>()},
+             {kTtl, "Seconds that records may be cached", 60, 0, 86400}},
+            &Make};
 }
 
 }  // namespace zelvek::dns

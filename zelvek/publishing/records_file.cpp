@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <filesystem>
 #include <fstream>
 #include <mutex>
 
@@ -13,9 +14,9 @@ namespace {
 /// Zone and name hold no blank, so that the rest of a line is the value as it is.
 std::string Line(const Record& record) { return record.zone + " " + record.name + " " + record.value; }
 
-class RecordsFile : public Backend {
+class FileBackend : public Backend {
 public:
-    explicit RecordsFile(std::filesystem::path file) : file_(std::move(file)) {}
+    explicit FileBackend(std::filesystem::path file) : file_(std::move(file)) {}
 
     bool Serves(const std::string& zone) const override { return !zone.empty(); }
 
@@ -62,14 +63,20 @@ private:
     std::mutex mutex_;
 };
 
+constexpr const char* kFile = "dns-records-file";
+
+std::unique_ptr<Backend> Make(const Settings& settings) {
+    const auto file = std::filesystem::absolute(std::get<std::string>(settings.at(kFile)));
+    if (!std::filesystem::is_directory(file.parent_path())) {
+        throw Error(Code::kValue, "the folder of " + file.string() + " is missing");
+    }
+    return std::make_unique<FileBackend>(file);
+}
+
 }  // namespace
 
-std::unique_ptr<Backend> MakeRecordsFile(const std::filesystem::path& file) {
-    const std::filesystem::path absolute = std::filesystem::absolute(file);
-    if (!std::filesystem::is_directory(absolute.parent_path())) {
-        throw Error(Code::kValue, "the folder of " + absolute.string() + " is missing");
-    }
-    return std::make_unique<RecordsFile>(absolute);
+BackendKind RecordsFile() {
+    return {"a file of records", {{kFile, "File of records instead of a server", std::string()}}, &Make};
 }
 
 }  // namespace zelvek::dns

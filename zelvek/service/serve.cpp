@@ -84,12 +84,10 @@ void Run(const ServeOptions& options) {
     UseDirectory("the certificates' directory", options.install.directory);
     CheckPlugin(options);
     const auto backend = dns::MakeBackend(options.dns);
-    const bool has_records = !options.dns.server.empty() || !options.dns.records_file.empty();
-    dns::Backend* const records = has_records ? backend.get() : nullptr;
 
-    Publisher publisher(store, options.answers, records);
+    Publisher publisher(store, options.answers, backend.get());
     const RetryPolicy retry{options.retry_interval};
-    Services services{store, publisher, records, options.install, retry, options.history_entries};
+    Services services{store, publisher, backend.get(), options.install, retry, options.history_entries};
     std::optional<Responder> responder;
     if (!options.responder.empty()) responder.emplace(options.responder, options.answers);
     // The last made ends first: runs are ended while the server still takes their records.

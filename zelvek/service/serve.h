@@ -5,7 +5,7 @@
 #include <string>
 
 #include "zelvek/certificates/install.h"
-#include "zelvek/publishing/dns_backend.h"
+#include "zelvek/publishing/dns_backends.h"
 #include "zelvek/service/sweep.h"
 
 namespace zelvek {
@@ -22,7 +22,7 @@ struct ServeOptions {
     std::chrono::milliseconds sweep_interval{5000};
     int history_entries = 1000;  // of each job
     Retention retention;
-    dns::Settings dns;
+    dns::Settings dns;  // without a back end, records cannot be published
 };
 
 /// The service: serves until SIGTERM or SIGINT and returns the exit status. A set-up that cannot be used is

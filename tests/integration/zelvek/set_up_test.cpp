@@ -74,6 +74,8 @@ TEST_F(SetUp, WhatCannotBeUsedIsNamed) {
         Refusal({{"--scheduler", "on"}, {"--plugin", "/nonexistent/plugin"}}).find("/nonexistent/plugin"),
         std::string::npos);
     EXPECT_NE(Refusal({{"--http-responder", "nowhere"}}).find("nowhere"), std::string::npos);
+    EXPECT_EQ(Refusal({{"--dns-server", "127.0.0.1"}}),
+              "zelvek: a DNS server and a file of records exclude each other\n");
     EXPECT_EQ(ReadFile(Path("file")), "no directory, no database");
 }
 

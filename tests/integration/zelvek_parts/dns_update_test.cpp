@@ -9,7 +9,7 @@
 #include <thread>
 
 #include "integration/zelvek_parts/name_server.h"
-#include "zelvek/publishing/dns_backend.h"
+#include "zelvek/publishing/dns_backends.h"
 
 namespace {
 
@@ -33,13 +33,11 @@ protected:
     static void TearDownTestSuite() { server_.reset(); }
 
     static Settings Good() {
-        Settings settings;
-        settings.server = "127.0.0.1";
-        settings.port = server_->port();
-        settings.key_file = server_->key();
-        settings.zones = {kZone, "static.test", "elsewhere.test"};
-        settings.ttl = 17;
-        return settings;
+        return {{"dns-server", "127.0.0.1"},
+                {"dns-port", server_->port()},
+                {"dns-key-file", server_->key()},
+                {"dns-zone", std::vector<std::string>{kZone, "static.test", "elsewhere.test"}},
+                {"dns-ttl", 17}};
     }
 
     static std::string Address() { return "127.0.0.1:" + std::to_string(server_->port()); }
@@ -136,7 +134,7 @@ TEST_F(DynamicUpdate, AliasIsReportedInsteadOfLosingTheRecord) {
 //   are errors "dns" that say so
 TEST_F(DynamicUpdate, WrongKeyIsRefused) {
     Settings settings = Good();
-    settings.key_file = parts::WriteTsigKey(server_->folder(), "stranger");
+    settings["dns-key-file"] = parts::WriteTsigKey(server_->folder(), "stranger");
     const auto stranger = MakeBackend(settings);
     for (const auto& action : {&Backend::AddTxt, &Backend::RemoveTxt}) {
         const Failure failure =
@@ -151,7 +149,7 @@ TEST_F(DynamicUpdate, WrongKeyIsRefused) {
 TEST_F(DynamicUpdate, RightNameWithAnotherSecretIsRefused) {
     const parts::TempFolder folder;
     Settings settings = Good();
-    settings.key_file = parts::WriteTsigKey(folder.path(), "update");
+    settings["dns-key-file"] = parts::WriteTsigKey(folder.path(), "update");
     const Failure failure = FailureOf([&] { MakeBackend(settings)->AddTxt(kZone, "a.example.test", "v"); });
     EXPECT_EQ(failure.type, "dns");
     EXPECT_THAT(failure.text, HasSubstr("key is refused (NOTAUTH)"));
@@ -161,11 +159,12 @@ TEST_F(DynamicUpdate, RightNameWithAnotherSecretIsRefused) {
 TEST_F(DynamicUpdate, KeyFileIsCheckedAgainAtEachUse) {
     const parts::TempFolder folder;
     Settings settings = Good();
-    settings.key_file = folder.path() / "key";
-    std::filesystem::copy_file(server_->key(), settings.key_file);
-    chmod(settings.key_file.c_str(), 0600);
+    const std::string key_file = folder.path() / "key";
+    std::filesystem::copy_file(server_->key(), key_file);
+    chmod(key_file.c_str(), 0600);
+    settings["dns-key-file"] = key_file;
     const auto backend = MakeBackend(settings);
-    chmod(settings.key_file.c_str(), 0644);
+    chmod(key_file.c_str(), 0644);
     EXPECT_EQ(TypeOf([&] { backend->AddTxt(kZone, "a.example.test", "v"); }), "value");
 }
 
@@ -193,13 +192,14 @@ TEST_F(DynamicUpdate, ZoneOutsideTheSettingsIsNotAsked) {
 // Behaviour: A refused key, a foreign or static zone ...
 TEST_F(DynamicUpdate, ServerThatIsDownIsReported) {
     Settings settings = Good();
-    settings.port = parts::FreePort();
+    const int port = parts::FreePort();
+    settings["dns-port"] = port;
     const auto backend = MakeBackend(settings);
     for (const auto& action : {&Backend::AddTxt, &Backend::RemoveTxt}) {
         const Failure failure = FailureOf([&] { (*backend.*action)(kZone, "a.example.test", "v"); });
         EXPECT_EQ(failure.type, "dns");
-        EXPECT_THAT(failure.text, AllOf(HasSubstr("127.0.0.1:" + std::to_string(settings.port)),
-                                        HasSubstr("connection refused")));
+        EXPECT_THAT(failure.text,
+                    AllOf(HasSubstr("127.0.0.1:" + std::to_string(port)), HasSubstr("connection refused")));
     }
 }
 
@@ -232,7 +232,7 @@ TEST_F(DynamicUpdate, SilentServerIsGivenUpInTime) {
     const SilentServer silent;
     ASSERT_GT(silent.port(), 0);
     Settings settings = Good();
-    settings.port = silent.port();
+    settings["dns-port"] = silent.port();
     const auto start = std::chrono::steady_clock::now();
     const Failure failure = FailureOf([&] { MakeBackend(settings)->AddTxt(kZone, "a.example.test", "v"); });
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(40));

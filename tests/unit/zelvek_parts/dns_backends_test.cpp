@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "unit/zelvek_parts/support.h"
-#include "zelvek/publishing/dns_backend.h"
+#include "zelvek/publishing/dns_backends.h"
 
 namespace {
 
@@ -25,11 +25,7 @@ const std::string kName = "_acme-challenge.example.org.";
 
 class RecordsFile : public testing::Test {
 protected:
-    std::unique_ptr<Backend> Open() const {
-        Settings settings;
-        settings.records_file = file_;
-        return MakeBackend(settings);
-    }
+    std::unique_ptr<Backend> Open() const { return MakeBackend({{"dns-records-file", file_}}); }
 
     TempFolder folder_;
     std::string file_ = folder_.path() / "records";
@@ -117,18 +113,26 @@ TEST_F(RecordsFile, TwoThreadsLoseNoRecord) {
     EXPECT_EQ(std::count(content.begin(), content.end(), '\n'), 40);
 }
 
+using Zones = std::vector<std::string>;
+
 class UpdateSettings : public testing::Test {
 protected:
     UpdateSettings() {
-        good_.server = "ns.example.org";
-        good_.key_file = folder_.path() / "key";
-        good_.zones = {"example.org", "Bücher.example."};
+        good_["dns-server"] = "ns.example.org";
+        good_["dns-key-file"] = key_file_;
+        good_["dns-zone"] = Zones{"example.org", "Bücher.example."};
         WriteKey("key \"update\" {\n\talgorithm hmac-sha256;\n\tsecret \"" + secret_ + "\";\n};\n");
     }
 
     void WriteKey(const std::string& content) const {
-        Put(good_.key_file, content);
-        chmod(good_.key_file.c_str(), 0600);
+        Put(key_file_, content);
+        chmod(key_file_.c_str(), 0600);
+    }
+
+    void ExpectRefused(const std::string& option, const zelvek::dns::OptionValue& value,
+                       const std::string& why) {
+        good_[option] = value;
+        ExpectRefused(why);
     }
 
     void ExpectRefused(const std::string& why) const {
@@ -139,6 +143,7 @@ protected:
     }
 
     TempFolder folder_;
+    std::string key_file_ = folder_.path() / "key";
     std::string secret_ = "KcpIs2f7B22NFlib3Un5+MOTfQ+0jBNVsl1zm601Y1s=";
     Settings good_;
 };
@@ -155,53 +160,91 @@ TEST_F(UpdateSettings, ServeTheirZonesInCanonicalForm) {
 // Behaviour: Without an update server and a records file there is nothing to publish records with
 TEST_F(UpdateSettings, WithoutServerAndFileThereIsNoBackend) { EXPECT_EQ(MakeBackend(Settings{}), nullptr); }
 
+/// A back end of a kind that the service does not know, and what it was made of.
+class Notes : public Backend {
+public:
+    static std::unique_ptr<Backend> Make(const Settings& settings) {
+        made_of = settings;
+        return std::make_unique<Notes>();
+    }
+    bool Serves(const std::string& zone) const override { return zone == "notes"; }
+    void AddTxt(const std::string&, const std::string&, const std::string&) override {}
+    void RemoveTxt(const std::string&, const std::string&, const std::string&) override {}
+
+    static Settings made_of;
+};
+
+Settings Notes::made_of;
+
+TEST(BackendKinds, AreAllMadeByTheListAlone) {
+    auto kinds = zelvek::dns::BackendKinds();
+    kinds.push_back(
+        {"a notebook",
+         {{"notes", "Where", std::string()}, {"pages", "How many", 7, 1, 9}, {"pens", "", 2, 1, 3}},
+         &Notes::Make});
+    const auto backend = MakeBackend({{"notes", "here"}, {"pages", 8}, {"dns-ttl", 5}}, kinds);
+    ASSERT_NE(backend, nullptr);
+    EXPECT_TRUE(backend->Serves("notes"));
+    EXPECT_EQ(Notes::made_of, (Settings{{"notes", "here"}, {"pages", 8}, {"pens", 2}}));
+    const Failure both = FailureOf([&] {
+        MakeBackend({{"notes", "here"}, {"dns-records-file", "there"}}, kinds);
+    });
+    EXPECT_EQ(both.type, "value");
+    EXPECT_EQ(both.text, "a file of records and a notebook exclude each other");
+}
+
+TEST(BackendKinds, HaveOptionsOfTheirOwnAndAreSelectedByATextThatIsEmptyAtFirst) {
+    std::vector<std::string> names;
+    for (const auto& kind : zelvek::dns::BackendKinds()) {
+        EXPECT_EQ(kind.options.front().standard, zelvek::dns::OptionValue(std::string()));
+        for (const auto& option : kind.options) names.push_back(option.name);
+    }
+    EXPECT_THAT(names, testing::ElementsAre("dns-server", "dns-port", "dns-key-file", "dns-zone", "dns-ttl",
+                                            "dns-records-file"));
+    EXPECT_EQ(zelvek::dns::SelectingOptions(), "--dns-server or --dns-records-file");
+}
+
 // Behaviour: Wrong settings of the back end are refused with their reason
 TEST_F(UpdateSettings, ServerAndFileExcludeEachOther) {
-    good_.records_file = folder_.path() / "records";
-    ExpectRefused("exclude");
+    ExpectRefused("dns-records-file", (folder_.path() / "records").string(),
+                  "a DNS server and a file of records exclude each other");
 }
 
 // Behaviour: Wrong settings of the back end are refused ...
 TEST_F(UpdateSettings, ServerMustBeAHostName) {
     for (const char* server : {"-x", "a b", "a;id", "a\nb", "$(id)", "a/b", "@a"}) {
-        good_.server = server;
-        ExpectRefused("host name");
+        ExpectRefused("dns-server", server, "host name");
     }
 }
 
 // Behaviour: Wrong settings of the back end are refused ...
 TEST_F(UpdateSettings, NumbersHaveTheirRanges) {
     for (const int port : {0, -1, 65536}) {
-        good_.port = port;
-        ExpectRefused("port");
+        ExpectRefused("dns-port", port, "dns-port is no number from 1 to 65535");
     }
-    good_.port = 53;
-    good_.ttl = -1;
-    ExpectRefused("TTL");
+    good_["dns-port"] = 65535;
+    for (const int ttl : {-1, 86401}) ExpectRefused("dns-ttl", ttl, "dns-ttl is no number from 0 to 86400");
+    good_["dns-ttl"] = 0;
+    EXPECT_EQ(TypeOf([&] { MakeBackend(good_); }), "none");
 }
 
 // Behaviour: Wrong settings of the back end are refused ...
 TEST_F(UpdateSettings, ZonesAreNeededAndMustBeNames) {
-    good_.zones = {};
-    ExpectRefused("no zone");
-    good_.zones = {"a b"};
-    ExpectRefused("a b");
+    ExpectRefused("dns-zone", Zones{}, "no zone");
+    ExpectRefused("dns-zone", Zones{"a b"}, "a b");
 }
 
 // Behaviour: Wrong settings of the back end are refused ...
 TEST_F(UpdateSettings, KeyFileMustBeThere) {
-    good_.key_file = "";
-    ExpectRefused("key file");
-    good_.key_file = folder_.path() / "missing";
-    ExpectRefused("No such file");
-    good_.key_file = folder_.path();
-    ExpectRefused("no file");
+    ExpectRefused("dns-key-file", "", "key file");
+    ExpectRefused("dns-key-file", (folder_.path() / "missing").string(), "No such file");
+    ExpectRefused("dns-key-file", folder_.path().string(), "no file");
 }
 
 // Behaviour: The key's file must be the owner's alone, at every use
 TEST_F(UpdateSettings, KeyFileMustBeTheOwnersAlone) {
     for (const mode_t mode : {0640, 0604, 0620, 0601}) {
-        chmod(good_.key_file.c_str(), mode);
+        chmod(key_file_.c_str(), mode);
         ExpectRefused("owner alone");
     }
 }
@@ -209,7 +252,7 @@ TEST_F(UpdateSettings, KeyFileMustBeTheOwnersAlone) {
 // Behaviour: The key's file must be the owner's alone ...
 TEST_F(UpdateSettings, KeyFileOfAnotherUserIsRefused) {
     // Root can give the file away; anybody else finds a file of root's on every system.
-    if (chown(good_.key_file.c_str(), 65534, 65534) != 0) good_.key_file = "/etc/hostname";
+    if (chown(key_file_.c_str(), 65534, 65534) != 0) good_["dns-key-file"] = "/etc/hostname";
     ExpectRefused("does not belong");
 }
 
