@@ -1,3 +1,12 @@
+// The program: the service itself, and the commands with which people and other programs ask it.
+#include "zelvek/base/command_line.h"
 #include "zelvek/cli/cli.h"
+#include "zelvek/service/serve_command.h"
 
-int main(int argc, char** argv) { return zelvek::cli::Main(argc, argv); }
+int main(int argc, char** argv) {
+    zelvek::CommandLine line("zelvek", "The panel's local management service and its command line");
+    zelvek::Command root = line.Root();
+    zelvek::AddServeCommand(root);
+    for (const auto& add_commands : zelvek::cli::kEveryNoun) add_commands(root);
+    return line.Run(argc, argv);
+}

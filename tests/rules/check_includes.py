@@ -36,8 +36,8 @@ ROOMS = {
     "jobs": {"base", "store"},
     "panel": {"base", "store", "certificates", "publishing", "jobs"},
     "service": {"base", "store", "certificates", "publishing", "jobs", "panel"},
-    "cli": {"base", "service"},
-    "main": {"cli", "service"},
+    "cli": {"base"},
+    "main": {"base", "cli", "service"},
 }
 RECORD = {"ambrin_data", "ambrin_log"}
 PROGRAM_THIRD_PARTY = {"json/json.h"}

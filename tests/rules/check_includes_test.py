@@ -22,7 +22,7 @@ GOOD = {
     "libvek/include/vek/xml.h": "// #include <pugixml.hpp>\n#include <memory>\n",
     "libvek/src/xml.cpp": '#include <pugixml.hpp>\n#include "vek/xml.h"\n#include "socket.h"\n',
     "libvek/src/socket.h": "#include <sys/socket.h>\n",
-    "zelvek/main.cpp": '#include <socket.h>\n#include "zelvek/cli/cli.h"\n#include "zelvek/service/serve.h"\n',
+    "zelvek/main.cpp": '#include <socket.h>\n#include "zelvek/base/error.h"\n#include "zelvek/cli/cli.h"\n#include "zelvek/service/serve.h"\n',
     "zelvek/base/error.h": '#include <vector>\n#include "vek/client.h"\n',
     "zelvek/store/store.h": '#include "zelvek/base/error.h"\n',
     "zelvek/certificates/install.h": '#include "zelvek/base/error.h"\n#include "zelvek/store/store.h"\n',
@@ -70,6 +70,7 @@ PLANTED = [
     ("zelvek/panel/functions.h", '#include "../service/serve.h"', "panel must not include service"),
     ("zelvek/service/serve.h", '#include "zelvek/cli/cli.h"', "service must not include cli"),
     ("zelvek/cli/cli.h", '#include "zelvek/store/store.h"', "cli must not include store"),
+    ("zelvek/cli/cli.h", '#include "zelvek/service/serve.h"', "cli must not include service"),
     ("zelvek/tools/tool.h", "#include <string>", "has no place"),
     ("zelvek/tool.h", "#include <string>", "has no place"),
 ]

@@ -22,6 +22,14 @@ const char* Word(Code code) {
     return "internal";
 }
 
+Code CodeOf(const std::string& word) {
+    for (int number = 0; number < static_cast<int>(Code::kInternal); ++number) {
+        const Code code = static_cast<Code>(number);
+        if (word == Word(code)) return code;
+    }
+    return Code::kInternal;
+}
+
 Error IoError(const std::string& deed, const std::string& where, int number) {
     return Error(Code::kIo, deed + " " + where + ": " + std::generic_category().message(number));
 }

@@ -19,12 +19,15 @@ enum class Code {
     kHook,      // the reload command failed
     kIo,        // a file, a socket or a process could not be used
     kProtocol,  // not the form of a query
-    kInternal   // a fault of the service itself; its log says more
+    kInternal   // a fault of the service itself; its log says more. The last one
 };
 
 /// The code as callers of the service read it in an answer: "value", "missed", "exists", "stale", "busy",
 /// "badkey", "badchain", "dns", "hook", "io", "protocol", "internal".
 const char* Word(Code code);
+
+/// The code that is told by this word; kInternal for every other text.
+Code CodeOf(const std::string& word);
 
 /// Every error of the service. No decision is taken by its sentence.
 class Error : public std::exception {

@@ -47,6 +47,10 @@ int Spawn(const std::filesystem::path& plugin, int job, pid_t& pid) {
 
 }  // namespace
 
+std::filesystem::path PluginBesideProgram() {
+    return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "ambrin";
+}
+
 PluginRun::PluginRun(const std::filesystem::path& plugin, int job) {
     if (const int error = Spawn(plugin, job, pid_); error != 0) {
         throw IoError("starting", plugin, error);

@@ -9,6 +9,9 @@
 
 namespace zelvek {
 
+/// The plug-in that is installed beside this program.
+std::filesystem::path PluginBesideProgram();
+
 /// One run of the plug-in for one job, a child of this process with its environment and output.
 class PluginRun {
 public:

@@ -1,18 +1,26 @@
 #include <json/json.h>
 
 #include <iostream>
+#include <memory>
 
 #include "zelvek/base/text.h"
+#include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
-#include "zelvek/cli/table.h"
+#include "zelvek/cli/json_output.h"
 
 namespace zelvek::cli {
 
-int ShowAccount(const Output& output) {
+namespace {
+
+struct ShowOptions {
+    bool json = false;
+};
+
+int Show(const ShowOptions& options) {
     const auto answer = Ask("zelvek.account.show", {});
     const std::string kid = answer.value("kid");
     const bool key = answer.value("key") == "on";
-    if (output.json) {
+    if (options.json) {
         Json::Value json;
         json["kid"] = kid;
         json["key"] = key;
@@ -23,6 +31,15 @@ int ShowAccount(const Output& output) {
         std::cout << "account " << WithoutControls(kid, ' ') << (key ? ", key kept\n" : ", no key\n");
     }
     return kSuccess;
+}
+
+}  // namespace
+
+void AddAccountCommands(Command& root) {
+    Command noun = root.AddGroup("account", "The default account at the authority");
+    const auto options = std::make_shared<ShowOptions>();
+    Command show = noun.AddCommand("show", "Shows it, without its key", [options] { return Show(*options); });
+    AddJsonFlag(show, options->json);
 }
 
 }  // namespace zelvek::cli

@@ -1,6 +1,7 @@
+#include "zelvek/cli/ask.h"
+
 #include "vek/err.h"
-#include "zelvek/base/run_directory.h"
-#include "zelvek/cli/cli.h"
+#include "zelvek/base/error.h"
 
 namespace zelvek::cli {
 
@@ -8,11 +9,8 @@ vek_client::Result Ask(const std::string& function, const std::map<std::string, 
     try {
         return vek_client::Local("zelvek", "cli").Query("func=" + function, parameters);
     } catch (const vek_err::Error& error) {
-        if (error.type() != "connect") throw;
-        const std::string what = error.what();
-        throw vek_err::Error::Reported("connect", "cannot reach the service at " +
-                                                      (RunDirectory() / "zelvek.sock").string() + ": " +
-                                                      what.substr(what.rfind(": ") + 2));
+        if (error.type() != "connect") throw Error(CodeOf(error.type()), error.what());
+        throw Error(Code::kIo, std::string("cannot reach the service: ") + error.what());
     }
 }
 

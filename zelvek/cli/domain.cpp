@@ -1,28 +1,44 @@
 #include <json/json.h>
 
 #include <iostream>
+#include <memory>
 
 #include "zelvek/base/text.h"
+#include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
+#include "zelvek/cli/json_output.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
 
-int AddDomain(const std::string& name, const std::string& user, const Output& output) {
-    Ask("zelvek.domain.add", {{"name", name}, {"user_name", user}});
-    if (!output.json) {
-        std::cout << "domain " << WithoutControls(name, ' ') << " added\n";
+namespace {
+
+struct AddOptions {
+    std::string name;
+    std::string user;
+    bool json = false;
+};
+
+int Add(const AddOptions& options) {
+    Ask("zelvek.domain.add", {{"name", options.name}, {"user_name", options.user}});
+    if (!options.json) {
+        std::cout << "domain " << WithoutControls(options.name, ' ') << " added\n";
         return kSuccess;
     }
     Json::Value json;
-    json["name"] = name;
-    json["user"] = user;
+    json["name"] = options.name;
+    json["user"] = options.user;
     PrintJson(json);
     return kSuccess;
 }
 
-int ListDomains(const std::string& user, const Output& output) {
-    const auto answer = Ask("zelvek.domain.list", {{"user_name", user}});
+struct ListOptions {
+    std::string user;
+    bool json = false;
+};
+
+int List(const ListOptions& options) {
+    const auto answer = Ask("zelvek.domain.list", {{"user_name", options.user}});
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
     for (const auto& node : answer.xml().GetNodes("/doc/elem")) {
@@ -34,12 +50,35 @@ int ListDomains(const std::string& user, const Output& output) {
         json.append(domain);
         rows.push_back({node.Value("name"), node.Value("user"), zone ? "yes" : "no"});
     }
-    if (output.json) {
+    if (options.json) {
         PrintJson(json);
     } else {
         std::cout << Table({"NAME", "USER", "ZONE"}, rows);
     }
     return kSuccess;
+}
+
+void AddAddCommand(Command& noun) {
+    const auto options = std::make_shared<AddOptions>();
+    Command add = noun.AddCommand("add", "Gives a domain to a user", [options] { return Add(*options); });
+    AddJsonFlag(add, options->json);
+    add.AddOption("NAME", options->name, "Domain name, Unicode or ASCII").Required();
+    add.AddOption("--user", options->user, "Its owner").Required();
+}
+
+void AddListCommand(Command& noun) {
+    const auto options = std::make_shared<ListOptions>();
+    Command list = noun.AddCommand("list", "Shows domains", [options] { return List(*options); });
+    AddJsonFlag(list, options->json);
+    list.AddOption("--user", options->user, "Of this user alone");
+}
+
+}  // namespace
+
+void AddDomainCommands(Command& root) {
+    Command noun = root.AddGroup("domain", "Users' domains");
+    AddAddCommand(noun);
+    AddListCommand(noun);
 }
 
 }  // namespace zelvek::cli

@@ -1,30 +1,36 @@
-#include "zelvek/cli/job.h"
-
 #include <json/json.h>
 
 #include <iostream>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "vek/str.h"
 #include "zelvek/base/error.h"
+#include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
+#include "zelvek/cli/job_run.h"
+#include "zelvek/cli/job_view.h"
+#include "zelvek/cli/json_output.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
 
 namespace {
 
-Json::Value JobJson(const vek_xml::Node& node) {
-    Json::Value json;
-    for (const char* key : {"id", "attempt_count"}) json[key] = str::Int(node.Value(key));
-    for (const char* key : {"verified", "failed", "processing"}) json[key] = node.Value(key) == "on";
-    for (const char* key : {"certname", "domain", "user_name", "aliases", "check_type", "next_attempt",
-                            "time_started", "kid", "finalize_check", "challenges"}) {
-        json[key] = node.Value(key);
-    }
-    return json;
-}
+struct AddOptions {
+    std::string name, user;
+    std::vector<std::string> aliases;
+    std::string check = "http";
+    std::string certname, res_name;
+    std::vector<std::string> csr;  // KEY=VALUE
+    bool skip_account_check = false;
+    int max_account_checks = 3;
+    bool json = false;
+};
 
-std::map<std::string, std::string> Parameters(const NewJob& job) {
+std::map<std::string, std::string> Parameters(const AddOptions& job) {
     std::map<std::string, std::string> parameters{
         {"domain", job.name},
         {"user_name", job.user},
@@ -47,43 +53,9 @@ std::map<std::string, std::string> Parameters(const NewJob& job) {
     return parameters;
 }
 
-}  // namespace
-
-std::string StateOf(const vek_xml::Node& job) {
-    for (const char* state : {"verified", "failed"}) {
-        if (job.Value(state) == "on") return state;
-    }
-    return job.Value("processing") == "on" ? "running" : "waiting";
-}
-
-vek_client::Result AskForJob(int id) { return Ask("zelvek.job.show", {{"elid", str::Str(id)}}); }
-
-std::size_t EventCount(const vek_client::Result& shown) { return shown.xml().GetNodes("/doc/event").size(); }
-
-Json::Value JobJson(const vek_client::Result& shown) {
-    Json::Value json = JobJson(shown.xml().GetNode("/doc"));
-    json["events"] = Json::arrayValue;
-    for (const auto& node : shown.xml().GetNodes("/doc/event")) {
-        Json::Value event;
-        for (const char* key : {"time", "state", "event", "detail"}) event[key] = node.Value(key);
-        json["events"].append(event);
-    }
-    return json;
-}
-
-std::string EventTable(const vek_client::Result& shown, std::size_t first) {
-    std::vector<std::vector<std::string>> rows;
-    const auto nodes = shown.xml().GetNodes("/doc/event");
-    for (std::size_t i = first; i < nodes.size(); ++i) {
-        rows.push_back({nodes[i].Value("time"), nodes[i].Value("state"), nodes[i].Value("event"),
-                        nodes[i].Value("detail")});
-    }
-    return rows.empty() ? "" : Table({"TIME", "STATE", "EVENT", "DETAIL"}, rows);
-}
-
-int AddJob(const NewJob& job, const Output& output) {
-    const std::string id = Ask("zelvek.job.add", Parameters(job)).value("id");
-    if (output.json) {
+int Add(const AddOptions& options) {
+    const std::string id = Ask("zelvek.job.add", Parameters(options)).value("id");
+    if (options.json) {
         PrintJson(JobJson(AskForJob(str::Int(id))));
     } else {
         std::cout << "job " << id << " added\n";
@@ -91,56 +63,100 @@ int AddJob(const NewJob& job, const Output& output) {
     return kSuccess;
 }
 
-int ListJobs(const Output& output) {
+struct ListOptions {
+    bool json = false;
+};
+
+int List(const ListOptions& options) {
     const auto answer = Ask("zelvek.job.list", {});
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
     for (const auto& node : answer.xml().GetNodes("/doc/elem")) {
         json.append(JobJson(node));
-        rows.push_back({node.Value("id"), node.Value("certname"), node.Value("user_name"),
-                        node.Value("check_type"), StateOf(node), node.Value("attempt_count"),
-                        node.Value("next_attempt")});
+        rows.push_back(JobRow(node));
     }
-    if (output.json) {
+    if (options.json) {
         PrintJson(json);
     } else {
-        std::cout << Table({"ID", "CERTIFICATE", "USER", "CHECK", "STATE", "ATTEMPTS", "NEXT ATTEMPT"}, rows);
+        std::cout << Table(JobHeadings(), rows);
     }
     return kSuccess;
 }
 
-int ShowJob(int id, const Output& output) {
-    const auto shown = AskForJob(id);
-    if (output.json) {
+/// Of the commands that do one thing to one job.
+struct JobOptions {
+    int id = 0;
+    bool json = false;
+};
+
+int Show(const JobOptions& options) {
+    const auto shown = AskForJob(options.id);
+    if (options.json) {
         PrintJson(JobJson(shown));
         return kSuccess;
     }
-    const auto job = shown.xml().GetNode("/doc");
-    std::cout << Table({"JOB", job.Value("id")}, {{"certificate", job.Value("certname")},
-                                                  {"names", job.Value("aliases")},
-                                                  {"user", job.Value("user_name")},
-                                                  {"check", job.Value("check_type")},
-                                                  {"state", StateOf(job)},
-                                                  {"started", job.Value("time_started")},
-                                                  {"attempts", job.Value("attempt_count")},
-                                                  {"next attempt", job.Value("next_attempt")},
-                                                  {"account", job.Value("kid")},
-                                                  {"order", job.Value("finalize_check")}});
+    std::cout << JobTable(shown);
     const std::string events = EventTable(shown, 0);
     if (!events.empty()) std::cout << "\n" << events;
     return kSuccess;
 }
 
-int RemoveJob(int id, const Output& output) {
-    Ask("zelvek.job.remove", {{"elid", str::Str(id)}});
-    if (!output.json) {
-        std::cout << "job " << id << " removed\n";
+int Remove(const JobOptions& options) {
+    Ask("zelvek.job.remove", {{"elid", str::Str(options.id)}});
+    if (!options.json) {
+        std::cout << "job " << options.id << " removed\n";
         return kSuccess;
     }
     Json::Value json;
-    json["id"] = id;
+    json["id"] = options.id;
     PrintJson(json);
     return kSuccess;
+}
+
+void AddAddCommand(Command& noun) {
+    const auto options = std::make_shared<AddOptions>();
+    Command add = noun.AddCommand("add", "Asks for a certificate", [options] { return Add(*options); });
+    AddJsonFlag(add, options->json);
+    add.AddOption("NAME", options->name, "Main domain name").Required();
+    add.AddOption("--user", options->user, "Owner of the certificate").Required();
+    add.AddOption("--alias", options->aliases, "A further name; repeatable");
+    add.AddOption("--check", options->check, "How names are proved: http or dns").OneOf({"http", "dns"});
+    add.AddOption("--certname", options->certname, "Name of the certificate; without it, NAME");
+    add.AddOption("--res-name", options->res_name, "A further addressee of notifications");
+    add.AddOption("--csr", options->csr, "KEY=VALUE for the request, such as key_type=ec; repeatable")
+        .Check([](const std::string& text) {
+            return text.find('=') == std::string::npos ? "\"" + text + "\" is no KEY=VALUE" : std::string();
+        });
+    add.AddFlag("--skip-account-check", options->skip_account_check, "Use the account without asking for it");
+    add.AddOption("--max-account-checks", options->max_account_checks,
+                  "Failed checks before a new account is made")
+        .NonNegative();
+}
+
+void AddListCommand(Command& noun) {
+    const auto options = std::make_shared<ListOptions>();
+    Command list = noun.AddCommand("list", "Shows the jobs", [options] { return List(*options); });
+    AddJsonFlag(list, options->json);
+}
+
+/// A command for one job.
+void AddJobCommand(Command& noun, const std::string& name, const std::string& description,
+                   int (*action)(const JobOptions&)) {
+    const auto options = std::make_shared<JobOptions>();
+    Command command = noun.AddCommand(name, description, [options, action] { return action(*options); });
+    AddJsonFlag(command, options->json);
+    command.AddOption("ID", options->id, "The job's number").Required();
+}
+
+}  // namespace
+
+void AddJobCommands(Command& root) {
+    Command noun = root.AddGroup("job", "Certificate jobs");
+    AddAddCommand(noun);
+    AddListCommand(noun);
+    AddJobCommand(noun, "show", "Shows a job and its history", &Show);
+    AddJobRunCommand(noun);
+    AddJobCommand(noun, "remove", "Forgets a job; its certificate stays", &Remove);
 }
 
 }  // namespace zelvek::cli

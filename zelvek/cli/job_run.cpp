@@ -1,23 +1,33 @@
-// `job run`: the plug-in as a child of this process, its progress, and what came of it.
+#include "zelvek/cli/job_run.h"
+
 #include <json/json.h>
 #include <poll.h>
 
 #include <atomic>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <iostream>
+#include <memory>
 
 #include "vek/str.h"
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/base/text.h"
-#include "zelvek/cli/cli.h"
-#include "zelvek/cli/job.h"
+#include "zelvek/cli/ask.h"
+#include "zelvek/cli/job_view.h"
+#include "zelvek/cli/json_output.h"
 #include "zelvek/cli/log_follower.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
 
 namespace {
+
+/// Exit statuses beside those that every command has.
+enum RunStatus : int {
+    kWaiting = 3,      // the run has ended, and a later one goes on
+    kNothingToDo = 4,  // the job's certificate is there already
+};
 
 constexpr int kLookMilliseconds = 100;
 
@@ -59,7 +69,7 @@ int Follow(PluginRun& run, LogFollower log, bool silent) {
 }
 
 struct Outcome {
-    Status status;
+    int status;
     std::string word;
     std::string text;
 };
@@ -87,21 +97,26 @@ void Print(const vek_client::Result& shown, std::size_t events_before, const Out
                                                   {"exit status", std::to_string(exit_status)}});
 }
 
-}  // namespace
+struct RunOptions {
+    int id = 0;
+    std::filesystem::path plugin = PluginBesideProgram();
+    bool json = false;
+    bool quiet = false;
+};
 
-int RunJob(int id, const std::filesystem::path& plugin, const Output& output) {
-    const auto before = AskForJob(id);
+int Run(const RunOptions& options) {
+    const auto before = AskForJob(options.id);
     const bool verified_before = before.value("verified") == "on";
     // The service starts no run of its own as long as this process holds the job.
-    Ask("zelvek.job.claim", {{"elid", str::Str(id)}});
+    Ask("zelvek.job.claim", {{"elid", str::Str(options.id)}});
     PassSignalsOn();
     LogFollower log(LogFile(), LogFollower::EndOf(LogFile()));
-    PluginRun run(plugin, id);
-    const int exit_status = Follow(run, std::move(log), output.json || output.quiet);
+    PluginRun run(options.plugin, options.id);
+    const int exit_status = Follow(run, std::move(log), options.json || options.quiet);
 
-    const auto after = AskForJob(id);
+    const auto after = AskForJob(options.id);
     const Outcome outcome = Judge(exit_status, verified_before, after.xml().GetNode("/doc"));
-    if (!output.json) {
+    if (!options.json) {
         Print(after, EventCount(before), outcome, exit_status);
         return outcome.status;
     }
@@ -110,6 +125,17 @@ int RunJob(int id, const std::filesystem::path& plugin, const Output& output) {
     json["exit_status"] = exit_status;
     PrintJson(json);
     return outcome.status;
+}
+
+}  // namespace
+
+void AddJobRunCommand(Command& noun) {
+    const auto options = std::make_shared<RunOptions>();
+    Command run = noun.AddCommand("run", "Runs a job now", [options] { return Run(*options); });
+    AddJsonFlag(run, options->json);
+    run.AddOption("ID", options->id, "The job's number").Required();
+    run.AddFlag("--quiet", options->quiet, "No progress");
+    run.AddOption("--plugin", options->plugin, "The ACME plug-in");
 }
 
 }  // namespace zelvek::cli

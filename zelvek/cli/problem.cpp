@@ -1,8 +1,11 @@
 #include <json/json.h>
 
 #include <iostream>
+#include <memory>
 
+#include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
+#include "zelvek/cli/json_output.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
@@ -26,9 +29,11 @@ std::string ParameterLine(const vek_xml::Node& problem) {
     return line;
 }
 
-}  // namespace
+struct ListOptions {
+    bool json = false;
+};
 
-int ListProblems(const Output& output) {
+int List(const ListOptions& options) {
     const auto answer = Ask("zelvek.problem.list", {});
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
@@ -37,12 +42,21 @@ int ListProblems(const Output& output) {
         rows.push_back({problem.Value("time"), problem.Value("level"), problem.Value("owner"),
                         problem.Value("name"), ParameterLine(problem)});
     }
-    if (output.json) {
+    if (options.json) {
         PrintJson(json);
     } else {
         std::cout << Table({"TIME", "LEVEL", "OWNER", "PROBLEM", "PARAMETERS"}, rows);
     }
     return kSuccess;
+}
+
+}  // namespace
+
+void AddProblemCommands(Command& root) {
+    Command noun = root.AddGroup("problem", "Notifications");
+    const auto options = std::make_shared<ListOptions>();
+    Command list = noun.AddCommand("list", "Shows the notifications", [options] { return List(*options); });
+    AddJsonFlag(list, options->json);
 }
 
 }  // namespace zelvek::cli

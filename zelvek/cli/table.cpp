@@ -1,9 +1,6 @@
 #include "zelvek/cli/table.h"
 
-#include <json/json.h>
-
 #include <algorithm>
-#include <iostream>
 
 #include "zelvek/base/text.h"
 
@@ -46,13 +43,6 @@ std::string Table(const std::vector<std::string>& headings,
     AddRow(table, headings, widths);
     for (const auto& row : rows) AddRow(table, row, widths);
     return table;
-}
-
-void PrintJson(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    std::cout << Json::writeString(builder, value) << std::endl;
 }
 
 }  // namespace zelvek::cli

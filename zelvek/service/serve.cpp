@@ -1,15 +1,11 @@
 #include "zelvek/service/serve.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
-#include <cstdio>
-#include <exception>
 #include <iostream>
-#include <memory>
 #include <optional>
-#include <stdexcept>
 #include <system_error>
 
 #include "zelvek/base/error.h"
@@ -74,7 +70,9 @@ void CheckPlugin(const ServeOptions& options) {
     }
 }
 
-void Run(const ServeOptions& options) {
+}  // namespace
+
+void Serve(const ServeOptions& options) {
     const EndSignals signals;
     ServiceSocket socket(RunDirectory());
     const FileLock database_lock(WithParent(options.database).string() + ".lock",
@@ -100,18 +98,6 @@ void Run(const ServeOptions& options) {
     }
     std::cout << "zelvek: ready" << std::endl;
     Log("ending on signal " + std::to_string(signals.Wait()));
-}
-
-}  // namespace
-
-int Serve(const ServeOptions& options) {
-    try {
-        Run(options);
-        return 0;
-    } catch (const std::exception& error) {
-        std::cerr << "zelvek: " << error.what() << std::endl;
-        return 1;
-    }
 }
 
 }  // namespace zelvek

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <string>
 
+#include "zelvek/base/plugin_run.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/publishing/dns_backends.h"
 #include "zelvek/service/sweep.h"
@@ -15,7 +16,7 @@ struct ServeOptions {
     std::filesystem::path answers = "/var/lib/zelvek/answers";
     install::Settings install{"/var/lib/zelvek/certs", "", std::chrono::seconds{60}};
     std::string responder;  // address and port; empty: answer files are served by another web server
-    std::filesystem::path plugin;
+    std::filesystem::path plugin = PluginBesideProgram();
     bool scheduler = true;
     std::chrono::milliseconds scheduler_interval{5000};
     std::chrono::seconds retry_interval{60};
@@ -25,8 +26,7 @@ struct ServeOptions {
     dns::Settings dns;  // without a back end, records cannot be published
 };
 
-/// The service: serves until SIGTERM or SIGINT and returns the exit status. A set-up that cannot be used is
-/// one line on standard error and status 1.
-int Serve(const ServeOptions& options);
+/// The service: serves until SIGTERM or SIGINT. Errors: Error for a set-up that cannot be used.
+void Serve(const ServeOptions& options);
 
 }  // namespace zelvek

@@ -176,8 +176,8 @@ TEST_F(CommandLine, UsageErrorsHaveTheirOwnStatus) {
 TEST_F(CommandLine, AServiceThatDoesNotRunIsNamed) {
     const Ended ended = Zelvek({"job", "list"});
     EXPECT_EQ(ended.status, 1);
-    EXPECT_EQ(ended.err,
-              "zelvek: cannot reach the service at " + Socket().string() + ": No such file or directory\n");
+    EXPECT_EQ(ended.err, "zelvek: cannot reach the service: client: connect: " + Socket().string() +
+                             ": No such file or directory\n");
 }
 
 // Behaviour: A run's log lines are followed while it runs, unless it is to be quiet

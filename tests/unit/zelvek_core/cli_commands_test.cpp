@@ -1,0 +1,150 @@
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "zelvek/base/command_line.h"
+#include "zelvek/base/error.h"
+
+namespace zelvek {
+namespace {
+
+using std::chrono::milliseconds;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+/// A program with the command `do` and one that fails.
+class Commands : public ::testing::Test {
+protected:
+    Commands() {
+        Command root = line_.Root();
+        Command group = root.AddGroup("group", "Commands");
+        Command command = group.AddCommand("do", "Does it", [this] {
+            ++done_;
+            return 7;
+        });
+        command.AddConfigFile("--config", "File of options");
+        command.AddOption("PLACE", place_, "Where");
+        command.AddOption("--text", text_, "A text").OneOf({"one", "two words"});
+        command.AddOption("--number", number_, "A number").Between(1, 9);
+        command.AddOption("--most", most_, "Perhaps a number").Positive();
+        command.AddOption("--many", many_, "Texts").Check([](const std::string& text) {
+            return text == "bad" ? "it is bad" : std::string();
+        });
+        command.AddOption("--pause", pause_, "Seconds");
+        command.AddFlag("--flag", flag_, "A flag");
+        command.AddSwitch("--switch", switch_, "A switch");
+        root.AddCommand("fail", "Fails", []() -> int { throw Error(Code::kIo, "cannot write a\nfile"); });
+    }
+    ~Commands() override { ::unlink(file_.c_str()); }
+
+    int Run(std::vector<const char*> words) {
+        words.insert(words.begin(), "program");
+        ::testing::internal::CaptureStderr();
+        ::testing::internal::CaptureStdout();
+        const int status = line_.Run(static_cast<int>(words.size()), words.data());
+        out_ = ::testing::internal::GetCapturedStdout();
+        err_ = ::testing::internal::GetCapturedStderr();
+        return status;
+    }
+
+    CommandLine line_{"program", "What it is"};
+    std::filesystem::path place_ = "/here";
+    std::string text_ = "one";
+    int number_ = 5;
+    std::optional<int> most_;
+    std::vector<std::string> many_;
+    milliseconds pause_{1500};
+    bool flag_ = false;
+    bool switch_ = true;
+    int done_ = 0;
+    std::string out_, err_;
+    std::string file_ = (std::filesystem::temp_directory_path() / ("commands." + std::to_string(::getpid())));
+};
+
+TEST_F(Commands, DoWhatTheyAreForAndNothingElse) {
+    EXPECT_EQ(Run({"group", "do"}), 7);
+    EXPECT_EQ(done_, 1);
+    EXPECT_EQ(place_, "/here");
+    EXPECT_EQ(number_, 5);
+    EXPECT_EQ(most_, std::nullopt);
+    EXPECT_TRUE(switch_);
+    EXPECT_EQ(out_ + err_, "");
+}
+
+TEST_F(Commands, TakeValuesOfEveryKind) {
+    EXPECT_EQ(Run({"group", "do", "--many", "a", "--many", "b c", "/there", "--text", "two words", "--number",
+                   "9", "--most", "3", "--pause", "0.25", "--flag", "--switch", "off"}),
+              7);
+    EXPECT_EQ(place_, "/there");
+    EXPECT_EQ(text_, "two words");
+    EXPECT_EQ(number_, 9);
+    EXPECT_EQ(most_, 3);
+    EXPECT_THAT(many_, ElementsAre("a", "b c"));
+    EXPECT_EQ(pause_, milliseconds(250));
+    EXPECT_TRUE(flag_);
+    EXPECT_FALSE(switch_);
+}
+
+TEST_F(Commands, RefuseWhatCannotBe) {
+    for (const std::vector<const char*>& words :
+         std::vector<std::vector<const char*>>{{},
+                                               {"group"},
+                                               {"nothing"},
+                                               {"group", "do", "--text", "three"},
+                                               {"group", "do", "--number", "10"},
+                                               {"group", "do", "--number", "x"},
+                                               {"group", "do", "--most", "0"},
+                                               {"group", "do", "--many", "bad"},
+                                               {"group", "do", "--pause", "0"},
+                                               {"group", "do", "--switch", "perhaps"},
+                                               {"group", "do", "here", "there"}}) {
+        EXPECT_EQ(Run(words), kUsage);
+        EXPECT_NE(err_, "");
+        EXPECT_EQ(out_, "");
+    }
+    EXPECT_EQ(done_, 0);
+}
+
+TEST_F(Commands, TellTheirOptionsAndDefaults) {
+    EXPECT_EQ(Run({"group", "do", "--help"}), kSuccess);
+    for (const char* text :
+         {"Does it", "PLACE TEXT=/here", "--text TEXT:{one,two words}=one", "--number INT:INT in [1 - 9]=5",
+          "--most INT:POSITIVE ", "=1.5", "--switch TEXT:{on,off}=on"}) {
+        EXPECT_THAT(out_, HasSubstr(text));
+    }
+    EXPECT_EQ(done_, 0);
+}
+
+TEST_F(Commands, TakeFromAFileWhatIsNotSaid) {
+    std::ofstream(file_) << "number=2\ntext=two words\nmany=a\nswitch=off\n";
+    EXPECT_EQ(Run({"group", "do", "--config", file_.c_str(), "--number", "3"}), 7);
+    EXPECT_EQ(number_, 3);
+    EXPECT_EQ(text_, "two words");
+    EXPECT_THAT(many_, ElementsAre("a"));
+    EXPECT_FALSE(switch_);
+}
+
+TEST_F(Commands, RefuseAFileWithMistakes) {
+    for (const char* line : {"numbers=2", "number=10", "config=x", "text=\"one # two"}) {
+        std::ofstream(file_) << line << "\n";
+        EXPECT_EQ(Run({"group", "do", "--config", file_.c_str()}), kUsage) << line;
+    }
+    EXPECT_EQ(done_, 0);
+}
+
+TEST_F(Commands, SayInOneLineWhatFailed) {
+    EXPECT_EQ(Run({"fail"}), kFailure);
+    EXPECT_EQ(err_, "program: cannot write a file\n");
+}
+
+TEST(Codes, AreReadFromTheirWords) {
+    for (int number = 0; number <= static_cast<int>(Code::kInternal); ++number) {
+        EXPECT_EQ(CodeOf(Word(static_cast<Code>(number))), static_cast<Code>(number));
+    }
+    EXPECT_EQ(CodeOf("anything"), Code::kInternal);
+    EXPECT_STREQ(Word(Code::kProtocol), "protocol");
+}
+
+}  // namespace
+}  // namespace zelvek

@@ -1,0 +1,191 @@
+#include "zelvek/base/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <exception>
+#include <iostream>
+#include <set>
+#include <sstream>
+
+#include "zelvek/base/text.h"
+
+namespace zelvek {
+
+namespace {
+
+constexpr double kShortestSeconds = 0.001;
+constexpr double kLongestSeconds = 86400;
+
+/// The library cuts a line at "#" even inside quotes: better an error than half a command.
+void CheckQuotes(const std::string& file, const CLI::ConfigItem& item) {
+    for (const std::string& input : item.inputs) {
+        if (!input.empty() && (input.front() == '"' || input.front() == '\'')) {
+            throw CLI::ConfigError(file + ": the value of \"" + item.name + "\" has no closing quote");
+        }
+    }
+}
+
+/// Takes from the file what the command line does not say.
+void ApplyConfig(CLI::App& app, const std::string& file) {
+    std::set<const CLI::Option*> given;
+    for (const CLI::Option* option : app.get_options()) {
+        if (option->count() > 0) given.insert(option);
+    }
+    for (const CLI::ConfigItem& item : CLI::ConfigBase().from_file(file)) {
+        if (item.name == "++" || item.name == "--") continue;  // a section's begin and end
+        CLI::Option* option = app.get_option_no_throw("--" + item.name);
+        if (option == nullptr || item.name == "config" || item.name == "help") {
+            throw CLI::ConfigError(file + ": there is no option \"" + item.fullname() + "\"");
+        }
+        CheckQuotes(file, item);
+        if (given.contains(option)) continue;
+        const bool repeatable = option->get_items_expected_max() > 1;
+        option->add_result(repeatable ? item.inputs
+                                      : std::vector<std::string>{CLI::detail::join(item.inputs, " ")});
+        option->run_callback();
+    }
+}
+
+}  // namespace
+
+CommandOption& CommandOption::Required() {
+    option_->required();
+    return *this;
+}
+
+CommandOption& CommandOption::Between(int least, int most) {
+    option_->check(CLI::Range(least, most));
+    return *this;
+}
+
+CommandOption& CommandOption::Positive() {
+    option_->check(CLI::PositiveNumber);
+    return *this;
+}
+
+CommandOption& CommandOption::NonNegative() {
+    option_->check(CLI::NonNegativeNumber);
+    return *this;
+}
+
+CommandOption& CommandOption::OneOf(const std::vector<std::string>& words) {
+    option_->check(CLI::IsMember(words));
+    return *this;
+}
+
+CommandOption& CommandOption::Check(const std::function<std::string(const std::string&)>& complaint) {
+    option_->check(complaint);
+    return *this;
+}
+
+Command::Command(CLI::App* app, Action* chosen)
+    : app_(app), chosen_(chosen), config_file_(std::make_shared<std::string>()) {}
+
+Command Command::AddGroup(const std::string& name, const std::string& description) {
+    return {app_->add_subcommand(name, description)->require_subcommand(1), chosen_};
+}
+
+Command Command::AddCommand(const std::string& name, const std::string& description, const Action& action) {
+    Command added(app_->add_subcommand(name, description), chosen_);
+    added.app_->callback([added, action] {
+        if (!added.config_file_->empty()) ApplyConfig(*added.app_, *added.config_file_);
+        *added.chosen_ = action;
+    });
+    return added;
+}
+
+template <class Value>
+CommandOption Command::AddValue(const std::string& name, Value& value, const std::string& description) {
+    return CommandOption(app_->add_option(name, value, description));
+}
+
+CommandOption Command::AddOption(const std::string& name, std::string& value,
+                                 const std::string& description) {
+    return AddValue(name, value, description);
+}
+
+CommandOption Command::AddOption(const std::string& name, std::filesystem::path& value,
+                                 const std::string& description) {
+    return AddValue(name, value, description);
+}
+
+CommandOption Command::AddOption(const std::string& name, int& value, const std::string& description) {
+    return AddValue(name, value, description);
+}
+
+CommandOption Command::AddOption(const std::string& name, std::optional<int>& value,
+                                 const std::string& description) {
+    return CommandOption(app_->add_option_function<int>(
+        name, [&value](int number) { value = number; }, description));
+}
+
+CommandOption Command::AddOption(const std::string& name, std::vector<std::string>& values,
+                                 const std::string& description) {
+    const CommandOption added = AddValue(name, values, description);
+    added.option_->allow_extra_args(false);  // one value each time, so that an argument may follow
+    return added;
+}
+
+template <class Duration>
+CommandOption Command::AddSeconds(const std::string& name, Duration& value, const std::string& description) {
+    using Seconds = std::chrono::duration<double>;
+    std::ostringstream text;
+    text << Seconds(value).count();
+    return CommandOption(
+        app_->add_option_function<double>(
+                name, [&value](double seconds) { value = std::chrono::ceil<Duration>(Seconds(seconds)); },
+                description)
+            ->default_str(text.str())
+            ->check(CLI::Range(kShortestSeconds, kLongestSeconds)));
+}
+
+CommandOption Command::AddOption(const std::string& name, std::chrono::seconds& value,
+                                 const std::string& description) {
+    return AddSeconds(name, value, description);
+}
+
+CommandOption Command::AddOption(const std::string& name, std::chrono::milliseconds& value,
+                                 const std::string& description) {
+    return AddSeconds(name, value, description);
+}
+
+CommandOption Command::AddFlag(const std::string& name, bool& value, const std::string& description) {
+    return CommandOption(app_->add_flag(name, value, description));
+}
+
+CommandOption Command::AddSwitch(const std::string& name, bool& value, const std::string& description) {
+    return CommandOption(
+        app_->add_option_function<std::string>(
+                name, [&value](const std::string& text) { value = text == "on"; }, description)
+            ->default_str(value ? "on" : "off")
+            ->check(CLI::IsMember({"on", "off"})));
+}
+
+void Command::AddConfigFile(const std::string& name, const std::string& description) {
+    app_->add_option(name, *config_file_, description)->check(CLI::ExistingFile);
+}
+
+CommandLine::CommandLine(const std::string& program, const std::string& description)
+    : app_(std::make_unique<CLI::App>(description, program)) {
+    app_->require_subcommand(1);
+    app_->option_defaults()->always_capture_default();
+}
+
+CommandLine::~CommandLine() = default;
+
+Command CommandLine::Root() { return {app_.get(), &chosen_}; }
+
+int CommandLine::Run(int argc, const char* const* argv) {
+    try {
+        app_->parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app_->exit(error) == 0 ? kSuccess : kUsage;
+    }
+    try {
+        return chosen_();
+    } catch (const std::exception& error) {
+        std::cerr << app_->get_name() << ": " << WithoutControls(error.what(), ' ') << std::endl;
+        return kFailure;
+    }
+}
+
+}  // namespace zelvek

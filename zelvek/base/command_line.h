@@ -1,0 +1,118 @@
+#pragma once
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+class Option;
+}  // namespace CLI
+
+namespace zelvek {
+
+/// The exit statuses that every command has; some have more.
+enum CommandStatus : int {
+    kSuccess = 0,
+    kFailure = 1,
+    kUsage = 2,
+};
+
+/// What a command does; returns the program's exit status.
+using Action = std::function<int()>;
+
+/// What a command takes: an option, or an argument without a name of its own.
+class CommandOption {
+public:
+    CommandOption& Required();
+    CommandOption& Between(int least, int most);
+    CommandOption& Positive();
+    CommandOption& NonNegative();
+    CommandOption& OneOf(const std::vector<std::string>& words);
+
+    /// `complaint` says what is wrong with a text; it is empty for one that can be used.
+    CommandOption& Check(const std::function<std::string(const std::string&)>& complaint);
+
+private:
+    friend class Command;
+    explicit CommandOption(CLI::Option* option) : option_(option) {}
+    CLI::Option* option_;
+};
+
+/// A command, or a group of commands; a handle that is valid while its `CommandLine` lives. Options are named
+/// "--user", arguments without a name "USER". What is given for one is written to the variable of its
+/// `AddOption`, which lives as long as the command line; what stands there before is shown as the default.
+class Command {
+public:
+    /// A group of commands, of which one has to be given.
+    Command AddGroup(const std::string& name, const std::string& description);
+
+    /// A command that does `action` when all arguments have been read.
+    Command AddCommand(const std::string& name, const std::string& description, const Action& action);
+
+    CommandOption AddOption(const std::string& name, std::string& value, const std::string& description);
+    CommandOption AddOption(const std::string& name, std::filesystem::path& value,
+                            const std::string& description);
+    CommandOption AddOption(const std::string& name, int& value, const std::string& description);
+    CommandOption AddOption(const std::string& name, std::optional<int>& value,
+                            const std::string& description);
+
+    /// An option that may be given several times.
+    CommandOption AddOption(const std::string& name, std::vector<std::string>& values,
+                            const std::string& description);
+
+    /// Seconds, with decimals where the duration is finer.
+    CommandOption AddOption(const std::string& name, std::chrono::seconds& value,
+                            const std::string& description);
+    CommandOption AddOption(const std::string& name, std::chrono::milliseconds& value,
+                            const std::string& description);
+
+    /// An option without a value.
+    CommandOption AddFlag(const std::string& name, bool& value, const std::string& description);
+
+    /// An option with the value "on" or "off".
+    CommandOption AddSwitch(const std::string& name, bool& value, const std::string& description);
+
+    /// An option with a file of lines "option=value": what it says holds where the command line says nothing.
+    void AddConfigFile(const std::string& name, const std::string& description);
+
+private:
+    friend class CommandLine;
+    Command(CLI::App* app, Action* chosen);
+
+    template <class Value>
+    CommandOption AddValue(const std::string& name, Value& value, const std::string& description);
+    template <class Duration>
+    CommandOption AddSeconds(const std::string& name, Duration& value, const std::string& description);
+
+    CLI::App* app_;
+    Action* chosen_;
+    std::shared_ptr<std::string> config_file_;
+};
+
+/// The program's command line. Its source is the one file that includes CLI11, which takes several seconds in
+/// each file that does.
+class CommandLine {
+public:
+    CommandLine(const std::string& program, const std::string& description);
+    ~CommandLine();
+    CommandLine(const CommandLine&) = delete;
+    CommandLine& operator=(const CommandLine&) = delete;
+
+    /// The group that holds every other.
+    Command Root();
+
+    /// Reads the arguments, does what they say, and returns the exit status. What fails is one line on
+    /// standard error.
+    int Run(int argc, const char* const* argv);
+
+private:
+    std::unique_ptr<CLI::App> app_;
+    Action chosen_;
+};
+
+}  // namespace zelvek

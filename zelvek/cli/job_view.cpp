@@ -1,0 +1,77 @@
+#include "zelvek/cli/job_view.h"
+
+#include <json/json.h>
+
+#include "vek/str.h"
+#include "zelvek/cli/ask.h"
+#include "zelvek/cli/table.h"
+
+namespace zelvek::cli {
+
+vek_client::Result AskForJob(int id) { return Ask("zelvek.job.show", {{"elid", str::Str(id)}}); }
+
+std::string StateOf(const vek_xml::Node& job) {
+    for (const char* state : {"verified", "failed"}) {
+        if (job.Value(state) == "on") return state;
+    }
+    return job.Value("processing") == "on" ? "running" : "waiting";
+}
+
+Json::Value JobJson(const vek_xml::Node& job) {
+    Json::Value json;
+    for (const char* key : {"id", "attempt_count"}) json[key] = str::Int(job.Value(key));
+    for (const char* key : {"verified", "failed", "processing"}) json[key] = job.Value(key) == "on";
+    for (const char* key : {"certname", "domain", "user_name", "aliases", "check_type", "next_attempt",
+                            "time_started", "kid", "finalize_check", "challenges"}) {
+        json[key] = job.Value(key);
+    }
+    return json;
+}
+
+Json::Value JobJson(const vek_client::Result& shown) {
+    Json::Value json = JobJson(shown.xml().GetNode("/doc"));
+    json["events"] = Json::arrayValue;
+    for (const auto& node : shown.xml().GetNodes("/doc/event")) {
+        Json::Value event;
+        for (const char* key : {"time", "state", "event", "detail"}) event[key] = node.Value(key);
+        json["events"].append(event);
+    }
+    return json;
+}
+
+std::vector<std::string> JobHeadings() {
+    return {"ID", "CERTIFICATE", "USER", "CHECK", "STATE", "ATTEMPTS", "NEXT ATTEMPT"};
+}
+
+std::vector<std::string> JobRow(const vek_xml::Node& job) {
+    return {job.Value("id"), job.Value("certname"),      job.Value("user_name"),   job.Value("check_type"),
+            StateOf(job),    job.Value("attempt_count"), job.Value("next_attempt")};
+}
+
+std::string JobTable(const vek_client::Result& shown) {
+    const auto job = shown.xml().GetNode("/doc");
+    return Table({"JOB", job.Value("id")}, {{"certificate", job.Value("certname")},
+                                            {"names", job.Value("aliases")},
+                                            {"user", job.Value("user_name")},
+                                            {"check", job.Value("check_type")},
+                                            {"state", StateOf(job)},
+                                            {"started", job.Value("time_started")},
+                                            {"attempts", job.Value("attempt_count")},
+                                            {"next attempt", job.Value("next_attempt")},
+                                            {"account", job.Value("kid")},
+                                            {"order", job.Value("finalize_check")}});
+}
+
+std::size_t EventCount(const vek_client::Result& shown) { return shown.xml().GetNodes("/doc/event").size(); }
+
+std::string EventTable(const vek_client::Result& shown, std::size_t first) {
+    std::vector<std::vector<std::string>> rows;
+    const auto nodes = shown.xml().GetNodes("/doc/event");
+    for (std::size_t i = first; i < nodes.size(); ++i) {
+        rows.push_back({nodes[i].Value("time"), nodes[i].Value("state"), nodes[i].Value("event"),
+                        nodes[i].Value("detail")});
+    }
+    return rows.empty() ? "" : Table({"TIME", "STATE", "EVENT", "DETAIL"}, rows);
+}
+
+}  // namespace zelvek::cli

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "vek/client.h"
+
+namespace Json {
+class Value;
+}
+
+/// How a job and its history are shown.
+namespace zelvek::cli {
+
+vek_client::Result AskForJob(int id);
+
+/// The state in one word: verified, failed, running, or waiting.
+std::string StateOf(const vek_xml::Node& job);
+
+/// One job of a list.
+Json::Value JobJson(const vek_xml::Node& job);
+
+/// The answer of `AskForJob`: the job with its events.
+Json::Value JobJson(const vek_client::Result& shown);
+
+/// The columns of a table of jobs, and one job's row in it.
+std::vector<std::string> JobHeadings();
+std::vector<std::string> JobRow(const vek_xml::Node& job);
+
+/// The answer of `AskForJob` without the events, as a table with a row for each value.
+std::string JobTable(const vek_client::Result& shown);
+
+std::size_t EventCount(const vek_client::Result& shown);
+
+/// The events from number `first` on as a table; empty when there is none.
+std::string EventTable(const vek_client::Result& shown, std::size_t first);
+
+}  // namespace zelvek::cli

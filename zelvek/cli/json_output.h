@@ -1,0 +1,17 @@
+#pragma once
+
+#include "zelvek/base/command_line.h"
+
+namespace Json {
+class Value;
+}
+
+namespace zelvek::cli {
+
+/// Adds the option "--json" to a command that can answer programs as well as people.
+void AddJsonFlag(Command& command, bool& json);
+
+/// Prints one JSON text and a line feed.
+void PrintJson(const Json::Value& value);
+
+}  // namespace zelvek::cli

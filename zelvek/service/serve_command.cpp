@@ -1,0 +1,52 @@
+#include "zelvek/service/serve_command.h"
+
+#include <memory>
+#include <variant>
+
+#include "zelvek/publishing/dns_backends.h"
+#include "zelvek/service/serve.h"
+
+namespace zelvek {
+
+namespace {
+
+void AddDnsOption(Command& serve, const dns::Option& option, dns::Settings& settings) {
+    const auto add = [&](auto& value) {
+        CommandOption added = serve.AddOption("--" + option.name, value, option.help);
+        if (std::holds_alternative<int>(option.standard)) added.Between(option.least, option.most);
+    };
+    std::visit(add, settings[option.name] = option.standard);
+}
+
+void AddJobOptions(Command& serve, ServeOptions& options) {
+    serve.AddOption("--plugin", options.plugin, "The ACME plug-in");
+    serve.AddSwitch("--scheduler", options.scheduler, "Whether due jobs are started: on or off");
+    serve.AddOption("--scheduler-interval", options.scheduler_interval, "Seconds between looks at the jobs");
+    serve.AddOption("--retry-interval", options.retry_interval,
+                    "Seconds until a job that asks for no time runs again");
+    serve.AddOption("--sweep-interval", options.sweep_interval,
+                    "Seconds between looks for what dead runs left");
+}
+
+}  // namespace
+
+void AddServeCommand(Command& root) {
+    const auto options = std::make_shared<ServeOptions>();
+    Command serve = root.AddCommand("serve", "The service itself, until SIGTERM or SIGINT", [options] {
+        Serve(*options);
+        return kSuccess;
+    });
+    serve.AddConfigFile("--config", "File of these options, key=value lines");
+    serve.AddOption("--database", options->database, "Job records, keys, notifications");
+    serve.AddOption("--answers-dir", options->answers, "http-01 answer files");
+    serve.AddOption("--certs-dir", options->install.directory, "Installed certificates");
+    serve.AddOption("--reload-command", options->install.reload_command, "Run after each installation");
+    serve.AddOption("--reload-timeout", options->install.reload_limit, "Seconds that it may take");
+    serve.AddOption("--http-responder", options->responder, "ADDR:PORT to serve the answer files on");
+    AddJobOptions(serve, *options);
+    for (const dns::BackendKind& kind : dns::BackendKinds()) {
+        for (const dns::Option& option : kind.options) AddDnsOption(serve, option, options->dns);
+    }
+}
+
+}  // namespace zelvek
