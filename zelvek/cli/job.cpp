@@ -13,6 +13,7 @@
 #include "zelvek/cli/job_run.h"
 #include "zelvek/cli/job_view.h"
 #include "zelvek/cli/json_output.h"
+#include "zelvek/cli/pages.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
@@ -64,17 +65,24 @@ int Add(const AddOptions& options) {
 }
 
 struct ListOptions {
+    Part part;
+    std::string user;
+    std::string state;
     bool json = false;
 };
 
 int List(const ListOptions& options) {
-    const auto answer = Ask("zelvek.job.list", {});
+    const auto ask = [&](std::map<std::string, std::string> parameters) {
+        if (!options.user.empty()) parameters["user_name"] = options.user;
+        if (!options.state.empty()) parameters["state"] = options.state;
+        return Ask("zelvek.job.list", parameters);
+    };
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
-    for (const auto& node : answer.xml().GetNodes("/doc/elem")) {
-        json.append(JobJson(node));
-        rows.push_back(JobRow(node));
-    }
+    ForEachEntry(ask, "id", options.part, [&](const vek_xml::Node& job) {
+        json.append(JobJson(job));
+        rows.push_back(JobRow(job));
+    });
     if (options.json) {
         PrintJson(json);
     } else {
@@ -137,6 +145,9 @@ void AddListCommand(Command& noun) {
     const auto options = std::make_shared<ListOptions>();
     Command list = noun.AddCommand("list", "Shows the jobs", [options] { return List(*options); });
     AddJsonFlag(list, options->json);
+    AddPartOptions(list, options->part, "Only jobs with a greater number than this");
+    list.AddOption("--user", options->user, "Of this user alone");
+    list.AddOption("--state", options->state, "In this state alone").OneOf(JobStates());
 }
 
 /// A command for one job.

@@ -10,6 +10,8 @@ namespace zelvek::cli {
 
 vek_client::Result AskForJob(int id) { return Ask("zelvek.job.show", {{"elid", str::Str(id)}}); }
 
+std::vector<std::string> JobStates() { return {"verified", "failed", "running", "waiting"}; }
+
 std::string StateOf(const vek_xml::Node& job) {
     for (const char* state : {"verified", "failed"}) {
         if (job.Value(state) == "on") return state;

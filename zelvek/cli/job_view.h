@@ -15,7 +15,8 @@ namespace zelvek::cli {
 
 vek_client::Result AskForJob(int id);
 
-/// The state in one word: verified, failed, running, or waiting.
+/// The words for a job's state: verified, failed, running, waiting.
+std::vector<std::string> JobStates();
 std::string StateOf(const vek_xml::Node& job);
 
 /// One job of a list.

@@ -6,6 +6,7 @@
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/json_output.h"
+#include "zelvek/cli/pages.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
@@ -30,18 +31,21 @@ std::string ParameterLine(const vek_xml::Node& problem) {
 }
 
 struct ListOptions {
+    Part part;
     bool json = false;
 };
 
 int List(const ListOptions& options) {
-    const auto answer = Ask("zelvek.problem.list", {});
+    const auto ask = [](const std::map<std::string, std::string>& parameters) {
+        return Ask("zelvek.problem.list", parameters);
+    };
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
-    for (const auto& problem : answer.xml().GetNodes("/doc/elem")) {
+    ForEachEntry(ask, "number", options.part, [&](const vek_xml::Node& problem) {
         json.append(ToJson(problem));
         rows.push_back({problem.Value("time"), problem.Value("level"), problem.Value("owner"),
                         problem.Value("name"), ParameterLine(problem)});
-    }
+    });
     if (options.json) {
         PrintJson(json);
     } else {
@@ -57,6 +61,7 @@ void AddProblemCommands(Command& root) {
     const auto options = std::make_shared<ListOptions>();
     Command list = noun.AddCommand("list", "Shows the notifications", [options] { return List(*options); });
     AddJsonFlag(list, options->json);
+    AddPartOptions(list, options->part, "Only notifications with a greater number than this");
 }
 
 }  // namespace zelvek::cli

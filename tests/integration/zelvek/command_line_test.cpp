@@ -109,6 +109,10 @@ TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
               "ID  CERTIFICATE   USER  CHECK  STATE    ATTEMPTS  NEXT ATTEMPT\n"
               "1   shop.example  anna  http   waiting  0\n"
               "2   Blog          bob   dns    waiting  0\n");
+    EXPECT_EQ(Json({"job", "list", "--limit", "1"})[0]["id"].asInt(), 1);
+    EXPECT_EQ(Json({"job", "list", "--limit", "1"}).size(), 1U);
+    EXPECT_EQ(Json({"job", "list", "--after", "1"})[0]["id"].asInt(), 2);
+    EXPECT_EQ(Json({"job", "list", "--after", "2"}).size(), 0U);
     EXPECT_EQ(Zelvek({"job", "remove", "1"}).out, "job 1 removed\n");
     const Ended missed = Zelvek({"job", "show", "1", "--json"});
     EXPECT_EQ(missed.status, 1);
@@ -157,6 +161,10 @@ TEST_F(CommandLine, UsageErrorsHaveTheirOwnStatus) {
              {"job", "show"},
              {"job", "show", "one"},
              {"job", "list", "--nonsense"},
+             {"job", "list", "--limit", "0"},
+             {"job", "list", "--after", "-1"},
+             {"job", "list", "--state", "perhaps"},
+             {"problem", "list", "--limit", "few"},
              {"domain", "add", "shop.example"},
              {"job", "add", "shop.example", "--user", "anna", "--check", "mail"},
              {"job", "add", "shop.example", "--user", "anna", "--csr", "key_type"},

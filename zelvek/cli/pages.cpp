@@ -1,0 +1,56 @@
+#include "zelvek/cli/pages.h"
+
+#include <algorithm>
+
+#include "vek/str.h"
+
+namespace zelvek::cli {
+
+namespace {
+
+constexpr int kPage = 500;
+
+/// Which entries are still wanted.
+struct Rest {
+    std::optional<int> limit;
+    int after;
+
+    int Page() const { return std::min(limit.value_or(kPage), kPage); }
+
+    /// Whether an entry belongs to it. A service that does not know "after" repeats what was there before;
+    /// one that does not number its entries gives them once.
+    bool Takes(int number) {
+        if (limit == 0 || (after > 0 && number <= after)) return false;
+        if (limit) --*limit;
+        return true;
+    }
+};
+
+}  // namespace
+
+void AddPartOptions(Command& command, Part& part, const std::string& after) {
+    command.AddOption("--limit", part.limit, "At most so many").Positive();
+    command.AddOption("--after", part.after, after).NonNegative();
+}
+
+void ForEachEntry(const AskPage& ask, const std::string& number, const Part& part,
+                  const std::function<void(const vek_xml::Node&)>& take) {
+    Rest rest{part.limit, part.after.value_or(0)};
+    for (bool more = true; more;) {
+        const int asked = rest.Page();
+        std::map<std::string, std::string> parameters{{"limit", str::Str(asked)}};
+        if (rest.after > 0) parameters["after"] = str::Str(rest.after);
+        const vek_client::Result answer = ask(parameters);
+        const auto entries = answer.xml().GetNodes("/doc/elem");
+        for (const auto& entry : entries) {
+            if (rest.Takes(str::Int(entry.Value(number)))) take(entry);
+        }
+        // A page with fewer entries is the last, one with more is everything, one that gets nowhere is the
+        // one before.
+        const int last = entries.empty() ? 0 : str::Int(entries.back().Value(number));
+        more = entries.size() == static_cast<std::size_t>(asked) && rest.limit != 0 && last > rest.after;
+        rest.after = last;
+    }
+}
+
+}  // namespace zelvek::cli

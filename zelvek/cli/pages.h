@@ -1,0 +1,31 @@
+#pragma once
+
+#include <functional>
+#include <map>
+#include <optional>
+#include <string>
+
+#include "vek/client.h"
+#include "zelvek/base/command_line.h"
+
+namespace zelvek::cli {
+
+/// Which part of a list is shown.
+struct Part {
+    std::optional<int> limit;  // the most entries; without it every one
+    std::optional<int> after;  // only entries with a greater number
+};
+
+/// Adds the options "--limit" and "--after". `after` describes the latter.
+void AddPartOptions(Command& command, Part& part, const std::string& after);
+
+/// Sends the parameters of one page, "limit" and "after", and returns the answer.
+using AskPage = std::function<vek_client::Result(const std::map<std::string, std::string>& parameters)>;
+
+/// Asks for a list, whose entries are numbered upwards in their element `number`, and hands each entry of the
+/// part on. It asks page by page, so that no answer grows with the list; a service that knows no pages and
+/// gives everything at once is asked once. Errors: those of `ask`.
+void ForEachEntry(const AskPage& ask, const std::string& number, const Part& part,
+                  const std::function<void(const vek_xml::Node&)>& take);
+
+}  // namespace zelvek::cli
