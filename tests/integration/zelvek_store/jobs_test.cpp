@@ -1,0 +1,363 @@
+// Certificate jobs in the store.
+#include "zelvek/store/jobs.h"
+
+#include <limits>
+
+#include "engine.h"
+#include "zelvek/base/error.h"
+#include "zelvek/store/history.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class StoredJobs : public StoreTest {
+protected:
+    std::vector<int> List(const jobs::Selection& selection) {
+        std::vector<int> ids;
+        Transaction transaction(store());
+        for (const Job& job : jobs::List(transaction, selection)) ids.push_back(job.id);
+        return ids;
+    }
+
+    std::vector<int> Due(const std::string& now, int limit = 100) {
+        Transaction transaction(store());
+        return jobs::Due(transaction, now, limit);
+    }
+
+    int JobOf(const Process& process) {
+        Transaction transaction(store());
+        return jobs::JobOf(transaction, process);
+    }
+
+    int AddDue(const std::string& due, bool Job::*flag = nullptr) {
+        Job job;
+        job.due = due;
+        if (flag != nullptr) job.*flag = true;
+        return AddJob(job);
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Engines, StoredJobs, ::testing::ValuesIn(Engines()), EngineName);
+
+bool IsShown(const JobField& field) {
+    return (field.shown & JobField::kInLists) != 0 || field.writer == JobField::Writer::kService;
+}
+
+/// The keys of the fields that what lists show of `job` should not have, or not so.
+std::vector<std::string> WronglyShown(const Job& shown, const Job& job) {
+    std::vector<std::string> keys;
+    for (const JobField& field : kJobFields) {
+        const Job& expected = IsShown(field) ? job : Job{};
+        const bool right =
+            std::visit([&](auto member) { return shown.*member == expected.*member; }, field.member);
+        if (!right) keys.emplace_back(field.key);
+    }
+    return keys;
+}
+
+jobs::State StateOf(const Job& job) {
+    if (job.verified) return jobs::State::kVerified;
+    if (job.failed) return jobs::State::kFailed;
+    return job.processing ? jobs::State::kRunning : jobs::State::kWaiting;
+}
+
+// Behaviours of: Store
+
+// Behaviour: Every field of a job's table comes back as it was stored, each flag for itself, after a restart
+// too
+TEST_P(StoredJobs, EveryFieldComesBack) {
+    std::vector<Job> stored{FilledJob("a"), Job{}};
+    for (const JobField& field : kJobFields) {
+        if (!field.IsFlag()) continue;
+        stored.push_back(FilledJob(field.key));
+        stored.back().*std::get<bool Job::*>(field.member) = true;
+    }
+    for (Job& job : stored) job.id = AddJob(job);
+    Reopen();
+    for (const Job& job : stored) EXPECT_THAT(Differences(FindJob(job.id), job), IsEmpty());
+}
+
+// Behaviour: Texts of jobs come back unchanged: quotes, line ends, any letters, 64 kB, what looks like a
+// number
+TEST_P(StoredJobs, AnyTextComesBack) {
+    for (const std::string& text : AwkwardTexts()) {
+        Job job;
+        for (const JobField& field : kJobFields) {
+            if (field.IsText()) job.*std::get<std::string Job::*>(field.member) = text;
+        }
+        EXPECT_THAT(Differences(FindJob(AddJob(job)), job), IsEmpty()) << text.substr(0, 40);
+    }
+}
+
+// Behaviour: Numbers of jobs come back up to the ends of their range
+TEST_P(StoredJobs, AnyNumberComesBack) {
+    for (const int number : {std::numeric_limits<int>::min(), -1, 0, std::numeric_limits<int>::max()}) {
+        Job job;
+        for (const JobField& field : kJobFields) {
+            if (field.IsNumber()) job.*std::get<int Job::*>(field.member) = number;
+        }
+        EXPECT_THAT(Differences(FindJob(AddJob(job)), job), IsEmpty()) << number;
+    }
+}
+
+// Behaviour: A new job has what the panel sets and when it is due; nobody holds it
+TEST_P(StoredJobs, ANewOneHasWhatThePanelSets) {
+    Job expected = FilledJob("a");
+    const int id = Do([&](Transaction& transaction) { return jobs::Add(transaction, expected); });
+    for (const JobField& field : kJobFields) {
+        if (field.writer == JobField::Writer::kPanel || field.key == std::string("due")) continue;
+        std::visit([&](auto member) { expected.*member = Job{}.*member; }, field.member);
+    }
+    EXPECT_THAT(Differences(FindJob(id), expected), IsEmpty());
+    EXPECT_EQ(FindJob(id).holder, Process{});
+}
+
+// Behaviour: What the panel sets of a job, and who holds it, is not changed when the job is stored again
+TEST_P(StoredJobs, StoringAgainLeavesWhatThePanelSet) {
+    const int id = AddJob(FilledJob("before"));
+    Do([&](Transaction& transaction) { jobs::Hold(transaction, id, Living()); });
+    Job expected = FindJob(id);
+    Job changed = FilledJob("after");
+    changed.id = id;
+    Do([&](Transaction& transaction) { jobs::Save(transaction, changed); });
+    for (const JobField& field : kJobFields) {
+        if (field.writer == JobField::Writer::kPanel) continue;
+        std::visit([&](auto member) { expected.*member = changed.*member; }, field.member);
+    }
+    EXPECT_EQ(FindJob(id), expected);
+}
+
+// Behaviour: Storing, claiming, freeing or removing a job changes no other job
+TEST_P(StoredJobs, OthersAreLeftAlone) {
+    const int id = AddJob(FilledJob("a"));
+    const int other = AddJob(FilledJob("b"));
+    const Job before = FindJob(other);
+    Do([&](Transaction& transaction) {
+        Job job = jobs::Find(transaction, id);
+        job.challenges = "c";
+        jobs::Save(transaction, job);
+        jobs::Hold(transaction, id, Living());
+        jobs::Free(transaction, id, "l", "d");
+        jobs::Revive(transaction, id);
+        jobs::Remove(transaction, id);
+    });
+    EXPECT_EQ(FindJob(other), before);
+}
+
+// Behaviour: A job's number is never given to another job, not even after a restart
+TEST_P(StoredJobs, NumbersAreNotUsedAgain) {
+    const int first = AddJob();
+    const int second = AddJob();
+    EXPECT_GT(second, first);
+    Do([&](Transaction& transaction) { jobs::Remove(transaction, second); });
+    Reopen();
+    EXPECT_GT(AddJob(), second);
+}
+
+// Behaviour: A job that is not there is an error that names it
+TEST_P(StoredJobs, AMissingOneIsAnError) {
+    AddJob();
+    Transaction transaction(store());
+    for (const auto find : {&jobs::Find, &jobs::FindShown}) {
+        try {
+            find(transaction, 77);
+            ADD_FAILURE() << "found";
+        } catch (const Error& error) {
+            EXPECT_EQ(error.code(), Code::kMissed);
+            EXPECT_EQ(error.value(), "77");
+        }
+    }
+}
+
+// Behaviour: What lists, the look at one job and the look at running jobs have holds no account key and no
+// field that
+//   lists do not show
+TEST_P(StoredJobs, AreShownWithoutTheirKeys) {
+    Job job = FilledJob("a");
+    job.processing = true;
+    job.force_update = true;
+    job.skip_account_check = true;
+    job.id = AddJob(job);
+    Do([&](Transaction& transaction) { jobs::Claim(transaction, job.id, Living()); });
+
+    Transaction transaction(store());
+    const std::vector<Job> shown{jobs::FindShown(transaction, job.id), jobs::List(transaction, {0, 10}).at(0),
+                                 jobs::List(transaction, {0, 10, job.user_name}).at(0),
+                                 jobs::Running(transaction).at(0)};
+    for (const Job& one : shown) {
+        EXPECT_EQ(one.acmekey, "");
+        EXPECT_THAT(WronglyShown(one, job), IsEmpty());
+        EXPECT_EQ(one.id, job.id);
+        EXPECT_EQ(one.holder, Living());
+    }
+}
+
+// Behaviour: A list of jobs has those with the user and the state asked for, by number, after the number
+// asked for, as
+//   many as asked for; each job is in one state
+TEST_P(StoredJobs, AreListedByUserAndStateInPages) {
+    std::vector<Job> all;
+    for (int number = 0; number < 48; ++number) {
+        Job job;
+        job.user_name = number % 3 == 0 ? "anna" : "it's b\u00fcrt";
+        job.verified = (number & 1) != 0;
+        job.failed = (number & 2) != 0;
+        job.processing = (number & 4) != 0;
+        job.id = AddJob(job);
+        all.push_back(job);
+    }
+    const int middle = all[20].id;
+    for (const std::string user : {"", "anna", "it's b\u00fcrt", "Anna", "nobody"}) {
+        for (const auto state : {jobs::State::kAny, jobs::State::kVerified, jobs::State::kFailed,
+                                 jobs::State::kRunning, jobs::State::kWaiting}) {
+            std::vector<int> expected;
+            std::vector<int> expected_page;
+            for (const Job& job : all) {
+                if (!user.empty() && job.user_name != user) continue;
+                if (state != jobs::State::kAny && StateOf(job) != state) continue;
+                expected.push_back(job.id);
+                if (job.id > middle && expected_page.size() < 3) expected_page.push_back(job.id);
+            }
+            EXPECT_EQ(List({0, 1000, user, state}), expected) << user << static_cast<int>(state);
+            EXPECT_EQ(List({middle, 3, user, state}), expected_page) << user << static_cast<int>(state);
+        }
+    }
+    EXPECT_THAT(List({all.back().id, 10}), IsEmpty());
+}
+
+// Behaviour: Jobs that are due come in the order of their times, then of their numbers, as many as asked for;
+// none of
+//   them is verified, failed or under way
+TEST_P(StoredJobs, AreDueInTheOrderOfTheirTimes) {
+    const int late = AddDue("2026-01-03 00:00:00");
+    const int early = AddDue("2026-01-01 00:00:00");
+    const int now = AddDue("2026-01-05 00:00:00");
+    const int also_late = AddDue("2026-01-03 00:00:00");
+    AddDue("2026-01-05 00:00:01");
+    AddDue("2025-01-01 00:00:00", &Job::verified);
+    AddDue("2025-01-01 00:00:00", &Job::failed);
+    AddDue("2025-01-01 00:00:00", &Job::processing);
+    EXPECT_THAT(Due("2026-01-05 00:00:00"), ElementsAre(early, late, also_late, now));
+    EXPECT_THAT(Due("2026-01-05 00:00:00", 2), ElementsAre(early, late));
+    EXPECT_THAT(Due("2025-12-31 00:00:00"), IsEmpty());
+}
+
+// Behaviour: The jobs under way are those that are "processing", by number, whatever else became of them
+TEST_P(StoredJobs, UnderWayAreThoseInProcess) {
+    Job job;
+    AddJob(job);
+    job.processing = true;
+    const int first = AddJob(job);
+    job.failed = true;
+    const int second = AddJob(job);
+    job.verified = true;
+    const int third = AddJob(job);
+    Transaction transaction(store());
+    std::vector<int> running;
+    for (const Job& one : jobs::Running(transaction)) running.push_back(one.id);
+    EXPECT_THAT(running, ElementsAre(first, second, third));
+}
+
+// Behaviour: A claimed job is under way and its process's, and so is one that was read; only the reader's
+// publications
+//   are the job's
+TEST_P(StoredJobs, AreClaimedAndHeld) {
+    const OtherProcess other;
+    const int claimed = AddJob(FilledJob("a"));
+    const int held = AddJob(FilledJob("b"));
+    Do([&](Transaction& transaction) {
+        jobs::Claim(transaction, claimed, Living());
+        jobs::Hold(transaction, held, other.process());
+    });
+    EXPECT_TRUE(FindJob(claimed).processing);
+    EXPECT_EQ(FindJob(claimed).holder, Living());
+    EXPECT_TRUE(FindJob(held).processing);
+    EXPECT_EQ(FindJob(held).holder, other.process());
+    EXPECT_EQ(JobOf(Living()), 0);
+    EXPECT_EQ(JobOf(other.process()), held);
+    EXPECT_THAT(Differences(FindJob(held), FilledJob("b")), ElementsAre("processing"));
+}
+
+// Behaviour: Of the jobs that a process has read the last one is its job; a process that has the same id
+// after it has
+//   none
+TEST_P(StoredJobs, AProcessHasTheJobThatItReadLast) {
+    const int first = AddJob();
+    const int second = AddJob();
+    Do([&](Transaction& transaction) {
+        jobs::Hold(transaction, second, Dead());
+        jobs::Hold(transaction, second, Living());
+        jobs::Hold(transaction, first, Living());
+    });
+    EXPECT_EQ(JobOf(Living()), first);
+    EXPECT_EQ(JobOf(Dead()), 0);
+}
+
+// Behaviour: Dead processes are forgotten, living ones are not
+TEST_P(StoredJobs, ReadersThatDiedAreForgotten) {
+    const OtherProcess other;
+    const int id = AddJob();
+    Do([&](Transaction& transaction) {
+        jobs::Hold(transaction, id, Dead());
+        jobs::Hold(transaction, id, other.process());
+        jobs::ForgetDeadProcesses(transaction);
+    });
+    EXPECT_EQ(JobOf(Dead()), 0);
+    EXPECT_EQ(JobOf(other.process()), id);
+    EXPECT_EQ(Rows("reader"), 1);
+}
+
+// Behaviour: A process with the largest id and start time comes back
+TEST_P(StoredJobs, LargeProcessNumbersComeBack) {
+    const Process process{std::numeric_limits<pid_t>::max(), std::numeric_limits<long long>::max()};
+    const int id = AddJob();
+    Do([&](Transaction& transaction) { jobs::Hold(transaction, id, process); });
+    EXPECT_EQ(FindJob(id).holder, process);
+    EXPECT_EQ(JobOf(process), id);
+}
+
+// Behaviour: A freed job is no longer under way and has the times given; all else of it stays
+TEST_P(StoredJobs, AreFreed) {
+    Job job = FilledJob("a");
+    job.processing = true;
+    const int id = AddJob(job);
+    Do([&](Transaction& transaction) { jobs::Claim(transaction, id, Living()); });
+    Do([&](Transaction& transaction) { jobs::Free(transaction, id, "last", "next"); });
+    job.processing = false;
+    job.last_run = "last";
+    job.due = "next";
+    EXPECT_THAT(Differences(FindJob(id), job), IsEmpty());
+}
+
+// Behaviour: A stopped job that gets another try is no longer failed; all else of it stays
+TEST_P(StoredJobs, AreRevived) {
+    Job job = FilledJob("a");
+    job.failed = true;
+    const int id = AddJob(job);
+    Do([&](Transaction& transaction) { jobs::Revive(transaction, id); });
+    job.failed = false;
+    EXPECT_THAT(Differences(FindJob(id), job), IsEmpty());
+}
+
+// Behaviour: A removed job is gone with its history, and what others have stays
+TEST_P(StoredJobs, AreRemovedWithTheirHistory) {
+    const int id = AddJob(FilledJob("a"));
+    const int other = AddJob(FilledJob("b"));
+    Do([&](Transaction& transaction) {
+        for (const int job : {id, other}) history::Add(transaction, job, {"t", "s", "e", "d"});
+        jobs::Remove(transaction, id);
+        jobs::Remove(transaction, 77);
+    });
+    EXPECT_THAT(List({0, 10}), ElementsAre(other));
+    EXPECT_EQ(Rows("job_event"), 1);
+    Transaction transaction(store());
+    EXPECT_EQ(history::Of(transaction, other).size(), 1u);
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing
