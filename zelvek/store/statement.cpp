@@ -1,8 +1,9 @@
 #include "zelvek/store/statement.h"
 
+#include <algorithm>
 #include <deque>
 #include <exception>
-#include <optional>
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -43,8 +44,17 @@ struct Statement::State {
             begun = true;
         }
         more = statement.fetch();
-        for (const auto& [flag, number] : flags) *flag = *number != 0;
+        if (more) std::for_each(columns.begin(), columns.end(), [](const auto& hand_over) { hand_over(); });
         return more;
+    }
+
+    /// The library writes into a place of this object, also when `PutBack` reads on; the caller's variable
+    /// gets the rows that the caller asks for.
+    template <class Value, class Variable>
+    void HandOver(std::deque<Value>& places, Variable& variable) {
+        Value& place = places.emplace_back();
+        statement.exchange(soci::into(place));
+        columns.push_back([&place, &variable] { variable = static_cast<Variable>(std::move(place)); });
     }
 
     Connection::State& connection;
@@ -56,7 +66,7 @@ struct Statement::State {
     // They stay where they are while the library refers to them.
     std::deque<std::string> texts;
     std::deque<long long> numbers;
-    std::vector<std::pair<bool*, long long*>> flags;
+    std::vector<std::function<void()>> columns;
 };
 
 Statement::Statement(Connection& connection, const std::string& sql)
@@ -83,24 +93,23 @@ Statement& Statement::With(long long value) {
 }
 
 Statement& Statement::Into(std::string& column) {
-    state_->statement.exchange(soci::into(column));
+    state_->HandOver(state_->texts, column);
     return *this;
 }
 
 Statement& Statement::Into(long long& column) {
-    state_->statement.exchange(soci::into(column));
+    state_->HandOver(state_->numbers, column);
     return *this;
 }
 
 Statement& Statement::Into(int& column) {
-    state_->statement.exchange(soci::into(column));
+    state_->HandOver(state_->numbers, column);
     return *this;
 }
 
 Statement& Statement::Into(bool& column) {
-    long long& number = state_->numbers.emplace_back(0);
-    state_->flags.emplace_back(&column, &number);
-    return Into(number);
+    state_->HandOver(state_->numbers, column);
+    return *this;
 }
 
 bool Statement::Next() {

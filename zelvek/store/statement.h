@@ -23,7 +23,7 @@ public:
     Statement& With(bool value) { return With(value ? 1LL : 0LL); }
     Statement& With(const char* value) { return With(std::string(value)); }
 
-    /// The variables must live as long as rows are fetched; each row is written into the same ones.
+    /// `Next` writes each row into the same variables; after the last row they keep what they have.
     Statement& Into(std::string& column);
     Statement& Into(long long& column);
     Statement& Into(int& column);

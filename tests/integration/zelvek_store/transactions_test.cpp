@@ -121,6 +121,43 @@ TEST_P(Transactions, AStatementThatFailedIsUsableAgain) {
     EXPECT_EQ(Rows("setting"), 4);
 }
 
+// Behaviour: A variable gets the rows that were asked for, no later one, and keeps the last of them
+TEST_P(Transactions, AVariableGetsTheRowsAskedFor) {
+    const int first = AddJob();
+    const int second = AddJob();
+    Do([&](Transaction& transaction) {
+        int id = 0;
+        transaction.Prepare("SELECT id FROM job ORDER BY id").Into(id).Next();
+        EXPECT_EQ(id, first);
+        {
+            Statement select = transaction.Prepare("SELECT id FROM job ORDER BY id");
+            select.Into(id);
+            while (select.Next()) continue;
+            EXPECT_FALSE(select.Next());
+        }
+        EXPECT_EQ(id, second);
+    });
+}
+
+// Behaviour: One text may be in use several times at once; each use has its own values and its own place in
+// the list
+TEST_P(Transactions, OneTextMayBeInUseTwice) {
+    const std::vector<int> ids{AddJob(), AddJob(), AddJob()};
+    const std::string text = "SELECT id FROM job WHERE id > :after ORDER BY id";
+    Do([&](Transaction& transaction) {
+        std::vector<int> seen;
+        int outer_id = 0;
+        Statement outer = transaction.Prepare(text);
+        outer.With(0).Into(outer_id);
+        while (outer.Next()) {
+            int inner_id = 0;
+            seen.push_back(outer_id);
+            if (transaction.Prepare(text).With(outer_id).Into(inner_id).Next()) seen.push_back(inner_id);
+        }
+        EXPECT_THAT(seen, ElementsAre(ids[0], ids[1], ids[1], ids[2], ids[2]));
+    });
+}
+
 // Behaviour: A statement tells how many rows it has changed
 TEST_P(Transactions, StatementsCountWhatTheyChange) {
     for (const std::string name : {"a", "b", "c"}) Put(name, "1");
