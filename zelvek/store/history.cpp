@@ -39,11 +39,12 @@ void Shorten(Transaction& transaction, int job, int most) {
 }
 
 long long RemoveOlder(Transaction& transaction, const std::string& time, int limit) {
-    // Ids grow with time, so the old ones are found at the beginning, without an index over time.
     return transaction
-        .Prepare("DELETE FROM job_event WHERE id < (SELECT min(id) FROM job_event) + :most AND time < :time")
-        .With(limit)
+        .Prepare(
+            "DELETE FROM job_event WHERE id IN"
+            " (SELECT id FROM job_event WHERE time < :time ORDER BY time, id LIMIT :most)")
         .With(time)
+        .With(limit)
         .Run();
 }
 

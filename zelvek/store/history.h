@@ -20,7 +20,7 @@ std::vector<Event> Of(Transaction& transaction, int job);
 /// Keeps the job's newest `most` events.
 void Shorten(Transaction& transaction, int job, int most);
 
-/// Removes events that are older than `time`, the first ones, at most `limit`. Returns how many it has
+/// Removes events that are older than `time`, the oldest ones, at most `limit`. Returns how many it has
 /// removed.
 long long RemoveOlder(Transaction& transaction, const std::string& time, int limit);
 

@@ -143,6 +143,8 @@ CREATE INDEX job_by_user ON job (user_name, id);
 CREATE INDEX job_by_account ON job (account);
 DROP INDEX job_event_by_job;
 CREATE INDEX job_event_by_job ON job_event (job, id);
+CREATE INDEX job_event_by_time ON job_event (time, id);
+CREATE INDEX problem_by_time ON problem (time, number);
 CREATE INDEX csr_by_time ON csr (time);
 CREATE INDEX domain_by_user ON domain (user_name, id);
 CREATE INDEX publication_by_job ON publication (job, id);

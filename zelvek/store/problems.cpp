@@ -51,15 +51,24 @@ std::vector<Problem> List(Transaction& transaction, long long after, int limit) 
 }
 
 long long RemoveOlder(Transaction& transaction, const std::string& time, long long most, int limit) {
-    // Numbers grow with time and have no gaps, so the old ones are found at the beginning.
-    return transaction
-        .Prepare(
-            "DELETE FROM problem WHERE number < (SELECT min(number) FROM problem) + :limit"
-            " AND (time < :time OR number <= (SELECT max(number) FROM problem) - :most)")
-        .With(limit)
-        .With(time)
-        .With(most)
-        .Run();
+    const long long old =
+        transaction
+            .Prepare(
+                "DELETE FROM problem WHERE number IN"
+                " (SELECT number FROM problem WHERE time < :time ORDER BY time, number LIMIT :limit)")
+            .With(time)
+            .With(limit)
+            .Run();
+    // Numbers grow by one, and gaps are few: what is too many is found without counting.
+    const long long too_many =
+        transaction
+            .Prepare(
+                "DELETE FROM problem WHERE number < (SELECT min(number) FROM problem) + :limit"
+                " AND number <= (SELECT max(number) FROM problem) - :most")
+            .With(limit - old)
+            .With(most)
+            .Run();
+    return old + too_many;
 }
 
 }  // namespace zelvek::problems

@@ -21,8 +21,8 @@ void Add(Transaction& transaction, const Problem& problem);
 /// Those with numbers above `after`, at most `limit`, by number.
 std::vector<Problem> List(Transaction& transaction, long long after, int limit);
 
-/// Removes the first ones, at most `limit`: those that are older than `time`, and those beyond the newest
-/// `most`. Returns how many it has removed.
+/// Removes those that are older than `time`, the oldest first, then those beyond the newest `most`; at most
+/// `limit` altogether. Returns how many it has removed.
 long long RemoveOlder(Transaction& transaction, const std::string& time, long long most, int limit);
 
 }  // namespace zelvek::problems

@@ -113,6 +113,15 @@ TEST_P(StoredHistory, OfOldIsForgottenInSteps) {
     EXPECT_THAT(Names(id), ElementsAre("6"));
 }
 
+// Behaviour: Old events are forgotten though an event of a wrong clock, far ahead, stands before them
+TEST_P(StoredHistory, OfOldIsForgottenBehindATimeFarAhead) {
+    const int id = AddJob();
+    for (const std::string name : {"a", "b", "c"}) Add(id, "2999-01-01 00:00:00", name);
+    Add(id, "2026-01-01 00:00:00", "old");
+    EXPECT_EQ(RemoveOlder("2026-02-01 00:00:00", 2), 1);
+    EXPECT_THAT(Names(id), ElementsAre("a", "b", "c"));
+}
+
 }  // namespace
 
 }  // namespace zelvek::testing

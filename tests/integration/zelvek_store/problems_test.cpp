@@ -110,6 +110,24 @@ TEST_P(StoredProblems, OfOldAreForgottenInSteps) {
     EXPECT_EQ(Rows("problem_parameter"), 4);
 }
 
+// Behaviour: Old notifications are forgotten though one of a wrong clock, far ahead, stands before them
+TEST_P(StoredProblems, OfOldAreForgottenBehindATimeFarAhead) {
+    for (const std::string id : {"a", "b", "c"}) AddOf(id, "2999-01-01 00:00:00");
+    AddOf("old", "2026-01-01 00:00:00");
+    EXPECT_EQ(RemoveOlder("2026-02-01 00:00:00", 100, 2), 1);
+    EXPECT_THAT(Ids(), ElementsAre("a", "b", "c"));
+}
+
+// Behaviour: No more are forgotten at once than asked for, be they old or too many
+TEST_P(StoredProblems, AreForgottenAtMostAsManyAsAskedFor) {
+    AddOf("old", "2025-01-01 00:00:00");
+    for (const std::string id : {"a", "b", "c", "d"}) AddOf(id, "2026-02-01 00:00:00");
+    EXPECT_EQ(RemoveOlder("2026-01-01 00:00:00", 1, 2), 2);
+    EXPECT_THAT(Ids(), ElementsAre("b", "c", "d"));
+    EXPECT_EQ(RemoveOlder("2026-01-01 00:00:00", 1, 2), 2);
+    EXPECT_THAT(Ids(), ElementsAre("d"));
+}
+
 // Behaviour: Of too many notifications the oldest are forgotten, a few at a time, however new they are
 TEST_P(StoredProblems, OfTooManyTheOldestAreForgotten) {
     for (const std::string id : {"a", "b", "c", "d", "e"}) AddOf(id, "2026-01-01 00:00:00");
