@@ -1,0 +1,344 @@
+// How SQLite finds what the store's statements ask for: by an index, so that work grows with what is found.
+#include <SQLiteCpp/Database.h>
+#include <SQLiteCpp/Statement.h>
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <regex>
+#include <set>
+
+#include "engine.h"
+#include "zelvek/store/accounts.h"
+#include "zelvek/store/domains.h"
+#include "zelvek/store/history.h"
+#include "zelvek/store/jobs.h"
+#include "zelvek/store/problems.h"
+#include "zelvek/store/publications.h"
+#include "zelvek/store/requests.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+constexpr int kJobs = 2000;
+
+// Indexes that hold just what is looked for, so that they may be read from one end to the other.
+const std::set<std::string> kHoldsWhatIsLookedFor{"job_running",         "job_failed", "job_verified",
+                                                  "job_waiting",         "job_due",    "publication_unwanted",
+                                                  "publication_not_kept"};
+
+// Indexes over times, of which all that is older than a time is looked for.
+const std::set<std::string> kOverTimes{"csr_by_time", "job_event_by_time", "problem_by_time"};
+
+// Tables that stay small: the sweep forgets readers that have died.
+const std::set<std::string> kSmallTables{"reader"};
+
+// Indexes whose entries with one value are few, so that they may be sorted: the requests of one name.
+const std::set<std::string> kFewOfOneValue{"sqlite_autoindex_csr_1"};
+
+/// One line of a query plan.
+struct Step {
+    std::string way;    // "SCAN" or "SEARCH", or another word
+    std::string table;  // empty for other words
+    std::string index;  // empty for none and for the table's own number
+    std::string limits;
+
+    bool HasValue() const { return limits.find("=?") != std::string::npos; }
+};
+
+Step Parse(const std::string& line) {
+    static const std::regex form(
+        R"((SCAN|SEARCH) (\w+)(?: USING (?:COVERING )?(?:INDEX (\w+)|INTEGER PRIMARY KEY))?(?: \((.*)\))?.*)");
+    std::smatch found;
+    if (!std::regex_match(line, found, form)) return {line, "", "", ""};
+    return {found[1], found[2], found[3], found[4]};
+}
+
+/// A page of a whole table has no condition but where it begins, so it reads no row that it does not give.
+bool IsPage(const std::string& statement) {
+    static const std::regex form(R"( WHERE [a-z.]+ > :after ORDER BY [a-z.]+ LIMIT :most$)");
+    return std::regex_search(statement, form);
+}
+
+/// Whether the step may read much more than what is looked for.
+bool ReadsTooMuch(const Step& step, const std::string& statement) {
+    if (step.table.empty() || kSmallTables.contains(step.table)) return false;
+    if (kHoldsWhatIsLookedFor.contains(step.index)) return false;
+    if (step.way == "SCAN") return step.table != "CONSTANT";
+    if (step.HasValue() || kOverTimes.contains(step.index) || IsPage(statement)) return false;
+    const bool first_of_all = step.limits.empty();  // the smallest or the largest of an index
+    const bool first_few =
+        statement.find("< (SELECT min(number) FROM problem) + :limit") != std::string::npos;
+    return !first_of_all && !first_few;
+}
+
+std::vector<std::string> PlanOf(SQLite::Database& database, const std::string& statement) {
+    std::vector<std::string> lines;
+    SQLite::Statement plan(database, "EXPLAIN QUERY PLAN " + statement);
+    while (plan.executeStep()) lines.push_back(plan.getColumn("detail").getString());
+    return lines;
+}
+
+/// What is wrong with the plan of a statement.
+std::vector<std::string> FindingsOf(const std::vector<std::string>& plan, const std::string& statement) {
+    const bool few = std::any_of(plan.begin(), plan.end(), [](const std::string& line) {
+        const Step step = Parse(line);
+        return kFewOfOneValue.contains(step.index) && step.HasValue();
+    });
+    std::vector<std::string> findings;
+    for (const std::string& line : plan) {
+        const bool sorts = line.find("TEMP B-TREE") != std::string::npos && !few;
+        const bool builds_an_index = line.find("AUTOMATIC") != std::string::npos;
+        if (sorts || builds_an_index || ReadsTooMuch(Parse(line), statement)) {
+            findings.push_back(line + " | " + statement);
+        }
+    }
+    return findings;
+}
+
+using Operation = std::function<void(Transaction&)>;
+using Operations = std::map<std::string, Operation>;
+
+void ListAll(Transaction& transaction) {
+    for (const std::string user : {"", "anna"}) {
+        for (const auto state : {jobs::State::kAny, jobs::State::kVerified, jobs::State::kFailed,
+                                 jobs::State::kRunning, jobs::State::kWaiting}) {
+            jobs::List(transaction, {0, 10, user, state});
+        }
+    }
+}
+
+void SaveWith(Transaction& transaction, const std::string& key) {
+    Job job = jobs::Find(transaction, 1);
+    job.acmekey = key;
+    jobs::Save(transaction, job);
+}
+
+Operations JobOperations() {
+    return {
+        {"jobs::Add", [](Transaction& transaction) { jobs::Add(transaction, FilledJob("a")); }},
+        {"jobs::Find", [](Transaction& transaction) { jobs::Find(transaction, 1); }},
+        {"jobs::FindShown", [](Transaction& transaction) { jobs::FindShown(transaction, 1); }},
+        {"jobs::List", &ListAll},
+        {"jobs::Save", [](Transaction& transaction) { SaveWith(transaction, "new"); }},
+        {"jobs::Claim", [](Transaction& transaction) { jobs::Claim(transaction, 1, Living()); }},
+        {"jobs::Hold", [](Transaction& transaction) { jobs::Hold(transaction, 1, Dead()); }},
+        {"jobs::JobOf", [](Transaction& transaction) { jobs::JobOf(transaction, Living()); }},
+        {"jobs::ForgetDeadProcesses",
+         [](Transaction& transaction) {
+             jobs::Hold(transaction, 1, Dead());
+             jobs::ForgetDeadProcesses(transaction);
+         }},
+        {"jobs::Running", [](Transaction& transaction) { jobs::Running(transaction); }},
+        {"jobs::Due", [](Transaction& transaction) { jobs::Due(transaction, "2026-01-01 00:00:00", 4); }},
+        {"jobs::Free", [](Transaction& transaction) { jobs::Free(transaction, 1, "t", "t"); }},
+        {"jobs::Revive", [](Transaction& transaction) { jobs::Revive(transaction, 1); }},
+        {"jobs::Remove", [](Transaction& transaction) { jobs::Remove(transaction, 2); }},
+        {"accounts::SetOfJob",
+         [](Transaction& transaction) {
+             accounts::SetOfJob(transaction, 3, {"k", "key", "m"});
+             accounts::SetOfJob(transaction, 3, {});
+         }},
+        {"accounts::Default", [](Transaction& transaction) { accounts::Default(transaction); }},
+        {"accounts::MakeDefault",
+         [](Transaction& transaction) {
+             accounts::MakeDefault(transaction, 4);
+             accounts::MakeDefault(transaction, 5);
+         }},
+        {"history::Add",
+         [](Transaction& transaction) {
+             history::Add(transaction, 1, {"t", "s", "e", "d"});
+         }},
+        {"history::Of", [](Transaction& transaction) { history::Of(transaction, 1); }},
+        {"history::Shorten",
+         [](Transaction& transaction) {
+             for (int i = 0; i < 3; ++i) history::Add(transaction, 1, {"t", "s", "e", "d"});
+             history::Shorten(transaction, 1, 1);
+         }},
+        {"history::RemoveOlder", [](Transaction& transaction) { history::RemoveOlder(transaction, "a", 5); }},
+    };
+}
+
+Operations OtherOperations() {
+    const publications::Publication entry{0, {"z", "n", "v"}, "anna", 1, Dead(), false, false};
+    return {
+        {"domains::Add",
+         [](Transaction& transaction) {
+             domains::Add(transaction, {0, "n", "n", "anna"});
+         }},
+        {"domains::Of", [](Transaction& transaction) { domains::Of(transaction, "anna"); }},
+        {"domains::List", [](Transaction& transaction) { domains::List(transaction, 0, 10); }},
+        {"requests::Put",
+         [](Transaction& transaction) {
+             requests::Put(transaction, "n", Dead(), {"r", "k"}, "t");
+         }},
+        {"requests::Find", [](Transaction& transaction) { requests::Find(transaction, "n", Living()); }},
+        {"requests::Remove", [](Transaction& transaction) { requests::Remove(transaction, "n", Living()); }},
+        {"requests::RemoveLeft", [](Transaction& transaction) { requests::RemoveLeft(transaction, "u"); }},
+        {"problems::Add",
+         [](Transaction& transaction) {
+             problems::Add(transaction, {"1", "n", "l", "o", "t", {{"a", "b"}}});
+         }},
+        {"problems::List", [](Transaction& transaction) { problems::List(transaction, 0, 10); }},
+        {"problems::RemoveOlder",
+         [](Transaction& transaction) { problems::RemoveOlder(transaction, "a", 10, 5); }},
+        {"publications::Put", [entry](Transaction& transaction) { publications::Put(transaction, entry); }},
+        {"publications::Restore",
+         [entry](Transaction& transaction) { publications::Restore(transaction, entry); }},
+        {"publications::Drop",
+         [entry](Transaction& transaction) { publications::Drop(transaction, entry.item, 2); }},
+        {"publications::Of",
+         [entry](Transaction& transaction) { publications::Of(transaction, entry.item); }},
+        {"publications::RecordsOf",
+         [](Transaction& transaction) { publications::RecordsOf(transaction, "anna", "n", "v"); }},
+        {"publications::SetUnwanted",
+         [](Transaction& transaction) { publications::SetUnwanted(transaction, 1); }},
+        {"publications::SetKept", [](Transaction& transaction) { publications::SetKept(transaction, 2); }},
+        {"publications::TakeUnwanted",
+         [entry](Transaction& transaction) {
+             publications::Restore(transaction, entry);
+             publications::TakeUnwanted(transaction, std::nullopt);
+             publications::TakeUnwanted(transaction, 1);
+         }},
+    };
+}
+
+Operations AllOperations() {
+    Operations all = JobOperations();
+    all.merge(OtherOperations());
+    return all;
+}
+
+/// The operations that the store's headers declare.
+std::set<std::string> DeclaredOperations() {
+    static const std::regex form(R"((\w+)\(Transaction& transaction)");
+    static const std::regex space(R"(namespace zelvek::(\w+))");
+    std::set<std::string> names;
+    for (const auto& file : fs::directory_iterator(STORE_SOURCES)) {
+        if (file.path().extension() != ".h") continue;
+        std::ifstream in(file.path());
+        const std::string text{std::istreambuf_iterator<char>(in), {}};
+        std::smatch room;
+        if (!std::regex_search(text, room, space)) continue;
+        for (std::sregex_iterator name(text.begin(), text.end(), form), end; name != end; ++name) {
+            names.insert(room[1].str() + "::" + (*name)[1].str());
+        }
+    }
+    return names;
+}
+
+class QueryPlans : public ::testing::Test {
+protected:
+    QueryPlans() {
+        std::string pattern = (fs::temp_directory_path() / "zelvek.XXXXXX").string();
+        folder_ = ::mkdtemp(pattern.data());
+        store_ = std::make_unique<Store>(File());
+        Transaction transaction(*store_);
+        for (int number = 0; number < kJobs; ++number) {
+            Job job = FilledJob(std::to_string(number));
+            job.user_name = number % 10 == 0 ? "anna" : job.user_name;
+            job.id = jobs::Add(transaction, job);
+            jobs::Save(transaction, job);
+        }
+        transaction.Commit();
+    }
+
+    ~QueryPlans() override {
+        store_.reset();
+        fs::remove_all(folder_);
+    }
+
+    fs::path File() const { return folder_ / "zelvek.db"; }
+
+    void Do(const Operation& operation) {
+        Transaction transaction(*store_);
+        operation(transaction);
+        transaction.Commit();
+    }
+
+    /// What is wrong with the plans of all statements that the store has prepared.
+    std::vector<std::string> Findings() {
+        std::vector<std::string> statements;
+        Do([&](Transaction& transaction) { statements = transaction.Prepared(); });
+        SQLite::Database database(File().string());
+        std::vector<std::string> findings;
+        for (const std::string& statement : statements) {
+            const auto found = FindingsOf(PlanOf(database, statement), statement);
+            findings.insert(findings.end(), found.begin(), found.end());
+        }
+        return findings;
+    }
+
+    fs::path folder_;
+    std::unique_ptr<Store> store_;
+};
+
+// Behaviours of: Store
+
+// Behaviour: No operation of the store reads a growing table from one end to the other or sorts it: each
+// statement
+//   finds what it looks for by an index
+TEST_F(QueryPlans, EveryStatementUsesAnIndex) {
+    for (const auto& [name, operation] : AllOperations()) Do(operation);
+    EXPECT_THAT(Findings(), IsEmpty());
+    SQLite::Database database(File().string());
+    EXPECT_FALSE(database.tableExists("sqlite_stat1")) << "the plans must not depend on statistics";
+    EXPECT_GE(database.execAndGet("SELECT count(*) FROM job").getInt(), kJobs - 1);
+}
+
+// Behaviour: No operation of the store ...
+TEST_F(QueryPlans, EveryOperationIsCarriedOut) {
+    std::set<std::string> names;
+    for (const auto& [name, operation] : AllOperations()) names.insert(name);
+    EXPECT_EQ(DeclaredOperations(), names);
+}
+
+// Behaviour: No operation of the store ...
+TEST_F(QueryPlans, WhatReadsOrSortsMuchIsFound) {
+    const std::map<std::string, std::string> bad{
+        {"SELECT id FROM job WHERE certname = :name", "SCAN job"},
+        {"SELECT id FROM job WHERE user_name = :user ORDER BY domain", "TEMP B-TREE"},
+        {"SELECT id FROM job WHERE job.id > :after AND res_name = :name ORDER BY id LIMIT :most",
+         "SEARCH job"},
+        {"SELECT count(*) FROM account", "SCAN account"},
+        {"SELECT job.id FROM job JOIN domain ON domain.name = job.domain WHERE job.id = :id", "SCAN domain"},
+        {"DELETE FROM job_event WHERE detail = :detail", "SCAN job_event"},
+        {"SELECT id FROM job_event ORDER BY time", "SCAN job_event"},
+        {"SELECT id FROM job_event ORDER BY id", "SCAN job_event"}};
+    for (const auto& [statement, finding] : bad) {
+        Do([&, &text = statement](Transaction& transaction) { transaction.Prepare(text); });
+        EXPECT_THAT(Findings(), Contains(AllOf(HasSubstr(finding), HasSubstr(statement))));
+    }
+    EXPECT_GE(Findings().size(), bad.size());
+}
+
+// Behaviour: Rows that refer to others are found by an index, so that removing what they refer to reads no
+// whole table
+TEST_F(QueryPlans, ReferencesHaveAnIndex) {
+    SQLite::Database database(File().string());
+    SQLite::Statement references(
+        database,
+        "SELECT t.name, f.\"from\", EXISTS (SELECT 1 FROM pragma_index_list(t.name) i, "
+        "pragma_index_info(i.name) c"
+        " WHERE c.seqno = 0 AND c.name = f.\"from\" AND i.partial = 0)"
+        " FROM sqlite_master t, pragma_foreign_key_list(t.name) f WHERE t.type = 'table'");
+    int count = 0;
+    while (references.executeStep()) {
+        ++count;
+        EXPECT_TRUE(references.getColumn(2).getInt())
+            << references.getColumn(0).getString() << "." << references.getColumn(1).getString();
+    }
+    EXPECT_EQ(count, 3);
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing
