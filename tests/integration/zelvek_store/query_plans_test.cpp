@@ -24,9 +24,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::Contains;
-using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
 
 constexpr int kJobs = 2000;
 
@@ -318,6 +318,24 @@ TEST_F(QueryPlans, WhatReadsOrSortsMuchIsFound) {
         EXPECT_THAT(Findings(), Contains(AllOf(HasSubstr(finding), HasSubstr(statement))));
     }
     EXPECT_GE(Findings().size(), bad.size());
+}
+
+// Behaviour: Every index of the database is one that a statement needs
+TEST_F(QueryPlans, EveryIndexIsNeeded) {
+    for (const auto& [name, operation] : AllOperations()) Do(operation);
+    SQLite::Database database(File().string(), SQLite::OPEN_READWRITE);
+    std::map<std::string, std::string> indexes;
+    SQLite::Statement select(database,
+                             "SELECT name, sql FROM sqlite_master WHERE type = 'index' AND sql <> ''");
+    while (select.executeStep()) indexes[select.getColumn(0).getString()] = select.getColumn(1).getString();
+    select.reset();
+    EXPECT_GE(indexes.size(), 10u);
+    for (const auto& [name, text] : indexes) {
+        database.exec("DROP INDEX " + name);
+        EXPECT_THAT(Findings(), Not(IsEmpty())) << name;
+        database.exec(text);
+    }
+    EXPECT_THAT(Findings(), IsEmpty());
 }
 
 // Behaviour: Rows that refer to others are found by an index, so that removing what they refer to reads no
