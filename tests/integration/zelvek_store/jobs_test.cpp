@@ -246,6 +246,42 @@ TEST_P(StoredJobs, AreDueInTheOrderOfTheirTimes) {
     EXPECT_THAT(Due("2025-12-31 00:00:00"), IsEmpty());
 }
 
+// Behaviour: Users take turns: a user's many due jobs come after another's first one, and after what the user
+// has running
+TEST_P(StoredJobs, AreDueInTurnsBetweenUsers) {
+    const auto add = [&](const std::string& user, const std::string& due, bool running = false) {
+        Job job = FilledJob(user + due);
+        job.user_name = user;
+        job.due = due;
+        job.verified = job.failed = false;
+        job.processing = running;
+        Do([&](Transaction& transaction) {
+            job.id = jobs::Add(transaction, job);
+            jobs::Save(transaction, job);
+        });
+        return job.id;
+    };
+    const int first = add("anna", "2026-01-01 00:00:00");
+    const int second = add("anna", "2026-01-01 00:00:01");
+    const int only = add("bert", "2026-01-02 00:00:00");
+    EXPECT_THAT(Due("2026-01-05 00:00:00"), ElementsAre(first, only, second));
+    add("anna", "2026-01-01 00:00:00", true);
+    EXPECT_THAT(Due("2026-01-05 00:00:00"), ElementsAre(only, first, second));
+}
+
+// Behaviour: A job is claimed only while it is due and nobody works on it
+TEST_P(StoredJobs, AreClaimedOnlyWhileDue) {
+    const int id = AddDue("2026-01-03 00:00:00");
+    const auto claim = [&](const std::string& now) {
+        bool claimed = false;
+        Do([&](Transaction& transaction) { claimed = jobs::ClaimIfDue(transaction, id, Living(), now); });
+        return claimed;
+    };
+    EXPECT_FALSE(claim("2026-01-02 23:59:59"));
+    EXPECT_TRUE(claim("2026-01-03 00:00:00"));
+    EXPECT_FALSE(claim("2026-01-03 00:00:00"));
+}
+
 // Behaviour: The jobs under way are those that are "processing", by number, whatever else became of them
 TEST_P(StoredJobs, UnderWayAreThoseInProcess) {
     Job job;

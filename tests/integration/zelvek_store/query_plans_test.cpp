@@ -38,11 +38,13 @@ const std::set<std::string> kHoldsWhatIsLookedFor{"job_running",         "job_fa
 // Indexes over times, of which all that is older than a time is looked for.
 const std::set<std::string> kOverTimes{"csr_by_time", "job_event_by_time", "problem_by_time"};
 
-// Tables that stay small: the sweep forgets readers that have died.
-const std::set<std::string> kSmallTables{"reader"};
+// Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
+const std::set<std::string> kSmallTables{"reader", "waiting"};
 
-// Indexes whose entries with one value are few, so that they may be sorted: the requests of one name.
+// Indexes of which just what is looked for is read, so that it may be sorted: the requests of one name, and
+// the jobs that are due, for users to take turns.
 const std::set<std::string> kFewOfOneValue{"sqlite_autoindex_csr_1"};
+const std::string kDue = "job_due";
 
 /// One line of a query plan.
 struct Step {
@@ -91,7 +93,7 @@ std::vector<std::string> PlanOf(SQLite::Database& database, const std::string& s
 std::vector<std::string> FindingsOf(const std::vector<std::string>& plan, const std::string& statement) {
     const bool few = std::any_of(plan.begin(), plan.end(), [](const std::string& line) {
         const Step step = Parse(line);
-        return kFewOfOneValue.contains(step.index) && step.HasValue();
+        return step.index == kDue || (kFewOfOneValue.contains(step.index) && step.HasValue());
     });
     std::vector<std::string> findings;
     for (const std::string& line : plan) {
@@ -130,6 +132,8 @@ Operations JobOperations() {
         {"jobs::List", &ListAll},
         {"jobs::Save", [](Transaction& transaction) { SaveWith(transaction, "new"); }},
         {"jobs::Claim", [](Transaction& transaction) { jobs::Claim(transaction, 1, Living()); }},
+        {"jobs::ClaimIfDue",
+         [](Transaction& transaction) { jobs::ClaimIfDue(transaction, 1, Living(), "9"); }},
         {"jobs::Hold", [](Transaction& transaction) { jobs::Hold(transaction, 1, Dead()); }},
         {"jobs::JobOf", [](Transaction& transaction) { jobs::JobOf(transaction, Living()); }},
         {"jobs::ForgetDeadProcesses",
