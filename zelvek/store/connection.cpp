@@ -66,6 +66,14 @@ void Connection::SetVersion(long long version) {
     Execute({"PRAGMA user_version = " + std::to_string(version)});
 }
 
+std::vector<std::string> Connection::Columns(const std::string& table) {
+    soci::row row;  // described, though none is found
+    Translated([&] { state_->session << "SELECT * FROM " << table << " WHERE 1 = 0", soci::into(row); });
+    std::vector<std::string> names;
+    for (std::size_t i = 0; i < row.size(); ++i) names.push_back(row.get_properties(i).get_name());
+    return names;
+}
+
 std::vector<std::string> Connection::Prepared() const {
     std::vector<std::string> texts;
     for (const auto& [text, statement] : state_->kept) texts.push_back(text);

@@ -30,6 +30,9 @@ public:
     long long Version();
     void SetVersion(long long version);
 
+    /// The names of a table's columns.
+    std::vector<std::string> Columns(const std::string& table);
+
     /// The texts of the statements that are kept prepared.
     std::vector<std::string> Prepared() const;
 

@@ -1,10 +1,13 @@
 #include "zelvek/store/store.h"
 
+#include <algorithm>
 #include <exception>
 #include <sstream>
 #include <string>
+#include <variant>
 
 #include "zelvek/base/error.h"
+#include "zelvek/base/job.h"
 #include "zelvek/base/log.h"
 #include "zelvek/store/migrations.h"
 
@@ -41,10 +44,38 @@ void Migrate(Connection& connection) {
     }
 }
 
+/// The column of a job's field, with what a new job has there.
+std::string ColumnText(const JobField& field) {
+    const Job fresh;
+    if (field.IsText()) {
+        const std::string& text = fresh.*std::get<std::string Job::*>(field.member);
+        return std::string(field.key) + " TEXT NOT NULL DEFAULT '" + text + "'";
+    }
+    const int number = field.IsFlag() ? static_cast<int>(fresh.*std::get<bool Job::*>(field.member))
+                                      : fresh.*std::get<int Job::*>(field.member);
+    return std::string(field.key) + " INTEGER NOT NULL DEFAULT " + std::to_string(number);
+}
+
+/// A new field of a job needs no migration of its own.
+void AddMissingColumns(Connection& connection) {
+    const std::vector<std::string> columns = connection.Columns("job");
+    std::vector<std::string> changes;
+    for (const JobField& field : kJobFields) {
+        const bool there = std::find(columns.begin(), columns.end(), field.key) != columns.end();
+        if (there || field.kept == JobField::Kept::kWithAccount) continue;
+        changes.push_back("ALTER TABLE job ADD COLUMN " + ColumnText(field));
+    }
+    if (changes.empty()) return;
+    connection.Begin();
+    connection.Execute(changes);
+    connection.Commit();
+}
+
 }  // namespace
 
 Store::Store(const std::filesystem::path& file) try : connection_(file) {
     Migrate(connection_);
+    AddMissingColumns(connection_);
 } catch (const Error& error) {
     throw Error(error.code(), "database " + file.string() + ": " + error.what());
 }
