@@ -3,6 +3,7 @@
 #include <json/json.h>
 
 #include "vek/str.h"
+#include "zelvek/base/job.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/table.h"
 
@@ -21,11 +22,13 @@ std::string StateOf(const vek_xml::Node& job) {
 
 Json::Value JobJson(const vek_xml::Node& job) {
     Json::Value json;
-    for (const char* key : {"id", "attempt_count"}) json[key] = str::Int(job.Value(key));
-    for (const char* key : {"verified", "failed", "processing"}) json[key] = job.Value(key) == "on";
-    for (const char* key : {"certname", "domain", "user_name", "aliases", "check_type", "next_attempt",
-                            "time_started", "kid", "finalize_check", "challenges"}) {
-        json[key] = job.Value(key);
+    json["id"] = str::Int(job.Value("id"));
+    for (const JobField& field : kJobFields) {
+        if ((field.shown & JobField::kInLists) == 0) continue;
+        const std::string text = job.Value(field.key);
+        Json::Value& value = json[field.key] = text;
+        if (field.IsNumber()) value = str::Int(text);
+        if (field.IsFlag()) value = text == "on";
     }
     return json;
 }

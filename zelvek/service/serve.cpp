@@ -85,7 +85,8 @@ void Serve(const ServeOptions& options) {
 
     Publisher publisher(store, options.answers, backend.get());
     const RetryPolicy retry{options.retry_interval};
-    Services services{store, publisher, backend.get(), options.install, retry, options.history_entries};
+    Services services{store,           publisher, backend.get(),
+                      options.install, retry,     options.retention.history_entries};
     std::optional<Responder> responder;
     if (!options.responder.empty()) responder.emplace(options.responder, options.answers);
     // The last made ends first: runs are ended while the server still takes their records.
@@ -94,7 +95,7 @@ void Serve(const ServeOptions& options) {
     std::optional<Scheduler> scheduler;
     if (options.scheduler) {
         scheduler.emplace(
-            store, Scheduler::Settings{options.plugin, options.scheduler_interval, options.retry_interval});
+            store, Scheduler::Settings{options.plugin, options.scheduler_interval, retry, options.run_limit});
     }
     std::cout << "zelvek: ready" << std::endl;
     Log("ending on signal " + std::to_string(signals.Wait()));

@@ -21,7 +21,7 @@ struct ServeOptions {
     std::chrono::milliseconds scheduler_interval{5000};
     std::chrono::seconds retry_interval{60};
     std::chrono::milliseconds sweep_interval{5000};
-    int history_entries = 1000;  // of each job
+    std::chrono::seconds run_limit{3600};
     Retention retention;
     dns::Settings dns;  // without a back end, records cannot be published
 };

@@ -24,8 +24,23 @@ void AddJobOptions(Command& serve, ServeOptions& options) {
     serve.AddOption("--scheduler-interval", options.scheduler_interval, "Seconds between looks at the jobs");
     serve.AddOption("--retry-interval", options.retry_interval,
                     "Seconds until a job that asks for no time runs again");
+    serve.AddOption("--run-limit", options.run_limit, "Seconds that a run may take before it is ended");
     serve.AddOption("--sweep-interval", options.sweep_interval,
                     "Seconds between looks for what dead runs left");
+}
+
+/// A job's history and the notifications are there for people to look back, not for ever.
+void AddRetentionOptions(Command& serve, Retention& retention) {
+    constexpr int kMostDays = 10000;
+    constexpr int kMostEntries = 1000000;
+    serve.AddOption("--history-days", retention.history_days, "Days that a job's events are kept")
+        .Between(1, kMostDays);
+    serve.AddOption("--history-entries", retention.history_entries, "Events that are kept of each job")
+        .Between(1, kMostEntries);
+    serve.AddOption("--notification-days", retention.notification_days, "Days that notifications are kept")
+        .Between(1, kMostDays);
+    serve.AddOption("--notification-entries", retention.notification_entries, "Notifications that are kept")
+        .Between(1, kMostEntries);
 }
 
 }  // namespace
@@ -44,6 +59,7 @@ void AddServeCommand(Command& root) {
     serve.AddOption("--reload-timeout", options->install.reload_limit, "Seconds that it may take");
     serve.AddOption("--http-responder", options->responder, "ADDR:PORT to serve the answer files on");
     AddJobOptions(serve, *options);
+    AddRetentionOptions(serve, options->retention);
     for (const dns::BackendKind& kind : dns::BackendKinds()) {
         for (const dns::Option& option : kind.options) AddDnsOption(serve, option, options->dns);
     }

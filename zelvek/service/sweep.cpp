@@ -11,28 +11,28 @@ namespace zelvek {
 namespace {
 
 // How long a request and its key wait for somebody when their maker has died.
-constexpr std::chrono::seconds kKeepLeftRequests{600};
+constexpr int kKeepLeftRequests = 600;  // seconds
 
 // Entries that one sweep forgets at most, so that nobody waits long for the store.
 constexpr int kForgetAtOnce = 500;
 
-std::string Before(const vek_date::DateTime& now, std::chrono::seconds age) {
-    return vek_date::DateTime(now).AddSeconds(-static_cast<int>(age.count())).AsDateTime();
+std::string DaysBefore(const vek_date::DateTime& now, int days) {
+    return vek_date::DateTime(now).AddDays(-days).AsDateTime();
 }
 
 void FreeWhatTheDeadHold(Services& services, const vek_date::DateTime& now) {
     Transaction transaction(services.store);
     FreeJobsOfTheDead(transaction, now.AsDateTime(), services.retry);
     jobs::ForgetDeadProcesses(transaction);
-    requests::RemoveLeft(transaction, Before(now, kKeepLeftRequests));
+    requests::RemoveLeft(transaction, vek_date::DateTime(now).AddSeconds(-kKeepLeftRequests).AsDateTime());
     transaction.Commit();
 }
 
 void ForgetOld(Services& services, const Retention& retention, const vek_date::DateTime& now) {
     Transaction transaction(services.store);
-    history::RemoveOlder(transaction, Before(now, retention.history), kForgetAtOnce);
-    problems::RemoveOlder(transaction, Before(now, retention.notifications), retention.most_notifications,
-                          kForgetAtOnce);
+    history::RemoveOlder(transaction, DaysBefore(now, retention.history_days), kForgetAtOnce);
+    problems::RemoveOlder(transaction, DaysBefore(now, retention.notification_days),
+                          retention.notification_entries, kForgetAtOnce);
     transaction.Commit();
 }
 

@@ -1,16 +1,15 @@
 #pragma once
 
-#include <chrono>
-
 #include "zelvek/panel/functions.h"
 
 namespace zelvek {
 
-/// How long what has happened is remembered.
+/// How much of what has happened is remembered.
 struct Retention {
-    std::chrono::hours history{24 * 400};        // a job's events
-    std::chrono::hours notifications{24 * 400};  //
-    long long most_notifications = 100000;       // the newest ones
+    int history_days = 400;
+    int history_entries = 1000;  // of each job, the newest ones
+    int notification_days = 400;
+    int notification_entries = 100000;  // the newest ones
 };
 
 /// Frees the jobs of dead processes, takes back what they left, and forgets a small part of what is older

@@ -67,6 +67,39 @@ TEST_F(History, CharactersThatNoAnswerCarriesCostNoWriteBack) {
     EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "k");
 }
 
+// Behaviour: Of a job's history the newest events are kept, as many as the service is told
+TEST_F(History, HasTheNewestEventsAlone) {
+    Stop();
+    Start({{"--history-entries", "2"}});
+    const std::string id = AddJob();
+    ReadJob(id);
+    Write(id, {{"log",
+                "2026-01-01 00:00:00,processing,a,;2026-01-01 00:00:01,processing,b,;"
+                "2026-01-01 00:00:02,processing,c,"}});
+    const auto events = Ask("func=zelvek.job.show&elid=" + id).xml().GetNodes("/doc/event");
+    ASSERT_EQ(events.size(), 2U);
+    EXPECT_EQ(events[0].Value("event"), "b");
+    EXPECT_EQ(events[1].Value("event"), "c");
+}
+
+// Behaviour: Events and notifications older than their days are forgotten
+TEST_F(History, IsForgottenAfterItsDays) {
+    Stop();
+    Start({{"--history-days", "30"}, {"--notification-entries", "1"}});
+    const std::string id = AddJob();
+    ReadJob(id);
+    Write(id, {{"log", "2001-01-01 00:00:00,processing,old,;2999-01-01 00:00:00,processing,new,"}});
+    Ask("func=problems.register&sok=ok&name=n&id=1&level=error");
+    Ask("func=problems.register&sok=ok&name=n&id=2&level=error");
+    const auto shown = [&] {
+        return Ask("func=zelvek.job.show&elid=" + id).xml().GetNodes("/doc/event").size();
+    };
+    EXPECT_TRUE(Eventually([&] { return shown() == 1; }));
+    EXPECT_TRUE(
+        Eventually([&] { return Ask("func=zelvek.problem.list").xml().GetNodes("/doc/elem").size() == 1; }));
+    EXPECT_EQ(Ask("func=zelvek.problem.list").xml().GetNode("/doc/elem").Value("id"), "2");
+}
+
 }  // namespace
 
 }  // namespace zelvek::testing

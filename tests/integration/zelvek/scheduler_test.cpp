@@ -138,6 +138,17 @@ TEST_F(SchedulerTest, AUserWithManyDueJobsDoesNotDelayAnothersOnlyOne) {
     EXPECT_LT(std::find(order.begin(), order.end(), only) - order.begin(), 8);
 }
 
+// Behaviour: A run that takes longer than its limit is asked to end, and writes its record back
+TEST_F(SchedulerTest, ARunThatTakesTooLongIsEnded) {
+    Start({{"--scheduler", "on"},
+           {"--scheduler-interval", "0.05"},
+           {"--retry-interval", "3600"},
+           {"--run-limit", "1"}});
+    const std::string id = Add("hangs");
+    EXPECT_TRUE(Eventually([&] { return Over(id); }));
+    EXPECT_EQ(Value(id, "kid"), "interrupted");
+}
+
 // Behaviour: A stop ends the runs, which still write their records back
 TEST_F(SchedulerTest, AStopEndsTheRunsWhichStillWriteTheirRecordsBack) {
     StartScheduler();

@@ -98,6 +98,7 @@ TEST(Xml, GivesTextsAndAttributes) {
     EXPECT_EQ(error.Value("none"), "");
 }
 
+// Behaviour: An element gives its own children of one name, not their descendants
 TEST(Xml, GivesAnElementsChildrenOfOneName) {
     const Xml xml("<doc><elem><p>1</p><q>no</q><p><p>inner</p>2</p></elem><elem><p>3</p></elem></doc>");
     const auto children = xml.GetNode("/doc/elem").Children("p");

@@ -62,6 +62,9 @@ protected:
     std::string file_ = (std::filesystem::temp_directory_path() / ("commands." + std::to_string(::getpid())));
 };
 
+// Behaviours of: Command line
+
+// Behaviour: A command does what it is for, and a group of commands wants one of them
 TEST_F(Commands, DoWhatTheyAreForAndNothingElse) {
     EXPECT_EQ(Run({"group", "do"}), 7);
     EXPECT_EQ(done_, 1);
@@ -72,6 +75,7 @@ TEST_F(Commands, DoWhatTheyAreForAndNothingElse) {
     EXPECT_EQ(out_ + err_, "");
 }
 
+// Behaviour: Options take texts, numbers, seconds with decimals, lists and switches
 TEST_F(Commands, TakeValuesOfEveryKind) {
     EXPECT_EQ(Run({"group", "do", "--many", "a", "--many", "b c", "/there", "--text", "two words", "--number",
                    "9", "--most", "3", "--pause", "0.25", "--flag", "--switch", "off"}),
@@ -86,6 +90,7 @@ TEST_F(Commands, TakeValuesOfEveryKind) {
     EXPECT_FALSE(switch_);
 }
 
+// Behaviour: An option refuses a value that cannot be, with its name
 TEST_F(Commands, RefuseWhatCannotBe) {
     for (const std::vector<const char*>& words :
          std::vector<std::vector<const char*>>{{},
@@ -106,6 +111,7 @@ TEST_F(Commands, RefuseWhatCannotBe) {
     EXPECT_EQ(done_, 0);
 }
 
+// Behaviour: The help tells every option with its default
 TEST_F(Commands, TellTheirOptionsAndDefaults) {
     EXPECT_EQ(Run({"group", "do", "--help"}), kSuccess);
     for (const char* text :
@@ -116,6 +122,7 @@ TEST_F(Commands, TellTheirOptionsAndDefaults) {
     EXPECT_EQ(done_, 0);
 }
 
+// Behaviour: A file of options holds where the command line says nothing
 TEST_F(Commands, TakeFromAFileWhatIsNotSaid) {
     std::ofstream(file_) << "number=2\ntext=two words\nmany=a\nswitch=off\n";
     EXPECT_EQ(Run({"group", "do", "--config", file_.c_str(), "--number", "3"}), 7);
@@ -125,6 +132,7 @@ TEST_F(Commands, TakeFromAFileWhatIsNotSaid) {
     EXPECT_FALSE(switch_);
 }
 
+// Behaviour: A file of options with a mistake is refused
 TEST_F(Commands, RefuseAFileWithMistakes) {
     for (const char* line : {"numbers=2", "number=10", "config=x", "text=\"one # two"}) {
         std::ofstream(file_) << line << "\n";
@@ -133,11 +141,13 @@ TEST_F(Commands, RefuseAFileWithMistakes) {
     EXPECT_EQ(done_, 0);
 }
 
+// Behaviour: A command that fails says so in one line
 TEST_F(Commands, SayInOneLineWhatFailed) {
     EXPECT_EQ(Run({"fail"}), kFailure);
     EXPECT_EQ(err_, "program: cannot write a file\n");
 }
 
+// Behaviour: The word of an error in an answer is read as the code that it was made from
 TEST(Codes, AreReadFromTheirWords) {
     for (int number = 0; number <= static_cast<int>(Code::kInternal); ++number) {
         EXPECT_EQ(CodeOf(Word(static_cast<Code>(number))), static_cast<Code>(number));

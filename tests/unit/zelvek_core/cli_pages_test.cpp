@@ -51,23 +51,29 @@ protected:
     std::vector<std::string> asked_;  // "limit/after"
 };
 
+// Behaviours of: Command line
+
+// Behaviour: A list is asked for page by page until a page is not full
 TEST_F(Pages, AreAskedForUntilOneIsShort) {
     EXPECT_EQ(Shown(), list_);
     EXPECT_THAT(asked_, ElementsAre("500/", "500/500", "500/1000"));
 }
 
+// Behaviour: A list is asked for page by page ...
 TEST_F(Pages, EndWithAnEmptyOneAfterAFullOne) {
     list_ = Numbers(1, 1000);
     EXPECT_EQ(Shown(), list_);
     EXPECT_THAT(asked_, ElementsAre("500/", "500/500", "500/1000"));
 }
 
+// Behaviour: A list is asked for page by page ...
 TEST_F(Pages, OfAnEmptyListAreOne) {
     list_.clear();
     EXPECT_THAT(Shown(), IsEmpty());
     EXPECT_THAT(asked_, ElementsAre("500/"));
 }
 
+// Behaviour: A list with a limit has no more entries than that
 TEST_F(Pages, HaveNoMoreThanTheLimit) {
     EXPECT_EQ(Shown({3, std::nullopt}), Numbers(1, 3));
     EXPECT_EQ(Shown({500, std::nullopt}), Numbers(1, 500));
@@ -75,12 +81,14 @@ TEST_F(Pages, HaveNoMoreThanTheLimit) {
     EXPECT_THAT(asked_, ElementsAre("3/", "500/", "500/", "200/500"));
 }
 
+// Behaviour: A list begins after the entry that is given
 TEST_F(Pages, BeginAfterTheNumberGiven) {
     EXPECT_EQ(Shown({std::nullopt, 900}), Numbers(901, 1200));
     EXPECT_EQ(Shown({2, 10}), Numbers(11, 12));
     EXPECT_THAT(asked_, ElementsAre("500/900", "2/10"));
 }
 
+// Behaviour: A service that gives everything at once, or the same page again, is shown once
 TEST_F(Pages, OfAServiceThatKnowsNoneAreEverything) {
     knows_pages_ = false;
     EXPECT_EQ(Shown(), list_);
@@ -88,6 +96,7 @@ TEST_F(Pages, OfAServiceThatKnowsNoneAreEverything) {
     EXPECT_THAT(asked_, ElementsAre("500/", "3/7"));
 }
 
+// Behaviour: A service that gives everything at once ...
 TEST_F(Pages, ThatRepeatThemselvesAreShownOnce) {
     knows_pages_ = false;
     list_ = Numbers(1, 500);
@@ -95,6 +104,7 @@ TEST_F(Pages, ThatRepeatThemselvesAreShownOnce) {
     EXPECT_THAT(asked_, ElementsAre("500/", "500/500"));
 }
 
+// Behaviour: A service that gives everything at once ...
 TEST_F(Pages, WithoutNumbersAreShownOnce) {
     knows_pages_ = false;
     numbered_ = false;

@@ -15,6 +15,9 @@ using zelvek::Open;
 
 bool IsOpen(int fd) { return fcntl(fd, F_GETFD) >= 0; }
 
+// Behaviours of: Start and store
+
+// Behaviour: A descriptor has one owner, which closes it at its end
 TEST(Descriptor, IsClosedAtItsEnd) {
     int number = -1;
     {
@@ -26,6 +29,7 @@ TEST(Descriptor, IsClosedAtItsEnd) {
     EXPECT_FALSE(IsOpen(number));
 }
 
+// Behaviour: A descriptor has one owner ...
 TEST(Descriptor, HasOneOwnerAtATime) {
     Descriptor first = Open("/", O_RDONLY);
     Descriptor second = Open("/", O_RDONLY);
@@ -38,6 +42,7 @@ TEST(Descriptor, HasOneOwnerAtATime) {
     EXPECT_TRUE(IsOpen(third.get()));
 }
 
+// Behaviour: A descriptor has one owner ...
 TEST(Descriptor, ThatIsReleasedStaysOpen) {
     int number = -1;
     {
@@ -50,6 +55,7 @@ TEST(Descriptor, ThatIsReleasedStaysOpen) {
     close(number);
 }
 
+// Behaviour: Closing a descriptor leaves the reason of a failure alone
 TEST(Descriptor, LeavesTheReasonOfAFailureAlone) {
     {
         const Descriptor broken(1'000'000);  // closing it fails
@@ -58,6 +64,7 @@ TEST(Descriptor, LeavesTheReasonOfAFailureAlone) {
     EXPECT_EQ(errno, EACCES);
 }
 
+// Behaviour: What cannot be opened is an error with its path and the reason
 TEST(Descriptor, ThatCannotBeOpenedIsAnErrorWithItsPath) {
     const parts::Failure failure = parts::FailureOf([] { Open("/nonexistent/file", O_RDONLY); });
     EXPECT_EQ(failure.type, "io");

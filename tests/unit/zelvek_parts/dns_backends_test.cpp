@@ -176,6 +176,7 @@ public:
 
 Settings Notes::made_of;
 
+// Behaviour: A DNS back end is made by its entry in the list of kinds, with its options and their ranges
 TEST(BackendKinds, AreAllMadeByTheListAlone) {
     auto kinds = zelvek::dns::BackendKinds();
     kinds.push_back(
@@ -193,6 +194,7 @@ TEST(BackendKinds, AreAllMadeByTheListAlone) {
     EXPECT_EQ(both.text, "a file of records and a notebook exclude each other");
 }
 
+// Behaviour: Each DNS back end has options of its own, and is selected by the first one
 TEST(BackendKinds, HaveOptionsOfTheirOwnAndAreSelectedByATextThatIsEmptyAtFirst) {
     std::vector<std::string> names;
     for (const auto& kind : zelvek::dns::BackendKinds()) {

@@ -13,6 +13,9 @@ namespace {
 
 using zelvek::FileLock;
 
+// Behaviours of: Start and store
+
+// Behaviour: A lock is refused while somebody else has it, and free when its owner is gone
 TEST(FileLock, IsRefusedWhileSomebodyElseHasIt) {
     const parts::TempFolder folder;
     const std::filesystem::path file = folder.path() / "lock";
@@ -27,6 +30,7 @@ TEST(FileLock, IsRefusedWhileSomebodyElseHasIt) {
     EXPECT_EQ(parts::Mode(file), 0600U);
 }
 
+// Behaviour: A lock of a folder is waited for
 TEST(FileLock, OfAFolderIsWaitedFor) {
     const parts::TempFolder folder;
     std::optional<FileLock> first = FileLock::WaitFor(folder.path());
@@ -45,6 +49,7 @@ TEST(FileLock, OfAFolderIsWaitedFor) {
     EXPECT_TRUE(got);
 }
 
+// Behaviour: What cannot be locked is an error with its path
 TEST(FileLock, OfWhatCannotBeLockedIsAnError) {
     const parts::TempFolder folder;
     std::filesystem::create_symlink(folder.path(), folder.path() / "link");

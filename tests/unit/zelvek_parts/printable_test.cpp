@@ -7,12 +7,13 @@ namespace {
 using zelvek::LastLines;
 using zelvek::Printable;
 
+// Behaviours of: Command line
+
+// Behaviour: No text from outside controls the terminal ...
 TEST(TextWithoutControls, HasTheReplacementForEachOfThem) {
     EXPECT_EQ(zelvek::WithoutControls(std::string("a\0b\n\t\x1b[31mc\x7f", 12), ' '), "a b   [31mc ");
     EXPECT_EQ(zelvek::WithoutControls("a\r~ \x80", '.'), "a.~ \x80");
 }
-
-// Behaviours of: Command line
 
 // Behaviour: No text from outside controls the terminal ...
 TEST(PrintableText, HasNoControlCharacters) {
