@@ -2,6 +2,9 @@
 if(DEVELOPER_WARNINGS)
   add_compile_options(-Wall -Wextra -Wpedantic -Wshadow -Wold-style-cast -Wnon-virtual-dtor -Woverloaded-virtual
                       -Wcast-qual -Wimplicit-fallthrough -Werror)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+    add_compile_options(-Wreserved-identifier -Wreserved-macro-identifier)
+  endif()
 endif()
 
 if(SANITIZERS)

@@ -1,0 +1,1 @@
+// Holds nothing: the target of what all tests include needs a source.
