@@ -189,6 +189,17 @@ TEST_P(StoredPublications, AreMarkedForOneJob) {
     EXPECT_TRUE(Of(kRecord)[1].kept);
 }
 
+// Behaviour: What is to be removed stays so when what else the job has published is kept
+TEST_P(StoredPublications, ToBeRemovedStaySoAtTheNextWriteBack) {
+    Put(Entry(kAnswer, 1));
+    SetUnwanted(1);
+    Put(Entry(kRecord, 1));
+    SetKept(1);
+    EXPECT_TRUE(Only(kAnswer).unwanted);
+    EXPECT_FALSE(Only(kRecord).unwanted);
+    EXPECT_TRUE(Only(kRecord).kept);
+}
+
 // Behaviour: To be removed is what is unwanted and what dead processes published; what living ones published
 // is not,
 //   nor what a write-back kept

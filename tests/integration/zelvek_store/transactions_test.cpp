@@ -123,19 +123,22 @@ TEST_P(Transactions, AStatementThatFailedIsUsableAgain) {
 
 // Behaviour: A variable gets the rows that were asked for, no later one, and keeps the last of them
 TEST_P(Transactions, AVariableGetsTheRowsAskedFor) {
-    const int first = AddJob();
-    const int second = AddJob();
-    Do([&](Transaction& transaction) {
-        int id = 0;
-        transaction.Prepare("SELECT id FROM job ORDER BY id").Into(id).Next();
-        EXPECT_EQ(id, first);
+    for (const std::string name : {"a", "b"}) Put(name, "value of " + name);
+    Do([](Transaction& transaction) {
+        const std::string text = "SELECT name, value FROM setting WHERE name < :end ORDER BY name";
+        std::string name;
+        std::string value;
+        transaction.Prepare(text).With("z").Into(name).Into(value).Next();
+        EXPECT_EQ(name + ": " + value, "a: value of a");
         {
-            Statement select = transaction.Prepare("SELECT id FROM job ORDER BY id");
-            select.Into(id);
+            Statement select = transaction.Prepare(text);
+            select.With("z").Into(name).Into(value);
             while (select.Next()) continue;
             EXPECT_FALSE(select.Next());
         }
-        EXPECT_EQ(id, second);
+        EXPECT_EQ(name + ": " + value, "b: value of b");
+        EXPECT_FALSE(transaction.Prepare(text).With("a").Into(name).Into(value).Next());
+        EXPECT_EQ(name + ": " + value, "b: value of b");
     });
 }
 
