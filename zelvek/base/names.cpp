@@ -29,7 +29,7 @@ bool IsName(std::string name) {
         label = str::GetWord(name, '.');
         if (!IsLabel(label)) return false;
     }
-    // A last label of digits alone is an address, no name.
+    // With a last label of digits alone it could be read as an IPv4 address.
     return !std::all_of(label.begin(), label.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
@@ -112,23 +112,25 @@ std::string MakeText(const std::string& text) {
     return result;
 }
 
-std::string Canonical(const std::string& name) {
+std::string Canonical(const std::string& name, const std::string& key) try {
     std::string canonical = str::Lower(str::puny::Encode(name));
     if (canonical.ends_with('.')) canonical.pop_back();
     return canonical;
+} catch (const vek_err::Error& error) {
+    throw Error(Code::kValue, key, name, error.what());
 }
 
-bool Holds(const std::string& zone, const std::string& name) {
+bool ZoneContains(const std::string& zone, const std::string& name) {
     return !zone.empty() && (name == zone || name.ends_with("." + zone));
 }
 
-std::vector<std::string> Holding(const std::vector<std::string>& zones, const std::string& name) {
-    std::vector<std::string> holding;
-    std::copy_if(zones.begin(), zones.end(), std::back_inserter(holding),
-                 [&](const std::string& zone) { return Holds(zone, name); });
-    std::sort(holding.begin(), holding.end(),
+std::vector<std::string> ZonesContaining(const std::vector<std::string>& zones, const std::string& name) {
+    std::vector<std::string> containing;
+    std::copy_if(zones.begin(), zones.end(), std::back_inserter(containing),
+                 [&](const std::string& zone) { return ZoneContains(zone, name); });
+    std::sort(containing.begin(), containing.end(),
               [](const std::string& a, const std::string& b) { return a.size() > b.size(); });
-    return holding;
+    return containing;
 }
 
 }  // namespace zelvek::names

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-/// Checks of what comes from outside. Every failed check is a Error of code kValue.
+/// Checks of what comes from outside. Every failed check throws an Error of code kValue.
 namespace zelvek::names {
 
 /// A panel user: `[A-Za-z0-9._-]+`, not beginning with "." or "-".
@@ -24,13 +24,14 @@ bool IsText(const std::string& text);
 /// `text` with each byte that `IsText` forbids replaced by U+FFFD.
 std::string MakeText(const std::string& text);
 
-/// The form in which names are compared: ASCII, lower case, without the final dot.
-std::string Canonical(const std::string& name);
+/// The form in which names are compared: ASCII, lower case, without the final dot. Errors: Error of code
+/// kValue, about `key`, for a name that has no ASCII form.
+std::string Canonical(const std::string& name, const std::string& key = "domain");
 
 /// Whether `name` is `zone` or lies below it; both in the canonical form.
-bool Holds(const std::string& zone, const std::string& name);
+bool ZoneContains(const std::string& zone, const std::string& name);
 
-/// Those of `zones` (canonical) that hold `name`, the longest first.
-std::vector<std::string> Holding(const std::vector<std::string>& zones, const std::string& name);
+/// Those of `zones` that contain `name`, the longest first; all in the canonical form.
+std::vector<std::string> ZonesContaining(const std::vector<std::string>& zones, const std::string& name);
 
 }  // namespace zelvek::names

@@ -16,7 +16,7 @@ constexpr std::size_t kMaxTxt = 255;  // bytes, one character-string (RFC 1035 s
 
 std::string CanonicalName(const std::string& key, const std::string& name) {
     try {
-        return names::Canonical(name);
+        return names::Canonical(name, key);
     } catch (const vek_err::Error& error) {
         throw Error(Code::kValue, key, name, error.what());
     }
@@ -47,7 +47,7 @@ std::string ChooseZone(Services& services, const Record& record) {
         if (services.records != nullptr && services.records->Serves(domain.ascii))
             zones.push_back(domain.ascii);
     }
-    const auto holding = names::Holding(zones, record.name);
+    const auto holding = names::ZonesContaining(zones, record.name);
     return holding.empty() ? "" : holding.front();
 }
 

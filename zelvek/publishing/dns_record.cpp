@@ -20,7 +20,7 @@ std::string CheckedName(std::string name) {
     return names::Canonical(name);
 }
 
-bool Record::IsInZone() const { return names::Holds(zone, name); }
+bool Record::IsInZone() const { return names::ZoneContains(zone, name); }
 
 Record CheckedRecord(const std::string& zone, const std::string& name, const std::string& value) {
     if (value.empty() || value.size() > kLongestValue ||

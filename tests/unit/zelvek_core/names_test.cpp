@@ -105,12 +105,12 @@ TEST(Texts, AreWhatXmlCarries) {
 
 // Behaviour: Zones hold names by whole labels; a name ...
 TEST(Zones, HoldThemselvesAndWhatLiesBelow) {
-    EXPECT_TRUE(Holds("shop.example", "shop.example"));
-    EXPECT_TRUE(Holds("shop.example", "a.b.shop.example"));
-    EXPECT_FALSE(Holds("shop.example", "workshop.example"));
-    EXPECT_FALSE(Holds("shop.example", "example"));
-    EXPECT_FALSE(Holds("", "example"));
-    EXPECT_EQ(Holding({"example", "b.example", "c.example", "a.b.example"}, "x.a.b.example"),
+    EXPECT_TRUE(ZoneContains("shop.example", "shop.example"));
+    EXPECT_TRUE(ZoneContains("shop.example", "a.b.shop.example"));
+    EXPECT_FALSE(ZoneContains("shop.example", "workshop.example"));
+    EXPECT_FALSE(ZoneContains("shop.example", "example"));
+    EXPECT_FALSE(ZoneContains("", "example"));
+    EXPECT_EQ(ZonesContaining({"example", "b.example", "c.example", "a.b.example"}, "x.a.b.example"),
               (std::vector<std::string>{"a.b.example", "b.example", "example"}));
 }
 
@@ -119,6 +119,14 @@ TEST(Zones, AreComparedInOneForm) {
     EXPECT_EQ(Canonical("Shop.EXAMPLE."), "shop.example");
     EXPECT_EQ(Canonical("bücher.Example"), "xn--bcher-kva.example");
     EXPECT_EQ(Canonical(""), "");
+    try {
+        Canonical("b\xff.example", "plid");
+        ADD_FAILURE() << "it has no ASCII form";
+    } catch (const Error& error) {
+        EXPECT_EQ(error.code(), Code::kValue);
+        EXPECT_EQ(error.object(), "plid");
+        EXPECT_EQ(error.value(), "b\xff.example");
+    }
 }
 
 }  // namespace
