@@ -27,7 +27,7 @@ void WriteAll(const Descriptor& target, const std::string& content, const std::f
 
 void WriteNew(const std::filesystem::path& file, const std::string& content, mode_t mode) {
     const Descriptor target = Open(file, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
-    // The umask has only taken rights away so far.
+    // So far it has this mode less what the umask took away.
     if (fchmod(target.get(), mode) != 0) throw IoError("cannot set the mode of", file, errno);
     WriteAll(target, content, file);
     if (fsync(target.get()) != 0) throw IoError("cannot write", file, errno);

@@ -6,20 +6,20 @@
 
 namespace zelvek {
 
-/// What kind of failure it is: what code compares. What a person reads is the sentence beside it.
+/// The kind of a failure, for programs to compare. People read the sentence beside it.
 enum class Code {
     kValue,     // something that was given cannot be used
     kMissed,    // what is named is not there
     kExists,    // what is to be made is there already
-    kStale,     // the caller works on what somebody else has changed since
-    kBusy,      // somebody else is at work there
-    kBadKey,    // a private key that is none, or belongs to none of the certificates
-    kBadChain,  // certificates that are none, or do not form one chain
+    kStale,     // what the caller read before has been changed by somebody else since
+    kBusy,      // somebody else is working on it
+    kBadKey,    // the private key cannot be read, or belongs to none of the certificates
+    kBadChain,  // the certificates cannot be read, or are not one chain
     kDns,       // the name server refused, or did not answer
     kHook,      // the reload command failed
     kIo,        // a file, a socket or a process could not be used
-    kProtocol,  // not the form of a query
-    kInternal   // a fault of the service itself; its log says more. The last one
+    kProtocol,  // what arrived is not a query
+    kInternal   // a fault of the service itself; its log says more. Stays the last: CodeOf counts up to it
 };
 
 /// The code as callers of the service read it in an answer: "value", "missed", "exists", "stale", "busy",
@@ -29,7 +29,7 @@ const char* Word(Code code);
 /// The code that is told by this word; kInternal for every other text.
 Code CodeOf(const std::string& word);
 
-/// Every error of the service. No decision is taken by its sentence.
+/// Every error of the service. Programs decide by its code, never by its sentence.
 class Error : public std::exception {
 public:
     Error(Code code, std::string sentence) : code_(code), sentence_(std::move(sentence)) {}
@@ -50,7 +50,8 @@ private:
     std::string sentence_;
 };
 
-/// The Error of code kIo "<deed> <where>: <reason>". `number` is an errno.
+/// An Error of code kIo with the sentence "<deed> <where>: <reason>", such as "cannot open /a: Permission
+/// denied". `number` is an errno.
 Error IoError(const std::string& deed, const std::string& where, int number);
 
 }  // namespace zelvek

@@ -7,8 +7,8 @@
 
 namespace zelvek {
 
-/// A lock on a file or a folder that one holder at a time has, of all processes and all threads. It is free
-/// again when the holder's object is gone, or the holder's process, whatever way that ended.
+/// A lock on a file or a folder. It has one holder at a time, in whatever process or thread, and is released
+/// when that object is destroyed or its process ends, in whatever way.
 class FileLock {
 public:
     /// Takes the lock at once; makes the file where it is missing. Errors: Error of code kBusy, with `taken`

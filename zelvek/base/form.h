@@ -24,8 +24,8 @@ public:
 
 private:
     std::vector<std::pair<std::string, std::string>> all_;
-    std::map<std::string, std::size_t>
-        index_;  // key to its place in all_; ordered, so that no choice of keys makes it slow
+    // From a key to its place in all_. No hash table: a hostile choice of keys could make that slow.
+    std::map<std::string, std::size_t> index_;
 };
 
 /// Percent-decoding of one key or value; "+" is a blank. A "%" that no two hexadecimal digits follow stays

@@ -9,8 +9,7 @@
 
 namespace zelvek {
 
-/// Does one thing again and again on a thread of its own, at once for the first time. What it throws is
-/// logged.
+/// Does `work` on a thread of its own, at once and then again after each interval. What it throws is logged.
 class Periodic {
 public:
     Periodic(std::string name, std::chrono::milliseconds interval, std::function<void()> work);

@@ -27,13 +27,13 @@ public:
 
     pid_t pid() const { return pid_; }
 
-    /// Readable when it has ended, for poll(2); -1 on a kernel without such descriptors.
+    /// A descriptor for poll(2), readable when the run has ended; -1 on a kernel without such descriptors.
     int ending() const { return ending_.get(); }
 
-    /// Its exit status once it has ended (128 + the signal's number for one ended by a signal), at once.
+    /// Without waiting: the exit status, 128 + its number for an end by a signal; nothing while it runs.
     std::optional<int> Status();
 
-    /// Asks it to end in order.
+    /// Sends SIGTERM, on which a plug-in writes its job's record back and ends.
     void Terminate() const;
 
 private:

@@ -10,7 +10,8 @@ namespace zelvek {
 std::optional<Process> FindProcess(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
     const std::string stat{std::istreambuf_iterator<char>(file), {}};
-    // The program's name, the second field, may hold blanks and parentheses itself: the last one ends it.
+    // The second field is the program's name in parentheses. It may hold blanks and parentheses itself, so
+    // the last one ends it.
     const auto name_end = stat.rfind(')');
     if (name_end == std::string::npos) return std::nullopt;
 

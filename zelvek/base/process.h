@@ -6,7 +6,8 @@
 
 namespace zelvek {
 
-/// One process of this machine for good: process ids are used again, the pair of id and start time is not.
+/// Names one process of this machine for ever: the system gives its id to a later process, but never together
+/// with its start time.
 struct Process {
     pid_t pid = 0;
     long long start = 0;  // clock ticks since boot
@@ -14,9 +15,10 @@ struct Process {
     bool operator==(const Process&) const = default;
 };
 
-/// The living process of that id; nothing when there is none (one that has ended but was not reaped is none).
+/// The process of that id; nothing when there is none, or when it has ended and is not waited for yet.
 std::optional<Process> FindProcess(pid_t pid);
 
+/// Whether just this process still runs.
 bool Alive(const Process& process);
 
 }  // namespace zelvek

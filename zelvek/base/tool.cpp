@@ -10,7 +10,8 @@ namespace zelvek {
 
 ToolRun RunTool(const std::string& command, const std::string& input, std::chrono::seconds limit) try {
     const auto start = std::chrono::steady_clock::now();
-    // On a line of its own, so that it holds for a list or a pipeline, and for the shell's own complaints.
+    // On a line of its own it counts for every command of a list or a pipeline, and for what the shell itself
+    // complains of.
     vek_proc::Execute tool("exec 2>&1\n" + command,
                            vek_proc::kPipeIn | vek_proc::kPipeOut | vek_proc::kOwnSession);
     tool.LimitTime(limit);

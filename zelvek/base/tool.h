@@ -12,8 +12,8 @@ struct ToolRun {
     std::string output;  // standard output and standard error together
 };
 
-/// Runs a command, of one line or more, by /bin/sh and waits for it. It has no terminal, and is ended with
-/// all that it started in its session when it takes longer than `limit`. Throws vek_proc::Interrupted.
+/// Runs a command, of one line or more, by /bin/sh and waits for it. It has no terminal. When it takes longer
+/// than `limit` it is ended, with all that it started in its session.
 ToolRun RunTool(const std::string& command, const std::string& input, std::chrono::seconds limit);
 
 }  // namespace zelvek

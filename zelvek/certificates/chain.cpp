@@ -13,7 +13,7 @@ namespace {
 
 using Certificates = std::vector<openssl::Certificate>;
 
-// Real chains have up to five. Each certificate is tried against every other, so their number needs an end.
+// Real chains have up to five. Each certificate is tried against every other, so there is a limit.
 constexpr std::size_t kMostCertificates = 50;
 
 Error BadKey(const std::string& text) { return Error(Code::kBadKey, text); }
@@ -64,7 +64,8 @@ bool Issued(const openssl::Certificate& issuer, const openssl::Certificate& subj
     return issued;
 }
 
-/// The leaf, then whatever issued it, then whatever issued those: of a cross-signed authority all forms stay.
+/// The leaf first, then its issuers, then theirs. A cross-signed authority has several certificates, which
+/// all stay.
 Certificates Order(Certificates rest, EVP_PKEY* key) {
     const auto own = std::find_if(rest.begin(), rest.end(), [&](const openssl::Certificate& certificate) {
         return X509_check_private_key(certificate.get(), key) == 1;

@@ -4,19 +4,18 @@
 
 namespace zelvek {
 
-/// A key, the certificate that is its own, and the certificates above that one: PEM texts ready to be
-/// written.
+/// A private key, its certificate, and the certificates of the issuers above that one, as PEM texts.
 struct CertificateChain {
     std::string leaf;
     std::string others;  // each after the one that it issued; empty where there are none
     std::string key;     // PKCS #8, not encrypted
 };
 
-/// Sorts out which certificate is whose. `certificates` holds PEM blocks in any order, duplicates allowed;
-/// `key` is one PEM block, PKCS #1, SEC 1 or PKCS #8. Nothing is said about dates and trust. Errors:
-/// Error of code kBadKey (no single readable key, or none of the certificates is its own),
-/// "badchain" (none or too many certificates, anything that is none, a certificate above no other of the
-/// chain).
+/// Finds the certificate that belongs to the key, and puts the others in issuing order. `certificates` holds
+/// PEM blocks in any order, duplicates allowed; `key` is one PEM block, PKCS #1, SEC 1 or PKCS #8. Neither
+/// dates nor trust are checked. Errors: Error of code kBadKey (not one readable key, or no certificate
+/// belongs to it) or kBadChain (no certificate, too many, something else among them, or one that issued no
+/// other).
 CertificateChain SortChain(const std::string& certificates, const std::string& key);
 
 }  // namespace zelvek

@@ -25,8 +25,8 @@ constexpr std::size_t kLongestName = 230;  // leaves room for what a staging fol
 constexpr std::size_t kMarkBytes = 4;      // of a staging folder's name, random, written as 8 digits
 constexpr const char* kLinkSuffix = ".link";
 
-/// A text that is to be one folder's name and nothing else. A leading dot belongs to the staging folders.
-/// Control characters would make logs and listings lie.
+/// `name`, where it can be the name of a folder. Names with a leading dot are for the staging folders;
+/// control characters could make a log or a listing show something else.
 std::string FolderName(const std::string& what, const std::string& name) {
     const bool plain =
         std::none_of(name.begin(), name.end(), [](char c) { return c == '/' || IsControl(c); });
@@ -43,7 +43,7 @@ std::string CertificateFolder(const std::string& certname) {
     } catch (const vek_err::Error& error) {
         throw Error(Code::kValue, Printable(error.what()));
     }
-    // A "*" in a path would be a trap for every script that forgets its quotes.
+    // A script that forgets its quotes would take a "*" in a path for a pattern.
     if (ascii.starts_with("*.")) ascii.replace(0, 1, "_wildcard");
     return FolderName("the certificate's name", ascii);
 }
@@ -58,8 +58,8 @@ void EnsureFolder(const fs::path& folder) {
     durable::SyncFolder(fs::absolute(folder).parent_path());
 }
 
-/// A folder beside the others of its certificate, `.<certname>.<8 digits>`, and the link that is to be
-/// renamed; both are removed again unless the link was put in place.
+/// The folder of a new installation, `.<certname>.<8 digits>`, and the symbolic link to it that is renamed to
+/// `<certname>` when the folder is complete. Both are removed again unless that is done.
 class Staging {
 public:
     Staging(const fs::path& parent, const std::string& name)
@@ -103,8 +103,8 @@ private:
     bool in_place_ = false;
 };
 
-/// Whether an entry is a staging folder, or its link, of just this certificate: ".a.b.0123abcd" is none of
-/// "a".
+/// Whether an entry is a staging folder, or its link, of just this certificate: ".a.b.0123abcd" belongs to
+/// "a.b", not to "a".
 bool IsStagingOf(const std::string& certificate, const std::string& entry) {
     const std::string prefix = "." + certificate + ".";
     if (!entry.starts_with(prefix)) return false;
@@ -114,8 +114,8 @@ bool IsStagingOf(const std::string& certificate, const std::string& entry) {
            (rest.empty() || rest == kLinkSuffix);
 }
 
-/// Removes what earlier installations and killed runs left. What cannot be removed now is met again next
-/// time.
+/// Removes what earlier installations and killed services left. The next installation tries again what cannot
+/// be removed now.
 void RemoveLeftovers(const fs::path& parent, const std::string& name, const std::string& current,
                      const std::string& previous) {
     std::error_code ignored;
@@ -128,8 +128,8 @@ void RemoveLeftovers(const fs::path& parent, const std::string& name, const std:
     for (const fs::path& leftover : leftovers) fs::remove_all(leftover, ignored);
 }
 
-/// Where the link in place points to; empty where there is none yet. Anything else there is not ours to
-/// replace.
+/// The folder that the link points to now; empty where there is no link yet. Errors: Error where something
+/// else stands there, which is not replaced.
 std::string PreviousFolder(const fs::path& place) {
     std::error_code error;
     const fs::file_status status = fs::symlink_status(place, error);
@@ -147,7 +147,7 @@ void PutInPlace(const fs::path& parent, const std::string& name, const Certifica
     Staging staging(parent, name);
     staging.Fill(chain);
     staging.PutInPlace(parent / name);
-    // Who is still reading the previous files may go on with it.
+    // The previous folder stays for whoever is still reading it.
     RemoveLeftovers(parent, name, staging.Name(), previous);
 }
 

@@ -25,10 +25,10 @@ struct Request {
 /// a symbolic link, exchanged by rename, to a folder with `fullchain.pem` (leaf first), `cert.pem`,
 /// `chain.pem` (mode 0644) and `privkey.pem` (mode 0600), all synchronised to disk; folders of earlier
 /// installations but the last are removed. Then it runs the reload command with VEK_CERT_DIR, VEK_CERT_NAME
-/// and VEK_CERT_USER in its environment. Errors: Error of code kBadKey (no key, or none of the
-/// certificates is its own), "badchain" (what is no certificate, or does not belong to the leaf's chain),
-/// "value" (user or name that cannot be a folder's name), "io", "hook" (the installation stands, the reload
-/// command failed or took too long: its exit status and last output).
+/// and VEK_CERT_USER in its environment. Errors: Error of code kBadKey (no key, or no certificate belongs to
+/// it), kBadChain (not a certificate, or not of the leaf's chain), kValue (a user or a name that cannot be a
+/// folder's name), kIo, kHook (the certificate is in place, but the reload command failed or took too long:
+/// its exit status and last output).
 void Install(const Settings& settings, const Request& request);
 
 }  // namespace zelvek::install

@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-/// OpenSSL's objects, freed by themselves, and its reasons as text.
+/// OpenSSL's objects, freed by their owners, and its errors as text.
 namespace zelvek::openssl {
 
 template <auto Free>
@@ -25,11 +25,11 @@ using Certificate = std::unique_ptr<X509, Deleter<X509_free>>;
 using Request = std::unique_ptr<X509_REQ, Deleter<X509_REQ_free>>;
 using Bio = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
 
-/// The reason of the last failure; forgets all of them. It holds no key material.
+/// The reason of the last failure, which holds no key material. OpenSSL's list of failures is empty then.
 std::string Reason();
 
-/// For steps that fail by no fault of an input, as when memory runs out: Error of code kIo with the
-/// reason.
+/// Throws an Error of code kIo with the reason unless `done`. For steps that no input can make fail, but a
+/// lack of memory can.
 void Must(bool done);
 
 /// PEM texts; the key as PKCS #8, not encrypted.

@@ -18,7 +18,7 @@ std::optional<std::string> Decode(const std::string& base64) {
     const std::size_t digits = base64.find_last_not_of('=') + 1;
     const std::size_t padding = base64.size() - digits;
     if (base64.empty() || base64.size() % 4 != 0 || padding > 2) return std::nullopt;
-    // OpenSSL itself takes padding in the middle for zeros and leaves dashes at the end out.
+    // OpenSSL would take a "=" in the middle for zeros, and skip dashes at the end.
     if (base64.find_first_not_of(kBase64) < digits) return std::nullopt;
     std::string bytes(base64.size() / 4 * 3, '\0');
     const int length = EVP_DecodeBlock(reinterpret_cast<unsigned char*>(bytes.data()),
@@ -29,7 +29,7 @@ std::optional<std::string> Decode(const std::string& base64) {
     return bytes;
 }
 
-/// Takes the block that `text` begins with off it.
+/// The block at the beginning of `text`, which loses it.
 std::optional<PemBlock> TakeBlock(std::string_view& text) {
     if (!text.starts_with(kBegin)) return std::nullopt;
     const std::size_t label_end = text.find(kDashes, kBegin.size());
@@ -38,8 +38,7 @@ std::optional<PemBlock> TakeBlock(std::string_view& text) {
     text.remove_prefix(label_end + kDashes.size());
 
     const std::string end = "-----END " + label + "-----";
-    const std::size_t body_end =
-        text.find(kDashes);  // the next boundary of any kind has to be this block's own
+    const std::size_t body_end = text.find(kDashes);  // the next dashes have to be the end of this block
     if (body_end == std::string_view::npos || !text.substr(body_end).starts_with(end)) return std::nullopt;
     std::string base64;
     std::copy_if(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(body_end),

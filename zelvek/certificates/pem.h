@@ -12,9 +12,8 @@ struct PemBlock {
     std::string der;
 };
 
-/// The blocks of a text that holds nothing else but white space, which may stand or be missing between
-/// blocks. Nothing is returned for a text with anything else in it: explanations, headers (an encrypted key
-/// has them), broken base64.
+/// The blocks of a text that holds blocks and white space alone. Nothing is returned for a text with anything
+/// else in it: explanations, headers (an encrypted key has them), broken base64.
 std::optional<std::vector<PemBlock>> ReadPem(const std::string& text);
 
 }  // namespace zelvek

@@ -22,9 +22,11 @@ std::string CommandLine(const std::string& command, const InstalledCertificate& 
            Export("VEK_CERT_USER", installed.user) + command;
 }
 
-/// Whether a command that prints what it reads has printed a key: any private key, or a line of this one.
+/// Whether the output shows a private key: the first line of any, or a line of this one. A command may well
+/// print the files that it reads.
 bool ShowsKey(const std::string& output, const std::string& key) {
-    constexpr std::size_t kTelling = 16;  // shorter last lines stand in other texts by chance
+    constexpr std::size_t kTelling =
+        16;  // a shorter line, as the last may be, stands in other texts by chance
     const std::vector<std::string> lines = str::Split(key, "\n");
     return output.find("PRIVATE KEY") != std::string::npos ||
            std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {

@@ -5,7 +5,8 @@
 
 namespace zelvek {
 
-/// What a reload command learns about the installation, and what nobody may learn from its output.
+/// What the reload command gets to know of an installation; and the key, because no output that shows it may
+/// be passed on.
 struct InstalledCertificate {
     std::string directory;
     std::string name;
@@ -14,8 +15,8 @@ struct InstalledCertificate {
 };
 
 /// Runs the command by /bin/sh, with VEK_CERT_DIR, VEK_CERT_NAME and VEK_CERT_USER in its environment.
-/// Errors: Error of code kHook: exit status or time limit, and the last lines of its output, unless
-/// they hold part of the key.
+/// Errors: Error of code kHook with the exit status or the time limit, and with the last lines of the output,
+/// unless they show a key.
 void RunReload(const std::string& command, std::chrono::seconds limit, const InstalledCertificate& installed);
 
 }  // namespace zelvek

@@ -80,8 +80,7 @@ bool IsCountry(const std::string& value) {
            });
 }
 
-/// One field of the subject. Its greatest length and its characters are those that OpenSSL's table, which
-/// follows RFC 5280, gives for it.
+/// Adds one field of the subject. OpenSSL's table, which follows RFC 5280, limits its length and characters.
 void AddField(X509_NAME* subject, int field, const std::string& parameter, const std::string& value) {
     if (value.empty()) return;
     const bool controls = Printable(value) != value;
@@ -111,7 +110,7 @@ void SetSubject(X509_REQ* request, const std::string& first_name, const Paramete
     AddField(subject, NID_pkcs9_emailAddress, "email", parameters.Get("email"));
 }
 
-/// Built from objects, not from OpenSSL's configuration text, in which a name could bring further entries.
+/// Made of objects, not of OpenSSL's configuration text, in which one name could stand for several entries.
 void AddAlternativeNames(X509_REQ* request, const std::vector<std::string>& names) {
     const GeneralNames list(GENERAL_NAMES_new());
     openssl::Must(list != nullptr);
@@ -122,7 +121,7 @@ void AddAlternativeNames(X509_REQ* request, const std::vector<std::string>& name
         GENERAL_NAME_set0_value(entry.get(), GEN_DNS, text);
         openssl::Must(ASN1_STRING_set(text, name.data(), static_cast<int>(name.size())) == 1);
         openssl::Must(sk_GENERAL_NAME_push(list.get(), entry.get()) > 0);
-        (void)entry.release();  // the list owns it now
+        (void)entry.release();  // belongs to the list now
     }
     const Extension extension(X509V3_EXT_i2d(NID_subject_alt_name, 0, list.get()));
     openssl::Must(extension != nullptr);

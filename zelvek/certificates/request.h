@@ -16,7 +16,7 @@ struct Csr {
 /// form, each once); the first is the common name where it has at most 64 characters. `parameters` choose the
 /// rest: "key_type" (rsa, ec), "key_size" (2048 to 8192 bits), "key_curve" (P-256, P-384, P-521), "country",
 /// "state", "locality", "organization", "unit", "email". Without them: RSA, 2048 bits. Errors: Error of
-/// code kValue saying which value is wrong; no names is one.
+/// code kValue that says which value is wrong, also for an empty list of names.
 Csr MakeCsr(const std::vector<std::string>& names, const Parameters& parameters);
 
 }  // namespace zelvek

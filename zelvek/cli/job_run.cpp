@@ -29,11 +29,11 @@ enum RunStatus : int {
     kNothingToDo = 4,  // the job's certificate is there already
 };
 
-constexpr int kLookMilliseconds = 100;
+constexpr int kLookMilliseconds = 100;  // between looks at the log
 
 std::atomic<bool> end_asked{false};
 
-/// Ctrl-C and SIGTERM end the plug-in in order, and this process after it.
+/// From now on Ctrl-C and SIGTERM ask for the end of the run; this process ends after it.
 void PassSignalsOn() {
     struct sigaction action {};
     action.sa_handler = [](int) { end_asked = true; };
@@ -47,7 +47,7 @@ std::filesystem::path LogFile() {
     return std::filesystem::path(set ? directory : "/var/log/vek") / "ambrin.log";
 }
 
-/// Progress is for people: log lines hold any text, terminal sequences too.
+/// Shows lines of the log, which may hold texts from outside that would control the terminal.
 void Show(const std::string& lines) {
     std::string rest = lines;
     while (!rest.empty()) std::cout << WithoutControls(str::GetWord(rest, '\n'), ' ') << "\n";
@@ -107,7 +107,7 @@ struct RunOptions {
 int Run(const RunOptions& options) {
     const auto before = AskForJob(options.id);
     const bool verified_before = before.value("verified") == "on";
-    // The service starts no run of its own as long as this process holds the job.
+    // As long as this process has the job the service starts no run for it.
     Ask("zelvek.job.claim", {{"elid", str::Str(options.id)}});
     PassSignalsOn();
     LogFollower log(LogFile(), LogFollower::EndOf(LogFile()));

@@ -39,7 +39,7 @@ std::uintmax_t LogFollower::EndOf(const std::filesystem::path& file) {
 }
 
 std::string LogFollower::Next(pid_t pid) {
-    // A log that has become shorter was exchanged for a new one.
+    // A log that has become shorter is a new file.
     if (EndOf(file_) < position_) position_ = 0;
     std::ifstream in(file_, std::ios::binary);
     in.seekg(static_cast<std::streamoff>(position_));

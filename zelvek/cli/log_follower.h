@@ -11,21 +11,20 @@ namespace zelvek::cli {
 /// Follows a plug-in's log file, in which the runs of several processes stand, and picks one process's lines.
 class LogFollower {
 public:
-    /// From the file's present end on; the file need not be there yet.
+    /// Reads the file from the byte `begin` on; it need not be there yet.
     LogFollower(std::filesystem::path file, std::uintmax_t begin);
 
-    /// What the process has written since the last call, in whole lines: an entry's further lines belong to
-    /// it.
+    /// The whole lines that the process has written since the last call. An entry may have several.
     std::string Next(pid_t pid);
 
-    /// Where a file ends now; 0 for none.
+    /// The size that a file has now; 0 where there is none.
     static std::uintmax_t EndOf(const std::filesystem::path& file);
 
 private:
     std::filesystem::path file_;
     std::uintmax_t position_;
-    std::string rest_;   // of a line that is being written
-    bool ours_ = false;  // whether the last entry is the process's
+    std::string rest_;   // the beginning of a line that is not complete
+    bool ours_ = false;  // whether the process has written the last entry
 };
 
 }  // namespace zelvek::cli

@@ -10,15 +10,15 @@ namespace {
 
 constexpr int kPage = 500;
 
-/// Which entries are still wanted.
+/// The entries that are still wanted.
 struct Rest {
     std::optional<int> limit;
     int after;
 
     int Page() const { return std::min(limit.value_or(kPage), kPage); }
 
-    /// Whether an entry belongs to it. A service that does not know "after" repeats what was there before;
-    /// one that does not number its entries gives them once.
+    /// Whether an entry belongs to it. Those up to `after` are there again where a service does not know that
+    /// parameter; entries without numbers all belong.
     bool Takes(int number) {
         if (limit == 0 || (after > 0 && number <= after)) return false;
         if (limit) --*limit;
@@ -45,8 +45,8 @@ void ForEachEntry(const AskPage& ask, const std::string& number, const Part& par
         for (const auto& entry : entries) {
             if (rest.Takes(str::Int(entry.Value(number)))) take(entry);
         }
-        // A page with fewer entries is the last, one with more is everything, one that gets nowhere is the
-        // one before.
+        // A page with fewer entries is the last. One with more is the whole list. One that does not get
+        // beyond the page before would come again for ever.
         const int last = entries.empty() ? 0 : str::Int(entries.back().Value(number));
         more = entries.size() == static_cast<std::size_t>(asked) && rest.limit != 0 && last > rest.after;
         rest.after = last;

@@ -22,9 +22,9 @@ void AddPartOptions(Command& command, Part& part, const std::string& after);
 /// Sends the parameters of one page, "limit" and "after", and returns the answer.
 using AskPage = std::function<vek_client::Result(const std::map<std::string, std::string>& parameters)>;
 
-/// Asks for a list, whose entries are numbered upwards in their element `number`, and hands each entry of the
-/// part on. It asks page by page, so that no answer grows with the list; a service that knows no pages and
-/// gives everything at once is asked once. Errors: those of `ask`.
+/// Asks for a list, whose entries have growing numbers in their element `number`, and gives each entry of the
+/// part to `take`. It asks page by page, so that no answer grows with the list; a service that knows no pages
+/// and answers with everything is asked once. Errors: those of `ask`.
 void ForEachEntry(const AskPage& ask, const std::string& number, const Part& part,
                   const std::function<void(const vek_xml::Node&)>& take);
 

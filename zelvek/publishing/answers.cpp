@@ -14,7 +14,7 @@ namespace {
 constexpr std::string_view kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 constexpr std::size_t kLongestName = 255;  // of a file, on every file system in use
 
-// The rule stands here, at the file system's door, so that no caller can forget it.
+/// The file's path. What can be a token is checked here, so that no caller can forget it.
 std::filesystem::path Place(const std::filesystem::path& directory, const std::string& token) {
     if (!IsToken(token)) throw Error(Code::kValue, "the name of an answer file is no token");
     return directory / token;

@@ -12,7 +12,7 @@ namespace zelvek::answers {
 bool IsToken(const std::string& token);
 
 /// Writes the file so that a reader sees either nothing or the whole content; mode 0644.
-/// Errors: Error of code kValue (no token), "io".
+/// Errors: Error of code kValue (not a token), kIo.
 void Create(const std::filesystem::path& directory, const std::string& token, const std::string& content);
 
 /// Removes the file; one that is not there is no error. Errors: as `Create`.

@@ -4,7 +4,7 @@
 
 namespace zelvek::dns {
 
-/// Where TXT records are written: what runs publish for dns-01. dns_backends.h has the kinds that there are.
+/// A place for the TXT records of dns-01, such as a name server. dns_backends.h has the kinds that there are.
 /// Errors of `AddTxt` and `RemoveTxt`: Error of code kDns that says which server and why; of code kValue for
 /// texts that can be no zone, name or value.
 class Backend {

@@ -6,7 +6,7 @@
 namespace zelvek::dns {
 namespace {
 
-bool IsMeant(const BackendKind& kind, const Settings& given) {
+bool IsSelected(const BackendKind& kind, const Settings& given) {
     const auto selecting = given.find(kind.options.front().name);
     return selecting != given.end() && !std::get<std::string>(selecting->second).empty();
 }
@@ -40,15 +40,15 @@ std::vector<BackendKind> BackendKinds() {
 }
 
 std::unique_ptr<Backend> MakeBackend(const Settings& given, const std::vector<BackendKind>& kinds) {
-    const BackendKind* meant = nullptr;
+    const BackendKind* selected = nullptr;
     for (const BackendKind& kind : kinds) {
-        if (!IsMeant(kind, given)) continue;
-        if (meant != nullptr) {
-            throw Error(Code::kValue, meant->title + " and " + kind.title + " exclude each other");
+        if (!IsSelected(kind, given)) continue;
+        if (selected != nullptr) {
+            throw Error(Code::kValue, selected->title + " and " + kind.title + " exclude each other");
         }
-        meant = &kind;
+        selected = &kind;
     }
-    return meant == nullptr ? nullptr : meant->make(Complete(*meant, given));
+    return selected == nullptr ? nullptr : selected->make(Complete(*selected, given));
 }
 
 std::string SelectingOptions() {

@@ -9,8 +9,8 @@
 
 #include "zelvek/publishing/dns_backend.h"
 
-/// The kinds of DNS back ends. Each is one source file: what its options are called and how it is made of
-/// them. The service takes them from the list below, its command line included.
+/// The kinds of DNS back ends. Each is one source file, which says what its options are and how it is made of
+/// them. The service and its command line go through the list below.
 namespace zelvek::dns {
 
 /// What an option holds: a text, a number, or the texts of an option that may stand several times.
@@ -19,8 +19,8 @@ using OptionValue = std::variant<std::string, int, std::vector<std::string>>;
 struct Option {
     std::string name;  // on the command line it has "--" before it
     std::string help;
-    OptionValue standard;  // where it is not given; says what kind of value it has
-    int least = 0;         // a number lies between these two
+    OptionValue standard;  // the value where none is given; its type is the option's
+    int least = 0;         // of a number
     int most = 0;
 };
 
@@ -29,7 +29,7 @@ using Settings = std::map<std::string, OptionValue>;
 
 struct BackendKind {
     std::string title;            // "a DNS server", for messages
-    std::vector<Option> options;  // the first is a text: where it is given, this kind is meant
+    std::vector<Option> options;  // the first, a text, selects this kind where it is given
 
     /// `settings` has a value for each of the options. Errors: Error of code kValue for what cannot be used.
     std::unique_ptr<Backend> (*make)(const Settings& settings);
@@ -43,17 +43,17 @@ BackendKind DynamicUpdate();
 /// each change. Every zone can be written.
 BackendKind RecordsFile();
 
-/// The list. A new kind is declared above and stands here; nothing else has to know it.
+/// The list of them. A new kind is declared above and added here; nothing else has to know it.
 inline constexpr std::array kEveryKind{&DynamicUpdate, &RecordsFile};
 
 std::vector<BackendKind> BackendKinds();
 
-/// The back end that is meant; options that are not in `given` have their standard values. Null where none is
-/// meant. Errors: Error of code kValue for settings that cannot be used, and where several are meant.
+/// The back end that `given` selects; options that are not there have their standard values. Null where none
+/// is selected. Errors: Error of code kValue for settings that cannot be used, or that select several.
 std::unique_ptr<Backend> MakeBackend(const Settings& given,
                                      const std::vector<BackendKind>& kinds = BackendKinds());
 
-/// The options of which one is needed to have a back end, for messages: "--dns-server or --dns-records-file".
+/// The options that select a back end, for messages: "--dns-server or --dns-records-file".
 std::string SelectingOptions();
 
 }  // namespace zelvek::dns

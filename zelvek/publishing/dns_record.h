@@ -14,11 +14,11 @@ struct Record {
     bool IsInZone() const;
 };
 
-/// The canonical form (ASCII, lower case, no final dot) of a name.
-/// Errors: Error of code kValue for what is no name; it may begin with "*.".
+/// The canonical form (ASCII, lower case, no final dot) of a name, which may begin with "*.".
+/// Errors: Error of code kValue for what is no name.
 std::string CheckedName(std::string name);
 
-/// Errors: Error of code kValue for texts that are no names or no such value.
+/// Errors: Error of code kValue for names that are none, and for a value that a record cannot have.
 Record CheckedRecord(const std::string& zone, const std::string& name, const std::string& value);
 
 /// As `CheckedRecord`; a name outside the zone is an error of code kValue, too.

@@ -16,7 +16,7 @@
 namespace zelvek::dns {
 namespace {
 
-// The tools have shorter limits of their own; these end a tool that does not keep to them.
+// The tools get shorter limits by their options; these end a tool that does not keep to its own.
 constexpr std::chrono::seconds kQueryLimit{15};
 constexpr std::chrono::seconds kUpdateLimit{30};
 
@@ -31,10 +31,10 @@ std::string ResponseCode(const std::string& output) {
 
 struct Answer {
     bool alias = false;
-    std::set<std::string> values;  // quoted
+    std::set<std::string> values;  // in quotes, as zone files have them
 };
 
-/// What dig's answer lines ("name ttl IN type data") say of just this name.
+/// What the lines of dig's answer, "name ttl IN type data", say of just this name.
 Answer ReadAnswer(const std::string& output, const std::string& name) {
     Answer answer;
     for (const std::string& line : str::Split(output, "\n")) {
@@ -95,8 +95,8 @@ private:
         if (!Serves(record.zone)) Fail("the zone " + record.zone + " is not among those that may be written");
     }
 
-    /// Asks the server itself. The query is signed as well, so that a server with views answers from the one
-    /// that the update will change.
+    /// Asks the server itself. A server may show different records to different keys, so the query has the
+    /// key with which the records are changed.
     Answer Ask(const Record& record) const {
         RequireServed(record);
         CheckTsigKeyFile(server_.key_file);
@@ -112,7 +112,7 @@ private:
         Fail("the query for " + record.name + " is answered with " + code);
     }
 
-    /// Everything but the key's file goes to nsupdate's standard input.
+    /// Sends one change. nsupdate reads it from its standard input; its command line has the key file alone.
     void Update(const Record& record, const std::string& change) const {
         const std::string commands = "server " + server_.host + " " + str::Str(server_.port) + "\nzone " +
                                      record.zone + ".\n" + change + "\nsend\nquit\n";

@@ -24,7 +24,7 @@ namespace {
 constexpr std::string_view kPath = "/.well-known/acme-challenge/";
 constexpr off_t kLargestAnswer = 65536;  // a key authorization has a few hundred bytes
 
-// Enough for an authority that looks from several places at once, and an end to what a stranger can take.
+// Enough for an authority that asks from several places at once, and all that strangers can use up.
 constexpr unsigned kThreads = 2;
 constexpr unsigned kConnections = 256;
 constexpr unsigned kConnectionsOfOneAddress = 64;
@@ -49,7 +49,7 @@ Endpoint ParseAddress(const std::string& address) {
         const bool number = !port.empty() && port.size() <= 5 &&
                             port.find_first_not_of("0123456789") == std::string::npos &&
                             std::stoi(port) <= 65535;
-        // Brackets are for IPv6 and for nothing else, so that "::1:80" is not read one way or another.
+        // An IPv6 address, and nothing else, stands in brackets: "::1:80" would have two meanings.
         if (number && brackets == (host.find(':') != std::string::npos)) return {host, port};
     }
     throw Error(Code::kValue, "\"" + Printable(address) + "\" is no address and port to listen on");
@@ -97,7 +97,7 @@ Descriptor Listen(const std::string& address) {
 }
 
 MHD_Result SendStatus(MHD_Connection* connection, unsigned status, const char* text) {
-    // The library does not change a persistent buffer; its parameter is older than const.
+    // The library does not change a persistent buffer; its parameter just lacks the const.
     MHD_Response* response =
         MHD_create_response_from_buffer(std::strlen(text), const_cast<char*>(text), MHD_RESPMEM_PERSISTENT);
     MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/plain");
@@ -108,7 +108,7 @@ MHD_Result SendStatus(MHD_Connection* connection, unsigned status, const char* t
 
 /// Sends the file; false where there is none to send.
 bool SendFile(MHD_Connection* connection, const std::filesystem::path& file) {
-    // Neither a link to elsewhere nor a pipe that would make us wait.
+    // It does not follow a link to elsewhere, nor wait for the other end of a pipe.
     Descriptor content(open(file.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!content) return false;
     struct stat status {};
@@ -144,12 +144,12 @@ MHD_Result Answer(void* answers, MHD_Connection* connection, const char* path, c
     return SendStatus(connection, MHD_HTTP_NOT_FOUND, "not found\n");
 }
 
-/// A token needs no percent-encoding, so that nothing is decoded: what comes encoded is no token.
+/// Leaves the path as it came: no character of a token needs percent-encoding, so what is encoded is none.
 std::size_t LeaveEncoded(void* /*unused*/, MHD_Connection* /*connection*/, char* text) {
     return std::strlen(text);
 }
 
-/// Signals are for the service's own thread: threads made meanwhile receive none.
+/// Threads that are made meanwhile get no signals: those are for the service's main thread.
 class SignalsBlocked {
 public:
     SignalsBlocked() {

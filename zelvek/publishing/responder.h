@@ -11,7 +11,7 @@ namespace zelvek {
 class Responder {
 public:
     /// Listens until destroyed. `address` is "127.0.0.1:80", "[::1]:80" or ":80" (every address).
-    /// Errors: Error of code kValue (address), "io" (cannot listen).
+    /// Errors: Error of code kValue (address), kIo (cannot listen).
     Responder(const std::string& address, std::filesystem::path answers);
     ~Responder();
     Responder(const Responder&) = delete;

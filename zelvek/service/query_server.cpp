@@ -23,7 +23,7 @@ using std::chrono::steady_clock;
 constexpr unsigned kConnections = 256;
 constexpr milliseconds kDrainPause{10};
 constexpr seconds kDrainQueries{120};    // an installation may be waiting for its reload command
-constexpr seconds kDrainConnections{1};  // for those that say nothing
+constexpr seconds kDrainConnections{1};  // for connections on which no query comes
 
 /// One query on its way in.
 class Upload {
@@ -33,7 +33,8 @@ public:
     Upload(const Upload&) = delete;
     Upload& operator=(const Upload&) = delete;
 
-    /// What is beyond the limit is read and dropped, so that the caller gets to hear why.
+    /// A query beyond the limit is read to its end, since the caller hears the reason only after that, but
+    /// not kept.
     void Take(const char* data, std::size_t size) {
         too_big_ = too_big_ || body_.size() + size > Server::kBodyLimit;
         too_big_ ? body_.clear() : static_cast<void>(body_.append(data, size));
@@ -55,7 +56,7 @@ private:
 };
 
 MHD_Result Send(MHD_Connection* connection, unsigned status, const std::string& text) {
-    // The library copies the text; its parameter is older than const.
+    // The library copies the text; its parameter just lacks the const.
     MHD_Response* response =
         MHD_create_response_from_buffer(text.size(), const_cast<char*>(text.data()), MHD_RESPMEM_MUST_COPY);
     if (response == nullptr) return MHD_NO;
@@ -99,7 +100,7 @@ MHD_Result Handle(void* server, MHD_Connection* connection, const char* path, co
     }
     return Send(connection, MHD_HTTP_OK, upload.Answer(self.services()));
 } catch (const std::exception& error) {
-    // Nothing may be thrown through the library, which is written in C; it closes the connection.
+    // No exception may pass through the library, which is written in C. It closes the connection.
     Log(std::string("answering a query: ") + error.what());
     return MHD_NO;
 }
@@ -119,7 +120,7 @@ void WaitWhile(seconds limit, const Condition& condition) {
 
 Server::Server(Services& services, ServiceSocket& socket)
     : services_(services), socket_(socket), listener_(socket.ReleaseListener()) {
-    // No time limit on connections: the library counts the time that an answer takes as silence.
+    // No time limit on connections: the library would count the time that our answer takes.
     daemon_ = MHD_start_daemon(MHD_USE_POLL_INTERNAL_THREAD | MHD_USE_THREAD_PER_CONNECTION, 0, nullptr,
                                nullptr, &Handle, this,                      //
                                MHD_OPTION_LISTEN_SOCKET, listener_,         //

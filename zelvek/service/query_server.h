@@ -9,8 +9,8 @@ struct MHD_Daemon;
 
 namespace zelvek {
 
-/// Answers queries on the service's socket: HTTP, `POST /` with the query as a form. A thread for each
-/// connection: an installation that waits for its reload command keeps nobody else waiting.
+/// Answers queries on the service's socket: HTTP, `POST /` with the query as a form. Each connection has a
+/// thread, so that nobody waits for the reload command of somebody else's installation.
 class Server {
 public:
     /// Errors: Error.
@@ -21,19 +21,20 @@ public:
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
 
-    /// What a query may have, in bytes.
+    /// The greatest length of a query in bytes.
     static constexpr std::size_t kBodyLimit = std::size_t{8} << 20;
 
     Services& services() { return services_; }
     std::atomic<int>& active() { return active_; }
 
 private:
+    /// Waits until the queries under way are answered.
     void Drain();
 
     Services& services_;
     ServiceSocket& socket_;
     int listener_;                // the daemon closes it
-    std::atomic<int> active_{0};  // queries that have begun to arrive and are not answered
+    std::atomic<int> active_{0};  // queries that have begun to arrive and are not answered yet
     MHD_Daemon* daemon_ = nullptr;
 };
 

@@ -50,7 +50,7 @@ private:
     sigset_t signals_{};
 };
 
-/// Made where it is missing, for all to read: web servers do.
+/// Makes the directory where it is missing. Everybody may read it, web servers among them.
 void UseDirectory(const std::string& purpose, const fs::path& directory) {
     std::error_code error;
     fs::create_directories(directory, error);
@@ -89,7 +89,7 @@ void Serve(const ServeOptions& options) {
                       options.install, retry,     options.retention.history_entries};
     std::optional<Responder> responder;
     if (!options.responder.empty()) responder.emplace(options.responder, options.answers);
-    // The last made ends first: runs are ended while the server still takes their records.
+    // What is made last ends first: runs end while the server still takes their records.
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
     std::optional<Scheduler> scheduler;
