@@ -3,6 +3,7 @@
 #include <iostream>
 #include <memory>
 
+#include "vek/str.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/json_output.h"
@@ -15,6 +16,7 @@ namespace {
 
 Json::Value ToJson(const vek_xml::Node& problem) {
     Json::Value json;
+    json["number"] = str::Int(problem.Value("number"));  // what "--after" takes
     for (const char* key : {"id", "name", "level", "owner", "time"}) json[key] = problem.Value(key);
     json["parameters"] = Json::objectValue;
     for (const auto& parameter : problem.Children("parameter"))

@@ -113,11 +113,31 @@ TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
     EXPECT_EQ(Json({"job", "list", "--limit", "1"}).size(), 1U);
     EXPECT_EQ(Json({"job", "list", "--after", "1"})[0]["id"].asInt(), 2);
     EXPECT_EQ(Json({"job", "list", "--after", "2"}).size(), 0U);
+    EXPECT_EQ(Json({"job", "list", "--user", "bob"})[0]["id"].asInt(), 2);
+    EXPECT_EQ(Json({"job", "list", "--state", "waiting"}).size(), 2U);
+    EXPECT_EQ(Json({"job", "list", "--state", "verified"}).size(), 0U);
     EXPECT_EQ(Zelvek({"job", "remove", "1"}).out, "job 1 removed\n");
     const Ended missed = Zelvek({"job", "show", "1", "--json"});
     EXPECT_EQ(missed.status, 1);
     EXPECT_EQ(missed.out, "");
     EXPECT_EQ(missed.err, "zelvek: there is no job 1\n");
+}
+
+// Behaviour: A list that is longer than a page is shown whole, or just the part that is asked for
+TEST_F(CommandLine, ListsThatAreLongerThanAPageAreShownWhole) {
+    Start();
+    constexpr int kMoreThanAPage = 501;
+    for (int i = 1; i <= kMoreThanAPage; ++i) {
+        Ask("func=problems.register&sok=ok&name=n&level=error&owner=anna&id=" + std::to_string(i));
+    }
+    const Json::Value list = Json({"problem", "list"});
+    ASSERT_EQ(list.size(), static_cast<unsigned>(kMoreThanAPage));
+    for (int i = 1; i <= kMoreThanAPage; ++i) {
+        EXPECT_EQ(list[i - 1]["id"].asString(), std::to_string(i));
+    }
+    const std::string number = list[498]["number"].asString();
+    EXPECT_EQ(Json({"problem", "list", "--after", number}).size(), 2U);
+    EXPECT_EQ(Json({"problem", "list", "--limit", "2", "--after", "7"})[1]["id"].asString(), "9");
 }
 
 // Behaviour: The account is shown without its key, and no function of the command line gives one
