@@ -86,8 +86,7 @@ TEST_P(StoredAccounts, AreChangedForOneJobAlone) {
 }
 
 // Behaviour: An account that no job uses any more is removed: after the last job's removal, and after its
-// change to
-//   another account or to none
+//   change to another account or to none
 TEST_P(StoredAccounts, AreRemovedWithTheirLastUser) {
     const int first = AddWith(kOne);
     const int second = AddWith(kOne);
@@ -156,7 +155,7 @@ TEST_P(StoredAccounts, TheDefaultIsSharedByTheJobsThatTakeIt) {
     EXPECT_EQ(Kept(), 1);
 }
 
-// Behaviour: Texts of jobs come back unchanged ...
+// Behaviour: Any text comes back from the store unchanged ...
 TEST_P(StoredAccounts, AnyTextComesBack) {
     for (const std::string& text : AwkwardTexts()) {
         const Account account{text, text, text};

@@ -1,4 +1,6 @@
 // The columns of a job's fields: a new field brings its column to every database that there is.
+#include <algorithm>
+
 #include "engine.h"
 #include "zelvek/store/jobs.h"
 
@@ -23,11 +25,17 @@ INSTANTIATE_TEST_SUITE_P(Engines, StoredColumns, ::testing::ValuesIn(Engines()),
 // A text, a number that begins with 3, a flag; none of them has an index.
 const std::vector<std::string> kFields{"res_name", "max_account_check_attempts", "skip_account_check"};
 
+/// Gives the field what a new job has there.
+void Renew(Job& job, const std::string& key) {
+    const auto* const field = std::find_if(kJobFields.begin(), kJobFields.end(),
+                                           [&](const JobField& one) { return one.key == key; });
+    std::visit([&](auto member) { job.*member = Job{}.*member; }, field->member);
+}
+
 // Behaviours of: Store
 
-// Behaviour: A database that lacks the column of a job's field gets it at the start; the jobs that are there
-// begin with
-//   what a new job has, and all else of them stays
+// Behaviour: A database that lacks the column of a job's field gets it at the start; the jobs that are
+//   there begin with what a new job has, and all else of them stays
 TEST_P(StoredColumns, ThatAreMissingAreAdded) {
     for (const std::string& key : kFields) {
         Job job = FilledJob("before " + key);
@@ -37,9 +45,7 @@ TEST_P(StoredColumns, ThatAreMissingAreAdded) {
         TakeAway(key);
         Reopen();
         EXPECT_THAT(Differences(FindJob(job.id), job), ::testing::ElementsAre(key));
-        for (const JobField& field : kJobFields) {
-            if (field.key == key) std::visit([&](auto member) { job.*member = Job{}.*member; }, field.member);
-        }
+        Renew(job, key);
         EXPECT_THAT(Differences(FindJob(job.id), job), IsEmpty()) << key;
     }
 }

@@ -35,7 +35,7 @@ INSTANTIATE_TEST_SUITE_P(Engines, StoredDomains, ::testing::ValuesIn(Engines()),
 // Behaviours of: Store
 
 // Behaviour: A user's domains come in the order in which they were added, after a restart too; other users'
-// do not
+//   do not
 TEST_P(StoredDomains, OfAUserComeInTheirOrder) {
     Add("shop.example", "shop.example", "anna");
     Add("blog.example", "blog.example", "bert");
@@ -60,8 +60,7 @@ TEST_P(StoredDomains, AreListedInPages) {
 }
 
 // Behaviour: A domain that is there already, in whatever spelling and whosever, is refused by its name and
-// stays as it
-//   was
+//   stays as it was
 TEST_P(StoredDomains, OfOthersAreRefused) {
     Add("b\u00fccher.example", "xn--bcher-kva.example", "anna");
     for (const std::string user : {"anna", "bert"}) {
@@ -77,7 +76,7 @@ TEST_P(StoredDomains, OfOthersAreRefused) {
                 ElementsAre(FieldsAre(_, "b\u00fccher.example", "xn--bcher-kva.example", "anna")));
 }
 
-// Behaviour: Texts of jobs come back unchanged ...
+// Behaviour: Any text comes back from the store unchanged ...
 TEST_P(StoredDomains, AnyTextComesBack) {
     for (const std::string& text : AwkwardTexts()) {
         Add(text, text, text);

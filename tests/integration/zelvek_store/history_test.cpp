@@ -44,7 +44,7 @@ INSTANTIATE_TEST_SUITE_P(Engines, StoredHistory, ::testing::ValuesIn(Engines()),
 // Behaviours of: Store
 
 // Behaviour: A job's events come in the order in which they were written, whatever their times, each job's
-// alone
+//   alone
 TEST_P(StoredHistory, ComesInTheOrderOfTheWriteBacks) {
     const int id = AddJob();
     const int other = AddJob();
@@ -60,7 +60,7 @@ TEST_P(StoredHistory, ComesInTheOrderOfTheWriteBacks) {
     EXPECT_THAT(Of(77), IsEmpty());
 }
 
-// Behaviour: Texts of jobs come back unchanged ...
+// Behaviour: Any text comes back from the store unchanged ...
 TEST_P(StoredHistory, AnyTextComesBack) {
     const int id = AddJob();
     for (const std::string& text : AwkwardTexts()) {

@@ -65,10 +65,22 @@ jobs::State StateOf(const Job& job) {
     return job.processing ? jobs::State::kRunning : jobs::State::kWaiting;
 }
 
+/// The numbers of those of `all` that a list has.
+std::vector<int> Selected(const std::vector<Job>& all, const jobs::Selection& selection) {
+    std::vector<int> ids;
+    for (const Job& job : all) {
+        const bool of_user = selection.user_name.empty() || job.user_name == selection.user_name;
+        const bool in_state = selection.state == jobs::State::kAny || StateOf(job) == selection.state;
+        if (of_user && in_state && job.id > selection.after) ids.push_back(job.id);
+    }
+    if (ids.size() > static_cast<std::size_t>(selection.limit)) ids.resize(selection.limit);
+    return ids;
+}
+
 // Behaviours of: Store
 
-// Behaviour: Every field of a job's table comes back as it was stored, each flag for itself, after a restart
-// too
+// Behaviour: Every field of a job's table comes back as it was stored, each flag for itself, after a
+//   restart too
 TEST_P(StoredJobs, EveryFieldComesBack) {
     std::vector<Job> stored{FilledJob("a"), Job{}};
     for (const JobField& field : kJobFields) {
@@ -81,8 +93,8 @@ TEST_P(StoredJobs, EveryFieldComesBack) {
     for (const Job& job : stored) EXPECT_THAT(Differences(FindJob(job.id), job), IsEmpty());
 }
 
-// Behaviour: Texts of jobs come back unchanged: quotes, line ends, any letters, 64 kB, what looks like a
-// number
+// Behaviour: Any text comes back from the store unchanged: quotes, line ends, any letters, 64 kB, what
+//   looks like a number
 TEST_P(StoredJobs, AnyTextComesBack) {
     for (const std::string& text : AwkwardTexts()) {
         Job job;
@@ -174,8 +186,7 @@ TEST_P(StoredJobs, AMissingOneIsAnError) {
 }
 
 // Behaviour: What lists, the look at one job and the look at running jobs have holds no account key and no
-// field that
-//   lists do not show
+//   field that lists do not show
 TEST_P(StoredJobs, AreShownWithoutTheirKeys) {
     Job job = FilledJob("a");
     job.processing = true;
@@ -197,8 +208,7 @@ TEST_P(StoredJobs, AreShownWithoutTheirKeys) {
 }
 
 // Behaviour: A list of jobs has those with the user and the state asked for, by number, after the number
-// asked for, as
-//   many as asked for; each job is in one state
+//   asked for, as many as asked for; each job is in one state
 TEST_P(StoredJobs, AreListedByUserAndStateInPages) {
     std::vector<Job> all;
     for (int number = 0; number < 48; ++number) {
@@ -214,24 +224,17 @@ TEST_P(StoredJobs, AreListedByUserAndStateInPages) {
     for (const std::string user : {"", "anna", "it's b\u00fcrt", "Anna", "nobody"}) {
         for (const auto state : {jobs::State::kAny, jobs::State::kVerified, jobs::State::kFailed,
                                  jobs::State::kRunning, jobs::State::kWaiting}) {
-            std::vector<int> expected;
-            std::vector<int> expected_page;
-            for (const Job& job : all) {
-                if (!user.empty() && job.user_name != user) continue;
-                if (state != jobs::State::kAny && StateOf(job) != state) continue;
-                expected.push_back(job.id);
-                if (job.id > middle && expected_page.size() < 3) expected_page.push_back(job.id);
-            }
-            EXPECT_EQ(List({0, 1000, user, state}), expected) << user << static_cast<int>(state);
-            EXPECT_EQ(List({middle, 3, user, state}), expected_page) << user << static_cast<int>(state);
+            const jobs::Selection whole{0, 1000, user, state};
+            const jobs::Selection page{middle, 3, user, state};
+            EXPECT_EQ(List(whole), Selected(all, whole)) << user << static_cast<int>(state);
+            EXPECT_EQ(List(page), Selected(all, page)) << user << static_cast<int>(state);
         }
     }
     EXPECT_THAT(List({all.back().id, 10}), IsEmpty());
 }
 
-// Behaviour: Jobs that are due come in the order of their times, then of their numbers, as many as asked for;
-// none of
-//   them is verified, failed or under way
+// Behaviour: Jobs that are due come in the order of their times, then of their numbers, as many as asked
+//   for; none of them is verified, failed or under way
 TEST_P(StoredJobs, AreDueInTheOrderOfTheirTimes) {
     const int late = AddDue("2026-01-03 00:00:00");
     const int early = AddDue("2026-01-01 00:00:00");
@@ -299,8 +302,7 @@ TEST_P(StoredJobs, UnderWayAreThoseInProcess) {
 }
 
 // Behaviour: A claimed job is under way and its process's, and so is one that was read; only the reader's
-// publications
-//   are the job's
+//   publications are the job's
 TEST_P(StoredJobs, AreClaimedAndHeld) {
     const OtherProcess other;
     const int claimed = AddJob(FilledJob("a"));
@@ -319,8 +321,7 @@ TEST_P(StoredJobs, AreClaimedAndHeld) {
 }
 
 // Behaviour: Of the jobs that a process has read the last one is its job; a process that has the same id
-// after it has
-//   none
+//   after it has none
 TEST_P(StoredJobs, AProcessHasTheJobThatItReadLast) {
     const int first = AddJob();
     const int second = AddJob();

@@ -45,7 +45,7 @@ INSTANTIATE_TEST_SUITE_P(Engines, StoredProblems, ::testing::ValuesIn(Engines())
 // Behaviours of: Store
 
 // Behaviour: Notifications come in the order in which they came, with their parameters by name, after a
-// restart too
+//   restart too
 TEST_P(StoredProblems, ComeInTheirOrderWithTheirParameters) {
     Add({"7", "ambrin_pause", "warning", "anna", "2026-01-02 00:00:00", {{"ns", "ns1"}, {"domain", "shop"}}});
     Add({"3", "ambrin_success", "info", "root", "2026-01-01 00:00:00", {}});
@@ -85,7 +85,7 @@ TEST_P(StoredProblems, AgainChangeNothing) {
     EXPECT_THAT(Ids(), ElementsAre("7", "8"));
 }
 
-// Behaviour: Texts of jobs come back unchanged ...
+// Behaviour: Any text comes back from the store unchanged ...
 TEST_P(StoredProblems, AnyTextComesBack) {
     for (const std::string& text : AwkwardTexts()) {
         Add({text, text, text, text, text, {{text, text}}});

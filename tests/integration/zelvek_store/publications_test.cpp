@@ -112,8 +112,7 @@ TEST_P(StoredPublications, AgainTellWhatStoodThereBefore) {
 }
 
 // Behaviour: What was kept stays kept when the job publishes it again; what was to be removed is wanted
-// again, and not
-//   kept
+//   again, and not kept
 TEST_P(StoredPublications, AgainStayKept) {
     Put(Entry(kAnswer, 1));
     SetKept(1);
@@ -154,8 +153,8 @@ TEST_P(StoredPublications, AreDroppedForOneJob) {
     EXPECT_EQ(Of(kRecord).size(), 2u);
 }
 
-// Behaviour: A user's records are found by name and value in whatever zones; answers and other users' records
-// are not
+// Behaviour: A user's records are found by name and value in whatever zones; answers and other users'
+//   records are not
 TEST_P(StoredPublications, RecordsAreFoundInAnyZone) {
     Put(Entry(kRecord, 1));
     Put(Entry({"example", kRecord.name, kRecord.value}, 2));
@@ -200,9 +199,8 @@ TEST_P(StoredPublications, ToBeRemovedStaySoAtTheNextWriteBack) {
     EXPECT_TRUE(Only(kRecord).kept);
 }
 
-// Behaviour: To be removed is what is unwanted and what dead processes published; what living ones published
-// is not,
-//   nor what a write-back kept
+// Behaviour: To be removed is what is unwanted and what dead processes published; what living ones
+//   published is not, nor what a write-back kept
 TEST_P(StoredPublications, ToBeRemovedAreTheUnwantedAndTheDeads) {
     Put(Entry(kAnswer, 1));
     Put(Entry(kAnswer, 2, Dead()));
@@ -233,7 +231,7 @@ TEST_P(StoredPublications, ToBeRemovedAreToldForOneJob) {
     EXPECT_THAT(Unwanted(), ElementsAre(1, 2, 3));
 }
 
-// Behaviour: Texts of jobs come back unchanged ...
+// Behaviour: Any text comes back from the store unchanged ...
 TEST_P(StoredPublications, AnyTextComesBack) {
     for (const std::string& text : AwkwardTexts()) {
         const PublishedItem item{text, text, text};

@@ -297,8 +297,7 @@ protected:
 // Behaviours of: Store
 
 // Behaviour: No operation of the store reads a growing table from one end to the other or sorts it: each
-// statement
-//   finds what it looks for by an index
+//   statement finds what it looks for by an index
 TEST_F(QueryPlans, EveryStatementUsesAnIndex) {
     for (const auto& [name, operation] : AllOperations()) Do(operation);
     EXPECT_THAT(Findings(), IsEmpty());
@@ -352,7 +351,7 @@ TEST_F(QueryPlans, EveryIndexIsNeeded) {
 }
 
 // Behaviour: Rows that refer to others are found by an index, so that removing what they refer to reads no
-// whole table
+//   whole table
 TEST_F(QueryPlans, ReferencesHaveAnIndex) {
     SQLite::Database database(File().string());
     SQLite::Statement references(

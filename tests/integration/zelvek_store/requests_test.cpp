@@ -7,8 +7,6 @@ namespace zelvek::testing {
 
 namespace {
 
-using requests::Stored;
-
 class StoredRequests : public StoreTest {
 protected:
     void Put(const std::string& name, const Process& maker, const std::string& request,
@@ -46,7 +44,7 @@ INSTANTIATE_TEST_SUITE_P(Engines, StoredRequests, ::testing::ValuesIn(Engines())
 // Behaviours of: Store
 
 // Behaviour: A process that asks for a request by its name gets its own, another process the newest of that
-// name
+//   name
 TEST_P(StoredRequests, AreGivenToTheirMakers) {
     EXPECT_EQ(Find("shop.example", first_), "");
     Put("shop.example", first_, "first", "2026-01-01 00:00:00");
@@ -79,8 +77,8 @@ TEST_P(StoredRequests, OfADeadProcessWithTheSameIdAreReplaced) {
     EXPECT_EQ(Rows("csr"), 1);
 }
 
-// Behaviour: A process removes its own request of a name and those of the dead, no other living one's and no
-// other name
+// Behaviour: A process removes its own request of a name and those of the dead, no other living one's and
+//   no other name
 TEST_P(StoredRequests, AreRemovedByTheirMakers) {
     Put("shop.example", first_, "first");
     Put("shop.example", second_, "second");
@@ -105,7 +103,7 @@ TEST_P(StoredRequests, OfTheDeadAreRemovedWhenTheyAreOld) {
     EXPECT_EQ(Find("c.example", Living()), "old of a living one");
 }
 
-// Behaviour: Texts of jobs come back unchanged ...
+// Behaviour: Any text comes back from the store unchanged ...
 TEST_P(StoredRequests, AnyTextComesBack) {
     for (const std::string& text : AwkwardTexts()) {
         const auto found = Do([&](Transaction& transaction) {

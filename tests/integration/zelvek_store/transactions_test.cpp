@@ -143,7 +143,7 @@ TEST_P(Transactions, AVariableGetsTheRowsAskedFor) {
 }
 
 // Behaviour: One text may be in use several times at once; each use has its own values and its own place in
-// the list
+//   the list
 TEST_P(Transactions, OneTextMayBeInUseTwice) {
     const std::vector<int> ids{AddJob(), AddJob(), AddJob()};
     const std::string text = "SELECT id FROM job WHERE id > :after ORDER BY id";
@@ -222,8 +222,8 @@ TEST_P(Transactions, ErrorsHoldNoValueAndNoStatement) {
     }
 }
 
-// Behaviour: Many threads that work on the store at once lose nothing of each other's, and each sees its own
-// whole work
+// Behaviour: Many threads that work on the store at once lose nothing of each other's, and each sees its
+//   own whole work
 TEST_P(Transactions, OfManyThreadsLoseNothing) {
     constexpr int kThreads = 8;
     constexpr int kRounds = 25;
