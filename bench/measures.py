@@ -29,7 +29,7 @@ class Rounds:
             yield done
 
     def part(self, divisor):
-        return Rounds(max(FEWEST_ROUNDS, self.most // divisor), self.seconds)
+        return Rounds(max(FEWEST_ROUNDS, self.most // divisor), self.seconds / divisor)
 
 
 # Visits: generators that yield (name, query) and are sent the answer.

@@ -1,7 +1,6 @@
 // TXT records in the zones of users.
 #include <set>
 
-#include "vek/err.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/panel/functions.h"
@@ -14,21 +13,13 @@ namespace {
 
 constexpr std::size_t kMaxTxt = 255;  // bytes, one character-string (RFC 1035 section 3.3)
 
-std::string CanonicalName(const std::string& key, const std::string& name) {
-    try {
-        return names::Canonical(name, key);
-    } catch (const vek_err::Error& error) {
-        throw Error(Code::kValue, key, name, error.what());
-    }
-}
-
 struct Record {
     std::string user, name, value;
 };
 
 Record Checked(const std::string& user, const std::string& name, const std::string& value) {
     names::CheckUser(user);
-    Record record{user, CanonicalName("name", name), value};
+    Record record{user, names::Canonical(name, "name"), value};
     names::CheckDomain(record.name, false);
     names::CheckText("value", value);
     if (value.empty() || value.size() > kMaxTxt) {
@@ -82,7 +73,7 @@ void EditRecord(Services& services, const Query& query, XmlAnswer&) {
         throw Error(Code::kDns, "domain.record", record.name,
                     "no DNS back end is configured, so no record can be made");
     }
-    const std::string asked = CanonicalName("plid", query.parameters.Get("plid"));
+    const std::string asked = names::Canonical(query.parameters.Get("plid"), "plid");
     const std::string zone = ChooseZone(services, record);
     if (zone.empty()) {
         throw Error(Code::kMissed, "domain", asked,

@@ -250,7 +250,7 @@ TEST_P(StoredJobs, AreDueInTheOrderOfTheirTimes) {
 }
 
 // Behaviour: Users take turns: a user's many due jobs come after another's first one, and after what the user
-// has running
+//   has running
 TEST_P(StoredJobs, AreDueInTurnsBetweenUsers) {
     const auto add = [&](const std::string& user, const std::string& due, bool running = false) {
         Job job = FilledJob(user + due);
