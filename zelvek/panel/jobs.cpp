@@ -88,7 +88,7 @@ public:
 };
 
 Job FindIdle(Transaction& transaction, int id) {
-    const Job job = jobs::FindShown(transaction, id);
+    Job job = jobs::FindShown(transaction, id);
     if (job.processing) {
         throw Error(Code::kBusy, "ambrin.data", std::to_string(id),
                     "job " + std::to_string(id) + " is running already");
