@@ -80,8 +80,11 @@ int List(const ListOptions& options) {
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
     ForEachEntry(ask, "id", options.part, [&](const vek_xml::Node& job) {
-        json.append(JobJson(job));
-        rows.push_back(JobRow(job));
+        if (options.json) {
+            json.append(JobJson(job));
+        } else {
+            rows.push_back(JobRow(job));
+        }
     });
     if (options.json) {
         PrintJson(json);
