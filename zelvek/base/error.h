@@ -43,6 +43,9 @@ public:
     const std::string& value() const noexcept { return value_; }
     const char* what() const noexcept override { return sentence_.c_str(); }
 
+    /// The sentence as it is, whatever characters a refused value has brought into it.
+    const std::string& sentence() const noexcept { return sentence_; }
+
 private:
     Code code_;
     std::string object_;

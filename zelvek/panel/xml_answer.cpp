@@ -62,7 +62,7 @@ std::string ErrorAnswer(const Error& error) {
         .Attribute("type", Word(error.code()))
         .Attribute("object", names::MakeText(error.object()))
         .Attribute("value", names::MakeText(error.value()))
-        .Value("msg", names::MakeText(error.what()));
+        .Value("msg", names::MakeText(error.sentence()));
     return answer.Text();
 }
 

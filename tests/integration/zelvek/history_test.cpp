@@ -76,7 +76,8 @@ TEST_F(History, HasTheNewestEventsAlone) {
     Write(id, {{"log",
                 "2026-01-01 00:00:00,processing,a,;2026-01-01 00:00:01,processing,b,;"
                 "2026-01-01 00:00:02,processing,c,"}});
-    const auto events = Ask("func=zelvek.job.show&elid=" + id).xml().GetNodes("/doc/event");
+    const auto shown = Ask("func=zelvek.job.show&elid=" + id);
+    const auto events = shown.xml().GetNodes("/doc/event");
     ASSERT_EQ(events.size(), 2U);
     EXPECT_EQ(events[0].Value("event"), "b");
     EXPECT_EQ(events[1].Value("event"), "c");
