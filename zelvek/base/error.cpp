@@ -13,7 +13,8 @@ const char* Word(Code code) {
         case Code::kBusy: return "busy";
         case Code::kBadKey: return "badkey";
         case Code::kBadChain: return "badchain";
-        case Code::kDns: return "dns";
+        case Code::kDns:
+        case Code::kUnavailable: return "dns";  // who asks is told the same
         case Code::kHook: return "hook";
         case Code::kIo: return "io";
         case Code::kProtocol: return "protocol";

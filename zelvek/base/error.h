@@ -8,22 +8,24 @@ namespace zelvek {
 
 /// The kind of a failure, for programs to compare. People read the sentence beside it.
 enum class Code {
-    kValue,     // something that was given cannot be used
-    kMissed,    // what is named is not there
-    kExists,    // what is to be made is there already
-    kStale,     // what the caller read before has been changed by somebody else since
-    kBusy,      // somebody else is working on it
-    kBadKey,    // the private key cannot be read, or belongs to none of the certificates
-    kBadChain,  // the certificates cannot be read, or are not one chain
-    kDns,       // the name server refused, or did not answer
-    kHook,      // the reload command failed
-    kIo,        // a file, a socket or a process could not be used
-    kProtocol,  // what arrived is not a query
-    kInternal   // a fault of the service itself; its log says more. Stays the last: CodeOf counts up to it
+    kValue,        // something that was given cannot be used
+    kMissed,       // what is named is not there
+    kExists,       // what is to be made is there already
+    kStale,        // what the caller read before has been changed by somebody else since
+    kBusy,         // somebody else is working on it
+    kBadKey,       // the private key cannot be read, or belongs to none of the certificates
+    kBadChain,     // the certificates cannot be read, or are not one chain
+    kDns,          // the name server refused, or did not answer
+    kUnavailable,  // a name server does not answer now; trying again may help
+    kHook,         // the reload command failed
+    kIo,           // a file, a socket or a process could not be used
+    kProtocol,     // what arrived is not a query
+    kInternal      // a fault of the service itself; its log says more. Stays the last: CodeOf counts up to it
 };
 
 /// The code as callers of the service read it in an answer: "value", "missed", "exists", "stale", "busy",
-/// "badkey", "badchain", "dns", "hook", "io", "protocol", "internal".
+/// "badkey", "badchain", "dns" (kUnavailable too: callers know no other word), "hook", "io", "protocol",
+/// "internal".
 const char* Word(Code code);
 
 /// The code that is told by this word; kInternal for every other text.

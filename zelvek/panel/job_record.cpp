@@ -53,6 +53,15 @@ void KeepDefaultAccount(Transaction& transaction, const Query& query, const Job&
     if (update && !job.kid.empty() && !job.acmekey.empty()) accounts::MakeDefault(transaction, job.id);
 }
 
+/// Later runs of a job with challenges look for what was published for them. Where nothing was, because the
+/// run ended too early, they would look in vain until the job's day is over: without its challenges the job
+/// begins a new order.
+void KeepPublications(Transaction& transaction, const Process& writer, Job& job) {
+    const bool done = job.challenges.empty() || job.failed || job.verified;
+    if (done) publications::SetUnwanted(transaction, job.id);
+    if (!done && publications::Keep(transaction, job.id, writer) == 0) job.challenges.clear();
+}
+
 void Write(Services& services, const Query& query) {
     const int id = Number(query, "elid");
     // A program that ends before it has read a record writes back all the same, for job 0.
@@ -62,13 +71,12 @@ void Write(Services& services, const Query& query) {
     Job job = jobs::Find(transaction, id);
     CheckHolder(query, job);
     ApplyWriteBack(query, job);
+    KeepPublications(transaction, query.caller, job);
     job.last_run = now;
     job.due = NextDue(job, services.retry);
     jobs::Save(transaction, job);
     KeepHistory(services, transaction, id, query.parameters.Get("log"), now);
     KeepDefaultAccount(transaction, query, job);
-    const bool done = job.challenges.empty() || job.failed || job.verified;
-    done ? publications::SetUnwanted(transaction, id) : publications::SetKept(transaction, id);
     transaction.Commit();
 }
 

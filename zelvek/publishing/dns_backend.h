@@ -5,8 +5,9 @@
 namespace zelvek::dns {
 
 /// A place for the TXT records of dns-01, such as a name server. dns_backends.h has the kinds that there are.
-/// Errors of `AddTxt` and `RemoveTxt`: Error of code kDns that says which server and why; of code kValue for
-/// texts that can be no zone, name or value.
+/// Errors of `AddTxt` and `RemoveTxt`: Error of code kDns that says which server and why; of code
+/// kUnavailable for what may be over in a while (no answer, a refused connection, SERVFAIL); of code kValue
+/// for texts that can be no zone, name or value.
 class Backend {
 public:
     virtual ~Backend() = default;

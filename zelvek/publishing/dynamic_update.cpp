@@ -20,6 +20,10 @@ namespace {
 constexpr std::chrono::seconds kQueryLimit{15};
 constexpr std::chrono::seconds kUpdateLimit{30};
 
+constexpr int kNoReply = 9;  // dig's exit status
+constexpr const char* kServerFailure =
+    "SERVFAIL";  // the response code of trouble inside the server (RFC 1035)
+
 /// The response code that dig shows in its line ";; ->>HEADER<<- opcode: QUERY, status: NOERROR, id: 1".
 std::string ResponseCode(const std::string& output) {
     constexpr std::string_view mark = "status: ";
@@ -87,8 +91,14 @@ public:
     }
 
 private:
+    /// For what only a person can mend.
     [[noreturn]] void Fail(const std::string& reason) const {
         throw Error(Code::kDns, "DNS server " + server_.Address() + ": " + reason);
+    }
+
+    /// For what may be over in a while.
+    [[noreturn]] void GiveUpForNow(const std::string& reason) const {
+        throw Error(Code::kUnavailable, "DNS server " + server_.Address() + ": " + reason);
     }
 
     void RequireServed(const Record& record) const {
@@ -105,10 +115,13 @@ private:
                                     vek_proc::Escape(record.name + ".") +
                                     " +tcp +norecurse +time=5 +tries=1 +retry=0 +noall +comments +answer";
         const ToolRun run = RunTool(command, "", kQueryLimit);
+        if (run.timed_out || run.status == kNoReply) GiveUpForNow(Reason(run));
         if (run.status != 0) Fail(Reason(run));
         const std::string code = ResponseCode(run.output);
         if (code == "NOTAUTH") Fail("the key is refused (NOTAUTH)");
         if (code == "NOERROR" || code == "NXDOMAIN") return ReadAnswer(run.output, record.name);
+        if (code == kServerFailure)
+            GiveUpForNow("the query for " + record.name + " is answered with " + code);
         Fail("the query for " + record.name + " is answered with " + code);
     }
 
@@ -118,7 +131,11 @@ private:
                                      record.zone + ".\n" + change + "\nsend\nquit\n";
         const std::string command = "nsupdate -v -t 10 -r 1 -k " + vek_proc::Escape(server_.key_file);
         const ToolRun run = RunTool(command, commands, kUpdateLimit);
-        if (run.status != 0) Fail("the zone " + record.zone + " cannot be changed: " + Reason(run));
+        if (run.status == 0) return;
+        const std::string failure = "the zone " + record.zone + " cannot be changed: " + Reason(run);
+        if (run.timed_out || run.output.find(kServerFailure) != std::string::npos) GiveUpForNow(failure);
+        Ask(record);  // ends this where the server does not answer any more
+        Fail(failure);
     }
 
     static std::string Reason(const ToolRun& run) {

@@ -1,6 +1,7 @@
 #include "zelvek/publishing/publisher.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -16,10 +17,8 @@ using publications::PublishedItem;
 
 namespace {
 
-bool Exists(const std::exception& error) {
-    const auto* refused = dynamic_cast<const Error*>(&error);
-    return refused != nullptr && refused->code() == Code::kExists;
-}
+// What is missing and tried again in one sweep.
+constexpr int kTriedAtOnce = 100;
 
 /// Whether somebody else than `job` wants the item to stay.
 bool WantedByOthers(const std::vector<Publication>& entries, int job) {
@@ -40,7 +39,10 @@ Publisher::Publisher(Store& store, std::filesystem::path answers, dns::Backend* 
 void Publisher::Publish(const Process& publisher, const std::string& user, const PublishedItem& item,
                         const std::string& content) {
     const std::lock_guard lock(LockOf(item));
-    Publication entry{0, item, user, 0, publisher, false, false};
+    Publication entry;
+    entry.item = item;
+    entry.user_name = user;
+    entry.publisher = publisher;
     std::optional<Publication> before;
     bool ours = false;
     {
@@ -52,16 +54,20 @@ void Publisher::Publish(const Process& publisher, const std::string& user, const
     }
     try {
         Perform(item, content);
-    } catch (const std::exception& error) {
-        if (ours && Exists(error)) throw;
+    } catch (const Error& error) {
+        if (ours && error.code() == Code::kExists) throw;
+        const bool passes = error.code() == Code::kUnavailable;
         Transaction transaction(store_);
-        if (before) {
+        if (passes) {
+            publications::SetMissing(transaction, item, true);
+        } else if (before) {
             publications::Restore(transaction, *before);
         } else {
             publications::Drop(transaction, item, entry.job);
         }
         transaction.Commit();
-        throw;
+        if (!passes) throw;
+        Log("publishing " + item.name + ", to be tried again: " + error.what());
     }
 }
 
@@ -71,19 +77,15 @@ void Publisher::Withdraw(const Process& caller, const PublishedItem& item) {
     {
         Transaction transaction(store_);
         const int job = jobs::JobOf(transaction, caller);
-        entries = publications::Of(transaction, item);
-        const bool own = std::any_of(entries.begin(), entries.end(),
-                                     [&](const Publication& entry) { return entry.job == job; });
-        if (own && WantedByOthers(entries, job)) {
-            publications::Drop(transaction, item, job);
-            transaction.Commit();
-            return;
-        }
+        // The run may still die: then its job needs the item again.
+        const bool later = job != 0 && publications::Withdraw(transaction, item, job, caller);
+        if (!later) entries = publications::Of(transaction, item);
         for (Publication& entry : entries) {
             entry.unwanted = true;
             publications::Restore(transaction, entry);
         }
         transaction.Commit();
+        if (later) return;
     }
     Revoke(item);
     Transaction transaction(store_);
@@ -98,25 +100,59 @@ void Publisher::RemoveUnwanted(std::optional<int> job) {
         entries = publications::TakeUnwanted(transaction, job);
         transaction.Commit();
     }
-    bool failed_answer = false;
-    bool failed_record = false;
+    bool server_is_away = false;
     for (const Publication& entry : entries) {
-        // Where one failed, the others would fail likewise, each after its own time limit.
-        bool& failed = entry.item.IsAnswer() ? failed_answer : failed_record;
-        failed = failed || !TryRemove(entry);
+        // Each record would wait for the same silence. Everything else fails alone: one item that cannot be
+        // removed keeps no other.
+        if (server_is_away && !entry.item.IsAnswer()) continue;
+        server_is_away = TryRemove(entry) == Outcome::kUnavailable || server_is_away;
     }
 }
 
-bool Publisher::TryRemove(const Publication& entry) {
+void Publisher::PublishMissing() {
+    std::vector<Publication> entries;
+    {
+        Transaction transaction(store_);
+        entries = publications::Missing(transaction, 0, kTriedAtOnce);
+    }
+    for (const Publication& entry : entries) {
+        if (TryPublishAgain(entry) == Outcome::kUnavailable) return;
+    }
+}
+
+Publisher::Outcome Publisher::TryPublishAgain(const Publication& entry) {
+    const std::lock_guard lock(LockOf(entry.item));
+    Outcome outcome = Outcome::kDone;
+    try {
+        Perform(entry.item, "");
+    } catch (const Error& error) {
+        if (error.code() != Code::kExists) outcome = Report("publishing", entry.item, error);
+    }
+    if (outcome != Outcome::kDone) return outcome;
+    Transaction transaction(store_);
+    publications::SetMissing(transaction, entry.item, false);
+    transaction.Commit();
+    return outcome;
+}
+
+/// Writes a failure to the log, once as long as it stays the same.
+Publisher::Outcome Publisher::Report(const std::string& deed, const PublishedItem& item, const Error& error) {
+    const std::string failure = deed + " " + item.name + ": " + error.what();
+    const std::lock_guard lock(last_failures_mutex_);
+    std::string& last = last_failures_[item.zone + " " + item.name + " " + item.value];
+    if (failure != last) Log(failure);
+    last = failure;
+    return error.code() == Code::kUnavailable ? Outcome::kUnavailable : Outcome::kFailed;
+}
+
+Publisher::Outcome Publisher::TryRemove(const Publication& entry) {
     try {
         Remove(entry);
-        return true;
-    } catch (const std::exception& error) {
-        const std::string failure = "removing " + entry.item.name + ": " + error.what();
-        const std::lock_guard lock(last_failure_mutex_);
-        if (failure != last_failure_) Log(failure);  // once, not at every sweep
-        last_failure_ = failure;
-        return false;
+        const std::lock_guard lock(last_failures_mutex_);
+        last_failures_.erase(entry.item.zone + " " + entry.item.name + " " + entry.item.value);
+        return Outcome::kDone;
+    } catch (const Error& error) {
+        return Report("removing", entry.item, error);
     }
 }
 
@@ -151,7 +187,7 @@ void Publisher::Revoke(const PublishedItem& item) {
 }
 
 std::mutex& Publisher::LockOf(const PublishedItem& item) {
-    return item.IsAnswer() ? answers_mutex_ : records_mutex_;
+    return locks_[std::hash<std::string>{}(item.zone + " " + item.name) % locks_.size()];
 }
 
 dns::Backend& Publisher::Records() {

@@ -1,10 +1,13 @@
 #pragma once
 
+#include <array>
 #include <filesystem>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 
+#include "zelvek/base/error.h"
 #include "zelvek/publishing/dns_backend.h"
 #include "zelvek/store/publications.h"
 #include "zelvek/store/store.h"
@@ -19,25 +22,33 @@ public:
     /// `records` may be null: no DNS back end.
     Publisher(Store& store, std::filesystem::path answers, dns::Backend* records);
 
-    /// `content` is an answer file's; a record's value is part of `item`. What is refused leaves nothing
-    /// recorded; a record that exists because we have published it passes to the newest publisher, with that
-    /// error of code kExists. Errors: those of answers::Create and dns::Backend::AddTxt.
+    /// `content` is an answer file's; a record's value is part of `item`. A publication that fails for a
+    /// reason that passes (Code::kUnavailable) is no error: it is tried again by every sweep until it is
+    /// there or unwanted. What is refused leaves nothing recorded; a record that exists already passes to the
+    /// job, with that error of code kExists. Errors: the others of answers::Create and dns::Backend::AddTxt.
     void Publish(const Process& publisher, const std::string& user, const publications::PublishedItem& item,
                  const std::string& content);
 
-    /// Takes it back, unless another job has published the same. What is not there is no error. After a
-    /// failure it is tried again by every sweep. Errors: those of answers::Remove and
-    /// dns::Backend::RemoveTxt.
+    /// What a job's run withdraws goes with that run's write-back: a run that dies before has withdrawn
+    /// nothing. Anything else is removed at once. What is not there is no error. After a failure it is tried
+    /// again by every sweep. Errors: those of answers::Remove and dns::Backend::RemoveTxt.
     void Withdraw(const Process& caller, const publications::PublishedItem& item);
 
-    /// Takes back what is unwanted (of one job, where given). Failures are logged and tried again by the next
+    /// Removes what is unwanted (of one job, where given). Failures are logged and tried again by the next
     /// call.
     void RemoveUnwanted(std::optional<int> job = std::nullopt);
 
+    /// Publishes what could not be published before. Failures are logged and tried again by the next call.
+    void PublishMissing();
+
 private:
+    enum class Outcome { kDone, kUnavailable, kFailed };
+
     void Perform(const publications::PublishedItem& item, const std::string& content);
     void Revoke(const publications::PublishedItem& item);
-    bool TryRemove(const publications::Publication& entry);
+    Outcome TryPublishAgain(const publications::Publication& entry);
+    Outcome TryRemove(const publications::Publication& entry);
+    Outcome Report(const std::string& deed, const publications::PublishedItem& item, const Error& error);
     void Remove(const publications::Publication& entry);
     std::mutex& LockOf(const publications::PublishedItem& item);
     dns::Backend& Records();
@@ -45,12 +56,12 @@ private:
     Store& store_;
     std::filesystem::path answers_;
     dns::Backend* records_;
-    // Held from the change of an item's entry to the change outside: otherwise a sweep could remove an item
-    // that is just being published again.
-    std::mutex answers_mutex_;
-    std::mutex records_mutex_;
-    std::mutex last_failure_mutex_;
-    std::string last_failure_;
+    // One lock for a few items, held from the change of an item's entry to the change outside: otherwise a
+    // sweep could remove an item that is just being published again. Items of other locks go on while a name
+    // server is slow.
+    std::array<std::mutex, 64> locks_;
+    std::mutex last_failures_mutex_;
+    std::map<std::string, std::string> last_failures_;  // by item
 };
 
 }  // namespace zelvek

@@ -42,6 +42,7 @@ void Sweep(Services& services, const Retention& retention) {
     const vek_date::DateTime now;
     FreeWhatTheDeadHold(services, now);
     services.publisher.RemoveUnwanted();
+    services.publisher.PublishMissing();
     ForgetOld(services, retention, now);
 }
 

@@ -157,10 +157,19 @@ CREATE INDEX publication_not_kept ON publication (id) WHERE kept = 0 AND unwante
 CREATE INDEX publication_by_name ON publication (user_name, name, value);
 )sql";
 
+// What a run has withdrawn goes with its write-back, and what could not be published yet is tried again.
+constexpr const char* kPublicationsOfRuns = R"sql(
+ALTER TABLE publication ADD COLUMN withdrawn_pid INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE publication ADD COLUMN withdrawn_start INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE publication ADD COLUMN missing INTEGER NOT NULL DEFAULT 0;
+CREATE INDEX publication_missing ON publication (id) WHERE missing = 1 AND unwanted = 0;
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
-    static const std::vector<const char*> migrations{kPanelRecords, kProcesses, kAccountsAndIndexes};
+    static const std::vector<const char*> migrations{kPanelRecords, kProcesses, kAccountsAndIndexes,
+                                                     kPublicationsOfRuns};
     return migrations;
 }
 

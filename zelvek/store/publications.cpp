@@ -7,14 +7,17 @@ namespace zelvek::publications {
 namespace {
 
 const std::string kSelect =
-    "SELECT id, zone, name, value, user_name, job, pid, start, kept, unwanted FROM publication ";
+    "SELECT id, zone, name, value, user_name, job, pid, start, kept, unwanted, missing, withdrawn_pid, "
+    "withdrawn_start"
+    " FROM publication ";
 
 std::vector<Publication> Read(Statement& select) {
     std::vector<Publication> found;
     Publication entry;
     select.Into(entry.id).Into(entry.item.zone).Into(entry.item.name).Into(entry.item.value);
     select.Into(entry.user_name).Into(entry.job).Into(entry.publisher.pid).Into(entry.publisher.start);
-    select.Into(entry.kept).Into(entry.unwanted);
+    select.Into(entry.kept).Into(entry.unwanted).Into(entry.missing);
+    select.Into(entry.withdrawer.pid).Into(entry.withdrawer.start);
     while (select.Next()) found.push_back(entry);
     return found;
 }
@@ -48,10 +51,13 @@ std::optional<Publication> Put(Transaction& transaction, const Publication& publ
 void Restore(Transaction& transaction, const Publication& publication) {
     transaction
         .Prepare(
-            "INSERT INTO publication (zone, name, value, user_name, job, pid, start, kept, unwanted)"
-            " VALUES (:zone, :name, :value, :user, :job, :pid, :start, :kept, :unwanted)"
+            "INSERT INTO publication (zone, name, value, user_name, job, pid, start, kept, unwanted, missing,"
+            " withdrawn_pid, withdrawn_start) VALUES (:zone, :name, :value, :user, :job, :pid, :start, :kept,"
+            " :unwanted, :missing, :withdrawn_pid, :withdrawn_start)"
             " ON CONFLICT (zone, name, value, job) DO UPDATE SET user_name = excluded.user_name,"
-            " pid = excluded.pid, start = excluded.start, kept = excluded.kept, unwanted = excluded.unwanted")
+            " pid = excluded.pid, start = excluded.start, kept = excluded.kept, unwanted = excluded.unwanted,"
+            " missing = excluded.missing, withdrawn_pid = excluded.withdrawn_pid,"
+            " withdrawn_start = excluded.withdrawn_start")
         .With(publication.item.zone)
         .With(publication.item.name)
         .With(publication.item.value)
@@ -61,6 +67,9 @@ void Restore(Transaction& transaction, const Publication& publication) {
         .With(publication.publisher.start)
         .With(publication.kept)
         .With(publication.unwanted)
+        .With(publication.missing)
+        .With(publication.withdrawer.pid)
+        .With(publication.withdrawer.start)
         .Run();
 }
 
@@ -92,8 +101,50 @@ void SetUnwanted(Transaction& transaction, int job) {
     transaction.Prepare("UPDATE publication SET unwanted = 1 WHERE job = :job").With(job).Run();
 }
 
-void SetKept(Transaction& transaction, int job) {
-    transaction.Prepare("UPDATE publication SET kept = 1 WHERE job = :job").With(job).Run();
+bool Withdraw(Transaction& transaction, const PublishedItem& item, int job, const Process& withdrawer) {
+    return transaction
+               .Prepare(
+                   "UPDATE publication SET withdrawn_pid = :pid, withdrawn_start = :start"
+                   " WHERE zone = :zone AND name = :name AND value = :value AND job = :job")
+               .With(withdrawer.pid)
+               .With(withdrawer.start)
+               .With(item.zone)
+               .With(item.name)
+               .With(item.value)
+               .With(job)
+               .Run() > 0;
+}
+
+long long Keep(Transaction& transaction, int job, const Process& writer) {
+    transaction
+        .Prepare(
+            "UPDATE publication SET unwanted = 1"
+            " WHERE job = :job AND withdrawn_pid = :pid AND withdrawn_start = :start")
+        .With(job)
+        .With(writer.pid)
+        .With(writer.start)
+        .Run();
+    return transaction.Prepare("UPDATE publication SET kept = 1 WHERE job = :job AND unwanted = 0")
+        .With(job)
+        .Run();
+}
+
+void SetMissing(Transaction& transaction, const PublishedItem& item, bool missing) {
+    transaction
+        .Prepare(
+            "UPDATE publication SET missing = :missing WHERE zone = :zone AND name = :name AND value = "
+            ":value")
+        .With(missing)
+        .With(item.zone)
+        .With(item.name)
+        .With(item.value)
+        .Run();
+}
+
+std::vector<Publication> Missing(Transaction& transaction, long long after, int limit) {
+    Statement select = transaction.Prepare(
+        kSelect + "WHERE missing = 1 AND unwanted = 0 AND id > :after ORDER BY id LIMIT :most");
+    return Read(select.With(after).With(limit));
 }
 
 std::vector<Publication> TakeUnwanted(Transaction& transaction, std::optional<int> job) {

@@ -27,6 +27,8 @@ struct Publication {
     Process publisher;      // the newest one
     bool kept = false;      // the job's run has been written back with it: a dead publisher does not end it
     bool unwanted = false;  // to be removed; tried until it succeeds
+    bool missing = false;  // not there yet: publishing it failed for a reason that passes, and is tried again
+    Process withdrawer{};  // the run that has withdrawn it; what counts is that run's write-back
 };
 
 /// Records that `publisher` is about to publish this for its job. Returns the entry that stood there before.
@@ -44,9 +46,21 @@ std::vector<Publication> Of(Transaction& transaction, const PublishedItem& item)
 std::vector<Publication> RecordsOf(Transaction& transaction, const std::string& user, const std::string& name,
                                    const std::string& value);
 
-/// At a job's write-back: everything that is left of it becomes unwanted, or kept.
+/// The job's entry of an item, if it has one, is withdrawn when that process writes the job back: a run that
+/// dies before has withdrawn nothing. Says whether there is one.
+bool Withdraw(Transaction& transaction, const PublishedItem& item, int job, const Process& withdrawer);
+
+/// At a job's write-back by this process: what it has withdrawn becomes unwanted, the rest is kept. Returns
+/// how many are kept.
+long long Keep(Transaction& transaction, int job, const Process& writer);
+
+/// Everything of the job becomes unwanted.
 void SetUnwanted(Transaction& transaction, int job);
-void SetKept(Transaction& transaction, int job);
+
+void SetMissing(Transaction& transaction, const PublishedItem& item, bool missing);
+
+/// What is not there yet and still wanted, by id, at most `limit`, after the entry `after`.
+std::vector<Publication> Missing(Transaction& transaction, long long after, int limit);
 
 /// What is to be removed, of one job where given, after what dead processes published and no write-back kept
 /// was marked so.

@@ -131,11 +131,67 @@ TEST_F(DeadRun, ARecordThatTwoJobsShareGoesWithTheLast) {
     ReadJob(second);
     EXPECT_THROW(AddRecord("v"), vek_err::Error) << "it exists";
     EXPECT_EQ(withdraw(), "");
-    EXPECT_EQ(Records(), "shop.example _acme-challenge.shop.example v\n") << "the first job still needs it";
     Write(second);
+    EXPECT_EQ(Records(), "shop.example _acme-challenge.shop.example v\n") << "the first job still needs it";
     ReadJob(first);
     EXPECT_EQ(withdraw(), "");
+    Write(first);
     EXPECT_EQ(Records(), "");
+}
+
+// Behaviour: What a run withdraws goes with its write-back, and stays when the run dies before it
+TEST_F(DeadRun, WhatItHasWithdrawnStays) {
+    Start();
+    AddDomain();
+    const std::string id = AddJob();
+    const std::string line = "shop.example _acme-challenge.shop.example v\n";
+    const auto withdraw = [] {
+        Ask("sok=ok&rtype=txt&func=domain.record.delete",
+            {{"su", "anna"}, {"elid", "_acme-challenge.shop.example. TXT  v"}});
+        Ask("func=ambrin_challenge&action=delete&user_name=anna&file_name=token");
+    };
+    ASSERT_EQ(InChild([&] {
+                  ReadJob(id);
+                  AddRecord("v");
+                  PublishAnswer();
+                  Write(id, {{"challenges", "pending"}});
+              }),
+              0);
+    ASSERT_EQ(InChild([&] {
+                  ReadJob(id);
+                  withdraw();
+              }),
+              0);
+    EXPECT_TRUE(Eventually([&] { return Processing(id) == "off"; }));
+    EXPECT_EQ(Records(), line);
+    EXPECT_TRUE(HasAnswer("token"));
+
+    ReadJob(id);
+    withdraw();
+    EXPECT_EQ(Records(), line);
+    Write(id, {{"challenges", "pending"}});
+    EXPECT_EQ(Records(), "") << "withdrawn, and written back";
+    EXPECT_FALSE(HasAnswer("token"));
+}
+
+// Behaviour: Challenges for which nothing was ever published are dropped at the write-back, so that the next
+// run
+//   begins a new order
+TEST_F(DeadRun, ChallengesWithoutAnyPublicationAreDropped) {
+    Start();
+    AddDomain();
+    const std::string id = AddJob();
+    const auto challenges = [&] { return Ask("func=zelvek.job.show&elid=" + id).value("challenges"); };
+    ReadJob(id);
+    Write(id, {{"challenges", "pending"}});
+    EXPECT_EQ(challenges(), "");
+    ReadJob(id);
+    AddRecord("v");
+    Write(id, {{"challenges", "pending"}});
+    EXPECT_EQ(challenges(), "pending");
+    ReadJob(id);
+    Write(id, {{"challenges", "pending"}});
+    EXPECT_EQ(challenges(), "pending") << "a later run publishes nothing itself";
 }
 
 // Behaviour: A record that exists passes to its newest ...
@@ -198,11 +254,9 @@ TEST_F(DeadRun, ARemovalThatFailsIsTriedAgain) {
 }
 
 // Behaviour: A removal that fails is tried again ...
-TEST_F(DeadRun, AFailedDeletionIsAnErrorAndTriedAgain) {
+TEST_F(DeadRun, AFailedDeletionOfNobodysRecordIsAnErrorAndTriedAgain) {
     Start();
     AddDomain();
-    const std::string id = AddJob();
-    ReadJob(id);
     AddRecord("v");
     BreakRecords();
     EXPECT_EQ(
@@ -211,6 +265,19 @@ TEST_F(DeadRun, AFailedDeletionIsAnErrorAndTriedAgain) {
         "dns");
     MendRecords();
     EXPECT_TRUE(Eventually([&] { return Records().empty(); }));
+}
+
+// Behaviour: An item that cannot be removed keeps no other one
+TEST_F(DeadRun, AnAnswerThatCannotBeRemovedKeepsNoOther) {
+    Start();
+    const std::string id = AddJob();
+    ReadJob(id);
+    for (const char* token : {"a", "b", "c"}) PublishAnswer(token);
+    std::filesystem::remove(Path("answers") / "a");
+    std::filesystem::create_directories(Path("answers") / "a" / "in-the-way");
+    Write(id);
+    EXPECT_FALSE(HasAnswer("b"));
+    EXPECT_FALSE(HasAnswer("c"));
 }
 
 // Behaviour: A CSR that a dead run has left is replaced and removed by the next

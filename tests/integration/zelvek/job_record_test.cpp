@@ -75,6 +75,7 @@ TEST_F(JobRecord, ValuesOfEveryKindTravelUnchangedBothWays) {
                                           "{\"a\" : [\"\\u0001\"]}\n"};
     for (const auto& value : values) {
         ReadJob(id);
+        PublishAnswer();
         Write(id, {{"challenges", value}, {"kid", value}, {"acmekey", value}});
         EXPECT_EQ(Stored(id, "challenges"), value);
         EXPECT_EQ(Stored(id, "kid"), value);
@@ -151,6 +152,7 @@ TEST_F(JobRecord, UnreadableValuesAreRefusedAndChangeNothing) {
 TEST_F(JobRecord, CharactersThatNoAnswerCarriesAreReplaced) {
     const std::string id = AddJob();
     ReadJob(id);
+    PublishAnswer();
     Write(id,
           {{"challenges", std::string("nul\0byte", 8)}, {"kid", "bell\x07"}, {"finalize", "\xff\xc3\xbc"}});
     EXPECT_EQ(Stored(id, "challenges"),

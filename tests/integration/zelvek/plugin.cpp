@@ -48,7 +48,11 @@ int zelmain(int, char** argv) {
     if (way == "dies") ::raise(SIGKILL);
     if (way == "installs") entries["verified"] = "on";
     if (way == "stops") entries["failed"] = "on";
-    if (way == "waits") entries = {{"challenges", "pending"}, {"next_attempt", "2999-01-01 00:00:00"}};
+    if (way == "waits") {
+        vek_client::Local("zelvek", "plugin")
+            .Query("func=ambrin_challenge&action=create&user_name=anna&file_name=?&content=c", "token-" + id);
+        entries = {{"challenges", "pending"}, {"next_attempt", "2999-01-01 00:00:00"}};
+    }
     if (way == "hangs") {
         try {
             vek_proc::Sleep(kLong);

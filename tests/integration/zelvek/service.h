@@ -86,6 +86,11 @@ protected:
     static std::map<std::string, std::string> WriteBack(
         const std::string& id, const std::map<std::string, std::string>& entries = {});
 
+    /// Publishes an answer file: challenges of a write-back count only where something was published for
+    /// them.
+    static void PublishAnswer(const std::string& token = "token") {
+        Ask("func=ambrin_challenge&action=create&user_name=anna&content=c", {{"file_name", token}});
+    }
     static void ReadJob(const std::string& id) { Ask("func=ambrin.data.edit&out=xml", {{"elid", id}}); }
     static void Write(const std::string& id, const std::map<std::string, std::string>& entries = {}) {
         Ask("func=ambrin.data.edit&sok=ok", WriteBack(id, entries));

@@ -28,6 +28,7 @@ TEST_F(StoreFile, ARestartKeepsEverything) {
     Ask("func=zelvek.domain.add&name=shop.example&user_name=anna");
     const std::string id = AddJob();
     ReadJob(id);
+    PublishAnswer();
     Write(id, {{"kid", "k"},
                {"acmekey", "KEY"},
                {"challenges", " c\r\n"},

@@ -139,7 +139,7 @@ TEST_F(DynamicUpdate, WrongKeyIsRefused) {
     for (const auto& action : {&Backend::AddTxt, &Backend::RemoveTxt}) {
         const Failure failure =
             FailureOf([&] { (*stranger.*action)(kZone, "_acme-challenge.key.example.test", "v"); });
-        EXPECT_EQ(failure.type, "dns");
+        EXPECT_EQ(failure.code, zelvek::Code::kDns);
         EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("key is refused (NOTAUTH)")));
     }
     EXPECT_EQ(server_->Txt("_acme-challenge.key.example.test"), "");
@@ -178,7 +178,7 @@ TEST_F(DynamicUpdate, ZoneThatTheServerDoesNotHaveIsReported) {
 // Behaviour: A refused key, a foreign or static zone ...
 TEST_F(DynamicUpdate, ZoneThatTakesNoUpdatesIsReported) {
     const Failure failure = FailureOf([&] { backend_->AddTxt("static.test", "a.static.test", "v"); });
-    EXPECT_EQ(failure.type, "dns");
+    EXPECT_EQ(failure.code, zelvek::Code::kDns);
     EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("static.test"), HasSubstr("REFUSED")));
 }
 
@@ -198,6 +198,7 @@ TEST_F(DynamicUpdate, ServerThatIsDownIsReported) {
     for (const auto& action : {&Backend::AddTxt, &Backend::RemoveTxt}) {
         const Failure failure = FailureOf([&] { (*backend.*action)(kZone, "a.example.test", "v"); });
         EXPECT_EQ(failure.type, "dns");
+        EXPECT_EQ(failure.code, zelvek::Code::kUnavailable);
         EXPECT_THAT(failure.text,
                     AllOf(HasSubstr("127.0.0.1:" + std::to_string(port)), HasSubstr("connection refused")));
     }
@@ -236,7 +237,7 @@ TEST_F(DynamicUpdate, SilentServerIsGivenUpInTime) {
     const auto start = std::chrono::steady_clock::now();
     const Failure failure = FailureOf([&] { MakeBackend(settings)->AddTxt(kZone, "a.example.test", "v"); });
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(40));
-    EXPECT_EQ(failure.type, "dns");
+    EXPECT_EQ(failure.code, zelvek::Code::kUnavailable);
     EXPECT_THAT(failure.text,
                 AllOf(HasSubstr("127.0.0.1:" + std::to_string(silent.port())), HasSubstr("timed out")));
 }

@@ -41,7 +41,7 @@ protected:
     }
 
     void SetKept(int job) {
-        Do([&](Transaction& transaction) { publications::SetKept(transaction, job); });
+        Do([&](Transaction& transaction) { publications::Keep(transaction, job, Living()); });
     }
 
     std::vector<Publication> Of(const PublishedItem& item) {
@@ -123,6 +123,52 @@ TEST_P(StoredPublications, AgainStayKept) {
     Put(Entry(kAnswer, 1));
     EXPECT_FALSE(Only(kAnswer).unwanted);
     EXPECT_FALSE(Only(kAnswer).kept);
+}
+
+// Behaviour: What a process withdraws is to be removed once that process writes the job back, and no other
+// does
+TEST_P(StoredPublications, AreWithdrawnByTheWriteBackOfTheirWithdrawer) {
+    const auto withdraw = [&](const PublishedItem& item, int job, const Process& process) {
+        return Do([&](Transaction& transaction) {
+            return publications::Withdraw(transaction, item, job, process);
+        });
+    };
+    const auto keep = [&](int job, const Process& process) {
+        return Do([&](Transaction& transaction) { return publications::Keep(transaction, job, process); });
+    };
+    EXPECT_EQ(keep(1, Living()), 0) << "there is nothing";
+    Put(Entry(kAnswer, 1));
+    Put(Entry(kRecord, 1));
+    EXPECT_TRUE(withdraw(kAnswer, 1, Dead()));
+    EXPECT_FALSE(withdraw(kAnswer, 2, Dead())) << "the other job has none";
+    EXPECT_EQ(keep(1, Living()), 2);
+    EXPECT_THAT(Unwanted(), IsEmpty()) << "who has withdrawn it did not write back";
+    EXPECT_EQ(keep(1, Dead()), 1);
+    EXPECT_THAT(Unwanted(), ElementsAre(1));
+    EXPECT_TRUE(Only(kAnswer).unwanted);
+    EXPECT_TRUE(Only(kRecord).kept);
+}
+
+// Behaviour: What could not be published yet is found until it is there or unwanted
+TEST_P(StoredPublications, AreMissingUntilTheyAreThere) {
+    const auto set = [&](bool missing) {
+        Do([&](Transaction& transaction) { publications::SetMissing(transaction, kRecord, missing); });
+    };
+    const auto missing = [&](long long after = 0) {
+        Transaction transaction(store());
+        return publications::Missing(transaction, after, 10).size();
+    };
+    Put(Entry(kRecord, 1));
+    EXPECT_EQ(missing(), 0u);
+    set(true);
+    EXPECT_EQ(missing(), 1u);
+    EXPECT_EQ(missing(Only(kRecord).id), 0u);
+    SetUnwanted(1);
+    EXPECT_EQ(missing(), 0u);
+    Put(Entry(kRecord, 1));
+    set(true);
+    set(false);
+    EXPECT_EQ(missing(), 0u);
 }
 
 // Behaviour: An entry is restored just as it was before, with all its marks

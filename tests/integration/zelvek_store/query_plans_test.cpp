@@ -31,9 +31,9 @@ using ::testing::Not;
 constexpr int kJobs = 2000;
 
 // Indexes that hold just what is looked for, so that they may be read from one end to the other.
-const std::set<std::string> kHoldsWhatIsLookedFor{"job_running",         "job_failed", "job_verified",
-                                                  "job_waiting",         "job_due",    "publication_unwanted",
-                                                  "publication_not_kept"};
+const std::set<std::string> kHoldsWhatIsLookedFor{
+    "job_running", "job_failed",           "job_verified",         "job_waiting",
+    "job_due",     "publication_unwanted", "publication_not_kept", "publication_missing"};
 
 // Indexes over times, of which all that is older than a time is looked for.
 const std::set<std::string> kOverTimes{"csr_by_time", "job_event_by_time", "problem_by_time"};
@@ -181,7 +181,11 @@ Operations JobOperations() {
 }
 
 Operations OtherOperations() {
-    const publications::Publication entry{0, {"z", "n", "v"}, "anna", 1, Dead(), false, false};
+    publications::Publication entry;
+    entry.item = {"z", "n", "v"};
+    entry.user_name = "anna";
+    entry.job = 1;
+    entry.publisher = Dead();
     return {
         {"domains::Add",
          [](Transaction& transaction) {
@@ -214,7 +218,14 @@ Operations OtherOperations() {
          [](Transaction& transaction) { publications::RecordsOf(transaction, "anna", "n", "v"); }},
         {"publications::SetUnwanted",
          [](Transaction& transaction) { publications::SetUnwanted(transaction, 1); }},
-        {"publications::SetKept", [](Transaction& transaction) { publications::SetKept(transaction, 2); }},
+        {"publications::Keep",
+         [](Transaction& transaction) { publications::Keep(transaction, 2, Living()); }},
+        {"publications::Withdraw",
+         [entry](Transaction& transaction) { publications::Withdraw(transaction, entry.item, 1, Living()); }},
+        {"publications::SetMissing",
+         [entry](Transaction& transaction) { publications::SetMissing(transaction, entry.item, true); }},
+        {"publications::Missing",
+         [](Transaction& transaction) { publications::Missing(transaction, 0, 10); }},
         {"publications::TakeUnwanted",
          [entry](Transaction& transaction) {
              publications::Restore(transaction, entry);

@@ -40,15 +40,16 @@ private:
 struct Failure {
     std::string type;  // "none" where nothing was thrown
     std::string text;
+    zelvek::Code code = zelvek::Code::kInternal;
 };
 
 inline Failure FailureOf(const std::function<void()>& action) {
     try {
         action();
     } catch (const zelvek::Error& error) {
-        return {zelvek::Word(error.code()), error.what()};
+        return {zelvek::Word(error.code()), error.what(), error.code()};
     }
-    return {"none", ""};
+    return {"none", "", {}};
 }
 
 inline std::string TypeOf(const std::function<void()>& action) { return FailureOf(action).type; }
