@@ -3,9 +3,12 @@
 #include <CLI/CLI.hpp>
 #include <exception>
 #include <iostream>
+#include <map>
 #include <set>
 #include <sstream>
 
+#include "zelvek/base/config_file.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
 
 namespace zelvek {
@@ -15,34 +18,42 @@ namespace {
 constexpr double kShortestSeconds = 0.001;
 constexpr double kLongestSeconds = 86400;
 
-/// The library cuts a line at "#" even inside quotes: better an error than half a command.
-void CheckQuotes(const std::string& file, const CLI::ConfigItem& item) {
-    for (const std::string& input : item.inputs) {
-        if (!input.empty() && (input.front() == '"' || input.front() == '\'')) {
-            throw CLI::ConfigError(file + ": the value of \"" + item.name + "\" has no closing quote");
-        }
+/// The option that a line names.
+CLI::Option& OptionOf(CLI::App& app, const std::string& place, const ConfigLine& line) {
+    CLI::Option* option = app.get_option_no_throw("--" + line.name);
+    if (option != nullptr && line.name != "config" && line.name != "help") return *option;
+    throw CLI::ConfigError(place + "there is no option \"" + Printable(line.name) + "\"");
+}
+
+/// What the option complains of is told with the line's place.
+void Apply(CLI::Option& option, const std::string& place, const std::string& value) {
+    try {
+        option.add_result(value);
+        option.run_callback();
+    } catch (const CLI::ParseError& error) {
+        throw CLI::ConfigError(place + error.what());
     }
 }
 
 /// Takes from the file what the command line does not say.
-void ApplyConfig(CLI::App& app, const std::string& file) {
+void ApplyConfig(CLI::App& app, const std::string& file) try {
     std::set<const CLI::Option*> given;
     for (const CLI::Option* option : app.get_options()) {
         if (option->count() > 0) given.insert(option);
     }
-    for (const CLI::ConfigItem& item : CLI::ConfigBase().from_file(file)) {
-        if (item.name == "++" || item.name == "--") continue;  // a section's begin and end
-        CLI::Option* option = app.get_option_no_throw("--" + item.name);
-        if (option == nullptr || item.name == "config" || item.name == "help") {
-            throw CLI::ConfigError(file + ": there is no option \"" + item.fullname() + "\"");
+    std::map<const CLI::Option*, int> seen;  // with their lines
+    for (const ConfigLine& line : ReadConfigFile(file)) {
+        const std::string place = file + ":" + std::to_string(line.number) + ": ";
+        CLI::Option& option = OptionOf(app, place, line);
+        const auto [first, fresh] = seen.emplace(&option, line.number);
+        if (!fresh && option.get_items_expected_max() <= 1) {
+            throw CLI::ConfigError(place + line.name + " stands in line " + std::to_string(first->second) +
+                                   " already");
         }
-        CheckQuotes(file, item);
-        if (given.contains(option)) continue;
-        const bool repeatable = option->get_items_expected_max() > 1;
-        option->add_result(repeatable ? item.inputs
-                                      : std::vector<std::string>{CLI::detail::join(item.inputs, " ")});
-        option->run_callback();
+        if (!given.contains(&option)) Apply(option, place, line.value);
     }
+} catch (const Error& error) {
+    throw CLI::ConfigError(error.what());
 }
 
 }  // namespace
@@ -69,6 +80,11 @@ CommandOption& CommandOption::NonNegative() {
 
 CommandOption& CommandOption::OneOf(const std::vector<std::string>& words) {
     option_->check(CLI::IsMember(words));
+    return *this;
+}
+
+CommandOption& CommandOption::NotEmpty() {
+    option_->check([](const std::string& text) { return text.empty() ? "an empty value" : std::string(); });
     return *this;
 }
 

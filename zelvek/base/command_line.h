@@ -32,6 +32,7 @@ public:
     CommandOption& Between(int least, int most);
     CommandOption& Positive();
     CommandOption& NonNegative();
+    CommandOption& NotEmpty();
     CommandOption& OneOf(const std::vector<std::string>& words);
 
     /// `complaint` says what is wrong with a text; it is empty for one that can be used.
@@ -77,7 +78,8 @@ public:
     /// An option with the value "on" or "off".
     CommandOption AddSwitch(const std::string& name, bool& value, const std::string& description);
 
-    /// An option with a file of lines "option=value": what it says holds where the command line says nothing.
+    /// An option with a file of lines "option=value" (config_file.h): what it says holds where the command
+    /// line says nothing. A mistake there is told with file and line.
     void AddConfigFile(const std::string& name, const std::string& description);
 
 private:

@@ -14,12 +14,13 @@ void AddDnsOption(Command& serve, const dns::Option& option, dns::Settings& sett
     const auto add = [&](auto& value) {
         CommandOption added = serve.AddOption("--" + option.name, value, option.help);
         if (std::holds_alternative<int>(option.standard)) added.Between(option.least, option.most);
+        if (std::holds_alternative<std::string>(option.standard)) added.NotEmpty();
     };
     std::visit(add, settings[option.name] = option.standard);
 }
 
 void AddJobOptions(Command& serve, ServeOptions& options) {
-    serve.AddOption("--plugin", options.plugin, "The ACME plug-in");
+    serve.AddOption("--plugin", options.plugin, "The ACME plug-in").NotEmpty();
     serve.AddSwitch("--scheduler", options.scheduler, "Whether due jobs are started: on or off");
     serve.AddOption("--scheduler-interval", options.scheduler_interval, "Seconds between looks at the jobs");
     serve.AddOption("--retry-interval", options.retry_interval,
@@ -52,9 +53,9 @@ void AddServeCommand(Command& root) {
         return kSuccess;
     });
     serve.AddConfigFile("--config", "File of these options, key=value lines");
-    serve.AddOption("--database", options->database, "Job records, keys, notifications");
-    serve.AddOption("--answers-dir", options->answers, "http-01 answer files");
-    serve.AddOption("--certs-dir", options->install.directory, "Installed certificates");
+    serve.AddOption("--database", options->database, "Job records, keys, notifications").NotEmpty();
+    serve.AddOption("--answers-dir", options->answers, "http-01 answer files").NotEmpty();
+    serve.AddOption("--certs-dir", options->install.directory, "Installed certificates").NotEmpty();
     serve.AddOption("--reload-command", options->install.reload_command, "Run after each installation");
     serve.AddOption("--reload-timeout", options->install.reload_limit, "Seconds that it may take");
     serve.AddOption("--http-responder", options->responder, "ADDR:PORT to serve the answer files on");

@@ -134,10 +134,32 @@ TEST_F(Commands, TakeFromAFileWhatIsNotSaid) {
 
 // Behaviour: A file of options with a mistake is refused
 TEST_F(Commands, RefuseAFileWithMistakes) {
-    for (const char* line : {"numbers=2", "number=10", "config=x", "text=\"one # two"}) {
-        std::ofstream(file_) << line << "\n";
+    for (const char* line : {"numbers=2", "number=10", "number=x", "config=x", "help=1", "text=\"one\"",
+                             "number", "[section]", "=2", "most=1\nmost=2", "number=\0331"}) {
+        std::ofstream(file_) << "# options\n\n" << line << "\n";
         EXPECT_EQ(Run({"group", "do", "--config", file_.c_str()}), kUsage) << line;
+        const int mistake = std::string(line).find('\n') == std::string::npos ? 3 : 4;
+        EXPECT_THAT(err_, HasSubstr(file_ + ":" + std::to_string(mistake) + ": ")) << line;
     }
+    EXPECT_EQ(done_, 0);
+}
+
+// Behaviour: What stands after "=" in a file of options reaches the option as it stands, but for blanks
+// around it
+TEST_F(Commands, TakeEachValueOfAFileAsItStands) {
+    const std::vector<std::string> values{R"(sh -c "touch X")", "a,b", "[ a, b ]", "one # two",
+                                          "'x' = \"y",          "",    "\\n"};
+    std::ofstream file(file_);
+    for (const std::string& value : values) file << " many = " << value << " \r\n";
+    file.close();
+    EXPECT_EQ(Run({"group", "do", "--config", file_.c_str()}), 7) << err_;
+    EXPECT_EQ(many_, values);
+}
+
+// Behaviour: A file of options that cannot be read is refused
+TEST_F(Commands, RefuseAFileThatCannotBeRead) {
+    EXPECT_EQ(Run({"group", "do", "--config", "/nowhere/file"}), kUsage);
+    EXPECT_EQ(Run({"group", "do", "--config", "/"}), kUsage);
     EXPECT_EQ(done_, 0);
 }
 
