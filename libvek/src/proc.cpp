@@ -56,11 +56,13 @@ struct Execute::Child {
     void Poll();
     void Write();
     void Read(std::size_t most);
+    void Cut();
     bool Reap(int options);
     milliseconds Patience();
 
     steady_clock::time_point start = steady_clock::now();
     std::optional<milliseconds> limit;
+    std::size_t kept = std::string::npos;  // bytes of the output
     std::ostringstream input;
     std::string unsent;
     std::size_t sent = 0;
@@ -101,6 +103,7 @@ void Execute::Child::Run() {
         if (out && ioctl(out.get(), FIONREAD, &left) == 0) Read(static_cast<std::size_t>(left));
         out.Close();
     }
+    Cut();
     in.Close();
 }
 
@@ -137,8 +140,14 @@ void Execute::Child::Read(std::size_t most) {
         if (count < 0 && WouldBlock()) return;
         if (count <= 0) return out.Close();
         output.append(chunk, static_cast<std::size_t>(count));
+        // Not at each chunk, since what is kept moves to the front.
+        if (output.size() / 2 > kept) Cut();
         most -= static_cast<std::size_t>(count);
     }
+}
+
+void Execute::Child::Cut() {
+    if (output.size() > kept) output.erase(0, output.size() - kept);
 }
 
 bool Execute::Child::Reap(int options) {
@@ -164,6 +173,8 @@ Execute::~Execute() {
 }
 
 void Execute::LimitTime(milliseconds limit) { child_->limit = limit; }
+
+void Execute::KeepLast(std::size_t bytes) { child_->kept = bytes; }
 
 std::ostream& Execute::In() { return child_->input; }
 

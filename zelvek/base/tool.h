@@ -9,7 +9,7 @@ namespace zelvek {
 struct ToolRun {
     int status;          // as the shell gives it; 127 also for a shell that cannot be started
     bool timed_out;      // it was ended because its time was up
-    std::string output;  // standard output and standard error together
+    std::string output;  // standard output and standard error together, the last 64 KiB
 };
 
 /// Runs a command, of one line or more, by /bin/sh and waits for it. It has no terminal. When it takes longer

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <ostream>
@@ -45,6 +46,10 @@ public:
     /// SIGKILL.
     void LimitTime(std::chrono::milliseconds limit);
 
+    /// Only the last `bytes` of the output are kept. A child that writes without end costs no more memory
+    /// than that.
+    void KeepLast(std::size_t bytes);
+
     /// The child's standard input. What is written is kept and sent while `Result` or `Str` waits, together
     /// with the reading of its output, so that no size of either can block. A child that does not read it is
     /// no error.
@@ -58,7 +63,7 @@ public:
     /// reaped then).
     int Result();
 
-    /// Waits likewise and returns everything that the child wrote to its standard output.
+    /// Waits likewise and returns everything that the child wrote to its standard output, or the end of it.
     std::string Str();
 
 private:

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <fcntl.h>
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -351,6 +352,18 @@ TEST(Waits, InstallNoHandlers) {
             vek_proc::Sleep(1);
             EXPECT_EQ(std::signal(number, before), handler);
         }
+    }
+}
+
+// Behaviour: Of a child that writes without end the last bytes are kept, and no others take memory
+TEST(Execute, KeepsTheLastOfALongOutput) {
+    const std::string numbers = "seq 1 200000";
+    const std::string all = Output(numbers);
+    for (const std::size_t kept :
+         {std::size_t{0}, std::size_t{1000}, std::size_t{100000}, all.size(), all.size() + 1}) {
+        Execute child(numbers, kFedAndRead);
+        child.KeepLast(kept);
+        EXPECT_EQ(child.Str(), all.substr(all.size() - std::min(kept, all.size()))) << kept;
     }
 }
 
