@@ -1,53 +1,42 @@
 #include "zelvek/base/durable.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <cstdio>
-
 #include "vek/str.h"
-#include "zelvek/base/descriptor.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/folder.h"
 
 namespace zelvek::durable {
+
 namespace {
 
-void WriteAll(const Descriptor& target, const std::string& content, const std::filesystem::path& file) {
-    for (std::size_t done = 0; done < content.size();) {
-        const ssize_t written = write(target.get(), content.data() + done, content.size() - done);
-        if (written < 0 && errno == EINTR) continue;
-        if (written < 0) throw IoError("cannot write", file, errno);
-        done += static_cast<std::size_t>(written);
-    }
+constexpr const char* kFreshPrefix = ".new-";
+constexpr std::size_t kMarkBytes = 8;  // random, written as twice as many digits
+
+bool IsFresh(const std::string& name) {
+    const std::string prefix = kFreshPrefix;
+    return name.starts_with(prefix) && name.size() == prefix.size() + 2 * kMarkBytes &&
+           name.find_first_not_of("0123456789abcdef", prefix.size()) == std::string::npos;
 }
 
 }  // namespace
 
-void WriteNew(const std::filesystem::path& file, const std::string& content, mode_t mode) {
-    const Descriptor target = Open(file, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, mode);
-    // So far it has this mode less what the umask took away.
-    if (fchmod(target.get(), mode) != 0) throw IoError("cannot set the mode of", file, errno);
-    WriteAll(target, content, file);
-    if (fsync(target.get()) != 0) throw IoError("cannot write", file, errno);
-}
-
 void Replace(const std::filesystem::path& file, const std::string& content, mode_t mode) {
-    const std::filesystem::path fresh = file.parent_path() / (".new-" + str::hex::Encode(str::Random(8)));
+    const Folder folder = Folder::At(file.parent_path());
+    const std::string fresh = kFreshPrefix + str::hex::Encode(str::Random(kMarkBytes));
     try {
-        WriteNew(fresh, content, mode);
-        if (rename(fresh.c_str(), file.c_str()) != 0) throw IoError("cannot write", file, errno);
+        folder.WriteNew(fresh, content, mode);
+        folder.Rename(fresh, file.filename());
     } catch (const Error&) {
-        unlink(fresh.c_str());
+        folder.Remove(fresh);
         throw;
     }
-    SyncFolder(file.parent_path());
+    folder.Sync();
 }
 
-void SyncFolder(const std::filesystem::path& folder) {
-    const Descriptor opened = Open(folder, O_RDONLY | O_DIRECTORY);
-    if (fsync(opened.get()) != 0) throw IoError("cannot write", folder, errno);
+void RemoveLeftovers(const std::filesystem::path& folder) {
+    const Folder opened = Folder::At(folder);
+    for (const std::string& name : opened.Names()) {
+        if (IsFresh(name)) opened.Remove(name);
+    }
 }
 
 }  // namespace zelvek::durable

@@ -9,15 +9,12 @@
 /// Errors of everything here: Error of code kIo with path and reason.
 namespace zelvek::durable {
 
-/// Writes a file that must not be there yet. It has exactly this mode, and never a wider one, whatever the
-/// umask says.
-void WriteNew(const std::filesystem::path& file, const std::string& content, mode_t mode);
-
-/// Writes a file in place of the file or symbolic link that stands there, by renaming a new one over it.
-/// While that is written it stands beside it under a name that begins with ".new-".
+/// Writes a file in place of the file or symbolic link that stands there, by renaming a new one over it. It
+/// has just this mode, and never a wider one, whatever the umask says. While it is written it stands beside
+/// that place under a name that begins with ".new-".
 void Replace(const std::filesystem::path& file, const std::string& content, mode_t mode);
 
-/// Writes the folder itself to disk: what was created, renamed and removed in it is so after a crash, too.
-void SyncFolder(const std::filesystem::path& folder);
+/// Removes what a `Replace` that was killed has left in the folder. No `Replace` may be under way there.
+void RemoveLeftovers(const std::filesystem::path& folder);
 
 }  // namespace zelvek::durable

@@ -15,7 +15,7 @@ const char* Word(Code code) {
         case Code::kBadChain: return "badchain";
         case Code::kDns:
         case Code::kUnavailable: return "dns";  // who asks is told the same
-        case Code::kHook: return "hook";
+        case Code::kBadNames: return "badnames";
         case Code::kIo: return "io";
         case Code::kProtocol: return "protocol";
         case Code::kInternal: break;

@@ -15,16 +15,16 @@ enum class Code {
     kBusy,         // somebody else is working on it
     kBadKey,       // the private key cannot be read, or belongs to none of the certificates
     kBadChain,     // the certificates cannot be read, or are not one chain
+    kBadNames,     // the certificate is not for all the names that were asked for
     kDns,          // the name server refused, or did not answer
     kUnavailable,  // a name server does not answer now; trying again may help
-    kHook,         // the reload command failed
     kIo,           // a file, a socket or a process could not be used
     kProtocol,     // what arrived is not a query
     kInternal      // a fault of the service itself; its log says more. Stays the last: CodeOf counts up to it
 };
 
 /// The code as callers of the service read it in an answer: "value", "missed", "exists", "stale", "busy",
-/// "badkey", "badchain", "dns" (kUnavailable too: callers know no other word), "hook", "io", "protocol",
+/// "badkey", "badchain", "badnames", "dns" (kUnavailable too: callers know no other word), "io", "protocol",
 /// "internal".
 const char* Word(Code code);
 

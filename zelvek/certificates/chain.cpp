@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
 #include "zelvek/certificates/openssl.h"
@@ -87,12 +88,36 @@ Certificates Order(Certificates rest, EVP_PKEY* key) {
                    " does not belong to the chain");
 }
 
+/// Browsers look at the subject alternative names alone (RFC 9110 section 4.3.4).
+std::vector<std::string> DnsNames(const openssl::Certificate& certificate) {
+    const openssl::GeneralNames list(static_cast<GENERAL_NAMES*>(
+        X509_get_ext_d2i(certificate.get(), NID_subject_alt_name, nullptr, nullptr)));
+    ERR_clear_error();
+    std::vector<std::string> names;
+    for (int i = 0; i < sk_GENERAL_NAME_num(list.get()); ++i) {
+        const GENERAL_NAME* name = sk_GENERAL_NAME_value(list.get(), i);
+        if (name->type != GEN_DNS) continue;
+        const auto* text = reinterpret_cast<const char*>(ASN1_STRING_get0_data(name->d.dNSName));
+        names.push_back(str::Lower({text, static_cast<std::size_t>(ASN1_STRING_length(name->d.dNSName))}));
+    }
+    return names;
+}
+
 }  // namespace
+
+bool CertificateChain::Covers(const std::string& name) const {
+    const auto holds = [this](const std::string& wanted) {
+        return std::find(names.begin(), names.end(), wanted) != names.end();
+    };
+    const std::size_t dot = name.find('.');
+    return holds(name) || (dot != std::string::npos && holds("*" + name.substr(dot)));
+}
 
 CertificateChain SortChain(const std::string& certificates, const std::string& key) {
     const openssl::Key private_key = ReadKey(key);
     const Certificates ordered = Order(ReadCertificates(certificates), private_key.get());
-    CertificateChain chain{openssl::Pem(ordered.front()), "", openssl::Pem(private_key)};
+    CertificateChain chain{openssl::Pem(ordered.front()), "", openssl::Pem(private_key),
+                           DnsNames(ordered.front())};
     for (std::size_t i = 1; i < ordered.size(); ++i) chain.others += openssl::Pem(ordered[i]);
     return chain;
 }

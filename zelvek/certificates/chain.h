@@ -1,14 +1,20 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 namespace zelvek {
 
 /// A private key, its certificate, and the certificates of the issuers above that one, as PEM texts.
 struct CertificateChain {
     std::string leaf;
-    std::string others;  // each after the one that it issued; empty where there are none
-    std::string key;     // PKCS #8, not encrypted
+    std::string others;              // each after the one that it issued; empty where there are none
+    std::string key;                 // PKCS #8, not encrypted
+    std::vector<std::string> names;  // the leaf's DNS names, lower case
+
+    /// Whether the leaf is valid for a name (lower case ASCII), itself or by a wildcard of one label. For
+    /// "*.example.org" it has to hold just that.
+    bool Covers(const std::string& name) const;
 };
 
 /// Finds the certificate that belongs to the key, and puts the others in issuing order. `certificates` holds

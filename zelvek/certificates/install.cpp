@@ -4,17 +4,19 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
+#include <chrono>
+#include <optional>
+#include <utility>
 #include <vector>
 
 #include "vek/err.h"
 #include "vek/str.h"
-#include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/file_lock.h"
+#include "zelvek/base/folder.h"
+#include "zelvek/base/log.h"
 #include "zelvek/base/text.h"
 #include "zelvek/certificates/chain.h"
-#include "zelvek/certificates/reload.h"
 
 namespace zelvek::install {
 namespace {
@@ -24,6 +26,9 @@ namespace fs = std::filesystem;
 constexpr std::size_t kLongestName = 230;  // leaves room for what a staging folder's name adds
 constexpr std::size_t kMarkBytes = 4;      // of a staging folder's name, random, written as 8 digits
 constexpr const char* kLinkSuffix = ".link";
+constexpr const char* kLockName = ".lock";
+constexpr std::chrono::seconds kLockLimit{60};  // an installation takes milliseconds, a sick disk longer
+constexpr mode_t kFolderMode = 0755;            // web servers read there
 
 /// `name`, where it can be the name of a folder. Names with a leading dot are for the staging folders;
 /// control characters could make a log or a listing show something else.
@@ -48,131 +53,203 @@ std::string CertificateFolder(const std::string& certname) {
     return FolderName("the certificate's name", ascii);
 }
 
-/// Makes the folder if it is missing; its parent has to be there.
-void EnsureFolder(const fs::path& folder) {
-    if (mkdir(folder.c_str(), 0755) != 0) {
-        if (errno == EEXIST) return;
-        throw IoError("cannot make the folder", folder, errno);
-    }
-    if (chmod(folder.c_str(), 0755) != 0) throw IoError("cannot set the mode of", folder, errno);
-    durable::SyncFolder(fs::absolute(folder).parent_path());
+/// Whoever owns a folder can put anything in a name's place there, and so can everybody where all may write.
+void CheckTrusted(const Settings& settings, const Folder& folder) {
+    const struct stat status = folder.Status();
+    const std::string where = folder.path().string();
+    if ((status.st_mode & S_IWOTH) != 0) throw Error(Code::kIo, where + " can be written by everybody");
+    const bool trusted =
+        status.st_uid == ::geteuid() || status.st_uid == 0 ||
+        std::find(settings.owners.begin(), settings.owners.end(), status.st_uid) != settings.owners.end();
+    if (trusted) return;
+    throw Error(Code::kIo, where + " belongs to the user with id " + std::to_string(status.st_uid) +
+                               ", whom no --certs-owner names");
+}
+
+/// The folder where certificates are installed, made where it is missing.
+Folder OpenDirectory(const Settings& settings) {
+    MakeFolders(settings.directory, kFolderMode);
+    Folder directory = Folder::At(settings.directory);
+    CheckTrusted(settings, directory);
+    return directory;
+}
+
+Folder OpenUser(const Settings& settings, const Folder& directory, const std::string& user) {
+    if (directory.Make(user, kFolderMode)) directory.Sync();
+    Folder folder = directory.Open(user);
+    CheckTrusted(settings, folder);
+    return folder;
+}
+
+/// Installations come one after the other, whichever process they are in.
+FileLock Lock(const Settings& settings) {
+    return FileLock::WaitFor(settings.directory / kLockName, kLockLimit);
 }
 
 /// The folder of a new installation, `.<certname>.<8 digits>`, and the symbolic link to it that is renamed to
 /// `<certname>` when the folder is complete. Both are removed again unless that is done.
 class Staging {
 public:
-    Staging(const fs::path& parent, const std::string& name)
-        : folder_(parent / ("." + name + "." + str::hex::Encode(str::Random(kMarkBytes)))),
-          link_(folder_.string() + kLinkSuffix) {
-        if (mkdir(folder_.c_str(), 0700) != 0) throw IoError("cannot make the folder", folder_, errno);
+    Staging(const Folder& parent, const std::string& certificate)
+        : parent_(parent),
+          name_("." + certificate + "." + str::hex::Encode(str::Random(kMarkBytes))),
+          link_(name_ + kLinkSuffix) {
+        // Complete folders are open to others; one that is not has a service that died to thank.
+        if (!parent.Make(name_, kIncompleteMode)) throw Error(Code::kIo, name_ + " is in the way");
     }
 
     ~Staging() {
-        std::error_code ignored;  // what stays is removed by the next installation
-        if (!in_place_) fs::remove_all(folder_, ignored);
-        if (!in_place_) fs::remove(link_, ignored);
+        if (in_place_) return;
+        try {
+            parent_.Remove(name_);
+            parent_.Remove(link_);
+        } catch (const Error& error) {
+            Log(std::string("left behind: ") + error.what());  // the next start removes it
+        }
     }
 
     Staging(const Staging&) = delete;
     Staging& operator=(const Staging&) = delete;
 
     void Fill(const CertificateChain& chain) const {
-        durable::WriteNew(folder_ / "privkey.pem", chain.key, 0600);
-        durable::WriteNew(folder_ / "cert.pem", chain.leaf, 0644);
-        durable::WriteNew(folder_ / "chain.pem", chain.others, 0644);
-        durable::WriteNew(folder_ / "fullchain.pem", chain.leaf + chain.others, 0644);
-        if (chmod(folder_.c_str(), 0755) != 0) throw IoError("cannot set the mode of", folder_, errno);
-        durable::SyncFolder(folder_);
+        const Folder folder = parent_.Open(name_);
+        if (folder.Status().st_uid != ::geteuid())
+            throw Error(Code::kIo, folder.path().string() + " was exchanged");
+        folder.WriteNew("privkey.pem", chain.key, 0600);
+        folder.WriteNew("cert.pem", chain.leaf, 0644);
+        folder.WriteNew("chain.pem", chain.others, 0644);
+        folder.WriteNew("fullchain.pem", chain.leaf + chain.others, 0644);
+        folder.SetMode(kFolderMode);
+        folder.Sync();
     }
 
     /// The link points to the folder by its name alone, so that the whole tree can be moved.
-    void PutInPlace(const fs::path& place) {
-        if (symlink(folder_.filename().c_str(), link_.c_str()) != 0)
-            throw IoError("cannot make the link", link_, errno);
-        if (rename(link_.c_str(), place.c_str()) != 0) throw IoError("cannot replace", place, errno);
+    void PutInPlace(const std::string& certificate) {
+        parent_.MakeLink(name_, link_);
+        parent_.Rename(link_, certificate);
         in_place_ = true;
-        durable::SyncFolder(place.parent_path());
+        parent_.Sync();
     }
 
-    std::string Name() const { return folder_.filename(); }
+    const std::string& name() const { return name_; }
+
+    static constexpr mode_t kIncompleteMode = 0700;
 
 private:
-    fs::path folder_;
-    fs::path link_;
+    const Folder& parent_;
+    std::string name_;
+    std::string link_;
     bool in_place_ = false;
 };
 
-/// Whether an entry is a staging folder, or its link, of just this certificate: ".a.b.0123abcd" belongs to
-/// "a.b", not to "a".
-bool IsStagingOf(const std::string& certificate, const std::string& entry) {
-    const std::string prefix = "." + certificate + ".";
-    if (!entry.starts_with(prefix)) return false;
-    const std::string mark = entry.substr(prefix.size(), 2 * kMarkBytes);
-    const std::string rest = entry.substr(prefix.size() + mark.size());
-    return mark.size() == 2 * kMarkBytes && mark.find_first_not_of("0123456789abcdef") == std::string::npos &&
-           (rest.empty() || rest == kLinkSuffix);
+/// The certificate whose staging folder, or its link, an entry is: "a.b" for ".a.b.0123abcd" and
+/// ".a.b.0123abcd.link". Empty for every other entry.
+std::string CertificateOfStaging(std::string entry) {
+    if (entry.ends_with(kLinkSuffix)) entry.resize(entry.size() - std::string(kLinkSuffix).size());
+    const std::size_t dot = entry.rfind('.');
+    const bool staging = entry.starts_with('.') && dot != 0 && dot + 1 + 2 * kMarkBytes == entry.size() &&
+                         entry.find_first_not_of("0123456789abcdef", dot + 1) == std::string::npos;
+    return staging ? entry.substr(1, dot - 1) : "";
 }
 
-/// Removes what earlier installations and killed services left. The next installation tries again what cannot
-/// be removed now.
-void RemoveLeftovers(const fs::path& parent, const std::string& name, const std::string& current,
-                     const std::string& previous) {
-    std::error_code ignored;
-    std::vector<fs::path> leftovers;
-    for (fs::directory_iterator entry(parent, ignored); entry != end(entry); entry.increment(ignored)) {
-        const std::string file = entry->path().filename();
-        const bool in_use = file == current || file == previous;
-        if (!in_use && IsStagingOf(name, file)) leftovers.push_back(entry->path());
+/// Removes what earlier installations and killed services left. What cannot be removed keeps nothing else.
+void RemoveAll(const Folder& parent, const std::vector<std::string>& names) {
+    for (const std::string& name : names) {
+        try {
+            parent.Remove(name);
+        } catch (const Error& error) {
+            Log(std::string("left behind: ") + error.what());
+        }
     }
-    for (const fs::path& leftover : leftovers) fs::remove_all(leftover, ignored);
+}
+
+void RemoveEarlier(const Folder& parent, const std::string& certificate, const std::string& current,
+                   const std::string& previous) {
+    std::vector<std::string> names = parent.Names();
+    std::erase_if(names, [&](const std::string& name) {
+        return name == current || name == previous || CertificateOfStaging(name) != certificate;
+    });
+    RemoveAll(parent, names);
+}
+
+/// What was not finished. Finished folders stay: the link's, and the one before it for whoever still reads
+/// there.
+void RemoveUnfinished(const Folder& parent) {
+    std::vector<std::string> names = parent.Names();
+    std::erase_if(names, [&](const std::string& name) {
+        const std::string certificate = CertificateOfStaging(name);
+        if (certificate.empty() || parent.LinkTarget(certificate) == name) return true;
+        return S_ISDIR(parent.Status(name).st_mode) &&
+               (parent.Status(name).st_mode & 07777) != Staging::kIncompleteMode;
+    });
+    RemoveAll(parent, names);
 }
 
 /// The folder that the link points to now; empty where there is no link yet. Errors: Error where something
 /// else stands there, which is not replaced.
-std::string PreviousFolder(const fs::path& place) {
-    std::error_code error;
-    const fs::file_status status = fs::symlink_status(place, error);
-    if (status.type() == fs::file_type::not_found) return "";
-    if (status.type() != fs::file_type::symlink) {
-        throw Error(Code::kIo, place.string() + " is in the way: it is no symbolic link");
-    }
-    return fs::read_symlink(place, error).string();
+std::string PreviousFolder(const Folder& parent, const std::string& certificate) {
+    const mode_t mode = parent.Status(certificate).st_mode;
+    if (mode == 0) return "";
+    if (S_ISLNK(mode)) return parent.LinkTarget(certificate);
+    throw Error(Code::kIo, (parent.path() / certificate).string() + " is in the way: it is no symbolic link");
 }
 
-void PutInPlace(const fs::path& parent, const std::string& name, const CertificateChain& chain) {
-    // Installations of one user come one after the other, whichever process they are in.
-    const FileLock lock = FileLock::WaitFor(parent);
-    const std::string previous = PreviousFolder(parent / name);
-    Staging staging(parent, name);
+void PutInPlace(const Folder& parent, const std::string& certificate, const CertificateChain& chain) {
+    const std::string previous = PreviousFolder(parent, certificate);
+    Staging staging(parent, certificate);
     staging.Fill(chain);
-    staging.PutInPlace(parent / name);
+    staging.PutInPlace(certificate);
     // The previous folder stays for whoever is still reading it.
-    RemoveLeftovers(parent, name, staging.Name(), previous);
+    RemoveEarlier(parent, certificate, staging.name(), previous);
 }
 
-void InstallOrFail(const Settings& settings, const Request& request) {
-    const std::string user = FolderName("the user's name", request.user);
-    const std::string name = CertificateFolder(request.certname);
-    const CertificateChain chain = SortChain(request.certificates, request.key);
-
-    EnsureFolder(settings.directory);
-    EnsureFolder(settings.directory / user);
-    PutInPlace(settings.directory / user, name, chain);
-
-    if (settings.reload_command.empty()) return;
-    const std::string directory = fs::absolute(settings.directory / user / name);
-    RunReload(settings.reload_command, settings.reload_limit, {directory, request.certname, user, chain.key});
+void CheckNames(const CertificateChain& chain, const std::vector<std::string>& names) {
+    std::string missing;
+    for (const std::string& name : names) {
+        if (!chain.Covers(name)) str::inpl::Append(missing, Printable(name), ", ");
+    }
+    if (!missing.empty())
+        throw Error(Code::kBadNames, "the certificate is not for all names: " + missing + " missing");
 }
 
 }  // namespace
 
-void Install(const Settings& settings, const Request& request) {
+std::filesystem::path PlaceOf(const Settings& settings, const std::string& user,
+                              const std::string& certname) {
+    return fs::absolute(settings.directory / FolderName("the user's name", user) /
+                        CertificateFolder(certname));
+}
+
+namespace {
+
+InstalledCertificate InstallOrFail(const Settings& settings, const Request& request) {
+    const std::string user = FolderName("the user's name", request.user);
+    const std::string name = CertificateFolder(request.certname);
+    const CertificateChain chain = SortChain(request.certificates, request.key);
+    CheckNames(chain, request.names);
+
+    const Folder directory = OpenDirectory(settings);
+    const FileLock lock = Lock(settings);
+    PutInPlace(OpenUser(settings, directory, user), name, chain);
+    return {PlaceOf(settings, user, request.certname), request.certname, user, chain.key};
+}
+
+}  // namespace
+
+InstalledCertificate Install(const Settings& settings, const Request& request) {
     try {
-        InstallOrFail(settings, request);
+        return InstallOrFail(settings, request);
     } catch (const Error& error) {
         throw Error(error.code(),
                     "installing the certificate of " + Printable(request.certname) + ": " + error.what());
+    }
+}
+
+void RemoveLeftovers(const Settings& settings) {
+    const Folder directory = OpenDirectory(settings);
+    const FileLock lock = Lock(settings);
+    for (const std::string& user : directory.Names()) {
+        if (S_ISDIR(directory.Status(user).st_mode)) RemoveUnfinished(directory.Open(user));
     }
 }
 

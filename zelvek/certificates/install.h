@@ -1,16 +1,20 @@
 #pragma once
 
-#include <chrono>
+#include <sys/types.h>
+
 #include <filesystem>
 #include <string>
+#include <vector>
+
+#include "zelvek/certificates/reload.h"
 
 /// Installation of certificates where web servers read them.
 namespace zelvek::install {
 
 struct Settings {
     std::filesystem::path directory;
-    std::string reload_command;  // run by /bin/sh after an installation; empty for none
-    std::chrono::seconds reload_limit{60};
+    // Users beside this process's own and root to whom folders below may belong.
+    std::vector<uid_t> owners = {};
 };
 
 struct Request {
@@ -18,17 +22,26 @@ struct Request {
     std::string certname;      // its ASCII form names the folder
     std::string certificates;  // PEM, any number, any order: crt and cacrt together
     std::string key;           // PEM
+    // What the certificate is for, canonical, wildcards as "*.example.org"; empty where nobody knows.
+    std::vector<std::string> names = {};
 };
 
 /// Checks that key, certificate and chain belong together (the certificate that matches the key is the leaf,
-/// the others follow in issuing order) and puts them in place in one step: `<directory>/<user>/<certname>` is
-/// a symbolic link, exchanged by rename, to a folder with `fullchain.pem` (leaf first), `cert.pem`,
-/// `chain.pem` (mode 0644) and `privkey.pem` (mode 0600), all synchronised to disk; folders of earlier
-/// installations but the last are removed. Then it runs the reload command with VEK_CERT_DIR, VEK_CERT_NAME
-/// and VEK_CERT_USER in its environment. Errors: Error of code kBadKey (no key, or no certificate belongs to
-/// it), kBadChain (not a certificate, or not of the leaf's chain), kValue (a user or a name that cannot be a
-/// folder's name), kIo, kHook (the certificate is in place, but the reload command failed or took too long:
-/// its exit status and last output).
-void Install(const Settings& settings, const Request& request);
+/// the others follow in issuing order) and that the leaf has the names, and puts them in place in one step:
+/// `<directory>/<user>/<certname>` is a symbolic link, exchanged by rename, to a folder with `fullchain.pem`
+/// (leaf first), `cert.pem`, `chain.pem` (mode 0644) and `privkey.pem` (mode 0600), all synchronised to disk;
+/// folders of earlier installations but the last are removed. Folders have mode 0755. Returns the place and
+/// what belongs there, for the reload command.
+/// Errors: Error of code kBadKey (no key, or no certificate belongs to it), kBadChain (not a certificate, or
+/// not of the leaf's chain), kBadNames (the leaf lacks names, which are told), kValue (a user or a name that
+/// cannot be a folder's name), kIo (also for a folder of a foreign owner, or one that everybody may write),
+/// kBusy.
+InstalledCertificate Install(const Settings& settings, const Request& request);
+
+/// Where `Install` puts a certificate. Errors: Error of code kValue.
+std::filesystem::path PlaceOf(const Settings& settings, const std::string& user, const std::string& certname);
+
+/// Removes what killed services have left of installations. Errors: Error of code kIo, kBusy.
+void RemoveLeftovers(const Settings& settings);
 
 }  // namespace zelvek::install

@@ -23,6 +23,7 @@ struct Deleter {
 using Key = std::unique_ptr<EVP_PKEY, Deleter<EVP_PKEY_free>>;
 using Certificate = std::unique_ptr<X509, Deleter<X509_free>>;
 using Request = std::unique_ptr<X509_REQ, Deleter<X509_REQ_free>>;
+using GeneralNames = std::unique_ptr<GENERAL_NAMES, Deleter<GENERAL_NAMES_free>>;
 using Bio = std::unique_ptr<BIO, Deleter<BIO_free_all>>;
 
 /// The reason of the last failure, which holds no key material. OpenSSL's list of failures is empty then.

@@ -5,7 +5,6 @@
 
 #include "vek/proc.h"
 #include "vek/str.h"
-#include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
 #include "zelvek/base/tool.h"
 
@@ -36,18 +35,17 @@ bool ShowsKey(const std::string& output, const std::string& key) {
 
 }  // namespace
 
-void RunReload(const std::string& command, std::chrono::seconds limit,
-               const InstalledCertificate& installed) {
+std::string RunReload(const std::string& command, std::chrono::seconds limit,
+                      const InstalledCertificate& installed) {
     const ToolRun reload = RunTool(CommandLine(command, installed), "", limit);
-    if (reload.status == 0) return;
+    if (reload.status == 0) return "";
 
     const std::string outcome =
         reload.timed_out ? "did not end within " + str::Str(static_cast<long>(limit.count())) + " seconds"
                          : "failed with status " + str::Str(reload.status);
     const std::string shown =
         ShowsKey(reload.output, installed.key) ? "(its output holds key material)" : LastLines(reload.output);
-    throw Error(Code::kHook,
-                "the certificate is in place, but the reload command " + str::Append(outcome, shown, ": "));
+    return "the reload command " + str::Append(outcome, shown, ": ");
 }
 
 }  // namespace zelvek

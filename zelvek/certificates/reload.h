@@ -15,8 +15,9 @@ struct InstalledCertificate {
 };
 
 /// Runs the command by /bin/sh, with VEK_CERT_DIR, VEK_CERT_NAME and VEK_CERT_USER in its environment.
-/// Errors: Error of code kHook with the exit status or the time limit, and with the last lines of the output,
-/// unless they show a key.
-void RunReload(const std::string& command, std::chrono::seconds limit, const InstalledCertificate& installed);
+/// Returns what went wrong, empty where nothing did: the exit status or the time limit, and the last lines of
+/// the output, unless they show a key.
+std::string RunReload(const std::string& command, std::chrono::seconds limit,
+                      const InstalledCertificate& installed);
 
 }  // namespace zelvek

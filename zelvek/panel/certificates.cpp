@@ -6,6 +6,7 @@
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/request.h"
 #include "zelvek/panel/functions.h"
+#include "zelvek/store/jobs.h"
 #include "zelvek/store/requests.h"
 
 namespace zelvek {
@@ -48,6 +49,19 @@ void DeleteCsr(Services& services, const Query& query, XmlAnswer&) {
     transaction.Commit();
 }
 
+/// What the caller's job wants the certificate for, canonical; empty for a caller without such a job.
+std::vector<std::string> NamesAskedFor(Services& services, const Process& caller,
+                                       const std::string& certname) {
+    Transaction transaction(services.store);
+    const int id = jobs::JobOf(transaction, caller);
+    if (id == 0) return {};
+    const Job job = jobs::FindShown(transaction, id);
+    std::vector<std::string> names;
+    if (str::puny::Encode(job.certname) != certname) return names;
+    for (const std::string& name : str::Split(job.aliases, " ")) names.push_back(names::Canonical(name));
+    return names;
+}
+
 void InstallCertificate(Services& services, const Query& query, XmlAnswer&) {
     const std::string& user = query.parameters.Get("user");
     std::string certname = query.parameters.Get("elid");
@@ -57,9 +71,18 @@ void InstallCertificate(Services& services, const Query& query, XmlAnswer&) {
         throw Error(Code::kValue, "elid", owner,
                     "the certificate belongs to \"" + owner + "\", not to \"" + user + "\"");
     }
-    install::Install(services.install, {user, AsciiCertname(certname),
-                                        query.parameters.Get("crt") + "\n" + query.parameters.Get("cacrt"),
-                                        query.parameters.Get("key")});
+    const std::string name = AsciiCertname(certname);
+    services.reloader.Expect(user, name, install::PlaceOf(services.install, user, name));
+    try {
+        const install::Request request{
+            user, name, query.parameters.Get("crt") + "\n" + query.parameters.Get("cacrt"),
+            query.parameters.Get("key"), NamesAskedFor(services, query.caller, name)};
+        services.reloader.Reload(install::Install(services.install, request));
+    } catch (const Error& error) {
+        // Where a disk failed, the certificate may be in place all the same.
+        if (error.code() != Code::kIo) services.reloader.Forget(user, name);
+        throw;
+    }
 }
 
 }  // namespace

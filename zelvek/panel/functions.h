@@ -7,6 +7,7 @@
 #include "zelvek/base/form.h"
 #include "zelvek/base/process.h"
 #include "zelvek/certificates/install.h"
+#include "zelvek/certificates/reloader.h"
 #include "zelvek/jobs/next_run.h"
 #include "zelvek/panel/xml_answer.h"
 #include "zelvek/publishing/dns_backend.h"
@@ -23,6 +24,7 @@ struct Services {
     Publisher& publisher;
     dns::Backend* records;  // null: no DNS back end
     install::Settings install;
+    Reloader& reloader;
     RetryPolicy retry;
     int history_entries = 1000;  // of a job, the newest ones
 };

@@ -7,6 +7,7 @@
 
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/folder.h"
 
 namespace zelvek::answers {
 namespace {
@@ -35,7 +36,7 @@ void Create(const std::filesystem::path& directory, const std::string& token, co
 void Remove(const std::filesystem::path& directory, const std::string& token) {
     const std::filesystem::path file = Place(directory, token);
     if (unlink(file.c_str()) == 0) {
-        durable::SyncFolder(directory);
+        Folder::At(directory).Sync();
     } else if (errno != ENOENT) {
         throw IoError("cannot remove", file, errno);
     }

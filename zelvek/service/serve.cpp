@@ -1,18 +1,22 @@
 #include "zelvek/service/serve.h"
 
+#include <pwd.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
 #include <iostream>
 #include <optional>
-#include <system_error>
+#include <thread>
 
+#include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/file_lock.h"
+#include "zelvek/base/folder.h"
 #include "zelvek/base/log.h"
 #include "zelvek/base/periodic.h"
 #include "zelvek/base/run_directory.h"
+#include "zelvek/base/text.h"
 #include "zelvek/jobs/scheduler.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/publisher.h"
@@ -51,12 +55,33 @@ private:
 };
 
 /// Makes the directory where it is missing. Everybody may read it, web servers among them.
-void UseDirectory(const std::string& purpose, const fs::path& directory) {
-    std::error_code error;
-    fs::create_directories(directory, error);
-    if (!error && !fs::is_directory(directory)) error = std::make_error_code(std::errc::not_a_directory);
-    if (!error && ::access(directory.c_str(), W_OK | X_OK) != 0) error = {errno, std::generic_category()};
-    if (error) throw IoError(purpose, directory, error.value());
+void UseDirectory(const std::string& purpose, const fs::path& directory) try {
+    MakeFolders(directory, 0755);
+    if (::access(directory.c_str(), W_OK | X_OK) != 0) throw IoError("cannot write to", directory, errno);
+} catch (const Error& error) {
+    throw Error(error.code(), purpose + ": " + error.what());
+}
+
+uid_t IdOf(const std::string& user) {
+    const passwd* entry = ::getpwnam(user.c_str());  // before any other thread is there
+    if (entry == nullptr)
+        throw Error(Code::kValue, "--certs-owner: there is no user \"" + Printable(user) + "\"");
+    return entry->pw_uid;
+}
+
+install::Settings InstallSettings(const ServeOptions& options) {
+    install::Settings settings = options.install;
+    for (const std::string& user : options.certs_owners) settings.owners.push_back(IdOf(user));
+    return settings;
+}
+
+/// What killed services have left in files; it keeps nobody from starting.
+void TidyCertificates(const install::Settings& installed) {
+    try {
+        install::RemoveLeftovers(installed);
+    } catch (const Error& error) {
+        Log(std::string("removing what killed services left: ") + error.what());
+    }
 }
 
 fs::path WithParent(const fs::path& file) {
@@ -79,19 +104,25 @@ void Serve(const ServeOptions& options) {
                                  "database " + options.database.string() + " is in use by another service");
     Store store(options.database);
     UseDirectory("the answers' directory", options.answers);
+    durable::RemoveLeftovers(options.answers);
     UseDirectory("the certificates' directory", options.install.directory);
     CheckPlugin(options);
     const auto backend = dns::MakeBackend(options.dns);
 
     Publisher publisher(store, options.answers, backend.get());
     const RetryPolicy retry{options.retry_interval};
-    Services services{store,           publisher, backend.get(),
-                      options.install, retry,     options.retention.history_entries};
+    Reloader reloader(store, options.reload);
+    const install::Settings installed = InstallSettings(options);
+    Services services{
+        store, publisher, backend.get(), installed, reloader, retry, options.retention.history_entries};
+    // It takes a while where there are many certificates, and may go on while queries are answered.
+    const std::jthread tidying([&] { TidyCertificates(installed); });
     std::optional<Responder> responder;
     if (!options.responder.empty()) responder.emplace(options.responder, options.answers);
     // What is made last ends first: runs end while the server still takes their records.
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
+    const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
     std::optional<Scheduler> scheduler;
     if (options.scheduler) {
         scheduler.emplace(

@@ -3,9 +3,11 @@
 #include <chrono>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/certificates/install.h"
+#include "zelvek/certificates/reloader.h"
 #include "zelvek/publishing/dns_backends.h"
 #include "zelvek/service/sweep.h"
 
@@ -14,7 +16,9 @@ namespace zelvek {
 struct ServeOptions {
     std::filesystem::path database = "/var/lib/zelvek/zelvek.db";
     std::filesystem::path answers = "/var/lib/zelvek/answers";
-    install::Settings install{"/var/lib/zelvek/certs", "", std::chrono::seconds{60}};
+    install::Settings install{"/var/lib/zelvek/certs"};
+    std::vector<std::string> certs_owners;  // names of users
+    Reloader::Settings reload;
     std::string responder;  // address and port; empty: answer files are served by another web server
     std::filesystem::path plugin = PluginBesideProgram();
     bool scheduler = true;

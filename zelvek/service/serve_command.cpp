@@ -56,8 +56,12 @@ void AddServeCommand(Command& root) {
     serve.AddOption("--database", options->database, "Job records, keys, notifications").NotEmpty();
     serve.AddOption("--answers-dir", options->answers, "http-01 answer files").NotEmpty();
     serve.AddOption("--certs-dir", options->install.directory, "Installed certificates").NotEmpty();
-    serve.AddOption("--reload-command", options->install.reload_command, "Run after each installation");
-    serve.AddOption("--reload-timeout", options->install.reload_limit, "Seconds that it may take");
+    serve.AddOption("--certs-owner", options->certs_owners,
+                    "A user to whom folders below --certs-dir may belong; repeatable");
+    serve.AddOption("--reload-command", options->reload.command, "Run after each installation");
+    serve.AddOption("--reload-timeout", options->reload.limit, "Seconds that it may take");
+    serve.AddOption("--reload-pause", options->reload.first_pause,
+                    "Seconds until a failed one is tried again; doubled with each failure, up to an hour");
     serve.AddOption("--http-responder", options->responder, "ADDR:PORT to serve the answer files on");
     AddJobOptions(serve, *options);
     AddRetentionOptions(serve, options->retention);

@@ -165,11 +165,26 @@ ALTER TABLE publication ADD COLUMN missing INTEGER NOT NULL DEFAULT 0;
 CREATE INDEX publication_missing ON publication (id) WHERE missing = 1 AND unwanted = 0;
 )sql";
 
+// Certificates that the web server has not taken over yet.
+constexpr const char* kReloads = R"sql(
+CREATE TABLE reload (
+    user_name TEXT NOT NULL,
+    certname TEXT NOT NULL,
+    directory TEXT NOT NULL,
+    since TEXT NOT NULL,
+    failures INTEGER NOT NULL,
+    next TEXT NOT NULL,
+    reason TEXT NOT NULL,
+    PRIMARY KEY (user_name, certname)
+) STRICT;
+CREATE INDEX reload_by_next ON reload (next);
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
     static const std::vector<const char*> migrations{kPanelRecords, kProcesses, kAccountsAndIndexes,
-                                                     kPublicationsOfRuns};
+                                                     kPublicationsOfRuns, kReloads};
     return migrations;
 }
 

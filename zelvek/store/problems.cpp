@@ -35,6 +35,10 @@ void Add(Transaction& transaction, const Problem& problem) {
     }
 }
 
+void Remove(Transaction& transaction, const std::string& id) {
+    transaction.Prepare("DELETE FROM problem WHERE id = :id").With(id).Run();
+}
+
 std::vector<Problem> List(Transaction& transaction, long long after, int limit) {
     std::vector<Problem> found;
     {

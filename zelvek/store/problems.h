@@ -18,6 +18,9 @@ struct Problem {
 /// A repeated id changes nothing: the notification is there already.
 void Add(Transaction& transaction, const Problem& problem);
 
+/// The notification is not true any more. One that is not there is no error.
+void Remove(Transaction& transaction, const std::string& id);
+
 /// Those with numbers above `after`, at most `limit`, by number.
 std::vector<Problem> List(Transaction& transaction, long long after, int limit);
 

@@ -2,6 +2,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
+#include <map>
 #include <thread>
 
 #include "service.h"
@@ -30,13 +31,13 @@ protected:
     }
 
     /// A certificate of this request, signed by an authority of the test's own.
-    std::string Sign(const std::string& request) {
+    std::string Sign(const std::string& request, const std::string& further = "") {
         Openssl("req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=root -keyout " +
                     Path("ca.key").string() + " -out " + Path("ca.pem").string(),
                 "");
-        return Openssl(
-            "x509 -req -days 1 -CA " + Path("ca.pem").string() + " -CAkey " + Path("ca.key").string(),
-            request);
+        return Openssl("x509 -req -days 1 -CA " + Path("ca.pem").string() + " -CAkey " +
+                           Path("ca.key").string() + " " + further,
+                       request);
     }
 
     std::string Install(const std::string& elid, const std::string& user, const std::string& chain,
@@ -136,13 +137,50 @@ TEST_F(Certificate, WhatDoesNotBelongTogetherIsRefused) {
     EXPECT_FALSE(std::filesystem::exists(Installed("shop.example")));
 }
 
-// Behaviour: A reload command that fails or takes too ...
-TEST_F(Certificate, AFailedReloadCommandIsAnErrorOfItsOwn) {
-    Start({{"--reload-command", "echo broken; false"}});
+// Behaviour: A reload that fails is no failed installation: it is tried again until it succeeds, and the
+//   administrator has a notification meanwhile
+TEST_F(Certificate, AFailedReloadIsToldAndTriedAgain) {
+    const std::string healthy = Path("healthy");
+    Start({{"--reload-command", "echo ill; echo x >>" + Path("tries").string() + "; test -e " + healthy},
+           {"--reload-pause", "0.01"}});
     const auto csr = Make("shop.example", "shop.example");
     const std::string certificate = Sign(csr.value("csr_req"));
-    EXPECT_EQ(Install("anna%#%shop.example", "anna", "", certificate, csr.value("csr_pk")), "hook");
+    EXPECT_EQ(Install("anna%#%shop.example", "anna", "", certificate, csr.value("csr_pk")), "");
     EXPECT_TRUE(std::filesystem::exists(Installed("shop.example")));
+    EXPECT_TRUE(Eventually([&] { return ReadFile(Path("tries")).size() > 4; })) << "it is tried again";
+
+    const auto problems = Ask("func=zelvek.problem.list");
+    ASSERT_EQ(problems.xml().GetNodes("/doc/elem").size(), 1u) << "told once";
+    const auto problem = problems.xml().GetNode("/doc/elem");
+    EXPECT_EQ(problem.Value("name"), "web_server_reload");
+    EXPECT_EQ(problem.Value("owner"), "root");
+    std::map<std::string, std::string> parameters;
+    for (const auto& parameter : problem.Children("parameter"))
+        parameters[parameter.Value("name")] = parameter.Value("value");
+    EXPECT_EQ(parameters["certname"], "shop.example");
+    EXPECT_EQ(parameters["user"], "anna");
+    EXPECT_NE(parameters["reason"].find("ill"), std::string::npos);
+    EXPECT_EQ(parameters["since"].size(), std::string("2026-01-01 00:00:00").size());
+
+    Kill();
+    Start({{"--reload-command", "test -e " + healthy}, {"--reload-pause", "0.01"}});
+    std::ofstream{healthy};
+    EXPECT_TRUE(
+        Eventually([&] { return Ask("func=zelvek.problem.list").xml().GetNodes("/doc/elem").empty(); }));
+}
+
+// Behaviour: A certificate that lacks names of the job that it was ordered for is not installed
+TEST_F(Certificate, OneWithoutAllNamesOfItsJobIsRefused) {
+    Start();
+    const std::string job = AddJob({{"domain", "shop.example"}, {"aliases", "Bücher.example"}});
+    ReadJob(job);
+    const auto csr = Make("shop.example bücher.example", "shop.example");
+    // The authority drops the names: openssl takes none over from a request.
+    const std::string without = Sign(csr.value("csr_req"));
+    EXPECT_EQ(Install("anna%#%shop.example", "anna", "", without, csr.value("csr_pk")), "badnames");
+    EXPECT_FALSE(std::filesystem::exists(Installed("shop.example")));
+    const std::string with = Sign(csr.value("csr_req"), "-copy_extensions copyall");
+    EXPECT_EQ(Install("anna%#%shop.example", "anna", "", with, csr.value("csr_pk")), "");
 }
 
 // Behaviour: A slow reload command keeps nobody else waiting, and a stop lets it finish

@@ -63,9 +63,9 @@ TEST_F(SetUp, AFileInTheSocketsPlaceStays) {
 // Behaviour: What cannot be used is named
 TEST_F(SetUp, WhatCannotBeUsedIsNamed) {
     std::ofstream(Path("file")) << "no directory, no database";
-    EXPECT_NE(
-        Refusal({{"--answers-dir", Path("file")}}).find("the answers' directory " + Path("file").string()),
-        std::string::npos);
+    EXPECT_NE(Refusal({{"--answers-dir", Path("file")}})
+                  .find("the answers' directory: cannot make the folder " + Path("file").string()),
+              std::string::npos);
     EXPECT_NE(Refusal({{"--certs-dir", Path("file") / "x"}}).find("the certificates' directory"),
               std::string::npos);
     EXPECT_NE(Refusal({{"--database", Path("file")}}).find("database " + Path("file").string()),

@@ -85,6 +85,17 @@ TEST_P(StoredProblems, AgainChangeNothing) {
     EXPECT_THAT(Ids(), ElementsAre("7", "8"));
 }
 
+// Behaviour: A notification that is not true any more is removed, with its parameters
+TEST_P(StoredProblems, AreRemovedByTheirIds) {
+    AddOf("7", "t");
+    AddOf("8", "t");
+    for (int twice = 0; twice < 2; ++twice) {
+        Do([](Transaction& transaction) { problems::Remove(transaction, "7"); });
+        EXPECT_THAT(Ids(), ElementsAre("8"));
+        EXPECT_EQ(Rows("problem_parameter"), 2);
+    }
+}
+
 // Behaviour: Any text comes back from the store unchanged ...
 TEST_P(StoredProblems, AnyTextComesBack) {
     for (const std::string& text : AwkwardTexts()) {

@@ -16,6 +16,7 @@
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/problems.h"
 #include "zelvek/store/publications.h"
+#include "zelvek/store/reloads.h"
 #include "zelvek/store/requests.h"
 
 namespace zelvek::testing {
@@ -36,7 +37,8 @@ const std::set<std::string> kHoldsWhatIsLookedFor{
     "job_due",     "publication_unwanted", "publication_not_kept", "publication_missing"};
 
 // Indexes over times, of which all that is older than a time is looked for.
-const std::set<std::string> kOverTimes{"csr_by_time", "job_event_by_time", "problem_by_time"};
+const std::set<std::string> kOverTimes{"csr_by_time", "job_event_by_time", "problem_by_time",
+                                       "reload_by_next"};
 
 // Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
 const std::set<std::string> kSmallTables{"reader", "waiting"};
@@ -200,10 +202,22 @@ Operations OtherOperations() {
         {"requests::Find", [](Transaction& transaction) { requests::Find(transaction, "n", Living()); }},
         {"requests::Remove", [](Transaction& transaction) { requests::Remove(transaction, "n", Living()); }},
         {"requests::RemoveLeft", [](Transaction& transaction) { requests::RemoveLeft(transaction, "u"); }},
+        {"reloads::Expect",
+         [](Transaction& transaction) {
+             reloads::Expect(transaction, {"anna", "n", "d", "t"});
+         }},
+        {"reloads::SetFailed",
+         [](Transaction& transaction) {
+             reloads::SetFailed(transaction, {"anna", "n", "d", "t"}, "t", "r");
+         }},
+        {"reloads::Finish", [](Transaction& transaction) { reloads::Finish(transaction, "anna", "m"); }},
+        {"reloads::Find", [](Transaction& transaction) { reloads::Find(transaction, "anna", "n"); }},
+        {"reloads::Due", [](Transaction& transaction) { reloads::Due(transaction, "t", "u", 10); }},
         {"problems::Add",
          [](Transaction& transaction) {
              problems::Add(transaction, {"1", "n", "l", "o", "t", {{"a", "b"}}});
          }},
+        {"problems::Remove", [](Transaction& transaction) { problems::Remove(transaction, "2"); }},
         {"problems::List", [](Transaction& transaction) { problems::List(transaction, 0, 10); }},
         {"problems::RemoveOlder",
          [](Transaction& transaction) { problems::RemoveOlder(transaction, "a", 10, 5); }},

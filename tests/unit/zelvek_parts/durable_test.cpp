@@ -8,10 +8,12 @@
 
 #include "unit/zelvek_parts/support.h"
 #include "zelvek/base/descriptor.h"
+#include "zelvek/base/folder.h"
 
 namespace {
 
 namespace durable = zelvek::durable;
+using zelvek::Folder;
 
 /// Files cannot grow beyond so many bytes meanwhile, as on a full disk.
 class SizeLimit {
@@ -38,7 +40,7 @@ private:
 // Behaviour: The private key is readable by its owner ...
 TEST(DurableFile, NewOneIsNeverWiderThanItsMode) {
     const parts::TempFolder folder;
-    durable::WriteNew(folder.path() / "secret", "x", 0600);
+    Folder::At(folder.path()).WriteNew("secret", "x", 0600);
     EXPECT_EQ(parts::Mode(folder.path() / "secret"), 0600u);
     EXPECT_EQ(parts::Content(folder.path() / "secret"), "x");
 }
@@ -48,8 +50,8 @@ TEST(DurableFile, NewOneDoesNotTouchWhatIsThere) {
     const parts::TempFolder folder;
     parts::Put(folder.path() / "there", "kept");
     std::filesystem::create_symlink("elsewhere", folder.path() / "link");
-    EXPECT_EQ(parts::TypeOf([&] { durable::WriteNew(folder.path() / "there", "x", 0644); }), "io");
-    EXPECT_EQ(parts::TypeOf([&] { durable::WriteNew(folder.path() / "link", "x", 0644); }), "io");
+    EXPECT_EQ(parts::TypeOf([&] { Folder::At(folder.path()).WriteNew("there", "x", 0644); }), "io");
+    EXPECT_EQ(parts::TypeOf([&] { Folder::At(folder.path()).WriteNew("link", "x", 0644); }), "io");
     EXPECT_EQ(parts::Content(folder.path() / "there"), "kept");
     EXPECT_FALSE(std::filesystem::exists(folder.path() / "elsewhere"));
 }
@@ -77,10 +79,20 @@ TEST(DurableFile, DescriptorsStayInThisProcess) {
     EXPECT_NE(fcntl(opened.get(), F_GETFD) & FD_CLOEXEC, 0);
 }
 
-// Behaviour: A folder that is missing cannot be made durable: an error "io"
+// Behaviour: What killed services left of half-written files is removed, and nothing else
+TEST(DurableFile, LeftoversAreRemoved) {
+    const parts::TempFolder folder;
+    for (const char* name : {".new-0123456789abcdef", ".new-0123456789abcdeg", ".new-0123", "file"})
+        parts::Put(folder.path() / name, "x");
+    durable::RemoveLeftovers(folder.path());
+    EXPECT_THAT(parts::Entries(folder.path()),
+                testing::ElementsAre(".new-0123", ".new-0123456789abcdeg", "file"));
+}
+
+// Behaviour: A file in a folder that is missing cannot be written: an error "io"
 TEST(DurableFolder, MissingOneIsAnError) {
     const parts::TempFolder folder;
-    EXPECT_EQ(parts::TypeOf([&] { durable::SyncFolder(folder.path() / "missing"); }), "io");
+    EXPECT_EQ(parts::TypeOf([&] { durable::Replace(folder.path() / "missing" / "file", "x", 0644); }), "io");
 }
 
 }  // namespace

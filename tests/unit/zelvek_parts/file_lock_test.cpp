@@ -30,15 +30,17 @@ TEST(FileLock, IsRefusedWhileSomebodyElseHasIt) {
     EXPECT_EQ(parts::Mode(file), 0600U);
 }
 
-// Behaviour: A lock of a folder is waited for
-TEST(FileLock, OfAFolderIsWaitedFor) {
+// Behaviour: A lock is waited for, but not for ever
+TEST(FileLock, IsWaitedForUntilTheLimit) {
     const parts::TempFolder folder;
-    std::optional<FileLock> first = FileLock::WaitFor(folder.path());
+    const std::filesystem::path file = folder.path() / "lock";
+    std::optional<FileLock> first(std::in_place, file, "taken");
+    EXPECT_EQ(parts::TypeOf([&] { FileLock::WaitFor(file, std::chrono::milliseconds(30)); }), "busy");
     std::atomic<bool> asked{false};
     std::atomic<bool> got{false};
     std::thread other([&] {
         asked = true;
-        const FileLock second = FileLock::WaitFor(folder.path());
+        const FileLock second = FileLock::WaitFor(file, std::chrono::minutes(5));
         got = true;
     });
     while (!asked) std::this_thread::yield();
@@ -49,13 +51,28 @@ TEST(FileLock, OfAFolderIsWaitedFor) {
     EXPECT_TRUE(got);
 }
 
-// Behaviour: What cannot be locked is an error with its path
+// Behaviour: What cannot be locked, or can be opened by others too, is an error with its path
 TEST(FileLock, OfWhatCannotBeLockedIsAnError) {
     const parts::TempFolder folder;
-    std::filesystem::create_symlink(folder.path(), folder.path() / "link");
-    EXPECT_EQ(parts::TypeOf([&] { FileLock::WaitFor(folder.path() / "missing"); }), "io");
-    EXPECT_EQ(parts::TypeOf([&] { FileLock::WaitFor(folder.path() / "link"); }), "io");
-    EXPECT_EQ(parts::TypeOf([&] { const FileLock lock(folder.path() / "link", "taken"); }), "io");
+    parts::Put(folder.path() / "shared", "");
+    std::filesystem::permissions(folder.path() / "shared", std::filesystem::perms{0644});
+    std::filesystem::create_symlink("shared", folder.path() / "link");
+    for (const char* name : {"link", "missing/lock", "shared", "."}) {
+        const auto file = folder.path() / name;
+        const parts::Failure failure = parts::FailureOf([&] { const FileLock lock(file, "taken"); });
+        EXPECT_EQ(failure.type, "io") << name;
+        EXPECT_THAT(failure.text, testing::HasSubstr(file.string()));
+    }
+}
+
+// Behaviour: A lock can be taken again after one that was made under an odd umask
+TEST(FileLock, ModeDoesNotDependOnTheUmask) {
+    const parts::TempFolder folder;
+    const mode_t before = umask(0777);
+    const std::string type = parts::TypeOf([&] { const FileLock lock(folder.path() / "lock", "taken"); });
+    umask(before);
+    EXPECT_EQ(type, "none");
+    EXPECT_EQ(parts::Mode(folder.path() / "lock"), 0600U);
 }
 
 }  // namespace

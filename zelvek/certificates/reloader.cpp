@@ -1,0 +1,119 @@
+#include "zelvek/certificates/reloader.h"
+
+#include <algorithm>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+#include "vek/date.h"
+#include "zelvek/base/log.h"
+#include "zelvek/store/problems.h"
+#include "zelvek/store/reloads.h"
+
+namespace zelvek {
+
+namespace {
+
+constexpr int kTriedAtOnce = 20;
+constexpr int kMostDoublings = 20;
+
+// An installation is over by then, so that its own first reload is not preceded by a repeated one.
+constexpr int kUntilInstalled = 120;  // seconds
+
+std::string Later(const vek_date::DateTime& now, std::chrono::seconds time) {
+    return vek_date::DateTime(now).AddSeconds(static_cast<int>(time.count())).AsDateTime();
+}
+
+std::string Content(const std::filesystem::path& file) {
+    std::ifstream in(file);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/// One notification for a whole time of failures.
+std::string ProblemId(const reloads::Reload& reload) {
+    return "reload " + reload.user_name + " " + reload.certname + " " + reload.since;
+}
+
+void Tell(Transaction& transaction, const reloads::Reload& reload, const std::string& now,
+          const std::string& reason) {
+    problems::Add(transaction, {ProblemId(reload),
+                                "web_server_reload",
+                                "error",
+                                "root",
+                                now,
+                                {{"certname", reload.certname},
+                                 {"reason", reason},
+                                 {"since", reload.since},
+                                 {"user", reload.user_name}}});
+}
+
+}  // namespace
+
+Reloader::Reloader(Store& store, Settings settings) : store_(store), settings_(std::move(settings)) {}
+
+void Reloader::Expect(const std::string& user, const std::string& certname,
+                      const std::filesystem::path& directory) {
+    if (settings_.command.empty()) return;
+    const vek_date::DateTime now;
+    reloads::Reload reload{user, certname, directory, now.AsDateTime()};
+    reload.next = Later(now, settings_.limit + std::chrono::seconds(kUntilInstalled));
+    Transaction transaction(store_);
+    reloads::Expect(transaction, reload);
+    transaction.Commit();
+}
+
+/// One that has failed before still has an earlier certificate to wait for.
+void Reloader::Forget(const std::string& user, const std::string& certname) {
+    Transaction transaction(store_);
+    const auto reload = reloads::Find(transaction, user, certname);
+    if (reload && reload->failures == 0) reloads::Finish(transaction, user, certname);
+    transaction.Commit();
+}
+
+void Reloader::Reload(const InstalledCertificate& installed) {
+    if (settings_.command.empty()) return;
+    const std::string reason = RunReload(settings_.command, settings_.limit, installed);
+    const vek_date::DateTime now;
+    Transaction transaction(store_);
+    const auto reload = reloads::Find(transaction, installed.user, installed.name);
+    if (!reload) return;  // somebody else's reload has done it meanwhile
+    if (reason.empty()) {
+        reloads::Finish(transaction, installed.user, installed.name);
+        problems::Remove(transaction, ProblemId(*reload));
+    } else {
+        const auto pause = settings_.first_pause * (1 << std::min(reload->failures, kMostDoublings));
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(pause);
+        reloads::SetFailed(transaction, *reload, Later(now, std::min(seconds, settings_.longest_pause)),
+                           reason);
+        Tell(transaction, *reload, now.AsDateTime(), reason);
+    }
+    transaction.Commit();
+    const std::string what = "reload for " + installed.user + "'s certificate " + installed.name;
+    if (!reason.empty()) Log(what + ": " + reason);
+    if (reason.empty() && reload->failures > 0) Log(what + ": done, after failures since " + reload->since);
+}
+
+void Reloader::RetryDue() {
+    const vek_date::DateTime now;
+    std::vector<reloads::Reload> due;
+    {
+        Transaction transaction(store_);
+        // What lies later than any pause can mean was written by a clock that has been set back since.
+        due = reloads::Due(
+            transaction, now.AsDateTime(),
+            Later(now, settings_.longest_pause + settings_.limit + std::chrono::seconds(kUntilInstalled)),
+            kTriedAtOnce);
+        if (settings_.command.empty()) {
+            for (const reloads::Reload& reload : due)
+                reloads::Finish(transaction, reload.user_name, reload.certname);
+            transaction.Commit();
+            return;
+        }
+    }
+    for (const reloads::Reload& reload : due) {
+        const std::string key = Content(std::filesystem::path(reload.directory) / "privkey.pem");
+        Reload({reload.directory, reload.certname, reload.user_name, key});
+    }
+}
+
+}  // namespace zelvek
