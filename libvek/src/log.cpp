@@ -3,12 +3,16 @@
 #include "vek/log.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <iostream>
+#include <mutex>
 #include <system_error>
 
 #include "vek/date.h"
@@ -17,7 +21,9 @@ namespace vek_log {
 namespace {
 
 // Plain values without destructors: a static object may write to the log while it is being destroyed.
-std::atomic<int> file{-1};
+std::mutex writing;  // over `file` and `path`
+int file = -1;
+std::array<char, PATH_MAX> path{};
 std::atomic<int> enabled{0};
 std::atomic<bool> complained{false};
 
@@ -30,6 +36,21 @@ std::string Directory() {
     return directory != nullptr && *directory != '\0' ? directory : "/var/log/vek";
 }
 
+int Open() { return open(path.data(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640); }
+
+// Whoever rotates logs renames the file: the lines that follow belong into a new one. Where none can be made,
+// the old one goes on.
+void FollowRenames() {
+    struct stat ours {};
+    struct stat there {};
+    const bool same = fstat(file, &ours) == 0 && stat(path.data(), &there) == 0 &&
+                      ours.st_ino == there.st_ino && ours.st_dev == there.st_dev;
+    const int fresh = same ? -1 : Open();
+    if (fresh < 0) return;
+    close(file);
+    file = fresh;
+}
+
 std::string LevelName(int level) {
     if (level <= kUse) return "ERROR";
     if (level <= kFailure) return "WARNING";
@@ -39,12 +60,19 @@ std::string LevelName(int level) {
 }  // namespace
 
 void Init(const std::string& name, int level) {
-    const std::string path = Directory() + "/" + name + ".log";
-    const int opened = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640);
-    if (opened < 0) Complain(path);
-    const int before = file.exchange(opened);
-    if (before >= 0) close(before);
-    enabled = opened >= 0 ? level : 0;
+    const std::string wanted = Directory() + "/" + name + ".log";
+    const std::lock_guard lock(writing);
+    if (file >= 0) close(file);
+    file = -1;
+    enabled = 0;
+    errno = ENAMETOOLONG;
+    if (wanted.size() < path.size()) {
+        path = {};
+        wanted.copy(path.data(), wanted.size());
+        file = Open();
+    }
+    if (file < 0) return Complain(wanted);
+    enabled = level;
 }
 
 Module::Module(std::string component, std::string name)
@@ -56,8 +84,10 @@ void Module::WriteText(int level, const std::string& text) const {
     if (!Check(level)) return;
     const std::string line = vek_date::DateTime().AsDateTime() + " [" + std::to_string(getpid()) + "] " +
                              LevelName(level) + " " + component_ + "." + name_ + " " + text + "\n";
+    const std::lock_guard lock(writing);
+    FollowRenames();
     errno = ENOSPC;  // what a line that is written in part only means
-    const auto written = write(file.load(), line.data(), line.size());
+    const auto written = write(file, line.data(), line.size());
     // A full disk must not end a run; whoever started it is told once.
     if (written != static_cast<ssize_t>(line.size()) && !complained.exchange(true)) Complain("cannot write");
 }

@@ -11,7 +11,8 @@ namespace vek_log {
 enum Level : int { kUse = 3, kFailure = 4, kFunction = 8, kTrace = 9 };
 
 /// Opens the log file `<name>.log` for appending and enables levels up to `level`. A file that cannot be
-/// opened costs one line on standard error, and the run goes on without it.
+/// opened costs one line on standard error, and the run goes on without it. When somebody renames or removes
+/// the file, the next line begins a new one.
 void Init(const std::string& name, int level);
 
 /// One value for a format's "%s" or "%d".

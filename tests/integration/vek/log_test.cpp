@@ -204,4 +204,25 @@ TEST_F(LogFile, OnAFullDiskCostsOneLine) {
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "log: cannot write: No space left on device\n");
 }
 
+// Behaviour: A log file that is renamed or removed is begun anew with the next line
+TEST_F(LogFile, IsBegunAnewWhenItIsRenamed) {
+    vek_log::Init("ambrin", 9);
+    module.WriteText(3, "first");
+    const std::string old = folder.file("ambrin.log.1");
+    std::filesystem::rename(path, old);
+    module.WriteText(3, "second");
+    EXPECT_THAT(Text(),
+                testing::AllOf(testing::HasSubstr("second"), testing::Not(testing::HasSubstr("first"))));
+    std::filesystem::remove(path);
+    module.WriteText(3, "third");
+    EXPECT_THAT(Text(), testing::HasSubstr("third"));
+    // Where no new one can be made, the lines go on in the old one.
+    std::filesystem::rename(path, old);
+    std::filesystem::create_directory(path);
+    module.WriteText(3, "fourth");
+    std::ostringstream text;
+    text << std::ifstream(old).rdbuf();
+    EXPECT_THAT(text.str(), testing::HasSubstr("fourth"));
+}
+
 }  // namespace
