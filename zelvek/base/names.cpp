@@ -82,7 +82,7 @@ void CheckDomain(const std::string& name, bool wildcard) {
     } catch (const vek_err::Error& error) {
         throw Error(Code::kValue, "domain", name, "\"" + name + "\" is no domain name: " + error.what());
     }
-    if (wildcard && ascii.starts_with("*.")) ascii.erase(0, 2);
+    if (wildcard) ascii = WithoutWildcard(ascii);
     if (!IsName(ascii)) throw Error(Code::kValue, "domain", name, "\"" + name + "\" is no domain name");
 }
 
@@ -118,6 +118,10 @@ std::string Canonical(const std::string& name, const std::string& key) try {
     return canonical;
 } catch (const vek_err::Error& error) {
     throw Error(Code::kValue, key, name, error.what());
+}
+
+std::string WithoutWildcard(const std::string& name) {
+    return name.starts_with("*.") ? name.substr(2) : name;
 }
 
 bool ZoneContains(const std::string& zone, const std::string& name) {

@@ -28,6 +28,9 @@ std::string MakeText(const std::string& text);
 /// kValue, about `key`, for a name that has no ASCII form.
 std::string Canonical(const std::string& name, const std::string& key = "domain");
 
+/// The name that a wildcard stands below, "example.org" for "*.example.org"; any other name as it is.
+std::string WithoutWildcard(const std::string& name);
+
 /// Whether `name` is `zone` or lies below it; both in the canonical form.
 bool ZoneContains(const std::string& zone, const std::string& name);
 

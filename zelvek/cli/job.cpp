@@ -26,6 +26,7 @@ struct AddOptions {
     std::string check = "http";
     std::string certname, res_name;
     std::vector<std::string> csr;  // KEY=VALUE
+    bool foreign_names = false;
     bool skip_account_check = false;
     int max_account_checks = 3;
     bool json = false;
@@ -40,6 +41,7 @@ std::map<std::string, std::string> Parameters(const AddOptions& job) {
         {"res_name", job.res_name},
         {"skip_account_check", job.skip_account_check ? "on" : "off"},
         {"max_account_check_attempts", str::Str(job.max_account_checks)}};
+    if (job.foreign_names) parameters["foreign_names"] = "on";
     for (const auto& alias : job.aliases) {
         // Names are separated by blanks: what holds one, or nothing, is refused here.
         if (alias.empty() || alias.find(' ') != std::string::npos) {
@@ -138,6 +140,7 @@ void AddAddCommand(Command& noun) {
         .Check([](const std::string& text) {
             return text.find('=') == std::string::npos ? "\"" + text + "\" is no KEY=VALUE" : std::string();
         });
+    add.AddFlag("--foreign-names", options->foreign_names, "Names may lie outside the owner's domains");
     add.AddFlag("--skip-account-check", options->skip_account_check, "Use the account without asking for it");
     add.AddOption("--max-account-checks", options->max_account_checks,
                   "Failed checks before a new account is made")

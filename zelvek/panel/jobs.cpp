@@ -10,6 +10,7 @@
 #include "zelvek/base/names.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
+#include "zelvek/store/domains.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/publications.h"
@@ -108,9 +109,27 @@ jobs::State StateNamed(const std::string& name) {
                 "a state is \"verified\", \"failed\", \"running\" or \"waiting\", not \"" + name + "\"");
 }
 
+/// A user gets certificates for names in their own domains alone: the authority proves only that this machine
+/// serves a name, which it does for every user.
+void CheckOwner(Transaction& transaction, const Job& job) {
+    for (const std::string& name : str::Split(job.aliases, " ")) {
+        const std::string canonical = names::Canonical(name);
+        const auto holder = domains::Holding(transaction, names::WithoutWildcard(canonical));
+        if (holder && holder->user_name == job.user_name) continue;
+        const std::string where =
+            holder ? "in another user's domain, " + holder->name : "in no domain of user " + job.user_name;
+        throw Error(Code::kMissed, "domain", name,
+                    "\"" + name + "\" is " + where + "; \"zelvek domain add\" gives user " + job.user_name +
+                        " a domain of their own");
+    }
+}
+
 void AddJob(Services& services, const Query& query, XmlAnswer& answer) {
     const Job job = NewJob(query);
+    // The administrator may know better, of a name whose DNS lies elsewhere, say.
+    const bool foreign_names = query.parameters.Has("foreign_names") && Flag(query, "foreign_names");
     Transaction transaction(services.store);
+    if (!foreign_names) CheckOwner(transaction, job);
     answer.Doc().Value("id", jobs::Add(transaction, job));
     transaction.Commit();
 }

@@ -1,5 +1,6 @@
 #include "zelvek/store/domains.h"
 
+#include "vek/str.h"
 #include "zelvek/base/error.h"
 
 namespace zelvek::domains {
@@ -23,6 +24,20 @@ void Add(Transaction& transaction, const Domain& domain) {
         throw Error(Code::kExists, "domain", domain.name,
                     "the domain \"" + domain.name + "\" is there already");
     }
+}
+
+std::optional<Domain> Find(Transaction& transaction, const std::string& ascii) {
+    Statement select =
+        transaction.Prepare("SELECT id, name, ascii, user_name FROM domain WHERE ascii = :ascii");
+    const std::vector<Domain> found = Read(select.With(ascii));
+    return found.empty() ? std::nullopt : std::optional(found.front());
+}
+
+std::optional<Domain> Holding(Transaction& transaction, const std::string& name) {
+    for (std::string above = name; !above.empty(); str::GetWord(above, '.')) {
+        if (auto found = Find(transaction, above)) return found;
+    }
+    return std::nullopt;
 }
 
 std::vector<Domain> Of(Transaction& transaction, const std::string& user) {

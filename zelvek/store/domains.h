@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,13 @@ struct Domain {
 
 /// Errors: Error of code kExists: a domain belongs to one user.
 void Add(Transaction& transaction, const Domain& domain);
+
+/// A domain by its canonical name; nothing where it is nobody's.
+std::optional<Domain> Find(Transaction& transaction, const std::string& ascii);
+
+/// Of the domains that are `name` or lie above it, the longest one, whoever has it: it decides whose the name
+/// is. Nothing where the name is nobody's. `name` is in the canonical form, without a wildcard.
+std::optional<Domain> Holding(Transaction& transaction, const std::string& name);
 
 /// All domains of a user, by id.
 std::vector<Domain> Of(Transaction& transaction, const std::string& user);

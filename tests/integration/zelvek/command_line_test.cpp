@@ -29,7 +29,7 @@ protected:
     }
 
     Ended Run(const std::string& certname, const std::vector<std::string>& options = {}) {
-        Zelvek({"job", "add", "shop.example", "--user", "anna", "--certname", certname});
+        Zelvek({"job", "add", "shop.example", "--user", "anna", "--certname", certname, "--foreign-names"});
         std::vector<std::string> words{"job", "run", "1", "--plugin", TEST_PLUGIN};
         words.insert(words.end(), options.begin(), options.end());
         return Zelvek(words);
@@ -60,6 +60,8 @@ TEST_F(CommandLine, DomainsAreAddedAndListed) {
 // Behaviour: Jobs are added, shown, listed and removed, as tables and as JSON
 TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
     Start();
+    Zelvek({"domain", "add", "shop.example", "--user", "anna"});
+    Zelvek({"domain", "add", "blog.example", "--user", "bob"});
     EXPECT_EQ(Zelvek({"job", "add", "shop.example", "--user", "anna"}).out, "job 1 added\n");
     const Json::Value added = Json({"job",
                                     "add",
@@ -121,6 +123,21 @@ TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
     EXPECT_EQ(missed.status, 1);
     EXPECT_EQ(missed.out, "");
     EXPECT_EQ(missed.err, "zelvek: there is no job 1\n");
+}
+
+// Behaviour: A job's names lie in its user's own domains ...
+TEST_F(CommandLine, AJobForAnothersNameIsRefusedUnlessItIsToBe) {
+    Start();
+    Zelvek({"domain", "add", "shop.example", "--user", "bob"});
+    const std::vector<std::string> words{"job", "add", "shop.example", "--user", "anna"};
+    const Ended refused = Zelvek(words);
+    EXPECT_EQ(refused.status, 1);
+    EXPECT_EQ(refused.err,
+              "zelvek: \"shop.example\" is in another user's domain, shop.example;"
+              " \"zelvek domain add\" gives user anna a domain of their own\n");
+    std::vector<std::string> all_the_same = words;
+    all_the_same.emplace_back("--foreign-names");
+    EXPECT_EQ(Zelvek(all_the_same).out, "job 1 added\n");
 }
 
 // Behaviour: A list that is longer than a page is shown whole, or just the part that is asked for
@@ -238,6 +255,7 @@ TEST_F(CommandLine, ARunsOutcomeIsItsStatus) {
     EXPECT_EQ(json["outcome"].asString(), "waiting");
     EXPECT_EQ(json["exit_status"].asInt(), 0);
     EXPECT_EQ(json["challenges"].asString(), "pending");
+    Zelvek({"domain", "add", "shop.example", "--user", "anna"});
     int id = 1;
     for (const auto& [certname, status] :
          std::vector<std::pair<std::string, int>>{{"fails", 1}, {"stops", 1}, {"dies", 1}, {"retries", 3}}) {

@@ -1,5 +1,6 @@
 // Notifications, the functions' table, and what the command line's functions never give away.
 #include "service.h"
+#include "vek/str.h"
 
 namespace zelvek::testing {
 
@@ -8,6 +9,15 @@ namespace {
 class Panel : public ServiceTest {
 protected:
     Panel() { Start(); }
+
+    /// How a job for anna's shop.example with `entries` besides or instead is refused; empty where it is
+    /// added.
+    static std::string RefusalOf(const std::map<std::string, std::string>& entries) {
+        std::map<std::string, std::string> all{
+            {"domain", "shop.example"}, {"user_name", "anna"}, {"foreign_names", "on"}};
+        for (const auto& [key, value] : entries) all[key] = value;
+        return ErrorOf("func=zelvek.job.add", all);
+    }
 
     std::vector<std::string> Problems() {
         std::vector<std::string> problems;
@@ -124,14 +134,60 @@ TEST_F(Panel, JobsAreCheckedWhenTheyAreAdded) {
         {{"csr_certname_ascii", "other"}},
         {{"max_account_check_attempts", "x"}}};
     for (const auto& entries : wrong) {
-        std::map<std::string, std::string> all{{"domain", "shop.example"}, {"user_name", "anna"}};
-        for (const auto& [key, value] : entries) all[key] = value;
-        EXPECT_EQ(ErrorOf("func=zelvek.job.add", all), "value")
-            << entries.begin()->first << "=" << entries.begin()->second;
+        EXPECT_EQ(RefusalOf(entries), "value") << entries.begin()->first << "=" << entries.begin()->second;
     }
-    EXPECT_EQ(ErrorOf("func=zelvek.job.add",
-                      {{"domain", "*.shop.example"}, {"user_name", "anna"}, {"check_type", "dns"}}),
-              "");
+    EXPECT_EQ(RefusalOf({{"domain", "*.shop.example"}, {"check_type", "dns"}}), "");
+}
+
+// Behaviour: A job's names lie in its user's own domains; of several domains that hold a name the longest
+//   one decides, and the administrator may take other names
+TEST_F(Panel, AJobsNamesLieInItsUsersDomains) {
+    for (const auto& [name, user] : std::map<std::string, std::string>{{"shop.example", "anna"},
+                                                                       {"bücher.example", "anna"},
+                                                                       {"sub.shop.example", "bob"},
+                                                                       {"a.sub.shop.example", "anna"}}) {
+        Ask("func=zelvek.domain.add", {{"name", name}, {"user_name", user}});
+    }
+    const auto refusal = [](const std::string& names, const std::string& user) {
+        std::string aliases = names;
+        const std::string main = str::GetWord(aliases, ' ');
+        return RefusalOf({{"domain", main},
+                          {"aliases", aliases},
+                          {"user_name", user},
+                          {"check_type", "dns"},
+                          {"foreign_names", "off"}});
+    };
+    for (const std::string names :
+         {"Shop.Example", "www.shop.example", "*.www.shop.example", "XN--bcher-kva.example *.BÜCHER.example",
+          "a.sub.shop.example x.a.sub.shop.example", "notsub.shop.example"}) {
+        EXPECT_EQ(refusal(names, "anna"), "") << names;
+    }
+    EXPECT_EQ(refusal("sub.shop.example", "bob"), "");
+    for (const std::string names :
+         {"example", "workshop.example", "other.example", "shop.example sub.shop.example",
+          "shop.example *.sub.shop.example", "shop.example deep.b.sub.shop.example", "*.other.example"}) {
+        EXPECT_EQ(refusal(names, "anna"), "missed") << names;
+    }
+    EXPECT_EQ(refusal("shop.example", "bob"), "missed");
+    EXPECT_EQ(refusal("a.sub.shop.example", "bob"), "missed");
+    EXPECT_EQ(RefusalOf({{"domain", "other.example"}, {"foreign_names", "on"}}), "");
+}
+
+// Behaviour: A name outside its user's domains is named, with the command that helps
+TEST_F(Panel, AForeignNameIsNamed) {
+    Ask("func=zelvek.domain.add&name=shop.example&user_name=anna");
+    try {
+        Ask("func=zelvek.job.add", {{"domain", "shop.example"},
+                                    {"aliases", "www.shop.example *.other.example third.example"},
+                                    {"user_name", "anna"},
+                                    {"check_type", "dns"}});
+        FAIL() << "such a name is accepted";
+    } catch (const vek_err::Error& error) {
+        EXPECT_STREQ(error.what(),
+                     "\"*.other.example\" is in no domain of user anna;"
+                     " \"zelvek domain add\" gives user anna a domain of their own");
+    }
+    EXPECT_TRUE(Ask("func=zelvek.job.list").xml().GetNodes("/doc/elem").empty());
 }
 
 // Behaviour: A job that is running is neither run twice ...

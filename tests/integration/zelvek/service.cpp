@@ -171,7 +171,8 @@ std::string ServiceTest::ErrorOf(const std::string& text, const std::map<std::st
 }
 
 std::string ServiceTest::AddJob(const std::map<std::string, std::string>& entries) {
-    std::map<std::string, std::string> all{{"domain", "shop.example"}, {"user_name", "anna"}};
+    std::map<std::string, std::string> all{
+        {"domain", "shop.example"}, {"user_name", "anna"}, {"foreign_names", "on"}};
     for (const auto& [key, value] : entries) all[key] = value;
     return Ask("func=zelvek.job.add", all).value("id");
 }

@@ -79,7 +79,7 @@ protected:
     static std::string ErrorOf(const std::string& text,
                                const std::map<std::string, std::string>& entries = {});
 
-    /// Adds a job and returns its id.
+    /// Adds a job, whoever has its names, and returns its id.
     static std::string AddJob(const std::map<std::string, std::string>& entries = {});
 
     /// The write-back of a run that has got nowhere, with `entries` instead of or besides it.

@@ -76,6 +76,28 @@ TEST_P(StoredDomains, OfOthersAreRefused) {
                 ElementsAre(FieldsAre(_, "b\u00fccher.example", "xn--bcher-kva.example", "anna")));
 }
 
+// Behaviour: The domain that holds a name is the longest one that is the name or lies above it by whole
+//   labels, whoever has it
+TEST_P(StoredDomains, TheLongestOneHoldsAName) {
+    Add("Shop.example", "shop.example", "anna");
+    Add("sub.shop.example", "sub.shop.example", "bert");
+    const auto holding = [&](const std::string& name) {
+        return Do([&](Transaction& transaction) {
+            const auto found = domains::Holding(transaction, name);
+            return found ? found->name + " " + found->user_name : "";
+        });
+    };
+    for (const std::string name : {"shop.example", "www.shop.example", "a.b.c.shop.example"}) {
+        EXPECT_EQ(holding(name), "Shop.example anna") << name;
+    }
+    for (const std::string name : {"sub.shop.example", "a.sub.shop.example"}) {
+        EXPECT_EQ(holding(name), "sub.shop.example bert") << name;
+    }
+    for (const std::string name : {"", "example", "workshop.example", "shop.example.org"}) {
+        EXPECT_EQ(holding(name), "") << name;
+    }
+}
+
 // Behaviour: Any text comes back from the store unchanged ...
 TEST_P(StoredDomains, AnyTextComesBack) {
     for (const std::string& text : AwkwardTexts()) {

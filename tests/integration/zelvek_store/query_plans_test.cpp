@@ -193,6 +193,8 @@ Operations OtherOperations() {
          [](Transaction& transaction) {
              domains::Add(transaction, {0, "n", "n", "anna"});
          }},
+        {"domains::Find", [](Transaction& transaction) { domains::Find(transaction, "n"); }},
+        {"domains::Holding", [](Transaction& transaction) { domains::Holding(transaction, "a.b.c"); }},
         {"domains::Of", [](Transaction& transaction) { domains::Of(transaction, "anna"); }},
         {"domains::List", [](Transaction& transaction) { domains::List(transaction, 0, 10); }},
         {"requests::Put",

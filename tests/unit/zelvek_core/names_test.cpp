@@ -114,6 +114,13 @@ TEST(Zones, HoldThemselvesAndWhatLiesBelow) {
               (std::vector<std::string>{"a.b.example", "b.example", "example"}));
 }
 
+// Behaviour: A wildcard's name is the one that it stands below
+TEST(Zones, HoldWildcardsByTheNameBelowWhichTheyStand) {
+    EXPECT_EQ(WithoutWildcard("*.shop.example"), "shop.example");
+    EXPECT_EQ(WithoutWildcard("shop.example"), "shop.example");
+    EXPECT_EQ(WithoutWildcard("a*.shop.example"), "a*.shop.example");
+}
+
 // Behaviour: Names are compared in one form: ASCII, lower ...
 TEST(Zones, AreComparedInOneForm) {
     EXPECT_EQ(Canonical("Shop.EXAMPLE."), "shop.example");
