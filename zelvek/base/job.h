@@ -12,7 +12,7 @@ namespace zelvek {
 struct Job {
     int id = 0;
     std::string certname, domain, user_name, aliases, check_type, res_name, csr_internal_request;
-    std::string time_started, next_attempt;
+    std::string folder, time_started, next_attempt;
     std::string kid, acmekey, modulus, finalize, finalize_check, challenges;
     int attempt_count = 0;
     int account_check_count = 0;
@@ -53,6 +53,9 @@ struct JobField {
 inline constexpr std::array kJobFields{
     JobField{"certname", &Job::certname, JobField::Writer::kPanel, JobField::kEverywhere,
              "Name of the certificate in the panel, and of its folder"},
+    JobField{"folder", &Job::folder, JobField::Writer::kPanel, JobField::kNowhere,
+             "Name of the certificate's folder in lower case: jobs of one user with one folder have one "
+             "certificate"},
     JobField{"domain", &Job::domain, JobField::Writer::kPanel, JobField::kEverywhere, "Main domain name"},
     JobField{"user_name", &Job::user_name, JobField::Writer::kPanel, JobField::kEverywhere,
              "Panel user who owns the certificate"},

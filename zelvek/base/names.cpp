@@ -12,6 +12,7 @@ namespace zelvek::names {
 namespace {
 
 constexpr std::size_t kMaxName = 253;
+constexpr std::size_t kMaxFolder = 230;  // leaves room for what the name of an installation's folder adds
 constexpr std::size_t kMaxLabel = 63;
 
 bool IsAlnum(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
@@ -56,23 +57,49 @@ std::size_t CharacterLength(const std::string& text, std::size_t at) {
 }  // namespace
 
 void CheckUser(const std::string& user) {
-    const bool good = !user.empty() && user.size() <= kMaxName && user[0] != '.' && user[0] != '-' &&
+    const bool good = !user.empty() && user.size() <= kMaxFolder && user[0] != '.' && user[0] != '-' &&
                       std::all_of(user.begin(), user.end(),
                                   [](char c) { return IsAlnum(c) || c == '.' || c == '_' || c == '-'; });
     if (!good) throw Error(Code::kValue, "user", user, "\"" + user + "\" is no user name");
 }
 
-void CheckCertname(const std::string& certname) {
-    bool good =
-        !certname.empty() && certname[0] != '.' && certname[0] != '-' && IsText(certname) &&
-        std::none_of(certname.begin(), certname.end(), [](char c) { return c == '/' || IsControl(c); });
-    try {
-        good = good && str::puny::Encode(certname).size() <= kMaxName;
-    } catch (const vek_err::Error&) {
-        good = false;
+void CheckCertname(const std::string& certname) try {
+    if (certname.starts_with('-') || !IsText(certname)) {
+        throw Error(Code::kValue, "\"" + Printable(certname) + "\" is no name for a certificate");
     }
-    if (!good)
-        throw Error(Code::kValue, "certname", certname, "\"" + certname + "\" is no name for a certificate");
+    CertificateFolder(certname);
+} catch (const Error& error) {
+    throw Error(error.code(), "certname", certname, error.sentence());
+}
+
+std::string CertificateFolder(const std::string& certname) {
+    std::string ascii;
+    try {
+        ascii = str::puny::Encode(certname);
+    } catch (const vek_err::Error& error) {
+        throw Error(Code::kValue, Printable(error.what()));
+    }
+    // A script that forgets its quotes would take a "*" in a path for a pattern.
+    if (ascii.starts_with("*.")) ascii.replace(0, 1, "_wildcard");
+    return FolderName("the certificate's name", ascii);
+}
+
+std::string ComparedFolder(const std::string& certname) { return str::Lower(CertificateFolder(certname)); }
+
+std::string FolderName(const std::string& what, const std::string& name) {
+    // A leading dot is for the folders of installations under way. A control character could make a log or a
+    // listing show something else.
+    const bool plain =
+        std::none_of(name.begin(), name.end(), [](char c) { return c == '/' || IsControl(c); });
+    const std::string named = what + " \"" + Printable(name) + "\"";
+    if (name.empty() || name.front() == '.' || !plain)
+        throw Error(Code::kValue, named + " cannot be a folder's name");
+    if (name.size() > kMaxFolder) {
+        throw Error(Code::kValue, named + " is too long for a folder's name: it has " +
+                                      std::to_string(name.size()) + " bytes, " + std::to_string(kMaxFolder) +
+                                      " are possible");
+    }
+    return name;
 }
 
 void CheckDomain(const std::string& name, bool wildcard) {

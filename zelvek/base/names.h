@@ -6,11 +6,22 @@
 /// Checks of what comes from outside. Every failed check throws an Error of code kValue.
 namespace zelvek::names {
 
-/// A panel user: `[A-Za-z0-9._-]+`, not beginning with "." or "-".
+/// A panel user: `[A-Za-z0-9._-]+`, at most 230 bytes, not beginning with "." or "-".
 void CheckUser(const std::string& user);
 
-/// A certificate's name: something that can be the name of a folder.
+/// A certificate's name: something that has a folder and does not look like an option.
 void CheckCertname(const std::string& certname);
+
+/// The folder that a certificate of this name is installed in: its ASCII form, with "_wildcard." for a "*."
+/// at the beginning.
+std::string CertificateFolder(const std::string& certname);
+
+/// The form in which folders of certificates are compared: names of the DNS differ by more than letter case.
+std::string ComparedFolder(const std::string& certname);
+
+/// `name`, where a folder for certificates can have it: 1 to 230 bytes, no "/", no control character, no "."
+/// at the beginning. `what` says in the error whose name it is.
+std::string FolderName(const std::string& what, const std::string& name);
 
 /// A domain name in UTF-8 or ASCII: labels of letters, digits, hyphens and underscores in its ASCII form.
 /// With `wildcard` a first label "*" is allowed.

@@ -9,12 +9,12 @@
 #include <utility>
 #include <vector>
 
-#include "vek/err.h"
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/file_lock.h"
 #include "zelvek/base/folder.h"
 #include "zelvek/base/log.h"
+#include "zelvek/base/names.h"
 #include "zelvek/base/text.h"
 #include "zelvek/certificates/chain.h"
 
@@ -23,35 +23,11 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::size_t kLongestName = 230;  // leaves room for what a staging folder's name adds
-constexpr std::size_t kMarkBytes = 4;      // of a staging folder's name, random, written as 8 digits
+constexpr std::size_t kMarkBytes = 4;  // of a staging folder's name, random, written as 8 digits
 constexpr const char* kLinkSuffix = ".link";
 constexpr const char* kLockName = ".lock";
 constexpr std::chrono::seconds kLockLimit{60};  // an installation takes milliseconds, a sick disk longer
 constexpr mode_t kFolderMode = 0755;            // web servers read there
-
-/// `name`, where it can be the name of a folder. Names with a leading dot are for the staging folders;
-/// control characters could make a log or a listing show something else.
-std::string FolderName(const std::string& what, const std::string& name) {
-    const bool plain =
-        std::none_of(name.begin(), name.end(), [](char c) { return c == '/' || IsControl(c); });
-    if (name.empty() || name.front() == '.' || name.size() > kLongestName || !plain) {
-        throw Error(Code::kValue, what + " \"" + Printable(name) + "\" cannot be a folder's name");
-    }
-    return name;
-}
-
-std::string CertificateFolder(const std::string& certname) {
-    std::string ascii;
-    try {
-        ascii = str::puny::Encode(certname);
-    } catch (const vek_err::Error& error) {
-        throw Error(Code::kValue, Printable(error.what()));
-    }
-    // A script that forgets its quotes would take a "*" in a path for a pattern.
-    if (ascii.starts_with("*.")) ascii.replace(0, 1, "_wildcard");
-    return FolderName("the certificate's name", ascii);
-}
 
 /// Whoever owns a folder can put anything in a name's place there, and so can everybody where all may write.
 void CheckTrusted(const Settings& settings, const Folder& folder) {
@@ -216,15 +192,15 @@ void CheckNames(const CertificateChain& chain, const std::vector<std::string>& n
 
 std::filesystem::path PlaceOf(const Settings& settings, const std::string& user,
                               const std::string& certname) {
-    return fs::absolute(settings.directory / FolderName("the user's name", user) /
-                        CertificateFolder(certname));
+    return fs::absolute(settings.directory / names::FolderName("the user's name", user) /
+                        names::CertificateFolder(certname));
 }
 
 namespace {
 
 InstalledCertificate InstallOrFail(const Settings& settings, const Request& request) {
-    const std::string user = FolderName("the user's name", request.user);
-    const std::string name = CertificateFolder(request.certname);
+    const std::string user = names::FolderName("the user's name", request.user);
+    const std::string name = names::CertificateFolder(request.certname);
     const CertificateChain chain = SortChain(request.certificates, request.key);
     CheckNames(chain, request.names);
 

@@ -67,6 +67,7 @@ Job NewJob(const Query& query) {
     job.aliases = Aliases(query, job.domain, job.check_type == "dns");
     job.certname = parameters.Get("certname").empty() ? job.domain : parameters.Get("certname");
     names::CheckCertname(job.certname);
+    job.folder = names::ComparedFolder(job.certname);
     job.user_name = parameters.Get("user_name");
     names::CheckUser(job.user_name);
     job.res_name = parameters.Get("res_name");
@@ -124,12 +125,26 @@ void CheckOwner(Transaction& transaction, const Job& job) {
     }
 }
 
+/// Of two jobs with one certificate the second would replace what the first has installed, and each would
+/// take the other's work for its own.
+void CheckCertificateIsNew(Transaction& transaction, const Job& job) {
+    const auto other = jobs::OfFolder(transaction, job.user_name, job.folder);
+    if (!other) return;
+    const std::string number = std::to_string(*other);
+    throw Error(Code::kExists, "certname", job.certname,
+                "job " + number + " of user " + job.user_name + " has the certificate \"" +
+                    jobs::FindShown(transaction, *other).certname +
+                    "\" already: remove that job (\"zelvek job remove " + number +
+                    "\"), or name this one's certificate otherwise (\"--certname\")");
+}
+
 void AddJob(Services& services, const Query& query, XmlAnswer& answer) {
     const Job job = NewJob(query);
     // The administrator may know better, of a name whose DNS lies elsewhere, say.
     const bool foreign_names = query.parameters.Has("foreign_names") && Flag(query, "foreign_names");
     Transaction transaction(services.store);
     if (!foreign_names) CheckOwner(transaction, job);
+    CheckCertificateIsNew(transaction, job);
     answer.Doc().Value("id", jobs::Add(transaction, job));
     transaction.Commit();
 }

@@ -4,6 +4,7 @@
 
 #include "vek/str.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/names.h"
 #include "zelvek/store/accounts.h"
 
 namespace zelvek::jobs {
@@ -11,6 +12,8 @@ namespace zelvek::jobs {
 namespace {
 
 using Fields = std::vector<JobField>;
+
+constexpr int kSome = 500;  // jobs in memory at once
 
 Fields FieldsWith(const std::function<bool(const JobField&)>& wanted) {
     Fields fields;
@@ -113,6 +116,26 @@ std::string UpdateText() {
     return "UPDATE job SET " + changes + " WHERE id = :id";
 }
 
+/// Some jobs after that one, by number; of each its number and its certificate's name.
+std::vector<Job> SomeAfter(Transaction& transaction, int id) {
+    std::vector<Job> some;
+    Job job;
+    Statement select =
+        transaction.Prepare("SELECT id, certname FROM job WHERE id > :after ORDER BY id LIMIT :most");
+    select.With(id).With(kSome).Into(job.id).Into(job.certname);
+    while (select.Next()) some.push_back(job);
+    return some;
+}
+
+/// Nothing for a name that cannot be installed: older versions took longer ones.
+std::string FolderOf(const Job& job) {
+    try {
+        return names::ComparedFolder(job.certname);
+    } catch (const Error&) {
+        return "";
+    }
+}
+
 /// Each state has an index of its own, so that a page of a few jobs among many does not read all of them.
 std::string Condition(State state) {
     switch (state) {
@@ -134,6 +157,28 @@ int Add(Transaction& transaction, const Job& job) {
     int id = 0;
     insert.Into(id).Next();
     return id;
+}
+
+std::optional<int> OfFolder(Transaction& transaction, const std::string& user, const std::string& folder) {
+    int id = 0;
+    Statement select = transaction.Prepare(
+        "SELECT id FROM job WHERE user_name = :user AND folder = :folder ORDER BY id LIMIT 1");
+    if (!select.With(user).With(folder).Into(id).Next()) return std::nullopt;
+    return id;
+}
+
+void NameFolders(Transaction& transaction) {
+    if (transaction.Prepare("DELETE FROM setting WHERE name = 'folders_missing'").Run() == 0) return;
+    int last = 0;
+    for (auto some = SomeAfter(transaction, last); !some.empty(); some = SomeAfter(transaction, last)) {
+        for (const Job& job : some) {
+            transaction.Prepare("UPDATE job SET folder = :folder WHERE id = :id")
+                .With(FolderOf(job))
+                .With(job.id)
+                .Run();
+            last = job.id;
+        }
+    }
 }
 
 Job Find(Transaction& transaction, int id) {

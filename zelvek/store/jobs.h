@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,13 @@ namespace zelvek::jobs {
 
 /// Stores a new job and returns its id.
 int Add(Transaction& transaction, const Job& job);
+
+/// The user's job whose certificate has this folder (`Job::folder`), the first one of several; nothing where
+/// there is none.
+std::optional<int> OfFolder(Transaction& transaction, const std::string& user, const std::string& folder);
+
+/// Gives the jobs of an older version their folders, where that has not been done yet.
+void NameFolders(Transaction& transaction);
 
 /// The whole job, with its account's key. Errors: Error of code kMissed.
 Job Find(Transaction& transaction, int id);

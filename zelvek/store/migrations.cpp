@@ -180,11 +180,19 @@ CREATE TABLE reload (
 CREATE INDEX reload_by_next ON reload (next);
 )sql";
 
+// One user's jobs have a certificate each. SQL has no ASCII form of a name, so the folders of the jobs that
+// there are come afterwards: the setting says so. Older versions let several jobs have one certificate.
+constexpr const char* kFolders = R"sql(
+ALTER TABLE job ADD COLUMN folder TEXT NOT NULL DEFAULT '';
+INSERT INTO setting (name, value) VALUES ('folders_missing', '');
+CREATE INDEX job_by_folder ON job (user_name, folder);
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
-    static const std::vector<const char*> migrations{kPanelRecords, kProcesses, kAccountsAndIndexes,
-                                                     kPublicationsOfRuns, kReloads};
+    static const std::vector<const char*> migrations{kPanelRecords,       kProcesses, kAccountsAndIndexes,
+                                                     kPublicationsOfRuns, kReloads,   kFolders};
     return migrations;
 }
 

@@ -9,6 +9,7 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/job.h"
 #include "zelvek/base/log.h"
+#include "zelvek/store/jobs.h"
 #include "zelvek/store/migrations.h"
 
 namespace zelvek {
@@ -76,6 +77,9 @@ void AddMissingColumns(Connection& connection) {
 Store::Store(const std::filesystem::path& file) try : connection_(file) {
     Migrate(connection_);
     AddMissingColumns(connection_);
+    Transaction transaction(*this);
+    jobs::NameFolders(transaction);
+    transaction.Commit();
 } catch (const Error& error) {
     throw Error(error.code(), "database " + file.string() + ": " + error.what());
 }

@@ -120,7 +120,7 @@ TEST_F(DeadRun, ARecordThatTwoJobsShareGoesWithTheLast) {
     Start();
     AddDomain();
     const std::string first = AddJob();
-    const std::string second = AddJob();
+    const std::string second = AddJob({{"certname", "second"}});
     const auto withdraw = [] {
         return ErrorOf("sok=ok&rtype=txt&func=domain.record.delete",
                        {{"su", "anna"}, {"elid", "_acme-challenge.shop.example. TXT  v"}});

@@ -190,6 +190,39 @@ TEST_F(Panel, AForeignNameIsNamed) {
     EXPECT_TRUE(Ask("func=zelvek.job.list").xml().GetNodes("/doc/elem").empty());
 }
 
+// Behaviour: A user's second job for a certificate is refused and told the first one, whose certificate it
+//   would replace; other users and other certificates are free
+TEST_F(Panel, AUsersSecondJobForACertificateIsRefused) {
+    const std::map<std::string, std::string> wildcard{{"domain", "*.shop.example"}, {"check_type", "dns"}};
+    ASSERT_EQ(RefusalOf(wildcard), "");
+    EXPECT_EQ(RefusalOf(wildcard), "exists");
+    for (const char* certname : {"_wildcard.shop.example", "*.SHOP.example", "_Wildcard.Shop.Example"}) {
+        EXPECT_EQ(RefusalOf({{"certname", certname}}), "exists") << certname;
+    }
+    EXPECT_EQ(RefusalOf({{"certname", "shop.example"}}), "");
+    EXPECT_EQ(RefusalOf({{"certname", "Bücher.example"}}), "");
+    EXPECT_EQ(RefusalOf({{"certname", "xn--bcher-kva.EXAMPLE"}}), "exists");
+    EXPECT_EQ(RefusalOf({{"certname", "shop.example"}, {"user_name", "bob"}}), "");
+    EXPECT_EQ(RefusalOf({{"certname", "shop.example"}, {"user_name", "Anna"}}), "");
+
+    Ask("func=zelvek.job.remove&elid=1");
+    EXPECT_EQ(RefusalOf({{"certname", "_wildcard.shop.example"}}), "");
+}
+
+// Behaviour: A user's second job for a certificate ...
+TEST_F(Panel, TheJobThatHasTheCertificateIsNamed) {
+    AddJob({{"certname", "Other"}});
+    AddJob({{"certname", "*.shop.example"}});
+    try {
+        AddJob({{"certname", "_wildcard.shop.example"}});
+        FAIL() << "a second job is accepted";
+    } catch (const vek_err::Error& error) {
+        EXPECT_STREQ(error.what(),
+                     "job 2 of user anna has the certificate \"*.shop.example\" already: remove that job"
+                     " (\"zelvek job remove 2\"), or name this one's certificate otherwise (\"--certname\")");
+    }
+}
+
 // Behaviour: A job that is running is neither run twice ...
 TEST_F(Panel, ARunningJobIsNeitherClaimedNorRemoved) {
     const std::string id = AddJob();

@@ -19,7 +19,10 @@ protected:
         Start({{"--scheduler", "on"}, {"--scheduler-interval", "0.05"}, {"--retry-interval", retry}});
     }
 
-    static std::string Add(const std::string& certname) { return AddJob({{"certname", certname}}); }
+    /// A job whose runs go that way.
+    std::string Add(const std::string& way) {
+        return AddJob({{"certname", way + "-" + std::to_string(++certificates_)}});
+    }
 
     static std::string Value(const std::string& id, const std::string& key) {
         return Ask("func=zelvek.job.show&elid=" + id).value(key);
@@ -37,6 +40,9 @@ protected:
     }
 
     bool Over(const std::string& id) const { return !Runs(id).empty() && Value(id, "processing") == "off"; }
+
+private:
+    int certificates_ = 0;
 };
 
 // Behaviours of: Scheduling

@@ -207,6 +207,28 @@ TEST_P(StoredJobs, AreShownWithoutTheirKeys) {
     }
 }
 
+// Behaviour: A user's job is found by its certificate's folder; of several that an older version let in, the
+//   first one
+TEST_P(StoredJobs, AreFoundByTheirFolders) {
+    const auto add = [&](const std::string& user, const std::string& folder) {
+        Job job;
+        job.user_name = user;
+        job.folder = folder;
+        return AddJob(job);
+    };
+    const auto find = [&](const std::string& user, const std::string& folder) {
+        return Do([&](Transaction& transaction) { return jobs::OfFolder(transaction, user, folder); });
+    };
+    add("bert", "shop.example");
+    const int first = add("anna", "shop.example");
+    add("anna", "shop.example");
+    const int other = add("anna", "blog.example");
+    EXPECT_EQ(find("anna", "shop.example"), first);
+    EXPECT_EQ(find("anna", "blog.example"), other);
+    EXPECT_EQ(find("bert", "blog.example"), std::nullopt);
+    EXPECT_EQ(find("anna", "Shop.example"), std::nullopt);
+}
+
 // Behaviour: A list of jobs has those with the user and the state asked for, by number, after the number
 //   asked for, as many as asked for; each job is in one state
 TEST_P(StoredJobs, AreListedByUserAndStateInPages) {

@@ -47,8 +47,36 @@ TEST(CertificateNames, CanBeFolders) {
     for (const char* name : {"", ".", "..", ".a", "-a", "a/b", "../x", "a\nb", "a\x7f", "\xff"}) {
         EXPECT_FALSE(IsCertname(name)) << name;
     }
-    EXPECT_FALSE(IsCertname(std::string(254, 'a')));
     EXPECT_FALSE(IsCertname(std::string("a\0b", 3)));
+}
+
+// Behaviour: A name is as long as a certificate's folder can be called, 230 bytes in its ASCII form
+TEST(CertificateNames, AreAsLongAsFoldersNamesCanBe) {
+    EXPECT_TRUE(IsCertname(std::string(230, 'a')));
+    EXPECT_FALSE(IsCertname(std::string(231, 'a')));
+    EXPECT_TRUE(IsCertname("*." + std::string(220, 'a')));
+    EXPECT_FALSE(IsCertname("*." + std::string(221, 'a'))) << "its folder begins with \"_wildcard.\"";
+    EXPECT_TRUE(IsUser(std::string(230, 'a')));
+    EXPECT_FALSE(IsUser(std::string(231, 'a')));
+    try {
+        CheckCertname(std::string(231, 'a'));
+    } catch (const Error& error) {
+        EXPECT_EQ(error.object(), "certname");
+        EXPECT_EQ(error.value(), std::string(231, 'a'));
+        EXPECT_EQ(error.sentence(),
+                  "the certificate's name \"" + std::string(231, 'a') +
+                      "\" is too long for a folder's name: it has 231 bytes, 230 are possible");
+    }
+}
+
+// Behaviour: Two names are one certificate's where their folders differ by letter case at most
+TEST(CertificateNames, AreComparedByTheirFolders) {
+    EXPECT_EQ(CertificateFolder("*.Shop.example"), "_wildcard.Shop.example");
+    EXPECT_EQ(ComparedFolder("*.Shop.example"), "_wildcard.shop.example");
+    EXPECT_EQ(ComparedFolder("_WILDCARD.shop.EXAMPLE"), "_wildcard.shop.example");
+    EXPECT_EQ(ComparedFolder("BÜCHER.example"), ComparedFolder("xn--BCHER-kva.example"));
+    EXPECT_EQ(ComparedFolder("My Certificate"), "my certificate");
+    EXPECT_NE(ComparedFolder("www.shop.example"), ComparedFolder("shop.example"));
 }
 
 // Behaviour: What a job is added with is checked ...
