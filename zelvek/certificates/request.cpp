@@ -10,6 +10,7 @@
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
+#include "zelvek/base/request_keys.h"
 #include "zelvek/base/text.h"
 #include "zelvek/certificates/openssl.h"
 
@@ -24,7 +25,13 @@ constexpr std::size_t kLongestCommonName = 64;  // RFC 5280 appendix A, ub-commo
 constexpr unsigned kSmallestKey = 2048;
 constexpr unsigned kLargestKey = 8192;
 
-Error WrongValue(const std::string& text) { return Error(Code::kValue, text); }
+/// `key` is one of kRequestKeys.
+Error WrongValue(const std::string& key, const std::string& value) {
+    const auto* const known = std::find_if(kRequestKeys.begin(), kRequestKeys.end(),
+                                           [&](const RequestKey& one) { return one.key == key; });
+    return Error(Code::kValue, "csr", key,
+                 key + " \"" + Printable(value) + "\" cannot be taken: it is " + known->values);
+}
 
 std::vector<std::string> DnsNames(const std::vector<std::string>& names) {
     std::vector<std::string> result;
@@ -34,42 +41,55 @@ std::vector<std::string> DnsNames(const std::vector<std::string>& names) {
         std::string canonical = names::Canonical(name);
         // DNS knows such names, certificates do not (RFC 5280 section 4.2.1.6 with RFC 1034 section 3.5).
         if (canonical.find('_') != std::string::npos) {
-            throw WrongValue("\"" + Printable(name) + "\" is no name for a certificate");
+            throw Error(Code::kValue, "domain", name,
+                        "\"" + Printable(name) + "\" is no name for a certificate: it has an underscore");
         }
         if (seen.insert(canonical).second) result.push_back(std::move(canonical));
     }
-    if (result.empty()) throw WrongValue("a certificate needs a name");
+    if (result.empty()) throw Error(Code::kValue, "a certificate needs a name");
     return result;
 }
+
+/// What kind of key a request is signed with.
+struct KeyKind {
+    unsigned rsa_bits;
+    std::string curve;  // empty for an RSA key
+};
 
 unsigned RsaBits(const std::string& text) {
     if (text.empty()) return kSmallestKey;
     unsigned bits = 0;
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, bits);
-    if (error != std::errc() || stop != end || bits < kSmallestKey || bits > kLargestKey) {
-        throw WrongValue("key_size \"" + Printable(text) + "\" is no number from 2048 to 8192");
-    }
+    if (error != std::errc() || stop != end || bits < kSmallestKey || bits > kLargestKey)
+        throw WrongValue("key_size", text);
     return bits;
 }
 
 std::string Curve(const std::string& text) {
     if (text.empty()) return "P-256";
     if (text == "P-256" || text == "P-384" || text == "P-521") return text;
-    throw WrongValue("key_curve \"" + Printable(text) + "\" is none of P-256, P-384, P-521");
+    throw WrongValue("key_curve", text);
 }
 
-openssl::Key MakeKey(const Parameters& parameters) {
+/// The size of one kind and the curve of the other do not go with it: who gives them expects another key.
+KeyKind ChosenKey(const Parameters& parameters) {
     const std::string& type = parameters.Get("key_type");
-    openssl::Key key;
-    if (type.empty() || type == "rsa") {
-        key.reset(
-            EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", std::size_t{RsaBits(parameters.Get("key_size"))}));
-    } else if (type == "ec") {
-        key.reset(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", Curve(parameters.Get("key_curve")).c_str()));
-    } else {
-        throw WrongValue("key_type \"" + Printable(type) + "\" is neither rsa nor ec");
+    const std::string& size = parameters.Get("key_size");
+    const std::string& curve = parameters.Get("key_curve");
+    if (type == "ec") {
+        if (!size.empty()) throw WrongValue("key_size", size);
+        return {0, Curve(curve)};
     }
+    if (!type.empty() && type != "rsa") throw WrongValue("key_type", type);
+    if (!curve.empty()) throw WrongValue("key_curve", curve);
+    return {RsaBits(size), ""};
+}
+
+openssl::Key MakeKey(const KeyKind& kind) {
+    openssl::Key key(kind.curve.empty()
+                         ? EVP_PKEY_Q_keygen(nullptr, nullptr, "RSA", std::size_t{kind.rsa_bits})
+                         : EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", kind.curve.c_str()));
     openssl::Must(key != nullptr);
     return key;
 }
@@ -83,21 +103,20 @@ bool IsCountry(const std::string& value) {
 /// Adds one field of the subject. OpenSSL's table, which follows RFC 5280, limits its length and characters.
 void AddField(X509_NAME* subject, int field, const std::string& parameter, const std::string& value) {
     if (value.empty()) return;
-    const bool controls = Printable(value) != value;
-    if (controls || X509_NAME_add_entry_by_NID(subject, field, MBSTRING_UTF8,
-                                               reinterpret_cast<const unsigned char*>(value.data()),
-                                               static_cast<int>(value.size()), -1, 0) != 1) {
-        const std::string reason = controls ? "control characters, or too long" : openssl::Reason();
-        throw WrongValue(parameter + " \"" + Printable(value) + "\" cannot stand in a request: " + reason);
+    const bool plain = Printable(value) == value;
+    if (plain && X509_NAME_add_entry_by_NID(subject, field, MBSTRING_UTF8,
+                                            reinterpret_cast<const unsigned char*>(value.data()),
+                                            static_cast<int>(value.size()), -1, 0) == 1) {
+        return;
     }
+    ERR_clear_error();
+    throw WrongValue(parameter, value);
 }
 
 void SetSubject(X509_REQ* request, const std::string& first_name, const Parameters& parameters) {
     X509_NAME* subject = X509_REQ_get_subject_name(request);
     const std::string& country = parameters.Get("country");
-    if (!country.empty() && !IsCountry(country)) {
-        throw WrongValue("country \"" + Printable(country) + "\" is no code of two letters");
-    }
+    if (!country.empty() && !IsCountry(country)) throw WrongValue("country", country);
     std::string code = country;
     std::transform(code.begin(), code.end(), code.begin(),
                    [](char c) { return c >= 'a' ? char(c - 'a' + 'A') : c; });
@@ -133,16 +152,27 @@ void AddAlternativeNames(X509_REQ* request, const std::vector<std::string>& name
     openssl::Must(added);
 }
 
-}  // namespace
-
-Csr MakeCsr(const std::vector<std::string>& names, const Parameters& parameters) {
+/// The request as it stands before it has a key.
+openssl::Request RequestWithoutKey(const std::vector<std::string>& names, const Parameters& parameters) {
     const std::vector<std::string> dns_names = DnsNames(names);
-    const openssl::Request request(X509_REQ_new());
+    openssl::Request request(X509_REQ_new());
     openssl::Must(request != nullptr && X509_REQ_set_version(request.get(), X509_REQ_VERSION_1) == 1);
     SetSubject(request.get(), dns_names.front(), parameters);
     AddAlternativeNames(request.get(), dns_names);
+    return request;
+}
 
-    const openssl::Key key = MakeKey(parameters);
+}  // namespace
+
+void CheckCsr(const std::vector<std::string>& names, const Parameters& parameters) {
+    ChosenKey(parameters);
+    RequestWithoutKey(names, parameters);
+}
+
+Csr MakeCsr(const std::vector<std::string>& names, const Parameters& parameters) {
+    const KeyKind kind = ChosenKey(parameters);
+    const openssl::Request request = RequestWithoutKey(names, parameters);
+    const openssl::Key key = MakeKey(kind);
     openssl::Must(X509_REQ_set_pubkey(request.get(), key.get()) == 1);
     openssl::Must(X509_REQ_sign(request.get(), key.get(), EVP_sha256()) > 0);
     return {openssl::Pem(request), openssl::Pem(key)};

@@ -8,6 +8,7 @@
 
 #include "vek/str.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/request_keys.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/job_run.h"
@@ -126,6 +127,12 @@ int Remove(const JobOptions& options) {
     return kSuccess;
 }
 
+std::string CsrHelp() {
+    std::string help = "KEY=VALUE for the request, such as key_type=ec; repeatable";
+    for (const RequestKey& one : kRequestKeys) help += std::string("\n") + one.key + ": " + one.values;
+    return help;
+}
+
 void AddAddCommand(Command& noun) {
     const auto options = std::make_shared<AddOptions>();
     Command add = noun.AddCommand("add", "Asks for a certificate", [options] { return Add(*options); });
@@ -136,10 +143,9 @@ void AddAddCommand(Command& noun) {
     add.AddOption("--check", options->check, "How names are proved: http or dns").OneOf({"http", "dns"});
     add.AddOption("--certname", options->certname, "Name of the certificate; without it, NAME");
     add.AddOption("--res-name", options->res_name, "A further addressee of notifications");
-    add.AddOption("--csr", options->csr, "KEY=VALUE for the request, such as key_type=ec; repeatable")
-        .Check([](const std::string& text) {
-            return text.find('=') == std::string::npos ? "\"" + text + "\" is no KEY=VALUE" : std::string();
-        });
+    add.AddOption("--csr", options->csr, CsrHelp()).Check([](const std::string& text) {
+        return text.find('=') == std::string::npos ? "\"" + text + "\" is no KEY=VALUE" : std::string();
+    });
     add.AddFlag("--foreign-names", options->foreign_names, "Names may lie outside the owner's domains");
     add.AddFlag("--skip-account-check", options->skip_account_check, "Use the account without asking for it");
     add.AddOption("--max-account-checks", options->max_account_checks,

@@ -1,6 +1,5 @@
 // Jobs as people see them: added, listed, shown, claimed for a run, removed.
 #include <algorithm>
-#include <array>
 #include <map>
 
 #include "vek/client.h"
@@ -8,6 +7,8 @@
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
+#include "zelvek/base/request_keys.h"
+#include "zelvek/certificates/request.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
 #include "zelvek/store/domains.h"
@@ -19,19 +20,24 @@ namespace zelvek {
 
 namespace {
 
+void CheckRequestKey(const std::string& key) {
+    std::string keys;
+    for (const RequestKey& known : kRequestKeys) {
+        if (key == known.key) return;
+        str::inpl::Append(keys, known.key, ", ");
+    }
+    throw Error(Code::kValue, "csr", key, "a certificate's request takes " + keys + ", no \"" + key + "\"");
+}
+
 /// The further parameters of the query that makes the certificate's request, in query form. Of a key that
 /// stands twice the first counts, so only what a request takes is let in here.
 std::string CsrRequest(const Query& query, const std::string& certname) {
-    constexpr std::array kKeys{"key_type", "key_size",     "key_curve", "country", "state",
-                               "locality", "organization", "unit",      "email"};
     const std::string prefix = "csr_";
     std::map<std::string, std::string> entries;
     for (const auto& [key, value] : query.parameters.All()) {
         if (!key.starts_with(prefix)) continue;
         const std::string name = key.substr(prefix.size());
-        if (std::find(kKeys.begin(), kKeys.end(), name) == kKeys.end()) {
-            throw Error(Code::kValue, "csr", name, "a certificate's request takes no \"" + name + "\"");
-        }
+        CheckRequestKey(name);
         names::CheckText(name, value);
         entries[name] = value;
     }
@@ -73,6 +79,8 @@ Job NewJob(const Query& query) {
     job.res_name = parameters.Get("res_name");
     names::CheckText("res_name", job.res_name);
     job.csr_internal_request = CsrRequest(query, job.certname);
+    // A request that cannot be made would fail long after this, when the authority has proved every name.
+    CheckCsr(str::Split(job.aliases, " "), Parameters(job.csr_internal_request));
     job.skip_account_check = parameters.Has("skip_account_check") && Flag(query, "skip_account_check");
     job.max_account_check_attempts =
         parameters.Has("max_account_check_attempts") ? Number(query, "max_account_check_attempts") : 3;

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "service.h"
+#include "zelvek/base/request_keys.h"
 
 namespace zelvek::testing {
 
@@ -215,6 +216,10 @@ TEST_F(CommandLine, UsageErrorsHaveTheirOwnStatus) {
     const Ended help = Zelvek({"job", "add", "--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_NE(help.out.find("--alias"), std::string::npos);
+    for (const RequestKey& one : kRequestKeys) {
+        EXPECT_NE(help.out.find(std::string(one.key) + ": " + one.values + "\n"), std::string::npos)
+            << help.out;
+    }
 }
 
 // Behaviour: A service that does not run is named

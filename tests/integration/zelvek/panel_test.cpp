@@ -130,6 +130,20 @@ TEST_F(Panel, JobsAreCheckedWhenTheyAreAdded) {
         {{"certname", "../../etc"}},
         {{"certname", "a/b"}},
         {{"certname", "a\nb"}},
+        {{"certname", std::string(231, 'a')}},
+        {{"domain", "a." + std::string(60, 'b') + "." + std::string(60, 'c') + "." + std::string(60, 'd') +
+                        "." + std::string(50, 'e')}},
+        {{"user_name", std::string(231, 'a')}},
+        {{"domain", "_x.shop.example"}},
+        {{"aliases", "_x.shop.example"}},
+        {{"csr_key_type", "dsa"}},
+        {{"csr_key_size", "1"}},
+        {{"csr_key_size", "384"}, {"csr_key_type", "ec"}},
+        {{"csr_key_curve", "P-256"}, {"csr_key_type", "rsa"}},
+        {{"csr_country", "Germany"}},
+        {{"csr_organization", "a\tb"}},
+        {{"csr_organization", std::string(65, 'x')}},
+        {{"csr_email", "bücher@shop.example"}},
         {{"csr_domain", "evil.example"}},
         {{"csr_certname_ascii", "other"}},
         {{"max_account_check_attempts", "x"}}};
@@ -137,6 +151,25 @@ TEST_F(Panel, JobsAreCheckedWhenTheyAreAdded) {
         EXPECT_EQ(RefusalOf(entries), "value") << entries.begin()->first << "=" << entries.begin()->second;
     }
     EXPECT_EQ(RefusalOf({{"domain", "*.shop.example"}, {"check_type", "dns"}}), "");
+    EXPECT_EQ(RefusalOf({{"csr_key_type", "rsa"}, {"csr_key_size", "4096"}, {"csr_country", "de"}}), "");
+    EXPECT_EQ(Ask("func=zelvek.job.list").xml().GetNodes("/doc/elem").size(), 2U) << "nothing else was added";
+}
+
+// Behaviour: What a job is added with is checked ...
+TEST_F(Panel, ARequestsValuesAreRefusedWithThoseThatCanBeTaken) {
+    const auto refusal = [](const std::string& key, const std::string& value) -> std::string {
+        try {
+            AddJob({{key, value}});
+        } catch (const vek_err::Error& error) {
+            return error.what();
+        }
+        return "";
+    };
+    EXPECT_EQ(refusal("csr_key_type", "dsa"), "key_type \"dsa\" cannot be taken: it is rsa or ec");
+    EXPECT_EQ(
+        refusal("csr_kind", "ec"),
+        "a certificate's request takes key_type, key_size, key_curve, country, state, locality, organization,"
+        " unit, email, no \"kind\"");
 }
 
 // Behaviour: A job's names lie in its user's own domains; of several domains that hold a name the longest

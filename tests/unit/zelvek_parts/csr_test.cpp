@@ -14,6 +14,7 @@ using parts::Failure;
 using parts::FailureOf;
 using testing::ElementsAre;
 using testing::StartsWith;
+using zelvek::CheckCsr;
 using zelvek::Csr;
 using zelvek::MakeCsr;
 using zelvek::Parameters;
@@ -23,6 +24,15 @@ const std::string kFast = "key_type=ec";  // where the key's kind does not matte
 
 openssl::Bio Reader(const std::string& text) {
     return openssl::Bio(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())));
+}
+
+/// How these are refused, by the check and when the request is made alike.
+Failure Refusal(const std::vector<std::string>& names, const std::string& form) {
+    const Failure checked = FailureOf([&] { CheckCsr(names, Parameters(form)); });
+    const Failure made = FailureOf([&] { MakeCsr(names, Parameters(form)); });
+    EXPECT_EQ(checked.type, made.type) << form;
+    EXPECT_EQ(checked.text, made.text) << form;
+    return made;
 }
 
 /// A request as an authority reads it.
@@ -116,13 +126,9 @@ TEST(CertificateRequest, RefusesWhatIsNoName) {
           std::string("a.*.example"), std::string("*"), std::string("*."), std::string("_x.example.org"),
           std::string("a\0.example", 10), std::string(64, 'a') + ".example", long_name,
           std::string("\xff\xfe.example"), std::string("a/b.example")}) {
-        EXPECT_EQ(FailureOf([&] {
-                      MakeCsr({"good.example", name}, Parameters(kFast));
-                  }).type,
-                  "value")
-            << name;
+        EXPECT_EQ(Refusal({"good.example", name}, kFast).type, "value") << name;
     }
-    EXPECT_EQ(FailureOf([] { MakeCsr({}, Parameters(kFast)); }).type, "value");
+    EXPECT_EQ(Refusal({}, kFast).type, "value");
 }
 
 // Behaviour: Key kind and size, and the subject, come from the further parameters; what does not fit is
@@ -148,8 +154,9 @@ TEST(CertificateRequest, RefusesOtherKeys) {
     for (const char* form :
          {"key_type=dsa", "key_type=RSA2", "key_size=1024", "key_size=2047", "key_size=8193",
           "key_size=-2048", "key_size=2048x", "key_size= 2048", "key_size=99999999999999999999",
-          "key_type=ec&key_curve=P-192", "key_type=ec&key_curve=secp256k1"}) {
-        const Failure failure = FailureOf([&] { MakeCsr({"example.org"}, Parameters(form)); });
+          "key_type=ec&key_curve=P-192", "key_type=ec&key_curve=secp256k1", "key_type=ec&key_size=384",
+          "key_type=ec&key_size=2048&key_curve=P-256", "key_type=rsa&key_curve=P-384", "key_curve=P-256"}) {
+        const Failure failure = Refusal({"example.org"}, form);
         EXPECT_EQ(failure.type, "value") << form;
         EXPECT_THAT(failure.text, StartsWith("key_")) << form;
     }
@@ -176,11 +183,26 @@ TEST(CertificateRequest, RefusesFieldsThatDoNotFit) {
           std::string("email=%C3%BC@example.org"), std::string("organization=%FF%FE"),
           std::string("organization=a%00b"), std::string("unit=a%0Ab"),
           "organization=" + std::string(65, 'x')}) {
-        const Failure failure = FailureOf(
-            [&] { MakeCsr({"example.org"}, Parameters(std::string("key_type=ec&").append(field))); });
+        const Failure failure = Refusal({"example.org"}, "key_type=ec&" + field);
         EXPECT_EQ(failure.type, "value") << field;
         EXPECT_THAT(failure.text, StartsWith(field.substr(0, field.find('=')))) << field;
     }
+}
+
+// Behaviour: Key kind and size, and the subject, come ...
+TEST(CertificateRequest, TellsWhatCanBeTaken) {
+    EXPECT_EQ(Refusal({"example.org"}, "key_type=dsa").text,
+              "key_type \"dsa\" cannot be taken: it is rsa or ec");
+    EXPECT_EQ(Refusal({"example.org"}, "key_size=1").text,
+              "key_size \"1\" cannot be taken: it is of an rsa key, a number of bits from 2048 to 8192");
+    EXPECT_EQ(Refusal({"example.org"}, "country=Germany").text,
+              "country \"Germany\" cannot be taken: it is a code of two letters, such as DE");
+    EXPECT_EQ(Refusal({"_x.example.org"}, "").text,
+              "\"_x.example.org\" is no name for a certificate: it has an underscore");
+    const std::string most = "&country=de&state=" + std::string(128, 'x') +
+                             "&locality=" + std::string(128, 'x') + "&organization=" + std::string(64, 'x') +
+                             "&unit=" + std::string(64, 'x') + "&email=" + std::string(128, 'x');
+    EXPECT_EQ(Refusal({"example.org"}, kFast + most).type, "none") << "as long as it says";
 }
 
 // Behaviour: Lengths in a request count characters, not bytes
