@@ -60,8 +60,7 @@ void Put(Transaction& transaction, const std::string& name, const Process& maker
 std::optional<Stored> Find(Transaction& transaction, const std::string& name, const Process& asker) {
     Stored found;
     Statement select = transaction.Prepare(
-        "SELECT request, key FROM csr WHERE name = :name"
-        " ORDER BY CASE WHEN pid = :pid AND start = :start THEN 0 ELSE 1 END, time DESC, pid DESC LIMIT 1");
+        "SELECT request, key FROM csr WHERE name = :name AND pid = :pid AND start = :start");
     select.With(name).With(asker.pid).With(asker.start).Into(found.request).Into(found.key);
     if (!select.Next()) return std::nullopt;
     return found;

@@ -18,7 +18,7 @@ struct Stored {
 void Put(Transaction& transaction, const std::string& name, const Process& maker, const Stored& request,
          const std::string& time);
 
-/// The process's own one, else the newest of that name.
+/// The process's own one. A key is nobody else's, not even where its maker has died.
 std::optional<Stored> Find(Transaction& transaction, const std::string& name, const Process& asker);
 
 /// The process's own one, and those of the dead.

@@ -1,4 +1,5 @@
 // What a killed run, or a killed service, leaves behind is taken back.
+#include <SQLiteCpp/Database.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -280,20 +281,24 @@ TEST_F(DeadRun, AnAnswerThatCannotBeRemovedKeepsNoOther) {
     EXPECT_FALSE(HasAnswer("c"));
 }
 
-// Behaviour: A CSR that a dead run has left is replaced and removed by the next
-TEST_F(DeadRun, ItsRequestsAreReplacedByTheNextRun) {
+// Behaviour: A CSR that a dead run has left is given to nobody, and removed by the next run
+TEST_F(DeadRun, ItsRequestsAreNobodysAndGoWithTheNextRun) {
     Start();
     const std::string id = AddJob({{"csr_key_type", "ec"}});
     const auto make = [] {
         Ask("func=sslcert.csr.edit&domain=shop.example&su=anna&certname_ascii=shop.example&key_type=ec");
     };
+    const auto kept = [this] {
+        return SQLite::Database(Database().string()).execAndGet("SELECT count(*) FROM csr").getInt();
+    };
     ASSERT_EQ(InChild(make), 0);
-    const std::string left = Ask("func=sslcert.csr.edit&out=xml&elid=shop.example").value("csr_req");
+    EXPECT_EQ(kept(), 1);
+    EXPECT_EQ(ErrorOf("func=sslcert.csr.edit&out=xml&elid=shop.example"), "missed");
     make();
-    EXPECT_NE(Ask("func=sslcert.csr.edit&out=xml&elid=shop.example").value("csr_req"), left);
+    EXPECT_EQ(kept(), 1) << "the dead one's is gone";
+    EXPECT_NE(Ask("func=sslcert.csr.edit&out=xml&elid=shop.example").value("csr_pk"), "");
     Ask("func=sslcert.csr.delete&elid=shop.example");
-    EXPECT_EQ(ErrorOf("func=sslcert.csr.edit&out=xml&elid=shop.example"), "missed")
-        << "the dead one's is gone too";
+    EXPECT_EQ(kept(), 0);
 }
 
 }  // namespace

@@ -236,7 +236,6 @@ TEST_F(OlderDatabase, HasItsHistoryNotificationsAndDomains) {
     for (const auto& node : listed.xml().GetNodes("/doc/elem")) domains.push_back(node.Value("name"));
     EXPECT_THAT(domains, ::testing::ElementsAre("shop.example", "b\u00fccher.example"));
     EXPECT_EQ(Ask("func=zelvek.domain.list").xml().GetNodes("/doc/elem").size(), 3u);
-    EXPECT_EQ(Ask("func=sslcert.csr.edit&out=xml&elid=shop.example").value("csr_pk"), "not a key: four");
 }
 
 // Behaviour: What a run that died under the version before has published is removed

@@ -43,9 +43,8 @@ const std::set<std::string> kOverTimes{"csr_by_time", "job_event_by_time", "prob
 // Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
 const std::set<std::string> kSmallTables{"reader", "waiting"};
 
-// Indexes of which just what is looked for is read, so that it may be sorted: the requests of one name, and
-// the jobs that are due, for users to take turns.
-const std::set<std::string> kFewOfOneValue{"sqlite_autoindex_csr_1"};
+// The index of which just what is looked for is read, so that it may be sorted: the jobs that are due, for
+// users to take turns.
 const std::string kDue = "job_due";
 
 // Indexes over all that a user has, who may have most of it: not for those in one state, or of one
@@ -103,10 +102,8 @@ std::vector<std::string> PlanOf(SQLite::Database& database, const std::string& s
 
 /// What is wrong with the plan of a statement.
 std::vector<std::string> FindingsOf(const std::vector<std::string>& plan, const std::string& statement) {
-    const bool few = std::any_of(plan.begin(), plan.end(), [](const std::string& line) {
-        const Step step = Parse(line);
-        return step.index == kDue || (kFewOfOneValue.contains(step.index) && step.HasValue());
-    });
+    const bool few = std::any_of(plan.begin(), plan.end(),
+                                 [](const std::string& line) { return Parse(line).index == kDue; });
     std::vector<std::string> findings;
     for (const std::string& line : plan) {
         const bool sorts = line.find("TEMP B-TREE") != std::string::npos && !few;

@@ -43,8 +43,7 @@ INSTANTIATE_TEST_SUITE_P(Engines, StoredRequests, ::testing::ValuesIn(Engines())
 
 // Behaviours of: Store
 
-// Behaviour: A process that asks for a request by its name gets its own, another process the newest of that
-//   name
+// Behaviour: A process that asks for a request by its name gets its own and nobody else's, alive or dead
 TEST_P(StoredRequests, AreGivenToTheirMakers) {
     EXPECT_EQ(Find("shop.example", first_), "");
     Put("shop.example", first_, "first", "2026-01-01 00:00:00");
@@ -53,8 +52,9 @@ TEST_P(StoredRequests, AreGivenToTheirMakers) {
     Reopen();
     EXPECT_EQ(Find("shop.example", first_), "first");
     EXPECT_EQ(Find("shop.example", second_), "second");
-    EXPECT_EQ(Find("shop.example", Living()), "second");
-    EXPECT_EQ(Find("blog.example", second_), "other");
+    EXPECT_EQ(Find("shop.example", Living()), "");
+    EXPECT_EQ(Find("blog.example", second_), "");
+    EXPECT_EQ(Find("blog.example", first_), "other");
     EXPECT_EQ(Find("Shop.example", first_), "");
 }
 
@@ -71,7 +71,7 @@ TEST_P(StoredRequests, AreReplacedByTheirMakers) {
 // Behaviour: A process that has a dead one's id gets nothing mixed up: its request replaces the dead one's
 TEST_P(StoredRequests, OfADeadProcessWithTheSameIdAreReplaced) {
     Put("shop.example", Dead(), "dead one's");
-    EXPECT_EQ(Find("shop.example", Living()), "dead one's");
+    EXPECT_EQ(Find("shop.example", Living()), "");
     Put("shop.example", Living(), "living one's");
     EXPECT_EQ(Find("shop.example", Living()), "living one's");
     EXPECT_EQ(Rows("csr"), 1);
@@ -85,7 +85,8 @@ TEST_P(StoredRequests, AreRemovedByTheirMakers) {
     Put("blog.example", first_, "other name");
     Put("shop.example", Dead(), "dead one's");
     Remove("shop.example", first_);
-    EXPECT_EQ(Find("shop.example", first_), "second");
+    EXPECT_EQ(Find("shop.example", first_), "");
+    EXPECT_EQ(Find("shop.example", second_), "second");
     EXPECT_EQ(Find("blog.example", first_), "other name");
     EXPECT_EQ(Rows("csr"), 2);
     Remove("nothing.example", first_);
@@ -98,9 +99,9 @@ TEST_P(StoredRequests, OfTheDeadAreRemovedWhenTheyAreOld) {
     Put("b.example", Dead(), "new", "2026-01-03 00:00:00");
     Put("c.example", first_, "old of a living one", "2026-01-01 00:00:00");
     RemoveLeft("2026-01-02 00:00:00");
-    EXPECT_EQ(Find("a.example", Living()), "");
-    EXPECT_EQ(Find("b.example", Living()), "new");
-    EXPECT_EQ(Find("c.example", Living()), "old of a living one");
+    EXPECT_EQ(Find("a.example", Dead()), "");
+    EXPECT_EQ(Find("b.example", Dead()), "new");
+    EXPECT_EQ(Find("c.example", first_), "old of a living one");
 }
 
 // Behaviour: Any text comes back from the store unchanged ...
