@@ -92,7 +92,8 @@ void fuzz::Target(FuzzedDataProvider& input) {
         HoldDomain(text, false);
         HoldPrintable(text);
         if (Passes([&] { zelvek::names::CheckUser(text); })) HoldFolderName(text);
-        if (Passes([&] { zelvek::names::CheckCertname(text); })) HoldFolderName(zelvek::names::CertificateFolder(text));
+        if (Passes([&] { zelvek::names::CheckCertname(text); }))
+            HoldFolderName(zelvek::names::CertificateFolder(text));
     }
     HoldRecord(zone, name, value);
     HoldRecord(zone, name + "." + zone, value);

@@ -1,21 +1,98 @@
 #include "zelvek/jobs/next_run.h"
 
+#include <algorithm>
+#include <ctime>
+#include <iomanip>
+#include <optional>
+#include <sstream>
+
 #include "vek/date.h"
+#include "vek/err.h"
 #include "zelvek/base/log.h"
 #include "zelvek/store/jobs.h"
 
 namespace zelvek {
 
-std::string NextDue(const Job& job, const RetryPolicy& policy) {
-    // Date-times of this form compare as texts.
-    if (job.next_attempt > job.last_run) return job.next_attempt;
-    if (job.last_run.empty()) return job.time_started;
-    return vek_date::DateTime(job.last_run).AddSeconds(static_cast<int>(policy.retry.count())).AsDateTime();
+namespace {
+
+using std::chrono::seconds;
+using vek_date::DateTime;
+
+constexpr int kMendedAtOnce = 500;
+
+/// Nothing for what is no date and time.
+std::optional<DateTime> Read(const std::string& text) {
+    try {
+        return DateTime(text);
+    } catch (const vek_err::Error&) {
+        return std::nullopt;
+    }
+}
+
+/// Since 1970.
+seconds SecondsOf(const DateTime& moment) {
+    std::tm fields{};
+    std::istringstream(moment.AsDateTime()) >> std::get_time(&fields, "%Y-%m-%d %H:%M:%S");
+    return seconds(::timegm(&fields));
+}
+
+DateTime After(DateTime moment, seconds pause) { return moment.AddSeconds(static_cast<int>(pause.count())); }
+
+/// How long after its last run the job's next one was asked for; nothing where none was.
+seconds PauseOf(const Job& job, const DateTime& now) {
+    const auto next = Read(job.next_attempt);
+    if (!next) return seconds{0};
+    const seconds pause = SecondsOf(*next) - SecondsOf(Read(job.last_run).value_or(now));
+    return std::clamp<seconds>(pause, seconds{0}, kLongestPause);
+}
+
+void LogTimes(const Job& job, const std::string& what) {
+    Log("job " + std::to_string(job.id) + ": " + what + ": started \"" + job.time_started +
+        "\", last run \"" + job.last_run + "\", next attempt \"" + job.next_attempt + "\", due \"" + job.due +
+        "\"");
+}
+
+}  // namespace
+
+std::string NextDue(const Job& job, const RetryPolicy& policy, const std::string& now_text) {
+    const DateTime now(now_text);
+    const DateTime ended = std::min(Read(job.last_run).value_or(now), now);
+    const seconds pause = PauseOf(job, now);
+    if (pause > seconds{0}) return After(ended, pause).AsDateTime();
+    if (job.last_run.empty()) return std::min(Read(job.time_started).value_or(now), now).AsDateTime();
+    return After(ended, policy.retry).AsDateTime();
+}
+
+bool MakeTimesReadable(Job& job, const std::string& now) {
+    Job readable = job;
+    if (!Read(job.time_started)) readable.time_started = now;
+    if (!job.next_attempt.empty() && !Read(job.next_attempt)) readable.next_attempt = "";
+    if (!job.last_run.empty() && !Read(job.last_run)) readable.last_run = now;
+    if (!job.due.empty() && !Read(job.due)) readable.due = now;
+    if (readable == job) return false;
+    LogTimes(job, "a time cannot be read");
+    job = readable;
+    return true;
+}
+
+void MendTimes(Transaction& transaction, const std::string& now, const RetryPolicy& policy) {
+    const std::string latest =
+        After(DateTime(now), std::max<seconds>(kLongestPause, policy.retry)).AsDateTime();
+    for (const int id : jobs::WaitingTooLong(transaction, now, latest, kMendedAtOnce)) {
+        Job job = jobs::FindShown(transaction, id);
+        if (!MakeTimesReadable(job, now)) LogTimes(job, "a time lies in the future, was the clock set back?");
+        job.due = NextDue(job, policy, now);
+        job.next_attempt = std::min(job.next_attempt, job.due);
+        job.last_run = std::min(job.last_run, now);
+        job.time_started = std::min(job.time_started, now);
+        jobs::SetTimes(transaction, job);
+    }
 }
 
 void FreeJob(Transaction& transaction, Job job, const std::string& now, const RetryPolicy& policy) {
+    if (MakeTimesReadable(job, now)) jobs::SetTimes(transaction, job);
     job.last_run = now;
-    jobs::Free(transaction, job.id, now, NextDue(job, policy));
+    jobs::Free(transaction, job.id, now, NextDue(job, policy, now));
 }
 
 void FreeJobsOfTheDead(Transaction& transaction, const std::string& now, const RetryPolicy& policy) {

@@ -87,6 +87,7 @@ void Scheduler::StartDue(bool look) {
         const std::string now = Now();
         Transaction transaction(store_);
         FreeLostJobs(transaction, now);
+        if (look) MendTimes(transaction, now, settings_.policy);
         if (runs_.size() < kRunsAtOnce && (look || candidates_.empty())) {
             const auto due = jobs::Due(transaction, now, kCandidates);
             candidates_.assign(due.begin(), due.end());

@@ -16,9 +16,10 @@ namespace {
 
 void Read(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
+    const std::string now = vek_date::DateTime().AsDateTime();
     {
         Transaction transaction(services.store);
-        FreeJobsOfTheDead(transaction, vek_date::DateTime().AsDateTime(), services.retry);
+        FreeJobsOfTheDead(transaction, now, services.retry);
         jobs::FindShown(transaction, id);
         transaction.Commit();
     }
@@ -26,7 +27,8 @@ void Read(Services& services, const Query& query, XmlAnswer& answer) {
     services.publisher.RemoveUnwanted(id);
 
     Transaction transaction(services.store);
-    const Job job = jobs::Find(transaction, id);
+    Job job = jobs::Find(transaction, id);
+    if (MakeTimesReadable(job, now)) jobs::SetTimes(transaction, job);
     jobs::Hold(transaction, id, query.caller);
     const accounts::Account account = accounts::Default(transaction);
     WriteFields(job, JobField::kInRecord, answer.Doc().Value("elid", id));
@@ -73,7 +75,7 @@ void Write(Services& services, const Query& query) {
     ApplyWriteBack(query, job);
     KeepPublications(transaction, query.caller, job);
     job.last_run = now;
-    job.due = NextDue(job, services.retry);
+    job.due = NextDue(job, services.retry, now);
     jobs::Save(transaction, job);
     KeepHistory(services, transaction, id, query.parameters.Get("log"), now);
     KeepDefaultAccount(transaction, query, job);

@@ -1,6 +1,7 @@
 #include "zelvek/store/jobs.h"
 
 #include <functional>
+#include <set>
 
 #include "vek/str.h"
 #include "zelvek/base/error.h"
@@ -266,6 +267,36 @@ std::vector<int> Due(Transaction& transaction, const std::string& now, int limit
     select.With(now).With(limit).Into(id);
     while (select.Next()) due.push_back(id);
     return due;
+}
+
+std::vector<int> WaitingTooLong(Transaction& transaction, const std::string& now, const std::string& latest,
+                                int limit) {
+    const std::string waiting =
+        "SELECT id FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND ";
+    std::set<int> found;
+    const auto find = [&](const std::string& reason, const std::string& time) {
+        int id = 0;
+        Statement select = transaction.Prepare(waiting + reason + " LIMIT :most");
+        select.With(time).With(limit).Into(id);
+        while (select.Next()) found.insert(id);
+    };
+    find("last_run > :now", now);
+    find("last_run = '' AND next_attempt = '' AND due > :now", now);
+    find("due > :latest", latest);
+    return {found.begin(), found.end()};
+}
+
+void SetTimes(Transaction& transaction, const Job& job) {
+    transaction
+        .Prepare(
+            "UPDATE job SET time_started = :started, last_run = :last_run, next_attempt = :next, due = :due"
+            " WHERE id = :id")
+        .With(job.time_started)
+        .With(job.last_run)
+        .With(job.next_attempt)
+        .With(job.due)
+        .With(job.id)
+        .Run();
 }
 
 void Free(Transaction& transaction, int id, const std::string& last_run, const std::string& due) {

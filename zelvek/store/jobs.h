@@ -64,6 +64,15 @@ std::vector<Job> Running(Transaction& transaction);
 /// of these; jobs of the same turn by the time since which they are due.
 std::vector<int> Due(Transaction& transaction, const std::string& now, int limit);
 
+/// Waiting jobs, at most `limit` for each reason, that would be due much too late: their last run is to end
+/// after `now`, they have had none and are due after `now` though nothing was asked for, or they are due
+/// after `latest`. Texts that are no times count where they sort.
+std::vector<int> WaitingTooLong(Transaction& transaction, const std::string& now, const std::string& latest,
+                                int limit);
+
+/// Stores the job's times alone: its start, its last run, what that has asked for, and when it is due.
+void SetTimes(Transaction& transaction, const Job& job);
+
 /// As `Claim`, if the job is due at `now` and nobody works on it; says whether it was.
 bool ClaimIfDue(Transaction& transaction, int id, const Process& process, const std::string& now);
 

@@ -188,11 +188,16 @@ INSERT INTO setting (name, value) VALUES ('folders_missing', '');
 CREATE INDEX job_by_folder ON job (user_name, folder);
 )sql";
 
+// Jobs whose last run ended in the future: the clock was set back.
+constexpr const char* kClock = R"sql(
+CREATE INDEX job_by_last_run ON job (last_run, due) WHERE verified = 0 AND failed = 0 AND processing = 0;
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
-    static const std::vector<const char*> migrations{kPanelRecords,       kProcesses, kAccountsAndIndexes,
-                                                     kPublicationsOfRuns, kReloads,   kFolders};
+    static const std::vector<const char*> migrations{
+        kPanelRecords, kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads, kFolders, kClock};
     return migrations;
 }
 

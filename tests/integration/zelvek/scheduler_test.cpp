@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "service.h"
+#include "vek/date.h"
 
 namespace zelvek::testing {
 
@@ -40,6 +41,12 @@ protected:
     }
 
     bool Over(const std::string& id) const { return !Runs(id).empty() && Value(id, "processing") == "off"; }
+
+    static int Count(const std::string& text, const std::string& part) {
+        int count = 0;
+        for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++count;
+        return count;
+    }
 
 private:
     int certificates_ = 0;
@@ -167,6 +174,49 @@ TEST_F(SchedulerTest, AStopEndsTheRunsWhichStillWriteTheirRecordsBack) {
     Start();
     EXPECT_EQ(Value(id, "kid"), "interrupted");
     EXPECT_EQ(Value(id, "processing"), "off");
+}
+
+/// What a clock that was set back, or damage, leaves in a row.
+const std::vector<std::string> kWrongTimes{
+    "last_run = '2999-01-01 00:00:00', due = '2999-01-01 00:01:00'",
+    "last_run = '2999-01-01 00:00:00', next_attempt = '2999-01-01 00:00:02', due = '2999-01-01 00:00:02'",
+    "time_started = '2999-01-01 00:00:00', due = '2999-01-01 00:00:00'",
+    "due = 'never', last_run = 'never', next_attempt = 'never', time_started = 'never'",
+    "due = 'never'",
+    "last_run = 'never'",
+    "processing = 1, time_started = 'never', next_attempt = 'never', due = 'never', last_run = 'never'"};
+
+// Behaviour: A job whose times lie in the future or cannot be read runs all the same, keeps no other one from
+//   running, and is logged once
+TEST_F(SchedulerTest, AJobWithWrongTimesRunsAndKeepsNoOtherOneWaiting) {
+    Start();
+    std::vector<std::string> ids;
+    for (const std::string& times : kWrongTimes) {
+        ids.push_back(Add("fails"));
+        SQLite::Database(Database().string(), SQLite::OPEN_READWRITE, 10000)
+            .exec("UPDATE job SET " + times + " WHERE id = " + ids.back());
+    }
+    const std::string other = Add("installs");
+    Stop();
+    StartScheduler("1");
+    EXPECT_TRUE(Eventually([&] { return Value(other, "verified") == "on"; }));
+    for (const auto& id : ids) EXPECT_TRUE(Eventually([&] { return Runs(id).size() >= 2; })) << id;
+    for (const auto& id : ids) {
+        EXPECT_EQ(Count(service().Err(), "job " + id + ": a time "), 1) << service().Err();
+        EXPECT_LE(Value(id, "time_started"), vek_date::DateTime().AsDateTime());
+    }
+}
+
+// Behaviour: A job whose times lie in the future or cannot ...
+TEST_F(SchedulerTest, ARunReadsTimesThatCanBeRead) {
+    Start();
+    const std::string id = Add("fails");
+    SQLite::Database(Database().string(), SQLite::OPEN_READWRITE, 10000)
+        .exec("UPDATE job SET time_started = 'never', next_attempt = 'never' WHERE id = " + id);
+    const auto record = Ask("func=ambrin.data.edit&out=xml&elid=" + id);
+    EXPECT_NO_THROW(vek_date::DateTime(record.value("time_started")));
+    EXPECT_EQ(record.value("next_attempt"), "");
+    EXPECT_EQ(Value(id, "time_started"), record.value("time_started")) << "it stays, and so ends some day";
 }
 
 // Behaviour: Runs get the service's environment

@@ -229,6 +229,53 @@ TEST_P(StoredJobs, AreFoundByTheirFolders) {
     EXPECT_EQ(find("anna", "Shop.example"), std::nullopt);
 }
 
+// Behaviour: Waiting jobs whose times lie too far in the future are found, others are not
+TEST_P(StoredJobs, WithTimesInTheFutureAreFound) {
+    const auto add = [&](const std::string& last_run, const std::string& next, const std::string& due,
+                         bool Job::*flag = nullptr) {
+        Job job;
+        job.last_run = last_run;
+        job.next_attempt = next;
+        job.due = due;
+        if (flag != nullptr) job.*flag = true;
+        return AddJob(job);
+    };
+    const std::string past = "2026-01-01 00:00:00";
+    const std::string now = "2026-01-02 00:00:00";
+    const std::string later = "2026-01-02 12:00:00";
+    const std::string latest = "2026-01-03 00:00:00";
+    const std::string too_late = "2026-01-03 00:00:01";
+    const std::vector<int> expected{add(later, "", later),  add(later, later, later),
+                                    add("", "", later),     add(past, too_late, too_late),
+                                    add("never", "", past), add(past, "", "never")};
+    for (const std::string& due : {past, now, later, latest}) {
+        add(past, due, due);
+        add(now, due, due);
+        add("", due, due);
+    }
+    add("", "", now);
+    for (bool Job::*flag : {&Job::verified, &Job::failed, &Job::processing}) add(later, "", "never", flag);
+    const auto find = [&](int limit) {
+        return Do(
+            [&](Transaction& transaction) { return jobs::WaitingTooLong(transaction, now, latest, limit); });
+    };
+    EXPECT_EQ(find(100), expected);
+    EXPECT_EQ(find(1).size(), 3U) << "one for each reason";
+}
+
+// Behaviour: A job's times are stored, and nothing else of it
+TEST_P(StoredJobs, TimesAreStoredAlone) {
+    const int id = AddJob(FilledJob("before"));
+    Job expected = FindJob(id);
+    Job changed = FilledJob("after");
+    changed.id = id;
+    Do([&](Transaction& transaction) { jobs::SetTimes(transaction, changed); });
+    for (const auto member : {&Job::time_started, &Job::last_run, &Job::next_attempt, &Job::due}) {
+        expected.*member = changed.*member;
+    }
+    EXPECT_EQ(FindJob(id), expected);
+}
+
 // Behaviour: A list of jobs has those with the user and the state asked for, by number, after the number
 //   asked for, as many as asked for; each job is in one state
 TEST_P(StoredJobs, AreListedByUserAndStateInPages) {

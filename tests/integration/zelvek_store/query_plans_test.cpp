@@ -36,9 +36,9 @@ const std::set<std::string> kHoldsWhatIsLookedFor{
     "job_running", "job_failed",           "job_verified",         "job_waiting",
     "job_due",     "publication_unwanted", "publication_not_kept", "publication_missing"};
 
-// Indexes over times, of which all that is older than a time is looked for.
-const std::set<std::string> kOverTimes{"csr_by_time", "job_event_by_time", "problem_by_time",
-                                       "reload_by_next"};
+// Indexes over times, of which all that is older, or newer, than a time is looked for.
+const std::set<std::string> kOverTimes{"csr_by_time", "job_by_last_run", "job_event_by_time",
+                                       "problem_by_time", "reload_by_next"};
 
 // Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
 const std::set<std::string> kSmallTables{"reader", "waiting"};
@@ -80,10 +80,17 @@ bool AsksForFewOfAUser(const std::string& statement) {
     return std::regex_search(statement, form);
 }
 
+/// Some of the jobs that wait are looked for, by a time of theirs.
+bool AsksForATime(const std::string& statement) {
+    static const std::regex form(R"((due|last_run) [<>=]+ [:'])");
+    return statement.find("processing = 0") != std::string::npos && std::regex_search(statement, form);
+}
+
 /// Whether the step may read much more than what is looked for.
 bool ReadsTooMuch(const Step& step, const std::string& statement) {
     if (step.table.empty() || kSmallTables.contains(step.table)) return false;
     if (kAllOfAUser.contains(step.index) && AsksForFewOfAUser(statement)) return true;
+    if (step.way == "SCAN" && AsksForATime(statement) && step.table == "job") return true;
     if (kHoldsWhatIsLookedFor.contains(step.index)) return false;
     if (step.way == "SCAN") return step.table != "CONSTANT";
     if (step.HasValue() || kOverTimes.contains(step.index) || IsPage(statement)) return false;
@@ -158,6 +165,11 @@ Operations JobOperations() {
          }},
         {"jobs::Running", [](Transaction& transaction) { jobs::Running(transaction); }},
         {"jobs::Due", [](Transaction& transaction) { jobs::Due(transaction, "2026-01-01 00:00:00", 4); }},
+        {"jobs::WaitingTooLong",
+         [](Transaction& transaction) {
+             jobs::WaitingTooLong(transaction, "2026-01-01 00:00:00", "2026-01-02 00:00:00", 4);
+         }},
+        {"jobs::SetTimes", [](Transaction& transaction) { jobs::SetTimes(transaction, FilledJob("a")); }},
         {"jobs::Free", [](Transaction& transaction) { jobs::Free(transaction, 1, "t", "t"); }},
         {"jobs::Revive", [](Transaction& transaction) { jobs::Revive(transaction, 1); }},
         {"jobs::Remove", [](Transaction& transaction) { jobs::Remove(transaction, 2); }},
