@@ -9,6 +9,7 @@
 #include "curl.h"
 #include "sigpipe.h"
 #include "vek/err.h"
+#include "vek/str.h"
 
 namespace vek_client {
 namespace {
@@ -21,6 +22,7 @@ constexpr long kTimeLimit = 600;  // seconds for one query; a service that insta
 constexpr std::size_t kHeaderLimit = 256UL << 10;
 constexpr std::size_t kBodyLimit = 64UL << 20;
 constexpr int kOk = 200;
+constexpr std::size_t kIdentityBytes = 16;
 
 std::string SocketOf(const std::string& service) {
     const char* directory = std::getenv("VEK_RUN_DIR");
@@ -73,6 +75,7 @@ Result Client::Send(const std::string& query) const {
     easy.Set(CURLOPT_TIMEOUT, kTimeLimit);
     easy.AddHeader("Content-Type: application/x-www-form-urlencoded");
     easy.AddHeader("X-Vek-Module: " + module_);
+    easy.AddHeader("X-Vek-Query: " + str::hex::Encode(str::Random(kIdentityBytes)));
     easy.Post(query);
     easy.Receive(answer);
     const CURLcode outcome = Perform(easy);

@@ -2,6 +2,7 @@
 #include "zelvek/store/domains.h"
 #include "zelvek/base/names.h"
 #include "zelvek/panel/functions.h"
+#include "zelvek/panel/repetition.h"
 
 namespace zelvek {
 
@@ -17,13 +18,15 @@ void OfUser(Services& services, const Query& query, XmlAnswer& answer) {
     }
 }
 
-void Add(Services& services, const Query& query, XmlAnswer&) {
+void Add(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string& name = query.parameters.Get("name");
     const std::string& user = query.parameters.Get("user_name");
     names::CheckDomain(name, false);
     names::CheckUser(user);
     Transaction transaction(services.store);
+    if (AnsweredBefore(transaction, query, answer)) return;
     domains::Add(transaction, {0, name, names::Canonical(name), user});
+    RememberAnswer(transaction, query, answer);
     transaction.Commit();
 }
 

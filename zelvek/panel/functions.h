@@ -32,6 +32,7 @@ struct Services {
 struct Query {
     Parameters parameters;
     Process caller;
+    std::string identity = {};  // the same each time that the caller sends it; empty for a caller without
 };
 
 /// Carries the query out and returns the answer's text. Throws nothing: every error becomes an answer; what

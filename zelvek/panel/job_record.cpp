@@ -5,6 +5,7 @@
 #include "zelvek/jobs/run_log.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
+#include "zelvek/panel/repetition.h"
 #include "zelvek/store/accounts.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
@@ -64,12 +65,13 @@ void KeepPublications(Transaction& transaction, const Process& writer, Job& job)
     if (!done && publications::Keep(transaction, job.id, writer) == 0) job.challenges.clear();
 }
 
-void Write(Services& services, const Query& query) {
+void Write(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     // A program that ends before it has read a record writes back all the same, for job 0.
     if (id == 0) return;
     const std::string now = vek_date::DateTime().AsDateTime();
     Transaction transaction(services.store);
+    if (AnsweredBefore(transaction, query, answer)) return;
     Job job = jobs::Find(transaction, id);
     CheckHolder(query, job);
     ApplyWriteBack(query, job);
@@ -79,6 +81,7 @@ void Write(Services& services, const Query& query) {
     jobs::Save(transaction, job);
     KeepHistory(services, transaction, id, query.parameters.Get("log"), now);
     KeepDefaultAccount(transaction, query, job);
+    RememberAnswer(transaction, query, answer);
     transaction.Commit();
 }
 
@@ -87,7 +90,7 @@ void Edit(Services& services, const Query& query, XmlAnswer& answer) {
         Read(services, query, answer);
         return;
     }
-    Write(services, query);
+    Write(services, query, answer);
     services.publisher.RemoveUnwanted(Number(query, "elid"));
 }
 

@@ -11,6 +11,7 @@
 #include "zelvek/certificates/request.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
+#include "zelvek/panel/repetition.h"
 #include "zelvek/store/domains.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
@@ -151,9 +152,11 @@ void AddJob(Services& services, const Query& query, XmlAnswer& answer) {
     // The administrator may know better, of a name whose DNS lies elsewhere, say.
     const bool foreign_names = query.parameters.Has("foreign_names") && Flag(query, "foreign_names");
     Transaction transaction(services.store);
+    if (AnsweredBefore(transaction, query, answer)) return;
     if (!foreign_names) CheckOwner(transaction, job);
     CheckCertificateIsNew(transaction, job);
     answer.Doc().Value("id", jobs::Add(transaction, job));
+    RememberAnswer(transaction, query, answer);
     transaction.Commit();
 }
 
@@ -185,23 +188,27 @@ void ShowJob(Services& services, const Query& query, XmlAnswer& answer) {
     transaction.Commit();
 }
 
-void ClaimJob(Services& services, const Query& query, XmlAnswer&) {
+void ClaimJob(Services& services, const Query& query, XmlAnswer& answer) {
     LivingRuns transaction(services);
+    if (AnsweredBefore(transaction, query, answer)) return;
     const Job job = FindIdle(transaction, Number(query, "elid"));
     // Whoever runs a stopped job gives it another try: as long as it counts as failed, nothing stays
     // published for it.
     jobs::Revive(transaction, job.id);
     jobs::Claim(transaction, job.id, query.caller);
+    RememberAnswer(transaction, query, answer);
     transaction.Commit();
 }
 
-void RemoveJob(Services& services, const Query& query, XmlAnswer&) {
+void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     {
         LivingRuns transaction(services);
+        if (AnsweredBefore(transaction, query, answer)) return;
         FindIdle(transaction, id);
         publications::SetUnwanted(transaction, id);
         jobs::Remove(transaction, id);
+        RememberAnswer(transaction, query, answer);
         transaction.Commit();
     }
     services.publisher.RemoveUnwanted(id);

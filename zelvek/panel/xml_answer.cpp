@@ -54,6 +54,10 @@ std::string XmlAnswer::Text() const {
     return out.str();
 }
 
+void XmlAnswer::Load(const std::string& text) {
+    document_->xml.load_buffer(text.data(), text.size(), pugi::parse_default | pugi::parse_ws_pcdata);
+}
+
 std::string ErrorAnswer(const Error& error) {
     XmlAnswer answer;
     // What is refused may be just what no XML can carry.

@@ -38,6 +38,9 @@ public:
 
     std::string Text() const;
 
+    /// Becomes the answer that had this text.
+    void Load(const std::string& text);
+
 private:
     struct Document;
     std::unique_ptr<Document> document_;

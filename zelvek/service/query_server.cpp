@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
@@ -21,6 +22,8 @@ using std::chrono::seconds;
 using std::chrono::steady_clock;
 
 constexpr unsigned kConnections = 256;
+constexpr const char* kIdentityHeader = "X-Vek-Query";
+constexpr std::size_t kIdentityLength = 32;
 constexpr milliseconds kDrainPause{10};
 constexpr seconds kDrainQueries{120};    // an installation may be waiting for its reload command
 constexpr seconds kDrainConnections{1};  // for connections on which no query comes
@@ -28,7 +31,10 @@ constexpr seconds kDrainConnections{1};  // for connections on which no query co
 /// One query on its way in.
 class Upload {
 public:
-    Upload(std::atomic<int>& active, const Process& caller) : active_(active), caller_(caller) { ++active_; }
+    Upload(std::atomic<int>& active, const Process& caller, std::string identity)
+        : active_(active), caller_(caller), identity_(std::move(identity)) {
+        ++active_;
+    }
     ~Upload() { --active_; }
     Upload(const Upload&) = delete;
     Upload& operator=(const Upload&) = delete;
@@ -45,12 +51,13 @@ public:
             return ErrorAnswer({Code::kProtocol, "query", "",
                                 "the query is larger than " + std::to_string(Server::kBodyLimit) + " bytes"});
         }
-        return AnswerQuery(services, {Parameters(body_), caller_});
+        return AnswerQuery(services, {Parameters(body_), caller_, identity_});
     }
 
 private:
     std::atomic<int>& active_;
     Process caller_;
+    std::string identity_;
     std::string body_;
     bool too_big_ = false;
 };
@@ -71,6 +78,16 @@ MHD_Result Refuse(MHD_Connection* connection, unsigned status, const std::string
     return Send(connection, status, ErrorAnswer({Code::kProtocol, "query", "", message}));
 }
 
+/// What a query's header says; empty where it says nothing.
+std::string HeaderOf(MHD_Connection* connection, const char* name) {
+    const char* value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
+    return value == nullptr ? "" : value;
+}
+
+bool IsIdentity(const std::string& text) {
+    return text.size() == kIdentityLength && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
 /// The first call for a request, when its headers are there.
 MHD_Result Begin(Server& server, MHD_Connection* connection, const std::string& path,
                  const std::string& method, void** state) {
@@ -83,7 +100,12 @@ MHD_Result Begin(Server& server, MHD_Connection* connection, const std::string& 
     if (path != "/") return Refuse(connection, MHD_HTTP_NOT_FOUND, "queries go to \"/\"");
     if (method != MHD_HTTP_METHOD_POST)
         return Refuse(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "queries are POSTs");
-    *state = new Upload(server.active(), *peer);  // deleted by End
+    const std::string identity = HeaderOf(connection, kIdentityHeader);
+    if (!identity.empty() && !IsIdentity(identity)) {
+        return Refuse(connection, MHD_HTTP_BAD_REQUEST,
+                      std::string(kIdentityHeader) + " has 32 hexadecimal digits in small letters");
+    }
+    *state = new Upload(server.active(), *peer, identity);  // deleted by End
     return MHD_YES;
 }
 

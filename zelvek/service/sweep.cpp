@@ -1,6 +1,7 @@
 #include "zelvek/service/sweep.h"
 
 #include "vek/date.h"
+#include "zelvek/store/answered.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/problems.h"
@@ -12,6 +13,9 @@ namespace {
 
 // How long a request and its key wait for somebody when their maker has died.
 constexpr int kKeepLeftRequests = 600;  // seconds
+
+// How long an answer is kept for a query that comes again: much longer than any caller tries.
+constexpr int kKeepAnswers = 3600;  // seconds
 
 // Entries that one sweep forgets at most, so that nobody waits long for the store.
 constexpr int kForgetAtOnce = 500;
@@ -33,6 +37,8 @@ void ForgetOld(Services& services, const Retention& retention, const vek_date::D
     history::RemoveOlder(transaction, DaysBefore(now, retention.history_days), kForgetAtOnce);
     problems::RemoveOlder(transaction, DaysBefore(now, retention.notification_days),
                           retention.notification_entries, kForgetAtOnce);
+    answered::RemoveOlder(transaction, vek_date::DateTime(now).AddSeconds(-kKeepAnswers).AsDateTime(),
+                          kForgetAtOnce);
     transaction.Commit();
 }
 

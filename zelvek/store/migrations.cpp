@@ -193,11 +193,22 @@ constexpr const char* kClock = R"sql(
 CREATE INDEX job_by_last_run ON job (last_run, due) WHERE verified = 0 AND failed = 0 AND processing = 0;
 )sql";
 
+// What was carried out already when its query comes again.
+constexpr const char* kAnsweredQueries = R"sql(
+CREATE TABLE answered_query (
+    identity TEXT PRIMARY KEY,
+    answer TEXT NOT NULL,
+    time TEXT NOT NULL
+) STRICT;
+CREATE INDEX answered_query_by_time ON answered_query (time, identity);
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
     static const std::vector<const char*> migrations{
-        kPanelRecords, kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads, kFolders, kClock};
+        kPanelRecords, kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
+        kFolders,      kClock,     kAnsweredQueries};
     return migrations;
 }
 

@@ -13,6 +13,7 @@
 
 #include "integration/vek/server.h"
 #include "vek/err.h"
+#include "vek/str.h"
 
 namespace {
 
@@ -75,6 +76,26 @@ TEST_F(Client, PostsAFormAndNamesItsModule) {
     EXPECT_THAT(request.head, HasSubstr("\r\nContent-Type: application/x-www-form-urlencoded\r\n"));
     EXPECT_THAT(request.head, HasSubstr("\r\nX-Vek-Module: sslcert\r\n"));
     EXPECT_THAT(request.head, Not(HasSubstr("Expect:")));
+}
+
+std::string IdentityOf(const vek_test::HttpRequest& request) {
+    const std::string name = "\r\nX-Vek-Query: ";
+    const auto at = request.head.find(name);
+    if (at == std::string::npos) return "";
+    std::string rest = request.head.substr(at + name.size());
+    return str::GetWord(rest, "\r\n");
+}
+
+// Behaviour: Each query has an identity of its own, 32 hexadecimal digits in a header line
+TEST_F(Client, GivesEachQueryAnIdentityOfItsOwn) {
+    Service service(folder.path(), "zelvek", EmptyAnswer);
+    client.Query("func=a");
+    client.Query("func=a");
+    ASSERT_EQ(service.requests().size(), 2U);
+    const std::string first = IdentityOf(service.requests().front());
+    EXPECT_EQ(first.size(), 32U);
+    EXPECT_EQ(first.find_first_not_of("0123456789abcdef"), std::string::npos) << first;
+    EXPECT_NE(IdentityOf(service.requests().back()), first);
 }
 
 // Behaviour: The service's socket is looked for in VEK_RUN_DIR at each query, or in /run/vek where that is

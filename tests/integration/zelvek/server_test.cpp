@@ -22,30 +22,6 @@ constexpr std::size_t kLimit = std::size_t{8} << 20;
 class ServerTest : public ServiceTest {
 protected:
     ServerTest() { Start(); }
-
-    /// Sends just these bytes and returns all that comes back; empty when the service does not let us
-    /// connect.
-    std::string Raw(const std::string& request) const {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        Socket().string().copy(address.sun_path, sizeof(address.sun_path) - 1);
-        const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        std::string answer;
-        if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
-            ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
-            char chunk[4096];
-            for (ssize_t count = 0; (count = ::read(fd, chunk, sizeof(chunk))) > 0;) {
-                answer.append(chunk, static_cast<std::size_t>(count));
-            }
-        }
-        ::close(fd);
-        return answer;
-    }
-
-    static std::string Request(const std::string& line, const std::string& body) {
-        return line + " HTTP/1.1\r\nHost: localhost\r\nContent-Length: " + std::to_string(body.size()) +
-               "\r\n\r\n" + body;
-    }
 };
 
 // Behaviours of: Socket and answers

@@ -2,6 +2,8 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/socket.h>
+#include <sys/un.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -168,6 +170,29 @@ std::string ServiceTest::ErrorOf(const std::string& text, const std::map<std::st
     } catch (const vek_err::Error& error) {
         return error.type();
     }
+}
+
+std::string ServiceTest::Request(const std::string& line, const std::string& body,
+                                 const std::string& header) {
+    return line + " HTTP/1.1\r\nHost: localhost\r\n" + header +
+           "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
+}
+
+std::string ServiceTest::Raw(const std::string& request) const {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    Socket().string().copy(address.sun_path, sizeof(address.sun_path) - 1);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    std::string answer;
+    if (::connect(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0) {
+        ::send(fd, request.data(), request.size(), MSG_NOSIGNAL);
+        char chunk[4096];
+        for (ssize_t count = 0; (count = ::read(fd, chunk, sizeof(chunk))) > 0;) {
+            answer.append(chunk, static_cast<std::size_t>(count));
+        }
+    }
+    ::close(fd);
+    return answer;
 }
 
 std::string ServiceTest::AddJob(const std::map<std::string, std::string>& entries) {

@@ -79,6 +79,14 @@ protected:
     static std::string ErrorOf(const std::string& text,
                                const std::map<std::string, std::string>& entries = {});
 
+    /// An HTTP request; `header` is further lines, each with its CR LF.
+    static std::string Request(const std::string& line, const std::string& body,
+                               const std::string& header = "");
+
+    /// Sends just these bytes to the service and returns all that comes back; empty when it does not let us
+    /// connect.
+    std::string Raw(const std::string& request) const;
+
     /// Adds a job, whoever has its names, and returns its id.
     static std::string AddJob(const std::map<std::string, std::string>& entries = {});
 

@@ -11,6 +11,7 @@
 
 #include "engine.h"
 #include "zelvek/store/accounts.h"
+#include "zelvek/store/answered.h"
 #include "zelvek/store/domains.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
@@ -37,8 +38,8 @@ const std::set<std::string> kHoldsWhatIsLookedFor{
     "job_due",     "publication_unwanted", "publication_not_kept", "publication_missing"};
 
 // Indexes over times, of which all that is older, or newer, than a time is looked for.
-const std::set<std::string> kOverTimes{"csr_by_time", "job_by_last_run", "job_event_by_time",
-                                       "problem_by_time", "reload_by_next"};
+const std::set<std::string> kOverTimes{"answered_query_by_time", "csr_by_time",     "job_by_last_run",
+                                       "job_event_by_time",      "problem_by_time", "reload_by_next"};
 
 // Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
 const std::set<std::string> kSmallTables{"reader", "waiting"};
@@ -205,6 +206,10 @@ Operations OtherOperations() {
     entry.job = 1;
     entry.publisher = Dead();
     return {
+        {"answered::Put", [](Transaction& transaction) { answered::Put(transaction, "i", "a", "t"); }},
+        {"answered::Find", [](Transaction& transaction) { answered::Find(transaction, "i"); }},
+        {"answered::RemoveOlder",
+         [](Transaction& transaction) { answered::RemoveOlder(transaction, "a", 5); }},
         {"domains::Add",
          [](Transaction& transaction) {
              domains::Add(transaction, {0, "n", "n", "anna"});

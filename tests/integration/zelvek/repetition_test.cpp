@@ -1,0 +1,138 @@
+// A query that comes again because its answer was lost.
+#include <SQLiteCpp/Database.h>
+
+#include "service.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+const std::string kIdentity(32, 'a');
+const std::string kOther(32, 'b');
+const std::string kDone = "<?xml version=\"1.0\"?><doc/>";
+
+class Repetition : public ServiceTest {
+protected:
+    Repetition() { Start(); }
+
+    /// One delivery of a query; returns the body of the answer.
+    std::string Deliver(const std::string& identity, const std::string& text,
+                        const std::map<std::string, std::string>& entries = {}) const {
+        const std::string answer =
+            Raw(Request("POST /", vek_client::Bind(text, entries), "X-Vek-Query: " + identity + "\r\n"));
+        return answer.substr(answer.find("\r\n\r\n") + 4);
+    }
+
+    std::string DeliverRecord(const std::string& identity, const std::string& id,
+                              const std::map<std::string, std::string>& entries = {}) const {
+        return Deliver(identity, "func=ambrin.data.edit&sok=ok", WriteBack(id, entries));
+    }
+
+    static std::size_t Events(const std::string& id) {
+        return Ask("func=zelvek.job.show&elid=" + id).xml().GetNodes("/doc/event").size();
+    }
+
+    static std::size_t Jobs() { return Ask("func=zelvek.job.list").xml().GetNodes("/doc/elem").size(); }
+
+    SQLite::Database OpenDatabase() const { return {Database().string(), SQLite::OPEN_READWRITE, 10'000}; }
+};
+
+// Behaviours of: Socket and answers
+
+// Behaviour: A write-back that comes again is answered as before and changes nothing, though the record has
+//   another holder by then
+TEST_F(Repetition, OfAWriteBackChangesNothing) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    const std::map<std::string, std::string> entries{{"kid", "k"}, {"log", "2026-01-01 00:00:00,a,b,c"}};
+    EXPECT_EQ(DeliverRecord(kIdentity, id, entries), kDone);
+    EXPECT_EQ(DeliverRecord(kIdentity, id, entries), kDone);
+    EXPECT_EQ(Events(id), 1U);
+    EXPECT_EQ(InChild([&] {
+                  ReadJob(id);
+                  Write(id, {{"kid", "child's"}});
+              }),
+              0);
+    EXPECT_EQ(DeliverRecord(kIdentity, id, entries), kDone);
+    EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "child's");
+    EXPECT_NE(DeliverRecord(kOther, id, entries).find("type=\"stale\""), std::string::npos);
+}
+
+// Behaviour: A write-back that comes again is answered ...
+TEST_F(Repetition, OfAWriteBackIsKnownAfterARestart) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    DeliverRecord(kIdentity, id, {{"log", "2026-01-01 00:00:00,a,b,c"}});
+    Kill();
+    Start();
+    EXPECT_EQ(DeliverRecord(kIdentity, id, {{"log", "2026-01-01 00:00:00,a,b,c"}}), kDone);
+    EXPECT_EQ(Events(id), 1U);
+}
+
+// Behaviour: A query that was refused has changed nothing, so that it is carried out when it comes again
+TEST_F(Repetition, OfARefusedQueryIsCarriedOut) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    EXPECT_NE(DeliverRecord(kIdentity, id, {{"verified", "perhaps"}}).find("type=\"value\""),
+              std::string::npos);
+    EXPECT_EQ(DeliverRecord(kIdentity, id, {{"kid", "k"}}), kDone);
+    EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "k");
+}
+
+// Behaviour: Adding, claiming and removing a job and adding a domain are done once for one query, however
+//   often it comes
+TEST_F(Repetition, OfAnOperatorsQueryChangesNothing) {
+    const std::string add = "func=zelvek.job.add&domain=shop.example&user_name=anna";
+    const std::string added = Deliver(kIdentity, add);
+    EXPECT_NE(added.find("<id>1</id>"), std::string::npos) << added;
+    EXPECT_EQ(Deliver(kIdentity, add), added);
+    EXPECT_EQ(Jobs(), 1U);
+    EXPECT_NE(Deliver(kOther, add), added);
+    EXPECT_EQ(Jobs(), 2U);
+
+    int number = 0;
+    for (const std::string query : {"func=zelvek.job.claim&elid=1", "func=zelvek.job.remove&elid=2",
+                                    "func=zelvek.domain.add&name=shop.example&user_name=anna"}) {
+        const std::string identity(32, static_cast<char>('0' + ++number));
+        EXPECT_EQ(Deliver(identity, query), kDone) << query;
+        EXPECT_EQ(Deliver(identity, query), kDone) << query;
+        EXPECT_NE(Deliver(std::string(32, 'c'), query).find("<error "), std::string::npos) << query;
+    }
+}
+
+// Behaviour: An identity has 32 hexadecimal digits, any other is refused; a query may come without one
+TEST_F(Repetition, WantsAnIdentityOfItsForm) {
+    const std::string query = "func=zelvek.job.add&domain=shop.example&user_name=anna";
+    for (const std::string& wrong : {std::string(31, 'a'), std::string(33, 'a'), std::string(32, 'A'),
+                                     std::string(32, 'g'), std::string("'; DELETE FROM job; --")}) {
+        EXPECT_TRUE(
+            Raw(Request("POST /", query, "X-Vek-Query: " + wrong + "\r\n")).starts_with("HTTP/1.1 400 "))
+            << wrong;
+    }
+    EXPECT_EQ(Jobs(), 0U);
+    Raw(Request("POST /", query));
+    Raw(Request("POST /", query));
+    EXPECT_EQ(Jobs(), 2U);
+}
+
+// Behaviour: What was answered is forgotten after an hour
+TEST_F(Repetition, IsNotKnownAfterAnHour) {
+    const std::string add = "func=zelvek.job.add&domain=shop.example&user_name=anna";
+    Deliver(kIdentity, add);
+    Deliver(kOther, add);
+    auto database = OpenDatabase();
+    database.exec("UPDATE answered_query SET time = datetime('now', '-3610 seconds') WHERE identity = '" +
+                  kIdentity + "'");
+    database.exec("UPDATE answered_query SET time = datetime('now', '-3000 seconds') WHERE identity = '" +
+                  kOther + "'");
+    EXPECT_TRUE(
+        Eventually([&] { return database.execAndGet("SELECT count(*) FROM answered_query").getInt() == 1; }));
+    Deliver(kOther, add);
+    EXPECT_EQ(Jobs(), 2U);
+    Deliver(kIdentity, add);
+    EXPECT_EQ(Jobs(), 3U);
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing
