@@ -1,12 +1,12 @@
 #include "vek/client.h"
 
 #include <cerrno>
-#include <chrono>
 #include <cstdlib>
+#include <optional>
 #include <system_error>
-#include <thread>
 
 #include "curl.h"
+#include "patience.h"
 #include "sigpipe.h"
 #include "vek/err.h"
 #include "vek/str.h"
@@ -14,15 +14,27 @@
 namespace vek_client {
 namespace {
 
-using std::chrono::steady_clock;
-
-constexpr std::chrono::seconds kPatience{5};  // with a service that is not there
-constexpr std::chrono::milliseconds kPause{50};
 constexpr long kTimeLimit = 600;  // seconds for one query; a service that installs may run slow commands
 constexpr std::size_t kHeaderLimit = 256UL << 10;
 constexpr std::size_t kBodyLimit = 64UL << 20;
 constexpr int kOk = 200;
+constexpr int kLater = 503;  // the service cannot do it now, and has done nothing
 constexpr std::size_t kIdentityBytes = 16;
+
+/// One query as it goes out, the same each time.
+struct Letter {
+    std::string socket;
+    std::string module;
+    std::string identity;
+    std::string query;
+};
+
+/// What became of one try: an answer, or an error.
+struct Outcome {
+    std::string answer = {};
+    std::optional<vek_err::Error> error = {};
+    bool may_pass = false;  // the error: trying again is safe, and may help
+};
 
 std::string SocketOf(const std::string& service) {
     const char* directory = std::getenv("VEK_RUN_DIR");
@@ -30,34 +42,76 @@ std::string SocketOf(const std::string& service) {
     return (is_set ? directory : "/run/vek") + ("/" + service + ".sock");
 }
 
-// A service that restarts has no socket, or one that nobody listens on, for a moment; one with many callers
-// at once cannot take one more (libcurl knows no error number then). In none of these cases was anything
-// sent.
-bool MayPass(const vek_curl::Easy& easy, CURLcode outcome) {
-    const int error = easy.SystemError();
-    return outcome == CURLE_COULDNT_CONNECT && (error == ENOENT || error == ECONNREFUSED || error == 0);
-}
-
-CURLcode Perform(const vek_curl::Easy& easy) {
-    const auto end = steady_clock::now() + kPatience;
-    for (;;) {
-        const CURLcode outcome = curl_easy_perform(easy.get());
-        if (!MayPass(easy, outcome) || steady_clock::now() >= end) return outcome;
-        // Not the interruptible sleep: a run that is being ended still has its record to write back.
-        std::this_thread::sleep_for(kPause);
-    }
-}
-
 // Whether the failure came before there was a connection. libcurl calls a socket path that is too long a host
 // that it cannot resolve.
-bool IsUnreached(CURLcode outcome) {
-    return outcome == CURLE_COULDNT_CONNECT || outcome == CURLE_COULDNT_RESOLVE_HOST;
+bool IsUnreached(CURLcode code) {
+    return code == CURLE_COULDNT_CONNECT || code == CURLE_COULDNT_RESOLVE_HOST;
+}
+
+// A service that restarts has no socket, or one that nobody listens on, for a moment; one with many callers
+// at once cannot take one more (libcurl knows no error number then).
+bool IsAwayForNow(const vek_curl::Easy& easy, CURLcode code) {
+    const int error = easy.SystemError();
+    return code == CURLE_COULDNT_CONNECT && (error == ENOENT || error == ECONNREFUSED || error == 0);
+}
+
+// Whether the connection ended before the whole answer was there. The service may have carried the query out,
+// or not: it knows by the query's identity.
+bool IsBrokenOff(CURLcode code) {
+    return code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR || code == CURLE_GOT_NOTHING ||
+           code == CURLE_PARTIAL_FILE;
 }
 
 // The system's reason where there is one: libcurl's own speaks of port 80, which a socket does not have.
-std::string Cause(const vek_curl::Easy& easy, CURLcode outcome) {
+std::string Cause(const vek_curl::Easy& easy, CURLcode code) {
     const int error = easy.SystemError();
-    return error != 0 ? std::generic_category().message(error) : easy.Reason(outcome);
+    return error != 0 ? std::generic_category().message(error) : easy.Reason(code);
+}
+
+vek_err::Error Failure(const char* type, const Letter& letter, const std::string& reason) {
+    return {"client", type, letter.socket + ": " + reason};
+}
+
+// What the service says for people in an answer with another status than 200.
+vek_err::Error Refusal(const Letter& letter, int status, const std::string& body) {
+    try {
+        const vek_xml::Xml answer(body);
+        const auto error = answer.GetNode("/doc/error");
+        const std::string sentence = error.Value("msg");
+        if (!sentence.empty()) return vek_err::Error::Reported(error.Attribute("type"), sentence);
+    } catch (const vek_err::Error&) {
+        // A body that is no XML says nothing.
+    }
+    return Failure("protocol", letter, "status " + std::to_string(status));
+}
+
+void Write(vek_curl::Easy& easy, const Letter& letter) {
+    easy.Set(CURLOPT_URL, "http://localhost/");
+    easy.Set(CURLOPT_UNIX_SOCKET_PATH, letter.socket.c_str());
+    easy.Set(CURLOPT_TIMEOUT, kTimeLimit);
+    easy.AddHeader("Content-Type: application/x-www-form-urlencoded");
+    easy.AddHeader("X-Vek-Module: " + letter.module);
+    easy.AddHeader("X-Vek-Query: " + letter.identity);
+    easy.Post(letter.query);
+}
+
+Outcome TryOnce(const Letter& letter) {
+    vek_curl::Answer answer{.header_limit = kHeaderLimit, .body_limit = kBodyLimit};
+    vek_curl::Easy easy;
+    Write(easy, letter);
+    easy.Receive(answer);
+    const CURLcode code = curl_easy_perform(easy.get());
+    if (IsUnreached(code)) {
+        return {.error = Failure("connect", letter, Cause(easy, code)), .may_pass = IsAwayForNow(easy, code)};
+    }
+    if (code != CURLE_OK)
+        return {.error = Failure("protocol", letter, easy.Reason(code)), .may_pass = IsBrokenOff(code)};
+    // libcurl takes the end of a connection for the end of the headers.
+    if (!answer.header_complete)
+        return {.error = Failure("protocol", letter, "the answer breaks off"), .may_pass = true};
+    if (const int status = easy.Status(); status != kOk)
+        return {.error = Refusal(letter, status, answer.body), .may_pass = status == kLater};
+    return {.answer = std::move(answer.body)};
 }
 
 }  // namespace
@@ -67,25 +121,13 @@ Client::Client(std::string service, std::string module)
 
 Result Client::Send(const std::string& query) const {
     const vek_proc::SigpipeBlocked no_sigpipe;
-    const std::string path = SocketOf(service_);
-    vek_curl::Answer answer{.header_limit = kHeaderLimit, .body_limit = kBodyLimit};
-    vek_curl::Easy easy;
-    easy.Set(CURLOPT_URL, "http://localhost/");
-    easy.Set(CURLOPT_UNIX_SOCKET_PATH, path.c_str());
-    easy.Set(CURLOPT_TIMEOUT, kTimeLimit);
-    easy.AddHeader("Content-Type: application/x-www-form-urlencoded");
-    easy.AddHeader("X-Vek-Module: " + module_);
-    easy.AddHeader("X-Vek-Query: " + str::hex::Encode(str::Random(kIdentityBytes)));
-    easy.Post(query);
-    easy.Receive(answer);
-    const CURLcode outcome = Perform(easy);
-    if (IsUnreached(outcome)) throw vek_err::Error("client", "connect", path + ": " + Cause(easy, outcome));
-    if (outcome != CURLE_OK)
-        throw vek_err::Error("client", "protocol", service_ + ": " + easy.Reason(outcome));
-    if (easy.Status() != kOk) {
-        throw vek_err::Error("client", "protocol", service_ + ": status " + std::to_string(easy.Status()));
+    const Letter letter{SocketOf(service_), module_, str::hex::Encode(str::Random(kIdentityBytes)), query};
+    Patience patience(query);
+    for (;;) {
+        const Outcome outcome = TryOnce(letter);
+        if (!outcome.error) return Result(outcome.answer);
+        if (!outcome.may_pass || !patience.Pause()) throw *outcome.error;
     }
-    return Result(answer.body);
 }
 
 }  // namespace vek_client

@@ -15,12 +15,20 @@ namespace {
 
 // Plain values without destructors: waits read them even while static objects are being destroyed.
 std::atomic<int> signal_seen{0};
+std::atomic<bool> termination_seen{false};
+std::atomic<bool> interrupt_seen{false};
+std::atomic<bool> repeated{false};
 std::atomic<int> read_end{-1};
 std::atomic<int> write_end{-1};
 static_assert(std::atomic<int>::is_always_lock_free, "a signal handler writes it");
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler writes it");
 
 void Note(int number) {
     const int saved_errno = errno;
+    // By number: a Ctrl-C may reach a run twice, as SIGINT from the terminal and as SIGTERM from who started
+    // it.
+    std::atomic<bool>& before = number == SIGINT ? interrupt_seen : termination_seen;
+    if (before.exchange(true)) repeated = true;
     int none = 0;
     if (signal_seen.compare_exchange_strong(none, number)) {
         // One byte into an empty pipe: it cannot fail, and a wait that begins later finds it as well.
@@ -53,6 +61,8 @@ void Watch() {
 void Check() {
     if (const int number = signal_seen.load(); number != 0) throw vek_proc::Interrupted{number};
 }
+
+bool IsRepeated() { return repeated.load(); }
 
 int WakeFd() { return read_end.load(); }
 

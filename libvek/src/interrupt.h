@@ -12,6 +12,9 @@ void Watch();
 /// Throws vek_proc::Interrupted once a signal has come; the first one counts.
 void Check();
 
+/// Whether the same signal has come once more: whoever sends it does not want to wait for anything.
+bool IsRepeated();
+
 /// Readable from the first signal on, and never emptied, so that every later wait returns at once; -1, which
 /// poll(2) skips, where nothing is watched.
 int WakeFd();

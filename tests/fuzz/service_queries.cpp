@@ -75,7 +75,7 @@ struct Service {
     }
 
     std::string Ask(const std::string& form, const Process& caller) {
-        return zelvek::AnswerQuery(services, {zelvek::Parameters(form), caller});
+        return zelvek::AnswerQuery(services, {zelvek::Parameters(form), caller}).text;
     }
 };
 

@@ -11,6 +11,7 @@ const char* Word(Code code) {
         case Code::kExists: return "exists";
         case Code::kStale: return "stale";
         case Code::kBusy: return "busy";
+        case Code::kLater: return "later";
         case Code::kBadKey: return "badkey";
         case Code::kBadChain: return "badchain";
         case Code::kDns:

@@ -13,6 +13,7 @@ enum class Code {
     kExists,       // what is to be made is there already
     kStale,        // what the caller read before has been changed by somebody else since
     kBusy,         // somebody else is working on it
+    kLater,        // the service cannot do it for the moment, such as when the database is locked
     kBadKey,       // the private key cannot be read, or belongs to none of the certificates
     kBadChain,     // the certificates cannot be read, or are not one chain
     kBadNames,     // the certificate is not for all the names that were asked for
@@ -24,8 +25,8 @@ enum class Code {
 };
 
 /// The code as callers of the service read it in an answer: "value", "missed", "exists", "stale", "busy",
-/// "badkey", "badchain", "badnames", "dns" (kUnavailable too: callers know no other word), "io", "protocol",
-/// "internal".
+/// "later", "badkey", "badchain", "badnames", "dns" (kUnavailable too: callers know no other word), "io",
+/// "protocol", "internal".
 const char* Word(Code code);
 
 /// The code that is told by this word; kInternal for every other text.

@@ -36,19 +36,19 @@ std::string Perform(Services& services, const Query& query) {
 
 }  // namespace
 
-std::string AnswerQuery(Services& services, const Query& query) {
+Answer AnswerQuery(Services& services, const Query& query) {
     const std::string& function = query.parameters.Get("func");
     std::string fault;
     try {
-        return Perform(services, query);
+        return {Perform(services, query)};
     } catch (const Error& error) {
-        if (error.code() != Code::kInternal) return ErrorAnswer(error);
+        if (error.code() != Code::kInternal) return {ErrorAnswer(error), error.code() == Code::kLater};
         fault = error.what();
     } catch (const std::exception& error) {
         fault = error.what();
     }
     Log(function + ": " + fault);
-    return ErrorAnswer({Code::kInternal, function, "", "the service failed at this; its log says why"});
+    return {ErrorAnswer({Code::kInternal, function, "", "the service failed at this; its log says why"})};
 }
 
 int Number(const Query& query, const std::string& key) {

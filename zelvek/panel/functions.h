@@ -35,9 +35,14 @@ struct Query {
     std::string identity = {};  // the same each time that the caller sends it; empty for a caller without
 };
 
-/// Carries the query out and returns the answer's text. Throws nothing: every error becomes an answer; what
-/// is the service's own fault is logged, and answered as "internal".
-std::string AnswerQuery(Services& services, const Query& query);
+struct Answer {
+    std::string text;
+    bool later = false;  // the service cannot do it for the moment: the caller is to ask again
+};
+
+/// Carries the query out. Throws nothing: every error becomes an answer; what is the service's own fault is
+/// logged, and answered as "internal".
+Answer AnswerQuery(Services& services, const Query& query);
 
 /// Every function: errors are `Error`.
 using Function = void (*)(Services&, const Query&, XmlAnswer&);

@@ -46,10 +46,11 @@ public:
         too_big_ ? body_.clear() : static_cast<void>(body_.append(data, size));
     }
 
-    std::string Answer(Services& services) const {
+    Answer Carry(Services& services) const {
         if (too_big_) {
-            return ErrorAnswer({Code::kProtocol, "query", "",
-                                "the query is larger than " + std::to_string(Server::kBodyLimit) + " bytes"});
+            return {
+                ErrorAnswer({Code::kProtocol, "query", "",
+                             "the query is larger than " + std::to_string(Server::kBodyLimit) + " bytes"})};
         }
         return AnswerQuery(services, {Parameters(body_), caller_, identity_});
     }
@@ -120,7 +121,8 @@ MHD_Result Handle(void* server, MHD_Connection* connection, const char* path, co
         *size = 0;
         return MHD_YES;
     }
-    return Send(connection, MHD_HTTP_OK, upload.Answer(self.services()));
+    const Answer answer = upload.Carry(self.services());
+    return Send(connection, answer.later ? MHD_HTTP_SERVICE_UNAVAILABLE : MHD_HTTP_OK, answer.text);
 } catch (const std::exception& error) {
     // No exception may pass through the library, which is written in C. It closes the connection.
     Log(std::string("answering a query: ") + error.what());

@@ -27,6 +27,11 @@ template <class Action>
 auto Translated(const Action& action) -> decltype(action()) {
     try {
         return action();
+    } catch (const soci::sqlite3_soci_error& error) {
+        constexpr int kPrimary = 0xff;  // the rest of a result says more of the same
+        if ((error.result() & kPrimary) == SQLITE_BUSY)
+            throw Error(Code::kLater, "the database is locked by another program");
+        throw Error(Code::kInternal, error.get_error_message());
     } catch (const soci::soci_error& error) {
         throw Error(Code::kInternal, error.get_error_message());
     }

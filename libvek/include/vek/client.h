@@ -34,7 +34,9 @@ std::string Bind(const std::string& text, const std::vector<std::string>& values
 std::string Bind(const std::string& text, const std::map<std::string, std::string>& entries);
 
 /// Errors of every query: vek_err::Error of the answer's type; of type "connect" when the service cannot be
-/// reached, "protocol" when its answer cannot be read. A refused connection is tried again for a few seconds.
+/// reached, "protocol" when its answer cannot be read. A query that finds nobody, whose connection breaks
+/// off, or that the service cannot carry out for the moment is sent again with the identity that it has: for
+/// five minutes one that stores something ("sok=ok"), for five seconds any other.
 class Client {
 public:
     /// One query; the values take the places of the text's "?" in their order.

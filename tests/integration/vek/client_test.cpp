@@ -10,8 +10,10 @@
 #include <array>
 #include <chrono>
 #include <future>
+#include <set>
 
 #include "integration/vek/server.h"
+#include "integration/vek/stopped_clock.h"
 #include "vek/err.h"
 #include "vek/str.h"
 
@@ -31,8 +33,9 @@ class Client : public testing::Test {
 protected:
     std::string SocketPath() const { return folder.file("zelvek.sock"); }
 
-    // Type and text of the error that a query ends with.
+    // Type and text of the error that a query ends with, without the waiting between its tries.
     std::pair<std::string, std::string> Error() const {
+        const vek_test::StoppedClock clock(vek_test::StoppedClock::Polls::kWait);
         try {
             client.Query("func=a");
             return {"none", ""};
@@ -62,6 +65,7 @@ protected:
 };
 
 std::string EmptyAnswer(const std::string& /*query*/) { return "<doc/>"; }
+std::string AnyAnswer(const std::string& /*query*/) { return "<doc><a>b</a></doc>"; }
 
 // Behaviours of: Queries to a local service
 
@@ -151,10 +155,10 @@ TEST_F(Client, MayBeUsedByManyThreads) {
 
 // Behaviour: A missing or restarting service is waited for, five seconds, with a look every 50 milliseconds
 TEST_F(Client, WaitsForAServiceThatStarts) {
-    auto answer = std::async(std::launch::async, [this] { return TypeOfError(); });
+    auto answer = std::async(std::launch::async, [this] { return client.Query("func=a").value("a"); });
     std::this_thread::sleep_for(kMoment);
-    const Service service(folder.path(), "zelvek", EmptyAnswer);
-    EXPECT_EQ(answer.get(), "none");
+    const Service service(folder.path(), "zelvek", AnyAnswer);
+    EXPECT_EQ(answer.get(), "b");
 }
 
 // Behaviour: A missing or restarting service is waited ...
@@ -167,10 +171,10 @@ TEST_F(Client, WaitsForAServiceThatStartsAgain) {
         ASSERT_EQ(bind(stale, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
         close(stale);
     }
-    auto answer = std::async(std::launch::async, [this] { return TypeOfError(); });
+    auto answer = std::async(std::launch::async, [this] { return client.Query("func=a").value("a"); });
     std::this_thread::sleep_for(kMoment);
-    const Service service(folder.path(), "zelvek", EmptyAnswer);
-    EXPECT_EQ(answer.get(), "none");
+    const Service service(folder.path(), "zelvek", AnyAnswer);
+    EXPECT_EQ(answer.get(), "b");
 }
 
 // Behaviour: A missing or restarting service is waited ...
@@ -184,14 +188,14 @@ TEST_F(Client, WaitsForAServiceWithManyCallers) {
     ASSERT_EQ(listen(listener, 0), 0);
     const int caller = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     ASSERT_EQ(connect(caller, generic, sizeof(address)), 0);
-    auto answer = std::async(std::launch::async, [this] { return TypeOfError(); });
+    auto answer = std::async(std::launch::async, [this] { return client.Query("func=a").value("a"); });
     std::this_thread::sleep_for(kMoment);
     close(accept(listener, nullptr, nullptr));
     const int fd = accept(listener, nullptr, nullptr);
     Connection connection(fd, nullptr);
     EXPECT_EQ(connection.ReadRequest().body, "func=a");
-    connection.Write(vek_test::Answer(200, "", "<doc/>"));
-    EXPECT_EQ(answer.get(), "none");
+    connection.Write(vek_test::Answer(200, "", AnyAnswer("")));
+    EXPECT_EQ(answer.get(), "b");
     for (const int open : {fd, caller, listener}) close(open);
 }
 
@@ -231,13 +235,81 @@ TEST_F(Client, TakesStatus200Alone) {
 
 // Behaviour: An answer that cannot be read is an error ...
 TEST_F(Client, SaysWhatIsWrongWithAnAnswer) {
-    EXPECT_EQ(ErrorFor(vek_test::Answer(404, "", "<doc/>")), "client: protocol: zelvek: status 404");
-    EXPECT_EQ(ErrorFor(""), "client: protocol: zelvek: Empty reply from server");
+    const std::string beginning = "client: protocol: " + SocketPath() + ": ";
+    EXPECT_EQ(ErrorFor(vek_test::Answer(404, "", "<doc/>")), beginning + "status 404");
+    EXPECT_EQ(ErrorFor(vek_test::Answer(404, "", "not found")), beginning + "status 404");
+    EXPECT_EQ(ErrorFor(""), beginning + "Empty reply from server");
+}
+
+// Behaviour: What the service says for people is the error's text, whatever status its answer has
+TEST_F(Client, SaysWhatTheServiceSaysInAnAnswerOfAnyStatus) {
+    const std::string refusal = "<doc><error type=\"value\"><msg>not you &amp; not now</msg></error></doc>";
+    for (const int status : {200, 403, 500, 503}) {
+        const auto [type, text] = Answered(vek_test::Answer(status, "", refusal));
+        EXPECT_EQ(type, "value") << status;
+        EXPECT_EQ(text, "not you & not now") << status;
+    }
+}
+
+// Behaviour: A query whose connection breaks off before the whole answer is there, or that the service cannot
+//   carry out for the moment (503), is sent again just as it was, with its identity
+TEST_F(Client, SendsAgainWhatGotNoAnswer) {
+    std::vector<vek_test::HttpRequest> requests;
+    const auto serve = [&requests](Connection& connection) {
+        static const std::vector<std::string> answers{
+            "", "HTTP/1.1 200 OK\r\n", "HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n<doc/>",
+            vek_test::Answer(503, "", "<doc/>"), vek_test::Answer(200, "", AnyAnswer(""))};
+        requests.push_back(connection.ReadRequest());
+        connection.Write(answers.at(requests.size() - 1));
+    };
+    {
+        const Server server(serve, SocketPath());
+        EXPECT_EQ(client.Query("func=a&b=?", "c").value("a"), "b");
+    }
+    ASSERT_EQ(requests.size(), 5U);
+    std::set<std::string> identities;
+    for (const auto& request : requests) {
+        EXPECT_EQ(request.body, "func=a&b=c");
+        identities.insert(IdentityOf(request));
+    }
+    EXPECT_EQ(identities.size(), 1U);
+}
+
+// Behaviour: A query whose connection breaks off ...
+TEST_F(Client, SendsAgainWhatItCouldNotSend) {
+    int connections = 0;
+    const auto serve = [&connections](Connection& connection) {
+        if (++connections < 3) return;
+        connection.ReadRequest();
+        connection.Write(vek_test::Answer(200, "", AnyAnswer("")));
+    };
+    const Server server(serve, SocketPath());
+    EXPECT_EQ(client.Query("func=a", {{"a", std::string(1 << 20, 'x')}}).value("a"), "b");
+}
+
+// Behaviour: A query that the service has answered is sent once, whatever the answer is
+TEST_F(Client, SendsOnceWhatWasAnswered) {
+    for (const std::string& answer :
+         {vek_test::Answer(200, "", "text"), vek_test::Answer(500, "", "<doc/>"),
+          std::string("garbage\r\n\r\n"),
+          vek_test::Answer(200, "", "<doc><error type=\"busy\"><msg>m</msg></error></doc>")}) {
+        int connections = 0;
+        {
+            const auto serve = [&](Connection& connection) {
+                ++connections;
+                connection.ReadRequest();
+                connection.Write(answer);
+            };
+            const Server server(serve, SocketPath());
+            EXPECT_THROW(client.Query("func=a&sok=ok"), vek_err::Error) << answer;
+        }
+        EXPECT_EQ(connections, 1) << answer;
+    }
 }
 
 // Behaviour: Megabytes travel both ways; an answer beyond ...
 TEST_F(Client, RefusesAnAnswerBeyondItsLimit) {
-    const std::string too_large = "client: protocol: zelvek: the answer is too large";
+    const std::string too_large = "client: protocol: " + SocketPath() + ": the answer is too large";
     const std::string most = "<doc>" + std::string((64UL << 20) - 11, 'x') + "</doc>";
     EXPECT_EQ(ErrorFor(vek_test::Answer(200, "", most)), "");
     EXPECT_EQ(ErrorFor(vek_test::Answer(200, "", most + " ")), too_large);
@@ -249,7 +321,8 @@ TEST_F(Client, RefusesAnAnswerBeyondItsLimit) {
 // A write to a socket that the service has closed raises SIGPIPE, which nobody handles here.
 TEST_F(Client, SurvivesAServiceThatHangsUp) {
     const Server server([](Connection&) {}, SocketPath());
-    EXPECT_THROW(client.Query("func=a", {{"a", std::string(16 << 20, 'x')}}), vek_err::Error);
+    const vek_test::StoppedClock clock(vek_test::StoppedClock::Polls::kWait);
+    EXPECT_THROW(client.Query("func=a", {{"a", std::string(1 << 20, 'x')}}), vek_err::Error);
 }
 
 }  // namespace

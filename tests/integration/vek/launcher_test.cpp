@@ -184,6 +184,34 @@ TEST_F(Launcher, WaitsForAServiceThatRestartsAtTheWriteBack) {
     EXPECT_THAT(Queries(), ElementsAre(kWrittenBack));
 }
 
+// Behaviour: A service that is away while the record is stored is waited for, though the run has been asked
+// to
+//   end; when it is asked once more by the same signal, it ends
+TEST_F(Interruption, LeavesTheRunTimeToStoreItsRecord) {
+    Start("sleep, then store");
+    ASSERT_TRUE(IsReady());
+    std::this_thread::sleep_for(milliseconds(300));
+    kill(pid, SIGTERM);
+    ASSERT_TRUE(Comes([this] { return TextOf(err).find("ended by") != std::string::npos; }));
+    kill(pid, SIGINT);  // from the terminal, say: another one
+    std::this_thread::sleep_for(seconds(6));
+    StartService();
+    EXPECT_EQ(End(), 128 + SIGTERM);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack + std::string("&sok=ok")));
+}
+
+// Behaviour: A service that is away while the record ...
+TEST_F(Interruption, EndsTheWaitForTheServiceWhenItComesOnceMore) {
+    Start("sleep, then store");
+    ASSERT_TRUE(IsReady());
+    std::this_thread::sleep_for(milliseconds(300));
+    kill(pid, SIGTERM);
+    ASSERT_TRUE(Comes([this] { return TextOf(err).find("ended by") != std::string::npos; }));
+    kill(pid, SIGTERM);
+    EXPECT_EQ(End(), 1000 + SIGABRT);
+    EXPECT_THAT(TextOf(err), HasSubstr(folder.file("zelvek.sock") + ": No such file or directory"));
+}
+
 // Behaviour: Exchanges, keys and queries still work while static objects are destroyed
 TEST_F(Launcher, KeepsEverythingUsableForStaticObjects) {
     StartService();

@@ -48,11 +48,12 @@ struct Record {
             detail = Get(late_url) +
                      std::to_string(vek_crypto::sign::Calculate(vek_crypto::RsaPrivateKey(2048), "x").size());
         }
-        client.Query("func=write_back&detail=?", detail);
+        client.Query(query, detail);
         vek_log::Module("plugin", "record").Write(vek_log::kTrace, "written back");
     }
 
     vek_client::Local client{"zelvek", "plugin"};
+    std::string query = "func=write_back&detail=?";
     std::string detail;
     std::string late_url;  // asked by the destructor
 };
@@ -122,6 +123,10 @@ int Run(const std::string& what, const std::string& value) {
     if (what == "sigpipe") raise(SIGPIPE);
     if (what == "again") WaitAgain();
     if (what == "sleep") vek_proc::Sleep(static_cast<std::uint64_t>(-1));
+    if (what == "sleep, then store") {
+        record.query += "&sok=ok";
+        vek_proc::Sleep(600'000);
+    }
     if (what == "sleep deaf") SleepDeaf();
     if (what == "terminate") std::terminate();
     if (what == "read on") ReadOn();

@@ -15,6 +15,7 @@ using std::chrono::seconds;
 thread_local std::optional<nanoseconds> stopped_at;
 thread_local nanoseconds time_slept{0};
 thread_local int sleep_count = 0;
+thread_local bool polls_wait = false;
 
 nanoseconds TimeOf(const timespec& time) { return seconds(time.tv_sec) + nanoseconds(time.tv_nsec); }
 
@@ -44,7 +45,7 @@ extern "C" int nanosleep(const timespec* time, timespec* left) {
 
 extern "C" int poll(pollfd* fds, nfds_t count, int wait) {
     static auto* const original = Original<int(pollfd*, nfds_t, int)>("poll");
-    if (!stopped_at || wait <= 0) return original(fds, count, wait);
+    if (!stopped_at || polls_wait || wait <= 0) return original(fds, count, wait);
     const int ready = original(fds, count, 0);
     if (ready != 0) return ready;
     time_slept += std::chrono::milliseconds(wait);
@@ -54,8 +55,9 @@ extern "C" int poll(pollfd* fds, nfds_t count, int wait) {
 
 namespace vek_test {
 
-StoppedClock::StoppedClock() {
+StoppedClock::StoppedClock(Polls polls) {
     timespec now{};
+    polls_wait = polls == Polls::kWait;
     clock_gettime(CLOCK_MONOTONIC, &now);
     time_slept = nanoseconds(0);
     sleep_count = 0;

@@ -9,7 +9,10 @@ namespace vek_test {
 /// each thread.
 class StoppedClock {
 public:
-    StoppedClock();
+    /// Polls move the clock on, or wait for what they are to wait for while it stands still.
+    enum class Polls { kMoveOn, kWait };
+
+    explicit StoppedClock(Polls polls = Polls::kMoveOn);
     ~StoppedClock();
     StoppedClock(const StoppedClock&) = delete;
     StoppedClock& operator=(const StoppedClock&) = delete;

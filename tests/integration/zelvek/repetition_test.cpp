@@ -1,6 +1,8 @@
 // A query that comes again because its answer was lost.
 #include <SQLiteCpp/Database.h>
 
+#include <future>
+
 #include "service.h"
 
 namespace zelvek::testing {
@@ -98,6 +100,41 @@ TEST_F(Repetition, OfAnOperatorsQueryChangesNothing) {
         EXPECT_EQ(Deliver(identity, query), kDone) << query;
         EXPECT_NE(Deliver(std::string(32, 'c'), query).find("<error "), std::string::npos) << query;
     }
+}
+
+// Behaviour: What the service cannot do because the database is locked is answered with status 503 and
+// "later",
+//   so that the caller tries again; nothing has changed
+TEST_F(Repetition, IsAskedForWhereTheDatabaseIsLocked) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    const std::string write = vek_client::Bind("func=ambrin.data.edit&sok=ok", WriteBack(id, {{"kid", "k"}}));
+    auto database = OpenDatabase();
+    database.exec("BEGIN IMMEDIATE");
+    const std::string answer = Raw(Request("POST /", write));
+    database.exec("ROLLBACK");
+    EXPECT_TRUE(answer.starts_with("HTTP/1.1 503 ")) << answer;
+    EXPECT_NE(answer.find("<error type=\"later\""), std::string::npos) << answer;
+    EXPECT_NE(answer.find("<msg>the database is locked by another program</msg>"), std::string::npos)
+        << answer;
+    EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "");
+    EXPECT_EQ(Raw(Request("POST /", write)).find("503"), std::string::npos);
+    EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "k");
+}
+
+// Behaviour: A write-back whose service is killed and away for longer than other queries wait is stored once,
+// by
+//   the service that comes back
+TEST_F(Repetition, OfAWriteBackReachesTheServiceThatComesBack) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    Kill();
+    auto written = std::async(std::launch::async, [&] { Write(id, {{"log", "2026-01-01 00:00:00,a,b,c"}}); });
+    EXPECT_EQ(ErrorOf("func=zelvek.account.show"), "connect") << "other queries have given up by now";
+    EXPECT_EQ(ErrorOf("func=zelvek.account.show"), "connect");
+    Start();
+    EXPECT_NO_THROW(written.get());
+    EXPECT_EQ(Events(id), 1U);
 }
 
 // Behaviour: An identity has 32 hexadecimal digits, any other is refused; a query may come without one
