@@ -12,7 +12,7 @@ class Folder:
 
     def __init__(self, path, size):
         self._path, self._filling = path, os.path.join(path, "filling")
-        subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "tmpfs", path], check=True)
+        subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size},mode=755", "tmpfs", path], check=True)
 
     def fill(self):
         with open(self._filling, "wb", buffering=0) as file:

@@ -26,6 +26,10 @@ bool WantedByOthers(const std::vector<Publication>& entries, int job) {
                        [&](const Publication& entry) { return entry.job != job && !entry.unwanted; });
 }
 
+bool IsFound(const std::vector<Publication>& entries) {
+    return std::any_of(entries.begin(), entries.end(), [](const Publication& entry) { return entry.found; });
+}
+
 bool IsUnwanted(const std::vector<Publication>& entries, int job) {
     return std::any_of(entries.begin(), entries.end(),
                        [&](const Publication& entry) { return entry.job == job && entry.unwanted; });
@@ -44,21 +48,23 @@ void Publisher::Publish(const Process& publisher, const std::string& user, const
     entry.user_name = user;
     entry.publisher = publisher;
     std::optional<Publication> before;
-    bool ours = false;
+    std::vector<Publication> known;
     {
         Transaction transaction(store_);
-        ours = !publications::Of(transaction, item).empty();
+        known = publications::Of(transaction, item);
         entry.job = jobs::JobOf(transaction, publisher);
+        entry.found = IsFound(known);
         before = publications::Put(transaction, entry);
         transaction.Commit();
     }
     try {
         Perform(item, content);
     } catch (const Error& error) {
-        if (ours && error.code() == Code::kExists) throw;
         const bool passes = error.code() == Code::kUnavailable;
         Transaction transaction(store_);
-        if (passes) {
+        if (error.code() == Code::kExists) {
+            if (known.empty()) publications::SetFound(transaction, item);
+        } else if (passes) {
             publications::SetMissing(transaction, item, true);
         } else if (before) {
             publications::Restore(transaction, *before);
@@ -164,7 +170,7 @@ void Publisher::Remove(const Publication& entry) {
         entries = publications::Of(transaction, entry.item);
     }
     if (!IsUnwanted(entries, entry.job)) return;  // published anew meanwhile
-    if (!WantedByOthers(entries, entry.job)) Revoke(entry.item);
+    if (!WantedByOthers(entries, entry.job) && !IsFound(entries)) Revoke(entry.item);
     Transaction transaction(store_);
     publications::Drop(transaction, entry.item, entry.job);
     transaction.Commit();

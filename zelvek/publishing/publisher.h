@@ -24,8 +24,9 @@ public:
 
     /// `content` is an answer file's; a record's value is part of `item`. A publication that fails for a
     /// reason that passes (Code::kUnavailable) is no error: it is tried again by every sweep until it is
-    /// there or unwanted. What is refused leaves nothing recorded; a record that exists already passes to the
-    /// job, with that error of code kExists. Errors: the others of answers::Create and dns::Backend::AddTxt.
+    /// there or unwanted. What is refused leaves nothing recorded. A record that exists already, with that
+    /// error of code kExists, is the job's to withdraw; what else ends the job leaves it. Errors: the others
+    /// of answers::Create and dns::Backend::AddTxt.
     void Publish(const Process& publisher, const std::string& user, const publications::PublishedItem& item,
                  const std::string& content);
 

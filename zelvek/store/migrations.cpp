@@ -162,6 +162,7 @@ constexpr const char* kPublicationsOfRuns = R"sql(
 ALTER TABLE publication ADD COLUMN withdrawn_pid INTEGER NOT NULL DEFAULT 0;
 ALTER TABLE publication ADD COLUMN withdrawn_start INTEGER NOT NULL DEFAULT 0;
 ALTER TABLE publication ADD COLUMN missing INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE publication ADD COLUMN found INTEGER NOT NULL DEFAULT 0;
 CREATE INDEX publication_missing ON publication (id) WHERE missing = 1 AND unwanted = 0;
 )sql";
 

@@ -7,8 +7,8 @@ namespace zelvek::publications {
 namespace {
 
 const std::string kSelect =
-    "SELECT id, zone, name, value, user_name, job, pid, start, kept, unwanted, missing, withdrawn_pid, "
-    "withdrawn_start"
+    "SELECT id, zone, name, value, user_name, job, pid, start, kept, unwanted, missing, found,"
+    " withdrawn_pid, withdrawn_start"
     " FROM publication ";
 
 std::vector<Publication> Read(Statement& select) {
@@ -16,7 +16,7 @@ std::vector<Publication> Read(Statement& select) {
     Publication entry;
     select.Into(entry.id).Into(entry.item.zone).Into(entry.item.name).Into(entry.item.value);
     select.Into(entry.user_name).Into(entry.job).Into(entry.publisher.pid).Into(entry.publisher.start);
-    select.Into(entry.kept).Into(entry.unwanted).Into(entry.missing);
+    select.Into(entry.kept).Into(entry.unwanted).Into(entry.missing).Into(entry.found);
     select.Into(entry.withdrawer.pid).Into(entry.withdrawer.start);
     while (select.Next()) found.push_back(entry);
     return found;
@@ -52,11 +52,11 @@ void Restore(Transaction& transaction, const Publication& publication) {
     transaction
         .Prepare(
             "INSERT INTO publication (zone, name, value, user_name, job, pid, start, kept, unwanted, missing,"
-            " withdrawn_pid, withdrawn_start) VALUES (:zone, :name, :value, :user, :job, :pid, :start, :kept,"
-            " :unwanted, :missing, :withdrawn_pid, :withdrawn_start)"
+            " found, withdrawn_pid, withdrawn_start) VALUES (:zone, :name, :value, :user, :job, :pid, :start,"
+            " :kept, :unwanted, :missing, :found, :withdrawn_pid, :withdrawn_start)"
             " ON CONFLICT (zone, name, value, job) DO UPDATE SET user_name = excluded.user_name,"
             " pid = excluded.pid, start = excluded.start, kept = excluded.kept, unwanted = excluded.unwanted,"
-            " missing = excluded.missing, withdrawn_pid = excluded.withdrawn_pid,"
+            " missing = excluded.missing, found = excluded.found, withdrawn_pid = excluded.withdrawn_pid,"
             " withdrawn_start = excluded.withdrawn_start")
         .With(publication.item.zone)
         .With(publication.item.name)
@@ -68,6 +68,7 @@ void Restore(Transaction& transaction, const Publication& publication) {
         .With(publication.kept)
         .With(publication.unwanted)
         .With(publication.missing)
+        .With(publication.found)
         .With(publication.withdrawer.pid)
         .With(publication.withdrawer.start)
         .Run();
@@ -104,7 +105,7 @@ void SetUnwanted(Transaction& transaction, int job) {
 bool Withdraw(Transaction& transaction, const PublishedItem& item, int job, const Process& withdrawer) {
     return transaction
                .Prepare(
-                   "UPDATE publication SET withdrawn_pid = :pid, withdrawn_start = :start"
+                   "UPDATE publication SET withdrawn_pid = :pid, withdrawn_start = :start, found = 0"
                    " WHERE zone = :zone AND name = :name AND value = :value AND job = :job")
                .With(withdrawer.pid)
                .With(withdrawer.start)
@@ -135,6 +136,15 @@ void SetMissing(Transaction& transaction, const PublishedItem& item, bool missin
             "UPDATE publication SET missing = :missing WHERE zone = :zone AND name = :name AND value = "
             ":value")
         .With(missing)
+        .With(item.zone)
+        .With(item.name)
+        .With(item.value)
+        .Run();
+}
+
+void SetFound(Transaction& transaction, const PublishedItem& item) {
+    transaction
+        .Prepare("UPDATE publication SET found = 1 WHERE zone = :zone AND name = :name AND value = :value")
         .With(item.zone)
         .With(item.name)
         .With(item.value)

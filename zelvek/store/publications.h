@@ -28,6 +28,7 @@ struct Publication {
     bool kept = false;      // the job's run has been written back with it: a dead publisher does not end it
     bool unwanted = false;  // to be removed; tried until it succeeds
     bool missing = false;  // not there yet: publishing it failed for a reason that passes, and is tried again
+    bool found = false;    // somebody else made it: it goes when a run withdraws it, and not otherwise
     Process withdrawer{};  // the run that has withdrawn it; what counts is that run's write-back
 };
 
@@ -58,6 +59,8 @@ long long Keep(Transaction& transaction, int job, const Process& writer);
 void SetUnwanted(Transaction& transaction, int job);
 
 void SetMissing(Transaction& transaction, const PublishedItem& item, bool missing);
+
+void SetFound(Transaction& transaction, const PublishedItem& item);
 
 /// What is not there yet and still wanted, by id, at most `limit`, after the entry `after`.
 std::vector<Publication> Missing(Transaction& transaction, long long after, int limit);

@@ -149,6 +149,16 @@ TEST_P(StoredPublications, AreWithdrawnByTheWriteBackOfTheirWithdrawer) {
     EXPECT_TRUE(Only(kRecord).kept);
 }
 
+// Behaviour: What somebody else had made before is known as such until a run withdraws it
+TEST_P(StoredPublications, FoundOnesAreKnownUntilWithdrawn) {
+    Put(Entry(kRecord, 1));
+    Do([&](Transaction& transaction) { publications::SetFound(transaction, kRecord); });
+    Reopen();
+    EXPECT_TRUE(Only(kRecord).found);
+    Do([&](Transaction& transaction) { publications::Withdraw(transaction, kRecord, 1, Living()); });
+    EXPECT_FALSE(Only(kRecord).found);
+}
+
 // Behaviour: What could not be published yet is found until it is there or unwanted
 TEST_P(StoredPublications, AreMissingUntilTheyAreThere) {
     const auto set = [&](bool missing) {

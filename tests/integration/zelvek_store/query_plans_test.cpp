@@ -261,6 +261,8 @@ Operations OtherOperations() {
          [entry](Transaction& transaction) { publications::Withdraw(transaction, entry.item, 1, Living()); }},
         {"publications::SetMissing",
          [entry](Transaction& transaction) { publications::SetMissing(transaction, entry.item, true); }},
+        {"publications::SetFound",
+         [entry](Transaction& transaction) { publications::SetFound(transaction, entry.item); }},
         {"publications::Missing",
          [](Transaction& transaction) { publications::Missing(transaction, 0, 10); }},
         {"publications::TakeUnwanted",
