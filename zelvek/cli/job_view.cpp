@@ -41,6 +41,11 @@ Json::Value JobJson(const vek_client::Result& shown) {
         for (const char* key : {"time", "state", "event", "detail"}) event[key] = node.Value(key);
         json["events"].append(event);
     }
+    for (const auto& node : shown.xml().GetNodes("/doc/reload")) {
+        Json::Value& reload = json["reload"];
+        for (const char* key : {"since", "next", "reason"}) reload[key] = node.Value(key);
+        reload["failures"] = str::Int(node.Value("failures"));
+    }
     return json;
 }
 
@@ -55,16 +60,22 @@ std::vector<std::string> JobRow(const vek_xml::Node& job) {
 
 std::string JobTable(const vek_client::Result& shown) {
     const auto job = shown.xml().GetNode("/doc");
-    return Table({"JOB", job.Value("id")}, {{"certificate", job.Value("certname")},
-                                            {"names", job.Value("aliases")},
-                                            {"user", job.Value("user_name")},
-                                            {"check", job.Value("check_type")},
-                                            {"state", StateOf(job)},
-                                            {"started", job.Value("time_started")},
-                                            {"attempts", job.Value("attempt_count")},
-                                            {"next attempt", job.Value("next_attempt")},
-                                            {"account", job.Value("kid")},
-                                            {"order", job.Value("finalize_check")}});
+    std::vector<std::vector<std::string>> rows{{"certificate", job.Value("certname")},
+                                               {"names", job.Value("aliases")},
+                                               {"user", job.Value("user_name")},
+                                               {"check", job.Value("check_type")},
+                                               {"state", StateOf(job)},
+                                               {"started", job.Value("time_started")},
+                                               {"attempts", job.Value("attempt_count")},
+                                               {"next attempt", job.Value("next_attempt")},
+                                               {"account", job.Value("kid")},
+                                               {"order", job.Value("finalize_check")}};
+    for (const auto& reload : shown.xml().GetNodes("/doc/reload")) {
+        rows.push_back({"web server", "has an older certificate since " + reload.Value("since") +
+                                          " UTC, tried again at " + reload.Value("next") +
+                                          " UTC: " + reload.Value("reason")});
+    }
+    return Table({"JOB", job.Value("id")}, rows);
 }
 
 std::size_t EventCount(const vek_client::Result& shown) { return shown.xml().GetNodes("/doc/event").size(); }

@@ -16,6 +16,7 @@
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/publications.h"
+#include "zelvek/store/reloads.h"
 
 namespace zelvek {
 
@@ -172,6 +173,18 @@ void ListJobs(Services& services, const Query& query, XmlAnswer& answer) {
     transaction.Commit();
 }
 
+/// The installed certificate, where the web server has not taken it over.
+void AddReload(Transaction& transaction, const Job& job, XmlAnswer& answer) {
+    const auto reload = reloads::Find(transaction, job.user_name, str::puny::Encode(job.certname));
+    if (!reload || reload->failures == 0) return;
+    answer.Doc()
+        .Child("reload")
+        .Value("since", reload->since)
+        .Value("failures", reload->failures)
+        .Value("next", reload->next)
+        .Value("reason", names::MakeText(reload->reason));
+}
+
 void ShowJob(Services& services, const Query& query, XmlAnswer& answer) {
     LivingRuns transaction(services);
     const int id = Number(query, "elid");
@@ -185,6 +198,7 @@ void ShowJob(Services& services, const Query& query, XmlAnswer& answer) {
             .Value("event", event.event)
             .Value("detail", event.detail);
     }
+    AddReload(transaction, job, answer);
     transaction.Commit();
 }
 

@@ -162,11 +162,18 @@ TEST_F(Certificate, AFailedReloadIsToldAndTriedAgain) {
     EXPECT_NE(parameters["reason"].find("ill"), std::string::npos);
     EXPECT_EQ(parameters["since"].size(), std::string("2026-01-01 00:00:00").size());
 
+    const std::string job = AddJob();
+    const Ended shown = Zelvek({"job", "show", job});
+    EXPECT_NE(shown.out.find("has an older certificate since " + parameters["since"]), std::string::npos)
+        << shown.out;
+    EXPECT_NE(Zelvek({"job", "show", job, "--json"}).out.find("\"failures\""), std::string::npos);
+
     Kill();
     Start({{"--reload-command", "test -e " + healthy}, {"--reload-pause", "0.01"}});
     std::ofstream{healthy};
     EXPECT_TRUE(
         Eventually([&] { return Ask("func=zelvek.problem.list").xml().GetNodes("/doc/elem").empty(); }));
+    EXPECT_EQ(Zelvek({"job", "show", job}).out.find("older certificate"), std::string::npos);
 }
 
 // Behaviour: A certificate that lacks names of the job that it was ordered for is not installed
