@@ -1,6 +1,6 @@
-"""dns-01 jobs of which one of the two runs is ended at any of its steps outside: they all finish."""
+"""dns-01 jobs of which one of the two runs is ended at any of its steps outside, or loses its name server: they all finish."""
 from process import wait_until
-from steps import FAILED_TOLD, INSTALLED_TOLD, KILLED_PLUGIN, KILLED_SERVICE, TERMINATED_PLUGIN, StepTest
+from steps import FAILED_TOLD, INSTALLED_TOLD, KILLED_PLUGIN, KILLED_SERVICE, NAME_SERVER_AWAY, TERMINATED_PLUGIN, StepTest
 from world import INSTALLED, NOTHING_TO_DO, WEB_ADDRESS
 
 
@@ -50,6 +50,18 @@ class KilledDns(StepTest):
     # Behaviour: Terminated at any step it is made up for by later runs
     def test_second_run_terminated_is_made_up_for(self):
         self.end_at_every_step(TERMINATED_PLUGIN, self.check_finished, run=1)
+
+    # Behaviour: A name server that is away from any step of a run to its end costs further runs at most
+    def test_name_server_away_is_made_up_for(self):
+        for run in (0, 1):
+            with self.subTest(run=run):
+                # Whoever looks the records up in vain tells people of the pause.
+                self.end_at_every_step(NAME_SERVER_AWAY, self.check_finished_after_pauses, run=run)
+
+    def check_finished_after_pauses(self, certname, statuses, *_):
+        self.assertIn(statuses[-1], (INSTALLED, NOTHING_TO_DO), statuses)
+        pauses = {entry for entry in self.told(certname) if entry[0] == "ambrin_pause"}
+        self.check(certname, statuses, INSTALLED_TOLD, perhaps=pauses)
 
     # Behaviour: A service that is killed in the second run costs further runs
     # Behaviour: A stopped job that somebody runs gets another ...

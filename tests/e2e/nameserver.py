@@ -76,6 +76,10 @@ class NameServer:
         self._process = Background("named", ["named", "-g", "-c", f"{FOLDER}/named.conf"], self._log)
         self._process.wait_ready(lambda: all(self.look_up(zone, "SOA") for zone in self.zones))
 
+    @property
+    def pid(self):
+        return self._process.pid
+
     def halt(self):
         """Nobody answers at any of the addresses: their ports are closed."""
         self._process.stop()

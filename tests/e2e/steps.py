@@ -8,9 +8,9 @@ import sqlite3
 from ca import openssl, read
 from fixture import SharedWorldTest
 from process import LONG, Background, wait_until
-from world import INSTALLED, NOTHING_TO_DO
+from world import INSTALLED, NOTHING_TO_DO, RESOLVERS
 
-PLUGIN, SERVICE = "plug-in", "service"
+PLUGIN, SERVICE, NAME_SERVER = "plug-in", "service", "name server"
 
 # Notifications and whom they go to, in the order in which they are sent.
 INSTALLED_TOLD = [("ambrin_success", "anna"), ("ambrin_success", "root")]
@@ -34,6 +34,7 @@ MOMENTS = ("ahead", "sent", "answered")
 KILLED_PLUGIN = [End(PLUGIN, signal.SIGKILL, moment) for moment in MOMENTS]
 TERMINATED_PLUGIN = [End(PLUGIN, signal.SIGTERM, moment) for moment in MOMENTS]
 KILLED_SERVICE = [End(SERVICE, signal.SIGKILL, moment) for moment in MOMENTS]
+NAME_SERVER_AWAY = [End(NAME_SERVER, signal.SIGTERM, "ahead")]
 UNDISTURBED = End(PLUGIN, signal.SIGTERM, "never")
 
 
@@ -44,12 +45,14 @@ class Steps:
         self._world, self._runs = world, 0
 
     def start(self, job, number=0, end=UNDISTURBED):
-        """The plug-in alone, without the command that follows it; at that step it, or the service, ends."""
+        """The plug-in alone, without the command that follows it; at that step it, or another process, ends."""
         self._runs += 1
+        victim = PLUGIN if end.victim == PLUGIN else SERVICE
+        other = self._world.dns if end.victim == NAME_SERVER else self._world.service
         log = self._world.path(f"steps-{self._runs}")
         env = self._world.environment() | {
             "LD_PRELOAD": self._world.binary("steps.so"), "STEPS_LOG": log,
-            "STEPS_ACTION": f"{number} {end.moment} {end.victim} {end.signal.value} {self._world.service.pid}"}
+            "STEPS_ACTION": f"{number} {end.moment} {victim} {end.signal.value} {other.pid}"}
         run = Background(f"ambrin {job}", [self._world.binary("ambrin"), str(job)], self._world.log_path("plug-in"), env)
         run.steps_path = log
         return run
@@ -72,7 +75,8 @@ class Steps:
         return self.names(run, [exchange.resource for exchange in self._world.authority.requests()[before:]])
 
     def end_at(self, job, number, end):
-        """Returns when the run is over; a service that is killed is started again at once, as an init system would."""
+        """Returns when the run is over. A service that is killed is started again at once, as an init system would; a name
+        server is away until the run's end."""
         world, service = self._world, self._world.service
         run = self.start(job, number, end)
         if end.victim == SERVICE:
@@ -80,6 +84,8 @@ class Steps:
             world.stop_service(signal.SIGKILL)
             world.restart_service()
         run.process.wait(LONG)
+        if end.victim == NAME_SERVER:
+            world.dns.restart(RESOLVERS)
         if "reached\n" not in read(run.steps_path):
             raise AssertionError(f"{end} of step {number} was never reached")
         world.wait_run_over(job)
@@ -112,12 +118,9 @@ class StepTest(SharedWorldTest):
 
     @classmethod
     def finish(cls, job):
-        """Further runs, a paused job's after its day is over, until nothing is left to do; what each came to."""
+        """Further runs, a paused job's when its pause is over, until nothing is left to do; what each came to."""
         statuses = []
         while statuses[-1:] not in ([INSTALLED], [NOTHING_TO_DO]) and len(statuses) < 5:
-            if cls.world.job(job)["next_attempt"]:
-                cls.world.age_job(job, hours=25)
-                return [*statuses, cls.world.run_job(job)]
             statuses.append(cls.world.run_job(job))
         return statuses
 
