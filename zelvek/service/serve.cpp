@@ -11,7 +11,6 @@
 
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
-#include "zelvek/base/file_lock.h"
 #include "zelvek/base/folder.h"
 #include "zelvek/base/log.h"
 #include "zelvek/base/periodic.h"
@@ -100,9 +99,7 @@ void CheckPlugin(const ServeOptions& options) {
 void Serve(const ServeOptions& options) {
     const EndSignals signals;
     ServiceSocket socket(RunDirectory());
-    const FileLock database_lock(WithParent(options.database).string() + ".lock",
-                                 "database " + options.database.string() + " is in use by another service");
-    Store store(options.database);
+    Store store(WithParent(options.database));
     UseDirectory("the answers' directory", options.answers);
     durable::RemoveLeftovers(options.answers);
     UseDirectory("the certificates' directory", options.install.directory);

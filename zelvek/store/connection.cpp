@@ -1,13 +1,6 @@
 #include "zelvek/store/connection.h"
 
-#include <fcntl.h>
 #include <soci/sqlite3/soci-sqlite3.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <system_error>
 
 #include "zelvek/base/error.h"
 #include "zelvek/store/soci_state.h"
@@ -19,15 +12,6 @@ namespace {
 // How long a foreign writer, a person with the sqlite3 tool say, may hold the file.
 constexpr const char* kBusySeconds = "10";
 
-/// Makes the file before SQLite does, which would make it readable by all; its journals take over the mode.
-void MakePrivate(const std::filesystem::path& file) {
-    const int fd = ::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    const bool failed = fd < 0 || ::fchmod(fd, 0600) != 0;
-    const int error = errno;
-    if (fd >= 0) ::close(fd);
-    if (failed) throw Error(Code::kIo, std::generic_category().message(error));
-}
-
 /// The library reads "key=value" words; quotes keep a path with blanks in one.
 std::string ConnectString(const std::filesystem::path& file) {
     if (file.string().find('"') != std::string::npos)
@@ -37,8 +21,7 @@ std::string ConnectString(const std::filesystem::path& file) {
 
 }  // namespace
 
-Connection::Connection(const std::filesystem::path& file) {
-    MakePrivate(file);
+Connection::Connection(const std::filesystem::path& file) : file_(file) {
     state_ = Translated([&] { return std::make_unique<State>(ConnectString(file)); });
     Execute({"PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
              "PRAGMA secure_delete = ON"});  // a deleted key leaves no bytes in the file

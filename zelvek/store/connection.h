@@ -5,6 +5,8 @@
 #include <string>
 #include <vector>
 
+#include "zelvek/store/database_file.h"
+
 namespace zelvek {
 
 /// The connection to the engine, and the statements that it keeps prepared. What differs between engines is
@@ -12,7 +14,7 @@ namespace zelvek {
 /// thread at a time.
 class Connection {
 public:
-    /// Opens or creates an SQLite database file, readable by its user alone. Errors: Error.
+    /// Opens or creates an SQLite database file. Errors: those of `DatabaseFile`, and of the engine.
     explicit Connection(const std::filesystem::path& file);
     ~Connection();
     Connection(const Connection&) = delete;
@@ -39,6 +41,7 @@ public:
 private:
     friend class Statement;
     struct State;
+    DatabaseFile file_;  // outlives what the engine has opened
     std::unique_ptr<State> state_;
 };
 

@@ -13,8 +13,10 @@ namespace zelvek {
 /// `Transaction`.
 class Store {
 public:
-    /// Opens or creates the database and brings it to the newest version.
-    /// Errors: Error that names the file; a file of a newer version than this program's is one.
+    /// Opens or creates the database, for this process alone, and brings it to the newest version.
+    /// Errors: Error that names the file: of code kBusy when another process has it; a file of a newer
+    /// version than this program's is one, and a file that is no database or another user's, which stays as
+    /// it is.
     explicit Store(const std::filesystem::path& file);
 
 private:

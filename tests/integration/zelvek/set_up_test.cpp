@@ -1,4 +1,5 @@
 // The service's start: what it takes over, what it refuses, what it reads from a file.
+#include <SQLiteCpp/Database.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -13,6 +14,8 @@ namespace zelvek::testing {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr uid_t kNobody = 65534;
 
 class SetUp : public ServiceTest {
 protected:
@@ -40,7 +43,80 @@ TEST_F(SetUp, ASecondServiceInTheSameDirectoryIsRefused) {
 TEST_F(SetUp, ASecondServiceWithTheSameDatabaseIsRefused) {
     Start();
     ::setenv("VEK_RUN_DIR", Path("run2").c_str(), 1);
-    EXPECT_EQ(Refusal(), "zelvek: database " + Database().string() + " is in use by another service\n");
+    // A lock by the path alone let in whoever had another one.
+    fs::create_symlink(Database(), Path("symbolic.db"));
+    fs::create_hard_link(Database(), Path("hard.db"));
+    for (const fs::path& path : {Database(), Path("symbolic.db"), Path("hard.db")}) {
+        EXPECT_EQ(Refusal({{"--database", path}}),
+                  "zelvek: database " + path.string() + ": it is in use by another service\n");
+    }
+    ::setenv("VEK_RUN_DIR", Path("run").c_str(), 1);
+    EXPECT_EQ(ErrorOf("func=zelvek.account.show"), "") << "the first goes on";
+}
+
+// Behaviour: A database that no service uses any more is free at once, however that one ended
+TEST_F(SetUp, ADatabaseIsFreeWhenItsServiceHasEnded) {
+    Start();
+    Kill();
+    Start();
+    Stop();
+    Start();
+    EXPECT_EQ(ErrorOf("func=zelvek.account.show"), "");
+}
+
+/// All of a file that a mistake could change.
+std::string Looks(const fs::path& file) {
+    return ReadFile(file) + std::to_string(static_cast<int>(fs::status(file).permissions()));
+}
+
+// Behaviour: A file that is no database, another program's, or another user's is refused, and stays as it is
+TEST_F(SetUp, AFileThatIsNoDatabaseOfOursStaysAsItIs) {
+    std::ofstream(Path("text")) << "no database";
+    std::ofstream(Path("long")) << std::string(100000, 'x');
+    SQLite::Database(Path("foreign").string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+        .exec("CREATE TABLE theirs (x); INSERT INTO theirs VALUES (1)");
+    for (const auto& [name, reason] :
+         std::map<std::string, std::string>{{"text", "it is no database"},
+                                            {"long", "it is no database"},
+                                            {"foreign", "it is another program's database"}}) {
+        fs::permissions(Path(name), fs::perms{0755});
+        const std::string before = Looks(Path(name));
+        EXPECT_EQ(Refusal({{"--database", Path(name)}}),
+                  "zelvek: database " + Path(name).string() + ": " + reason + "\n");
+        EXPECT_EQ(Looks(Path(name)), before);
+        EXPECT_FALSE(fs::exists(Path(name + "-wal")) || fs::exists(Path(name + "-shm"))) << name;
+    }
+}
+
+// Behaviour: A file that is no database, another program's ...
+// Only root can open what is another user's and closed to others.
+TEST_F(SetUp, AnotherUsersDatabaseStaysAsItIs) {
+    if (::geteuid() != 0) {
+        EXPECT_EQ(Refusal({{"--database", "/etc/passwd"}}),
+                  "zelvek: database /etc/passwd: it cannot be opened: Permission denied\n");
+        return;
+    }
+    Start();
+    Stop();
+    ASSERT_EQ(::chown(Database().c_str(), kNobody, kNobody), 0);
+    fs::permissions(Database(), fs::perms{0640});
+    const std::string before = Looks(Database());
+    EXPECT_EQ(Refusal(), "zelvek: database " + Database().string() +
+                             ": it belongs to another user, number 65534; the service runs as number 0\n");
+    EXPECT_EQ(Looks(Database()), before);
+}
+
+// Behaviour: The database is readable by its user alone ...
+TEST_F(SetUp, ADatabaseThatOthersCouldReadIsClosedToThem) {
+    std::ofstream{Database()};
+    for (int time = 0; time < 2; ++time) {
+        fs::permissions(Database(), fs::perms{0644});
+        Start();
+        for (const std::string end : {"", "-wal", "-shm"}) {
+            EXPECT_EQ(fs::status(Database().string() + end).permissions(), fs::perms{0600}) << end;
+        }
+        Stop();
+    }
 }
 
 // Behaviour: A second service on the same socket or database ...

@@ -1,0 +1,80 @@
+#include "zelvek/store/database_file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "zelvek/base/error.h"
+
+namespace zelvek {
+
+namespace {
+
+// The first page begins with a header of 100 bytes, and the description of the first table's page (SQLite's
+// "Database File Format", sections 1.3 and 1.6).
+constexpr std::string_view kMagic{"SQLite format 3\0", 16};
+constexpr std::size_t kVersionAt = 60;  // four bytes, `PRAGMA user_version`
+constexpr std::size_t kTablesAt = 103;  // two bytes, 0 where there is no table
+constexpr std::size_t kBeginning = 105;
+
+Error Failure(const std::string& deed, int number) {
+    return Error(Code::kIo, deed + ": " + std::generic_category().message(number));
+}
+
+Descriptor OpenFile(const std::filesystem::path& file) {
+    Descriptor opened(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    if (!opened) throw Failure("it cannot be opened", errno);
+    return opened;
+}
+
+void CheckOwner(int file) {
+    struct stat status {};
+    if (::fstat(file, &status) != 0) throw Failure("it cannot be looked at", errno);
+    if (!S_ISREG(status.st_mode)) throw Error(Code::kIo, "it is no file");
+    if (status.st_uid != ::geteuid()) {
+        throw Error(Code::kIo, "it belongs to another user, number " + std::to_string(status.st_uid) +
+                                   "; the service runs as number " + std::to_string(::geteuid()));
+    }
+}
+
+void Lock(int file) {
+    if (::flock(file, LOCK_EX | LOCK_NB) == 0) return;
+    if (errno == EWOULDBLOCK) throw Error(Code::kBusy, "it is in use by another service");
+    throw Failure("it cannot be locked", errno);
+}
+
+/// A new file is empty. A database of ours has a version as soon as it has tables: both come in one
+/// transaction.
+void CheckContent(int file) {
+    std::array<char, kBeginning> bytes{};
+    const ssize_t size = ::pread(file, bytes.data(), bytes.size(), 0);
+    if (size < 0) throw Failure("it cannot be read", errno);
+    if (size == 0) return;
+    const std::string beginning(bytes.data(), bytes.size());
+    if (!beginning.starts_with(kMagic)) throw Error(Code::kIo, "it is no database");
+    if (beginning.substr(kVersionAt, 4) == std::string(4, '\0') &&
+        beginning.substr(kTablesAt, 2) != std::string(2, '\0')) {
+        throw Error(Code::kIo, "it is another program's database");
+    }
+}
+
+}  // namespace
+
+DatabaseFile::DatabaseFile(const std::filesystem::path& file) : opened_(OpenFile(file)) {
+    CheckOwner(opened_.get());
+    Lock(opened_.get());
+    CheckContent(opened_.get());
+    // The engine's journals take over the mode.
+    if (::fchmod(opened_.get(), 0600) != 0) throw Failure("its mode cannot be set", errno);
+}
+
+DatabaseFile::~DatabaseFile() { ::flock(opened_.get(), LOCK_UN); }
+
+}  // namespace zelvek
