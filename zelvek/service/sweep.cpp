@@ -50,6 +50,7 @@ void Sweep(Services& services, const Retention& retention) {
     services.publisher.RemoveUnwanted();
     services.publisher.PublishMissing();
     ForgetOld(services, retention, now);
+    services.store.Tidy();
 }
 
 }  // namespace zelvek

@@ -42,12 +42,14 @@ std::string DefaultId(Transaction& transaction) {
 
 void RemoveUnlessUsed(Transaction& transaction, long long id) {
     if (id == 0 || DefaultId(transaction) == std::to_string(id)) return;
-    transaction
-        .Prepare(
-            "DELETE FROM account WHERE id = :id AND NOT EXISTS (SELECT 1 FROM job WHERE job.account = "
-            "account.id)")
-        .With(id)
-        .Run();
+    const long long removed =
+        transaction
+            .Prepare(
+                "DELETE FROM account WHERE id = :id AND NOT EXISTS (SELECT 1 FROM job WHERE job.account = "
+                "account.id)")
+            .With(id)
+            .Run();
+    if (removed > 0) transaction.NoteDeletedKey();
 }
 
 }  // namespace

@@ -11,6 +11,7 @@ namespace {
 
 // How long a foreign writer, a person with the sqlite3 tool say, may hold the file.
 constexpr const char* kBusySeconds = "10";
+constexpr const char* kPatience = "PRAGMA busy_timeout = 10000";  // the same
 
 /// The library reads "key=value" words; quotes keep a path with blanks in one.
 std::string ConnectString(const std::filesystem::path& file) {
@@ -38,6 +39,20 @@ void Connection::Begin() { Statement(*this, "BEGIN IMMEDIATE").Run(); }
 void Connection::Commit() { Statement(*this, "COMMIT").Run(); }
 
 void Connection::Rollback() { Statement(*this, "ROLLBACK").Run(); }
+
+bool Connection::EmptyLog() {
+    int busy = 1;
+    // Whoever reads the database would be waited for otherwise, and all of the store's users with them.
+    Execute({"PRAGMA busy_timeout = 0"});
+    try {
+        Translated([&] { state_->session << "PRAGMA wal_checkpoint(TRUNCATE)", soci::into(busy); });
+    } catch (const Error&) {
+        Execute({kPatience});
+        throw;
+    }
+    Execute({kPatience});
+    return busy == 0;
+}
 
 long long Connection::Version() {
     long long version = 0;

@@ -28,6 +28,10 @@ public:
     void Commit();
     void Rollback();
 
+    /// Moves all changes from the engine's log into the database and empties the log; says whether that was
+    /// possible at once. Not inside a transaction.
+    bool EmptyLog();
+
     /// The version of the database's tables; 0 for a new database. `SetVersion` is part of a transaction.
     long long Version();
     void SetVersion(long long version);

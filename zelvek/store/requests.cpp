@@ -29,6 +29,7 @@ std::vector<Made> MadeBefore(Transaction& transaction, const std::string& time) 
 }
 
 void RemoveMade(Transaction& transaction, const Made& made) {
+    transaction.NoteDeletedKey();
     transaction.Prepare("DELETE FROM csr WHERE name = :name AND pid = :pid AND start = :start")
         .With(made.first)
         .With(made.second.pid)

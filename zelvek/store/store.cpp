@@ -84,6 +84,19 @@ Store::Store(const std::filesystem::path& file) try : connection_(file) {
     throw Error(error.code(), "database " + file.string() + ": " + error.what());
 }
 
+Store::~Store() {
+    try {
+        Tidy();
+    } catch (const std::exception& error) {
+        Log(std::string("tidying up the database: ") + error.what());
+    }
+}
+
+void Store::Tidy() {
+    const std::lock_guard lock(mutex_);
+    if (untidy_) untidy_ = !connection_.EmptyLog();
+}
+
 Transaction::Transaction(Store& store) : store_(store), lock_(store.mutex_) { store_.connection_.Begin(); }
 
 Transaction::~Transaction() {

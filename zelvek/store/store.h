@@ -19,10 +19,22 @@ public:
     /// it is.
     explicit Store(const std::filesystem::path& file);
 
+    /// As `Tidy`; what fails is logged.
+    ~Store();
+    Store(const Store&) = delete;
+    Store& operator=(const Store&) = delete;
+
+    /// Empties the engine's log of changes where a deleted key may still be read in it; in the database
+    /// itself a deleted key's bytes are zeros. Does nothing where no key was deleted since the last time, and
+    /// waits for nobody: while another program reads the database the log stays, and the next call tries
+    /// again. What the log's freed blocks on the disk still hold is the file system's. Errors: Error.
+    void Tidy();
+
 private:
     friend class Transaction;
     std::mutex mutex_;
     Connection connection_;
+    bool untidy_ = true;  // a service that was killed may have left keys in the log
 };
 
 /// Everything that one piece of work reads and writes, seen by others as a whole or not at all. Others wait
@@ -35,6 +47,9 @@ public:
     Transaction& operator=(const Transaction&) = delete;
 
     void Commit();
+
+    /// For the store's own functions that delete a key: `Store::Tidy` has something to do.
+    void NoteDeletedKey() { store_.untidy_ = true; }
 
     /// For the store's own functions: SQL that both SQLite and PostgreSQL understand, a ":name" for each
     /// value.
