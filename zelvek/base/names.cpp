@@ -34,24 +34,14 @@ bool IsName(std::string name) {
     return !std::all_of(label.begin(), label.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-/// The length of the well-formed UTF-8 character at `at` that XML 1.0 allows; 0 for anything else.
+/// The length of the UTF-8 character at `at` that XML 1.0 allows; 0 for anything else.
 std::size_t CharacterLength(const std::string& text, std::size_t at) {
-    const auto byte = [&](std::size_t i) {
-        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
-    };
-    const unsigned lead = byte(at);
-    if (lead < 0x80) return lead >= 0x20 || lead == '\t' || lead == '\n' || lead == '\r' ? 1 : 0;
-    const std::size_t length = lead >= 0xf0 ? 4 : lead >= 0xe0 ? 3 : 2;
-    if (lead < 0xc2 || lead > 0xf4) return 0;
-    unsigned point = lead & (0xffU >> (length + 1));
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(at + i) & 0xc0U) != 0x80U) return 0;
-        point = point << 6 | (byte(at + i) & 0x3fU);
-    }
-    const bool overlong = (length == 3 && point < 0x800) || (length == 4 && point < 0x10000);
-    const bool outside =
-        (point >= 0xd800 && point <= 0xdfff) || point > 0x10ffff || point == 0xfffe || point == 0xffff;
-    return overlong || outside ? 0 : length;
+    const auto character = CharacterAt(text, at);
+    if (!character) return 0;
+    const char32_t point = character->point;
+    const bool allowed =
+        point >= 0x20 ? point != 0xfffe && point != 0xffff : point == '\t' || point == '\n' || point == '\r';
+    return allowed ? character->length : 0;
 }
 
 }  // namespace
@@ -89,8 +79,7 @@ std::string ComparedFolder(const std::string& certname) { return str::Lower(Cert
 std::string FolderName(const std::string& what, const std::string& name) {
     // A leading dot is for the folders of installations under way. A control character could make a log or a
     // listing show something else.
-    const bool plain =
-        std::none_of(name.begin(), name.end(), [](char c) { return c == '/' || IsControl(c); });
+    const bool plain = name.find('/') == std::string::npos && IsPlain(name);
     const std::string named = what + " \"" + Printable(name) + "\"";
     if (name.empty() || name.front() == '.' || !plain)
         throw Error(Code::kValue, named + " cannot be a folder's name");

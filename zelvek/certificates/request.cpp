@@ -103,7 +103,7 @@ bool IsCountry(const std::string& value) {
 /// Adds one field of the subject. OpenSSL's table, which follows RFC 5280, limits its length and characters.
 void AddField(X509_NAME* subject, int field, const std::string& parameter, const std::string& value) {
     if (value.empty()) return;
-    const bool plain = Printable(value) == value;
+    const bool plain = IsPlain(value);
     if (plain && X509_NAME_add_entry_by_NID(subject, field, MBSTRING_UTF8,
                                             reinterpret_cast<const unsigned char*>(value.data()),
                                             static_cast<int>(value.size()), -1, 0) == 1) {

@@ -11,7 +11,8 @@ namespace zelvek::cli {
 /// Adds the option "--json" to a command that can answer programs as well as people.
 void AddJsonFlag(Command& command, bool& json);
 
-/// Prints one JSON text and a line feed.
+/// Prints one JSON text, on one line, and a line feed. Control characters stand in it as escapes, so that it
+/// neither steers a terminal nor loses one.
 void PrintJson(const Json::Value& value);
 
 }  // namespace zelvek::cli

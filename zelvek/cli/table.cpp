@@ -17,13 +17,20 @@ std::size_t Width(const std::string& text) {
         text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0U) != 0x80U; }));
 }
 
-void AddRow(std::string& table, const std::vector<std::string>& cells,
-            const std::vector<std::size_t>& widths) {
+using Row = std::vector<std::string>;
+
+Row Shown(const Row& cells) {
+    Row shown;
+    shown.reserve(cells.size());
+    for (const std::string& cell : cells) shown.push_back(WithoutControls(cell, kBlank));
+    return shown;
+}
+
+void AddRow(std::string& table, const Row& cells, const std::vector<std::size_t>& widths) {
     std::string line;
     for (std::size_t i = 0; i < cells.size(); ++i) {
-        const std::string cell = WithoutControls(cells[i], kBlank);
-        line += cell;
-        if (i + 1 < cells.size()) line.append(widths[i] - Width(cell) + kGap, kBlank);
+        line += cells[i];
+        if (i + 1 < cells.size()) line.append(widths[i] - Width(cells[i]) + kGap, kBlank);
     }
     line.erase(line.find_last_not_of(kBlank) + 1);
     table += line + "\n";
@@ -33,15 +40,14 @@ void AddRow(std::string& table, const std::vector<std::string>& cells,
 
 std::string Table(const std::vector<std::string>& headings,
                   const std::vector<std::vector<std::string>>& rows) {
-    std::vector<std::size_t> widths;
-    widths.reserve(headings.size());
-    for (const auto& heading : headings) widths.push_back(Width(heading));
-    for (const auto& row : rows) {
+    std::vector<Row> shown{Shown(headings)};
+    for (const Row& row : rows) shown.push_back(Shown(row));
+    std::vector<std::size_t> widths(headings.size());
+    for (const Row& row : shown) {
         for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], Width(row[i]));
     }
     std::string table;
-    AddRow(table, headings, widths);
-    for (const auto& row : rows) AddRow(table, row, widths);
+    for (const Row& row : shown) AddRow(table, row, widths);
     return table;
 }
 

@@ -184,6 +184,14 @@ TEST_F(CommandLine, NoTextFromOutsideControlsTheTerminal) {
     EXPECT_EQ(list[0]["parameters"]["error"].asString(),
               "one\ntwo\x7f"
               "three");
+    // A terminal takes commands by characters beyond ASCII, too; a reversed text reads as another one.
+    const std::string steering = "\u009b2J \u202eelpmaxe\u202c \u2028 \u00fc";
+    Ask("func=problems.register&sok=ok&name=n&id=2&level=error&owner=anna", {{"param_error", steering}});
+    EXPECT_NE(Zelvek({"problem", "list"}).out.find("error= 2J  elpmaxe    \u00fc\n"), std::string::npos);
+    const std::string json = Zelvek({"problem", "list", "--json"}).out;
+    EXPECT_NE(json.find("\\u007fthree"), std::string::npos) << json;
+    EXPECT_NE(json.find("\\u009b2J \\u202eelpmaxe\\u202c \\u2028 \u00fc"), std::string::npos) << json;
+    EXPECT_EQ(Parse(json)[1]["parameters"]["error"].asString(), steering);
     EXPECT_EQ(list[0]["owner"].asString(), "anna");
     EXPECT_EQ(list[0]["time"].asString().size(), 19U);
 }

@@ -19,5 +19,13 @@ TEST(Table, AlignsColumnsByCharacters) {
 // Behaviour: No text from outside controls the terminal ...
 TEST(Table, ACellStaysOnItsLine) { EXPECT_EQ(Table({"A", "B"}, {{"x\ny\x1b", "z"}}), "A     B\nx y   z\n"); }
 
+// Behaviour: No text from outside controls the terminal ...
+TEST(Table, ACellHasTheWidthOfWhatIsShown) {
+    EXPECT_EQ(Table({"A", "B"}, {{"\x80\x80\x80\u009b\u202e.", "z"}, {"ü", "y"}}),
+              "A       B\n"
+              "     .  z\n"
+              "ü       y\n");
+}
+
 }  // namespace
 }  // namespace zelvek::cli
