@@ -56,6 +56,15 @@ void ApplyConfig(CLI::App& app, const std::string& file) try {
     throw CLI::ConfigError(error.what());
 }
 
+/// The exit status of a command that has come to `status`, when its output has got to where it goes: a script
+/// that writes into a file on a full disk has to hear of it.
+int WithOutput(const std::string& program, int status) {
+    std::cout.flush();
+    if (std::cout) return status;
+    std::cerr << program << ": the output cannot be written" << std::endl;
+    return kFailure;
+}
+
 }  // namespace
 
 CommandOption& CommandOption::Required() {
@@ -194,10 +203,10 @@ int CommandLine::Run(int argc, const char* const* argv) {
     try {
         app_->parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app_->exit(error) == 0 ? kSuccess : kUsage;
+        return WithOutput(app_->get_name(), app_->exit(error) == 0 ? kSuccess : kUsage);
     }
     try {
-        return chosen_();
+        return WithOutput(app_->get_name(), chosen_());
     } catch (const std::exception& error) {
         std::cerr << app_->get_name() << ": " << WithoutControls(error.what(), ' ') << std::endl;
         return kFailure;

@@ -1,5 +1,7 @@
 // The command line: tables for people, JSON for programs, exit statuses for scripts.
+#include <fcntl.h>
 #include <json/json.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <memory>
@@ -227,6 +229,30 @@ TEST_F(CommandLine, UsageErrorsHaveTheirOwnStatus) {
     for (const RequestKey& one : kRequestKeys) {
         EXPECT_NE(help.out.find(std::string(one.key) + ": " + one.values + "\n"), std::string::npos)
             << help.out;
+    }
+}
+
+// Behaviour: A command whose output cannot be written fails and says so
+TEST_F(CommandLine, OutputThatCannotBeWrittenIsAFailure) {
+    Start();
+    Zelvek({"domain", "add", "shop.example", "--user", "anna"});
+    for (const std::vector<const char*>& words :
+         std::vector<std::vector<const char*>>{{"domain", "list"},
+                                               {"domain", "list", "--json"},
+                                               {"account", "show"},
+                                               {"job", "add", "--help"}}) {
+        std::vector<const char*> all{"zelvek"};
+        all.insert(all.end(), words.begin(), words.end());
+        all.push_back(nullptr);
+        const std::string errors = Path("errors");
+        EXPECT_EQ(InChild([&] {
+                      ::dup2(::open("/dev/full", O_WRONLY), STDOUT_FILENO);
+                      ::dup2(::open(errors.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
+                      ::execv(ZELVEK_BINARY, const_cast<char* const*>(all.data()));
+                  }),
+                  1)
+            << words[1];
+        EXPECT_EQ(ReadFile(errors), "zelvek: the output cannot be written\n") << words[1];
     }
 }
 
