@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "vek/str.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/base/text.h"
 #include "zelvek/cli/ask.h"
@@ -31,15 +32,33 @@ enum RunStatus : int {
 
 constexpr int kLookMilliseconds = 100;  // between looks at the log
 
-std::atomic<bool> end_asked{false};
+struct RunOptions {
+    int id = 0;
+    std::filesystem::path plugin = PluginBesideProgram();
+    bool json = false;
+    bool quiet = false;
+};
 
-/// From now on Ctrl-C and SIGTERM ask for the end of the run; this process ends after it.
-void PassSignalsOn() {
-    struct sigaction action {};
-    action.sa_handler = [](int) { end_asked = true; };
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
-}
+std::atomic<int> end_asked{0};  // how often
+
+/// As long as this lives, Ctrl-C and SIGTERM ask for the end of the run, and do not end this process.
+class SignalsToRun {
+public:
+    SignalsToRun() {
+        Handle([](int) { ++end_asked; });
+    }
+    ~SignalsToRun() { Handle(SIG_DFL); }
+    SignalsToRun(const SignalsToRun&) = delete;
+    SignalsToRun& operator=(const SignalsToRun&) = delete;
+
+private:
+    static void Handle(void (*handler)(int)) {
+        struct sigaction action {};
+        action.sa_handler = handler;
+        ::sigaction(SIGINT, &action, nullptr);
+        ::sigaction(SIGTERM, &action, nullptr);
+    }
+};
 
 std::filesystem::path LogFile() {
     const char* directory = std::getenv("VEK_LOG_DIR");
@@ -54,15 +73,23 @@ void Show(const std::string& lines) {
     std::cout << std::flush;
 }
 
-/// Waits for the run's end; returns its exit status.
-int Follow(PluginRun& run, LogFollower log, bool silent) {
-    bool asked = false;
-    for (;;) {
+/// The first time the run is asked to end, in order and with its record written back. Whoever asks again does
+/// not want to wait for that: the run is killed when its object is destroyed.
+void HandOnRequest(const PluginRun& run, int times) {
+    if (times > 1) throw Error(Code::kBusy, "the run did not end at once and is killed");
+    run.Terminate();
+}
+
+/// Waits for the run's end; returns its exit status. Errors: Error where it is to be killed.
+int Follow(const RunOptions& options, LogFollower log) {
+    const SignalsToRun signals;
+    PluginRun run(options.plugin, options.id);
+    const bool silent = options.json || options.quiet;
+    for (int asked = 0;;) {
         const auto status = run.Status();
         if (!silent) Show(log.Next(run.pid()));
         if (status) return *status;
-        if (end_asked && !asked) run.Terminate();
-        asked = end_asked;
+        if (asked < end_asked) HandOnRequest(run, ++asked);
         pollfd ending{run.ending(), POLLIN, 0};
         ::poll(&ending, 1, kLookMilliseconds);
     }
@@ -97,22 +124,12 @@ void Print(const vek_client::Result& shown, std::size_t events_before, const Out
                                                   {"exit status", std::to_string(exit_status)}});
 }
 
-struct RunOptions {
-    int id = 0;
-    std::filesystem::path plugin = PluginBesideProgram();
-    bool json = false;
-    bool quiet = false;
-};
-
 int Run(const RunOptions& options) {
     const auto before = AskForJob(options.id);
     const bool verified_before = before.value("verified") == "on";
     // As long as this process has the job the service starts no run for it.
     Ask("zelvek.job.claim", {{"elid", str::Str(options.id)}});
-    PassSignalsOn();
-    LogFollower log(LogFile(), LogFollower::EndOf(LogFile()));
-    PluginRun run(options.plugin, options.id);
-    const int exit_status = Follow(run, std::move(log), options.json || options.quiet);
+    const int exit_status = Follow(options, LogFollower(LogFile(), LogFollower::EndOf(LogFile())));
 
     const auto after = AskForJob(options.id);
     const Outcome outcome = Judge(exit_status, verified_before, after.xml().GetNode("/doc"));
@@ -131,7 +148,9 @@ int Run(const RunOptions& options) {
 
 void AddJobRunCommand(Command& noun) {
     const auto options = std::make_shared<RunOptions>();
-    Command run = noun.AddCommand("run", "Runs a job now", [options] { return Run(*options); });
+    Command run =
+        noun.AddCommand("run", "Runs a job now; Ctrl-C has the run end in order, a second one kills it",
+                        [options] { return Run(*options); });
     AddJsonFlag(run, options->json);
     run.AddOption("ID", options->id, "The job's number").Required();
     run.AddFlag("--quiet", options->quiet, "No progress");

@@ -349,6 +349,29 @@ TEST_F(CommandLine, AnInterruptedRunEndsInOrder) {
     EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "interrupted");
 }
 
+// Behaviour: A run that does not end when it is asked is killed when it is asked again
+TEST_F(CommandLine, ARunThatIsAskedToEndTwiceIsKilled) {
+    Start();
+    for (const int second : {SIGINT, SIGTERM}) {
+        const std::string id = AddJob({{"certname", "stays-" + std::to_string(second)}});
+        const auto run = StartCommand({ZELVEK_BINARY, "job", "run", id, "--plugin", TEST_PLUGIN});
+        const auto shown = [&](const std::string& text) {
+            return Eventually([&] { return run->Out().find(text) != std::string::npos; });
+        };
+        EXPECT_TRUE(shown("second line"));
+        run->Signal(SIGINT);
+        EXPECT_TRUE(shown("does not mind"));
+        EXPECT_TRUE(run->Running());
+        run->Signal(second);
+        const Ended ended = run->Wait();
+        EXPECT_EQ(ended.status, 1);
+        EXPECT_NE(ended.err.find("zelvek: the run did not end at once and is killed\n"), std::string::npos)
+            << ended.err;
+        EXPECT_TRUE(
+            Eventually([&] { return Ask("func=zelvek.job.show&elid=" + id).value("processing") == "off"; }));
+    }
+}
+
 }  // namespace
 
 }  // namespace zelvek::testing

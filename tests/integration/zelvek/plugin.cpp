@@ -54,6 +54,14 @@ int zelmain(int, char** argv) {
             .Query("func=ambrin_challenge&action=create&user_name=anna&file_name=?&content=c", "token-" + id);
         entries = {{"challenges", "pending"}, {"next_attempt", "2999-01-01 00:00:00"}};
     }
+    if (way == "stays") {
+        try {
+            vek_proc::Sleep(kLong);
+        } catch (const vek_proc::Interrupted&) {
+            log.Write(vek_log::kTrace, "does not mind");
+            for (;;) ::pause();
+        }
+    }
     if (way == "hangs") {
         try {
             vek_proc::Sleep(kLong);
