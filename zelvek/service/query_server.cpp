@@ -25,19 +25,13 @@ constexpr unsigned kConnections = 256;
 constexpr const char* kIdentityHeader = "X-Vek-Query";
 constexpr std::size_t kIdentityLength = 32;
 constexpr milliseconds kDrainPause{10};
-constexpr seconds kDrainQueries{120};    // an installation may be waiting for its reload command
-constexpr seconds kDrainConnections{1};  // for connections on which no query comes
+constexpr seconds kDrainQueries{120};  // an installation may be waiting for its reload command
+constexpr seconds kDrainUploads{1};    // for queries that were sent and are still to be read
 
 /// One query on its way in.
 class Upload {
 public:
-    Upload(std::atomic<int>& active, const Process& caller, std::string identity)
-        : active_(active), caller_(caller), identity_(std::move(identity)) {
-        ++active_;
-    }
-    ~Upload() { --active_; }
-    Upload(const Upload&) = delete;
-    Upload& operator=(const Upload&) = delete;
+    Upload(const Process& caller, std::string identity) : caller_(caller), identity_(std::move(identity)) {}
 
     /// A query beyond the limit is read to its end, since the caller hears the reason only after that, but
     /// not kept.
@@ -56,7 +50,6 @@ public:
     }
 
 private:
-    std::atomic<int>& active_;
     Process caller_;
     std::string identity_;
     std::string body_;
@@ -89,14 +82,23 @@ bool IsIdentity(const std::string& text) {
     return text.size() == kIdentityLength && text.find_first_not_of("0123456789abcdef") == std::string::npos;
 }
 
+int DescriptorOf(MHD_Connection* connection) {
+    const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+    if (info == nullptr) throw Error(Code::kIo, "a connection without a descriptor");
+    return info->connect_fd;
+}
+
 /// The first call for a request, when its headers are there.
 MHD_Result Begin(Server& server, MHD_Connection* connection, const std::string& path,
                  const std::string& method, void** state) {
-    const auto* info = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
-    const auto peer = info == nullptr ? std::nullopt : Peer(info->connect_fd);
-    if (!peer) {
-        Log("refused a connection of a process that is not this user's");
-        return Refuse(connection, MHD_HTTP_FORBIDDEN, "this service answers its own user's processes alone");
+    const int descriptor = DescriptorOf(connection);
+    if (!server.connections().IsOpen(descriptor)) return MHD_NO;
+    Process caller;
+    try {
+        caller = OwnProcess(PeerOf(descriptor));
+    } catch (const Error& error) {
+        Log(std::string("refused a connection: ") + error.what());
+        return Refuse(connection, MHD_HTTP_FORBIDDEN, error.what());
     }
     if (path != "/") return Refuse(connection, MHD_HTTP_NOT_FOUND, "queries go to \"/\"");
     if (method != MHD_HTTP_METHOD_POST)
@@ -106,7 +108,7 @@ MHD_Result Begin(Server& server, MHD_Connection* connection, const std::string& 
         return Refuse(connection, MHD_HTTP_BAD_REQUEST,
                       std::string(kIdentityHeader) + " has 32 hexadecimal digits in small letters");
     }
-    *state = new Upload(server.active(), *peer, identity);  // deleted by End
+    *state = new Upload(caller, identity);  // deleted by End
     return MHD_YES;
 }
 
@@ -121,7 +123,10 @@ MHD_Result Handle(void* server, MHD_Connection* connection, const char* path, co
         *size = 0;
         return MHD_YES;
     }
+    const int descriptor = DescriptorOf(connection);
+    self.connections().Arrived(descriptor);
     const Answer answer = upload.Carry(self.services());
+    self.connections().Answered(descriptor);
     return Send(connection, answer.later ? MHD_HTTP_SERVICE_UNAVAILABLE : MHD_HTTP_OK, answer.text);
 } catch (const std::exception& error) {
     // No exception may pass through the library, which is written in C. It closes the connection.
@@ -134,21 +139,30 @@ void End(void* /*server*/, MHD_Connection* /*connection*/, void** state, MHD_Req
     *state = nullptr;
 }
 
-template <class Condition>
-void WaitWhile(seconds limit, const Condition& condition) {
-    const auto end = steady_clock::now() + limit;
-    while (condition() && steady_clock::now() < end) std::this_thread::sleep_for(kDrainPause);
+/// Called when a connection is there, before anything is read, and again before it is closed.
+void Note(void* server, MHD_Connection* connection, void** /*state*/,
+          MHD_ConnectionNotificationCode code) try {
+    auto& connections = static_cast<Server*>(server)->connections();
+    const int descriptor = DescriptorOf(connection);
+    if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
+        connections.Closed(descriptor);
+    } else {
+        connections.Open(descriptor, PeerOf(descriptor).pid);
+    }
+} catch (const std::exception& error) {
+    Log(std::string("a connection: ") + error.what());
 }
 
 }  // namespace
 
 Server::Server(Services& services, ServiceSocket& socket)
     : services_(services), socket_(socket), listener_(socket.ReleaseListener()) {
-    // No time limit on connections: the library would count the time that our answer takes.
+    // The library's own time limit would count the time that our answer takes, and begin anew with each byte.
     daemon_ = MHD_start_daemon(MHD_USE_POLL_INTERNAL_THREAD | MHD_USE_THREAD_PER_CONNECTION, 0, nullptr,
                                nullptr, &Handle, this,                      //
                                MHD_OPTION_LISTEN_SOCKET, listener_,         //
                                MHD_OPTION_CONNECTION_LIMIT, kConnections,   //
+                               MHD_OPTION_NOTIFY_CONNECTION, &Note, this,   //
                                MHD_OPTION_NOTIFY_COMPLETED, &End, nullptr,  //
                                MHD_OPTION_END);
     if (daemon_ == nullptr) throw Error(Code::kIo, "cannot serve on " + socket.path().string());
@@ -161,14 +175,16 @@ Server::~Server() {
 }
 
 void Server::Drain() {
-    WaitWhile(kDrainQueries, [this] {
-        pollfd waiting{listener_, POLLIN, 0};
-        return ::poll(&waiting, 1, 0) > 0 || active_ > 0;
-    });
-    WaitWhile(kDrainConnections, [this] {
-        const auto* info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_CURRENT_CONNECTIONS);
-        return active_ > 0 || (info != nullptr && info->num_connections > 0);
-    });
+    connections_.EndWithin(kDrainUploads);
+    const auto end = steady_clock::now() + kDrainQueries;
+    while (HasCallers() && steady_clock::now() < end) std::this_thread::sleep_for(kDrainPause);
+}
+
+bool Server::HasCallers() {
+    pollfd waiting{listener_, POLLIN, 0};
+    const auto* info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_CURRENT_CONNECTIONS);
+    return ::poll(&waiting, 1, 0) > 0 || connections_.Count() > 0 ||
+           (info != nullptr && info->num_connections > 0);
 }
 
 }  // namespace zelvek

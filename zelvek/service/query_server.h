@@ -1,8 +1,7 @@
 #pragma once
 
-#include <atomic>
-
 #include "zelvek/panel/functions.h"
+#include "zelvek/service/connections.h"
 #include "zelvek/service/socket.h"
 
 struct MHD_Daemon;
@@ -10,13 +9,14 @@ struct MHD_Daemon;
 namespace zelvek {
 
 /// Answers queries on the service's socket: HTTP, `POST /` with the query as a form. Each connection has a
-/// thread, so that nobody waits for the reload command of somebody else's installation.
+/// thread, so that nobody waits for the reload command of somebody else's installation, and as many and as
+/// long as `Connections` says.
 class Server {
 public:
     /// Errors: Error.
     Server(Services& services, ServiceSocket& socket);
 
-    /// Takes no new connections, lets the queries under way be answered, and ends.
+    /// Takes no new connections, lets the queries that have arrived be answered, and ends.
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
@@ -25,16 +25,19 @@ public:
     static constexpr std::size_t kBodyLimit = std::size_t{8} << 20;
 
     Services& services() { return services_; }
-    std::atomic<int>& active() { return active_; }
+    Connections& connections() { return connections_; }
 
 private:
-    /// Waits until the queries under way are answered.
+    /// Waits until the queries that have arrived are answered.
     void Drain();
+
+    /// Whether somebody is connected, or about to be.
+    bool HasCallers();
 
     Services& services_;
     ServiceSocket& socket_;
-    int listener_;                // the daemon closes it
-    std::atomic<int> active_{0};  // queries that have begun to arrive and are not answered yet
+    int listener_;  // the daemon closes it
+    Connections connections_;
     MHD_Daemon* daemon_ = nullptr;
 };
 

@@ -78,13 +78,23 @@ ServiceSocket::~ServiceSocket() { Unlink(); }
 
 void ServiceSocket::Unlink() { ::unlink(path_.c_str()); }
 
-std::optional<Process> Peer(int connection) {
+ucred PeerOf(int connection) {
     ucred peer{};
     socklen_t size = sizeof(peer);
-    if (::getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.uid != ::geteuid()) {
-        return std::nullopt;
+    if (::getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0)
+        throw IoError("asking who is connected to", "the socket", errno);
+    return peer;
+}
+
+Process OwnProcess(const ucred& peer) {
+    if (peer.uid != ::geteuid()) {
+        throw Error(Code::kProtocol, "this service answers processes of user id " +
+                                         std::to_string(::geteuid()) + " alone, and this one has user id " +
+                                         std::to_string(peer.uid));
     }
-    return FindProcess(peer.pid);
+    const auto process = FindProcess(peer.pid);
+    if (!process) throw Error(Code::kProtocol, "the process that asked has ended");
+    return *process;
 }
 
 }  // namespace zelvek

@@ -3,7 +3,6 @@
 #include <sys/socket.h>
 
 #include <filesystem>
-#include <optional>
 #include <string>
 
 #include "zelvek/base/descriptor.h"
@@ -38,7 +37,12 @@ private:
     Descriptor listener_;
 };
 
-/// The process at the other end of a connection; nothing when it belongs to another user, or has ended.
-std::optional<Process> Peer(int connection);
+/// Who is at the other end of a connection: user and process, as they were when it was made. Errors: Error of
+/// code kIo.
+ucred PeerOf(int connection);
+
+/// The process at the other end. Errors: Error of code kProtocol when it belongs to another user than the
+/// service, or has ended.
+Process OwnProcess(const ucred& peer);
 
 }  // namespace zelvek
