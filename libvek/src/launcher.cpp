@@ -62,6 +62,7 @@ void OpenStandardDescriptors() {
 }  // namespace
 
 int main(int argc, char** argv) try {
+    vek_proc::LeaveNoCoreFile();
     OpenStandardDescriptors();
     std::set_terminate(&Terminate);
     std::signal(SIGPIPE, SIG_IGN);

@@ -9,6 +9,7 @@
 #include <optional>
 #include <thread>
 
+#include "vek/proc.h"
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/folder.h"
@@ -97,6 +98,7 @@ void CheckPlugin(const ServeOptions& options) {
 }  // namespace
 
 void Serve(const ServeOptions& options) {
+    vek_proc::LeaveNoCoreFile();
     const EndSignals signals;
     ServiceSocket socket(RunDirectory());
     Store store(WithParent(options.database));

@@ -20,6 +20,11 @@ struct Interrupted {
 /// Waits that long; any 64-bit length really sleeps. Throws Interrupted.
 void Sleep(std::uint64_t milliseconds);
 
+/// From now on no core file of this process is written, whatever ends it: there are private keys in its
+/// memory. Nobody but root can attach a debugger either. The launcher does this for every plug-in. Errors:
+/// vek_err::Error("proc", "core", reason).
+void LeaveNoCoreFile();
+
 /// `argument` quoted as one word for /bin/sh. A NUL byte, which no command line can hold, ends it.
 std::string Escape(const std::string& argument);
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -251,6 +252,31 @@ TEST_F(Launcher, OpensStandardDescriptorsThatAreClosed) {
     EXPECT_THAT(Queries(),
                 ElementsAre(kWrittenBack + std::string("%2Fdev%2Fnull%20%2Fdev%2Fnull%20%2Fdev%2Fnull%20"),
                             kWrittenBack + std::string("output%0A")));
+}
+
+// Behaviour: A plug-in leaves no core file, whatever ends it and whatever limit it was started with, nor do
+// the
+//   tools that it runs
+TEST_F(Launcher, LeavesNoCoreFile) {
+    const auto with_cores = [] {
+        const rlimit any{RLIM_INFINITY, RLIM_INFINITY};
+        if (setrlimit(RLIMIT_CORE, &any) != 0) {
+            rlimit most{};
+            getrlimit(RLIMIT_CORE, &most);
+            most.rlim_cur = most.rlim_max;
+            setrlimit(RLIMIT_CORE, &most);
+        }
+    };
+    Start("terminate", "", with_cores);
+    siginfo_t end{};
+    ASSERT_EQ(waitid(P_PID, static_cast<id_t>(pid), &end, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(end.si_code, CLD_KILLED) << "not CLD_DUMPED";
+    EXPECT_EQ(End(), 1000 + SIGABRT);
+
+    StartService();
+    Start("core", "", with_cores);
+    EXPECT_EQ(End(), 0);
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack + std::string("none%200%0A0%0A")));
 }
 
 // Behaviour: Signals that the starting process ignored or blocked are minded all the same

@@ -1,6 +1,7 @@
 // A small plug-in for the launcher's tests: does what its arguments say. Like every plug-in it owns a global
 // record that is written back by its destructor, after main has returned.
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -134,6 +135,11 @@ int Run(const std::string& what, const std::string& value) {
     if (what == "child") record.detail = vek_proc::Execute(value, kFedAndRead).Str();
     if (what == "get") record.detail = Get(value);
     if (what == "early and late") record.late_url = (Get(value), value);
+    if (what == "core") {
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-vararg,hicpp-vararg)
+        record.detail = prctl(PR_GET_DUMPABLE) == 0 ? "none " : "core ";
+        record.detail += vek_proc::Execute("ulimit -c; ulimit -Hc", kFedAndRead).Str();
+    }
     if (what == "descriptors") {
         for (const char* fd : {"0", "1", "2"})
             record.detail += std::filesystem::read_symlink(std::string("/proc/self/fd/") + fd).string() + " ";

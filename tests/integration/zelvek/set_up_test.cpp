@@ -2,6 +2,7 @@
 #include <SQLiteCpp/Database.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -134,6 +135,17 @@ TEST_F(SetUp, AFileInTheSocketsPlaceStays) {
     std::ofstream(Socket()) << "precious";
     EXPECT_EQ(Refusal(), "zelvek: " + Socket().string() + " is in the way: it is no socket\n");
     EXPECT_EQ(ReadFile(Socket()), "precious");
+}
+
+// Behaviour: The service leaves no core file, nor does the reload command
+TEST_F(SetUp, TheServiceLeavesNoCoreFile) {
+    Start();
+    const std::string limits = ReadFile("/proc/" + std::to_string(service().pid()) + "/limits");
+    EXPECT_NE(limits.find("Max core file size        0                    0 "), std::string::npos) << limits;
+    service().Signal(SIGABRT);
+    siginfo_t end{};
+    ASSERT_EQ(::waitid(P_PID, static_cast<id_t>(service().pid()), &end, WEXITED | WNOWAIT), 0);
+    EXPECT_EQ(end.si_code, CLD_KILLED) << "not CLD_DUMPED";
 }
 
 // Behaviour: What cannot be used is named
