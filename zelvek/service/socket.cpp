@@ -8,6 +8,8 @@
 #include <system_error>
 
 #include "zelvek/base/error.h"
+#include "zelvek/base/run_directory.h"
+#include "zelvek/base/umask.h"
 
 namespace zelvek {
 
@@ -15,15 +17,14 @@ namespace fs = std::filesystem;
 
 namespace {
 
-/// Makes the directory where it is missing.
-fs::path EnsureDirectory(const fs::path& directory) {
-    std::error_code error;
-    if (fs::is_directory(directory, error)) return directory;
-    if (directory.has_parent_path()) fs::create_directories(directory.parent_path(), error);
-    if (::mkdir(directory.c_str(), 0700) != 0 && errno != EEXIST) {
-        throw IoError("making the directory", directory, errno);
-    }
+fs::path Prepared(const fs::path& directory) {
+    PrepareRunDirectory(directory);
     return directory;
+}
+
+FileLock Lock(const fs::path& file, const std::string& taken) {
+    const Umask usual(022);
+    return {file, taken};
 }
 
 sockaddr_un Address(const fs::path& path) {
@@ -52,9 +53,8 @@ Descriptor Listen(const fs::path& path) {
     const sockaddr_un address = Address(path);
     Descriptor listener = NewSocket(path);
     // By the umask the file has its mode from the first moment on. No other thread makes files yet.
-    const mode_t before = ::umask(0177);
+    const Umask for_its_user(0177);
     const int bound = ::bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
-    ::umask(before);  // never changes errno
     if (bound != 0 || ::listen(listener.get(), SOMAXCONN) != 0) throw IoError("listening on", path, errno);
     return listener;
 }
@@ -62,8 +62,8 @@ Descriptor Listen(const fs::path& path) {
 }  // namespace
 
 ServiceSocket::ServiceSocket(const fs::path& directory)
-    : path_(EnsureDirectory(directory) / "zelvek.sock"),
-      lock_(directory / "zelvek.lock", "another service runs on " + path_.string() + " already") {
+    : path_(Prepared(directory) / "zelvek.sock"),
+      lock_(Lock(directory / "zelvek.lock", "another service runs on " + path_.string() + " already")) {
     struct stat status {};
     if (::lstat(path_.c_str(), &status) == 0) {
         if (!S_ISSOCK(status.st_mode))

@@ -14,8 +14,8 @@ namespace zelvek {
 /// The socket that the service listens on, `zelvek.sock` in the run directory: for its own user alone.
 class ServiceSocket {
 public:
-    /// Makes the directory where it is missing (mode 0700) and listens. A socket file that nobody answers on
-    /// is replaced. Errors: Error; another service in the same directory is one.
+    /// Prepares the directory and listens. A socket file that nobody answers on is replaced. Errors: Error;
+    /// another service in the same directory is one, and a directory that somebody else can write.
     explicit ServiceSocket(const std::filesystem::path& directory);
 
     /// Removes the socket's file.

@@ -27,6 +27,17 @@ protected:
         EXPECT_EQ(ended.out, "");
         return ended.err;
     }
+
+    void MakeRunDirectory(int mode) const {
+        fs::create_directory(Path("run"));
+        fs::permissions(Path("run"), static_cast<fs::perms>(mode));
+    }
+
+    std::string RunDirectoryRefusal(const std::string& fault) const {
+        return "zelvek: the run directory " + Path("run").string() + " " + fault +
+               "; wanted is a directory of user id " + std::to_string(::geteuid()) +
+               " that nobody else can write\n";
+    }
 };
 
 // Behaviours of: Start and store
@@ -131,10 +142,64 @@ TEST_F(SetUp, ASocketThatNobodyAnswersOnIsReplaced) {
 
 // Behaviour: A second service on the same socket or database ...
 TEST_F(SetUp, AFileInTheSocketsPlaceStays) {
-    fs::create_directory(Path("run"));
+    MakeRunDirectory(0700);
     std::ofstream(Socket()) << "precious";
     EXPECT_EQ(Refusal(), "zelvek: " + Socket().string() + " is in the way: it is no socket\n");
     EXPECT_EQ(ReadFile(Socket()), "precious");
+}
+
+// Behaviour: A run directory that is missing is made for the service's user alone, whatever the umask is
+TEST_F(SetUp, AMissingRunDirectoryIsMadeForItsUserAlone) {
+    for (const std::string umask : {"0", "077", "0777"}) {
+        ::setenv("VEK_RUN_DIR", (Path("of-umask-" + umask) / "deep" / "run" / "").c_str(), 1);
+        const fs::path run = Path("of-umask-" + umask) / "deep" / "run";
+        std::vector<std::string> words{"/bin/sh", "-c", "umask " + umask + "; exec \"$@\"", "sh"};
+        for (const auto& word : ServeCommand()) words.push_back(word);
+        for (const char* name : {"answers", "certs"}) fs::create_directory(Path(name));
+        for (int start = 0; start < 2; ++start) {  // into the directory that the first one has made, too
+            const auto service = StartCommand(words);
+            EXPECT_TRUE(
+                Eventually([&] { return service->Out() == "zelvek: ready\n" || !service->Running(); }));
+            EXPECT_EQ(fs::status(run).permissions(), fs::perms{0700}) << umask << service->Err();
+            EXPECT_EQ(fs::status(run.parent_path()).permissions(), fs::perms{0755}) << umask;
+            EXPECT_EQ(fs::status(run / "zelvek.sock").permissions(), fs::perms{0600}) << umask;
+            EXPECT_EQ(fs::status(run / "zelvek.lock").permissions(), fs::perms{0600}) << umask;
+            service->Signal(SIGTERM);
+            EXPECT_EQ(service->Wait().status, 0);
+        }
+    }
+}
+
+// Behaviour: A run directory in which somebody else could put a socket is refused
+TEST_F(SetUp, ARunDirectoryThatOthersCanWriteIsRefused) {
+    for (const int mode : {0777, 01777, 0770, 0720, 0702}) {
+        MakeRunDirectory(mode);
+        EXPECT_EQ(Refusal(), RunDirectoryRefusal("can be written by its group or by others")) << mode;
+    }
+    MakeRunDirectory(0755);
+    Start();
+}
+
+// Behaviour: A run directory in which somebody else ...
+TEST_F(SetUp, ARunDirectoryThatIsALinkIsRefused) {
+    fs::create_directory(Path("elsewhere"));
+    fs::permissions(Path("elsewhere"), fs::perms{0700});
+    fs::create_directory_symlink(Path("elsewhere"), Path("run"));
+    for (const std::string ending : {"", "/", "//"}) {
+        ::setenv("VEK_RUN_DIR", (Path("run").string() + ending).c_str(), 1);
+        EXPECT_EQ(Refusal(), RunDirectoryRefusal("is a symbolic link")) << ending;
+    }
+    fs::remove(Path("run"));
+    std::ofstream(Path("run")) << "no directory";
+    EXPECT_EQ(Refusal(), RunDirectoryRefusal("is no directory"));
+}
+
+// Behaviour: A run directory in which somebody else ...
+TEST_F(SetUp, ARunDirectoryOfAnotherUserIsRefused) {
+    if (::geteuid() != 0) GTEST_SKIP() << "only root can give a directory away";
+    MakeRunDirectory(0700);
+    ASSERT_EQ(::chown(Path("run").c_str(), 65534, 65534), 0);
+    EXPECT_EQ(Refusal(), RunDirectoryRefusal("belongs to user id 65534"));
 }
 
 // Behaviour: The service leaves no core file, nor does the reload command
