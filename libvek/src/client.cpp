@@ -1,5 +1,7 @@
 #include "vek/client.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <optional>
@@ -7,6 +9,7 @@
 
 #include "curl.h"
 #include "patience.h"
+#include "peer.h"
 #include "sigpipe.h"
 #include "vek/err.h"
 #include "vek/str.h"
@@ -85,6 +88,11 @@ vek_err::Error Refusal(const Letter& letter, int status, const std::string& body
     return Failure("protocol", letter, "status " + std::to_string(status));
 }
 
+std::string Strange(uid_t service) {
+    return "the service has user id " + std::to_string(service) + ", this process " +
+           std::to_string(geteuid()) + ": only a service of the same user is asked";
+}
+
 void Write(vek_curl::Easy& easy, const Letter& letter) {
     easy.Set(CURLOPT_URL, "http://localhost/");
     easy.Set(CURLOPT_UNIX_SOCKET_PATH, letter.socket.c_str());
@@ -98,9 +106,12 @@ void Write(vek_curl::Easy& easy, const Letter& letter) {
 Outcome TryOnce(const Letter& letter) {
     vek_curl::Answer answer{.header_limit = kHeaderLimit, .body_limit = kBodyLimit};
     vek_curl::Easy easy;
+    Peer peer(easy);
     Write(easy, letter);
     easy.Receive(answer);
     const CURLcode code = curl_easy_perform(easy.get());
+    if (const auto stranger = peer.stranger())
+        return {.error = Failure("connect", letter, Strange(*stranger))};
     if (IsUnreached(code)) {
         return {.error = Failure("connect", letter, Cause(easy, code)), .may_pass = IsAwayForNow(easy, code)};
     }

@@ -2,10 +2,13 @@
 
 #include "vek/err.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/run_directory.h"
+#include "zelvek/cli/service_user.h"
 
 namespace zelvek::cli {
 
 vek_client::Result Ask(const std::string& function, const std::map<std::string, std::string>& parameters) {
+    BecomeServiceUser(RunDirectory());
     try {
         return vek_client::Local("zelvek", "cli").Query("func=" + function, parameters);
     } catch (const vek_err::Error& error) {

@@ -8,8 +8,11 @@
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <future>
+#include <optional>
 #include <set>
 
 #include "integration/vek/server.h"
@@ -215,6 +218,30 @@ TEST_F(Client, NamesTheSocketThatItCannotReach) {
         EXPECT_EQ(e.type(), "connect");
         EXPECT_STREQ(e.what(), "client: connect: /dev/null/zelvek.sock: Not a directory");
     }
+}
+
+// Behaviour: A service of another user is told nothing; the error is "connect" and names socket and users
+TEST_F(Client, TellsAnotherUsersServiceNothing) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can be two users";
+    std::filesystem::permissions(folder.path(), std::filesystem::perms{0777});
+    std::atomic<int> connections = 0;
+    std::string heard;
+    const auto serve = [&](Connection& connection) {
+        heard += connection.Read();
+        ++connections;
+    };
+    ASSERT_EQ(seteuid(65534), 0);
+    std::optional<Server> server(std::in_place, serve, SocketPath());
+    ASSERT_EQ(seteuid(0), 0);
+    const auto [type, text] = Error();
+    server.reset();
+    EXPECT_EQ(type, "connect");
+    EXPECT_EQ(
+        text,
+        "client: connect: " + SocketPath() +
+            ": the service has user id 65534, this process 0: only a service of the same user is asked");
+    EXPECT_EQ(connections, 1);
+    EXPECT_EQ(heard, "");
 }
 
 // Behaviour: An answer that cannot be read is an error ...
