@@ -5,6 +5,7 @@ import subprocess
 import sys
 import textwrap
 
+import deployment
 import sandbox
 from world import HOSTS, INSTALLED, RESOLVERS, WAITING, WEB_ADDRESS, World
 
@@ -32,7 +33,9 @@ class Demonstration:
     def __init__(self, options):
         sandbox.set_up_network(options.inside, HOSTS, RESOLVERS)
         self.dns = options.dns
-        self.world = World(os.path.join(options.inside, "world"), options.binaries)
+        # Without root there is one user: everything is that user's.
+        kind = deployment.DeployedWorld if deployment.possible() else World
+        self.world = kind(os.path.join(options.inside, "world"), options.binaries)
         self.environment = self.world.environment() | {"PATH": f"{options.binaries}:{os.environ['PATH']}"}
         self.steps = 0
 
@@ -58,9 +61,9 @@ class Demonstration:
         self.step("The certificate authority (pebble) and the web server (nginx).")
         self.world.start_pebble()
         self.world.start_web(SITES)
-        self.step("The service.")
+        self.step("The service, as a user of its own: root reloads the web server when the service asks for it.")
         self.world.start_service()
-        command = " ".join(["zelvek", *self.world.service.command[1:]])
+        command = " ".join(self.world.service.command).replace(self.world.binary("zelvek"), "zelvek")
         print(textwrap.fill(command, 114, initial_indent="    $ ", subsequent_indent="        ", break_on_hyphens=False))
 
     def http_job(self):

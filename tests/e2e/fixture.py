@@ -93,7 +93,7 @@ class DnsTest(SharedWorldTest):
                 if entry["name"] == problem and entry["parameters"]["name"] == self.domain}
 
 
-def make_world():
+def make_world(kind=World):
     folder = os.path.join(_place["folder"], str(len(os.listdir(_place["folder"]))))
     os.makedirs(folder)
-    return World(folder, _place["binaries"])
+    return kind(folder, _place["binaries"])

@@ -42,6 +42,12 @@ RELOAD = """#!/bin/sh
 ln -sfn "$VEK_CERT_DIR" "{folder}/tls/$(basename "$VEK_CERT_DIR")" && exec nginx -c "{folder}/nginx.conf" -s reload
 """
 
+# Takes over whatever is installed; for who is not told what it was.
+RELOAD_ALL = """#!/bin/sh
+for place in "$1"/*/*; do ln -sfn "$place" "{folder}/tls/$(basename "$place")"; done
+exec nginx -c "{folder}/nginx.conf" -s reload
+"""
+
 
 class WebServer:
     """Every site starts with a self-signed placeholder, and shows the installed certificate once it is reloaded."""
@@ -59,9 +65,11 @@ class WebServer:
             servers = (SITE.format(address=address, folder=folder, certname=certname, names=" ".join(names))
                        for certname, names in sites.items())
             file.write(CONFIG.format(address=address, folder=folder, answers=answers, sites="".join(servers)))
-        with open(self.reload_command, "w", encoding="utf-8") as file:
-            file.write(RELOAD.format(folder=folder))
-        os.chmod(self.reload_command, 0o755)
+        self.reload_all_command = os.path.join(folder, "reload-all")
+        for script, text in ((self.reload_command, RELOAD), (self.reload_all_command, RELOAD_ALL)):
+            with open(script, "w", encoding="utf-8") as file:
+                file.write(text.format(folder=folder))
+            os.chmod(script, 0o755)
         self._process = Background("nginx", ["nginx", "-c", config, "-g", "daemon off;"], os.path.join(folder, "nginx.log"))
         self._process.wait_ready(lambda: accepts(address, 80) and accepts(address, 443))
 

@@ -82,14 +82,21 @@ class World:
         command = [self.binary("zelvek"), "serve", "--database", self.database, "--answers-dir", self.answers,
                    "--certs-dir", self.certificates, "--scheduler", scheduler]
         if reload_command or self.web:
-            command += ["--reload-command", reload_command or self.web.reload_command]
+            command += ["--reload-command", reload_command or self.reload_command()]
         if self.dns:
             command += ["--dns-server", "127.0.0.1", "--dns-port", "53", "--dns-key-file", self.dns.key_file]
             command += [part for zone in self.dns.zones for part in ("--dns-zone", zone)]
         log = self.log_path("service")
         ready_before = read(log).count("zelvek: ready") if os.path.exists(log) else 0
-        self.service = Background("zelvek", [*command, *options], log, self.environment())
+        self.service = Background("zelvek", self.as_service([*command, *options]), log, self.environment())
         self.service.wait_ready(lambda: self.service.log().count("zelvek: ready") > ready_before)
+
+    def as_service(self, command):
+        """The command, run as the service's user: here everything is this process's own."""
+        return command
+
+    def reload_command(self):
+        return self.web.reload_command
 
     def binary(self, name):
         return os.path.join(self._binaries, name)
