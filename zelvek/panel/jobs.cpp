@@ -1,6 +1,7 @@
 // Jobs as people see them: added, listed, shown, claimed for a run, removed.
 #include <algorithm>
 #include <map>
+#include <optional>
 
 #include "vek/client.h"
 #include "vek/date.h"
@@ -120,18 +121,21 @@ jobs::State StateNamed(const std::string& name) {
                 "a state is \"verified\", \"failed\", \"running\" or \"waiting\", not \"" + name + "\"");
 }
 
+/// `holder` is the domain that holds the name, where there is one.
+Error NameOfAnother(const Job& job, const std::string& name, const std::optional<domains::Domain>& holder) {
+    const std::string where =
+        holder ? "in another user's domain, " + holder->name : "in no domain of user " + job.user_name;
+    return Error(Code::kMissed, "domain", name,
+                 "\"" + name + "\" is " + where + "; \"zelvek domain add\" gives user " + job.user_name +
+                     " a domain of their own");
+}
+
 /// A user gets certificates for names in their own domains alone: the authority proves only that this machine
 /// serves a name, which it does for every user.
 void CheckOwner(Transaction& transaction, const Job& job) {
     for (const std::string& name : str::Split(job.aliases, " ")) {
-        const std::string canonical = names::Canonical(name);
-        const auto holder = domains::Holding(transaction, names::WithoutWildcard(canonical));
-        if (holder && holder->user_name == job.user_name) continue;
-        const std::string where =
-            holder ? "in another user's domain, " + holder->name : "in no domain of user " + job.user_name;
-        throw Error(Code::kMissed, "domain", name,
-                    "\"" + name + "\" is " + where + "; \"zelvek domain add\" gives user " + job.user_name +
-                        " a domain of their own");
+        const auto holder = domains::Holding(transaction, names::WithoutWildcard(names::Canonical(name)));
+        if (!holder || holder->user_name != job.user_name) throw NameOfAnother(job, name, holder);
     }
 }
 
