@@ -10,13 +10,16 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <exception>
 #include <optional>
 #include <string_view>
 
 #include "zelvek/base/descriptor.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/log.h"
 #include "zelvek/base/text.h"
 #include "zelvek/publishing/answers.h"
+#include "zelvek/publishing/visitors.h"
 
 namespace zelvek {
 namespace {
@@ -24,11 +27,11 @@ namespace {
 constexpr std::string_view kPath = "/.well-known/acme-challenge/";
 constexpr off_t kLargestAnswer = 65536;  // a key authorization has a few hundred bytes
 
-// Enough for an authority that asks from several places at once, and all that strangers can use up.
+// Enough for an authority that asks from several places at once, and all that strangers can use up. There is
+// room for those that are being ended to make room for others.
 constexpr unsigned kThreads = 2;
 constexpr unsigned kConnections = 256;
-constexpr unsigned kConnectionsOfOneAddress = 64;
-constexpr unsigned kSilentSeconds = 10;
+static_assert(kConnections > Visitors::kAltogether);
 constexpr std::size_t kMemoryOfOneConnection = 8192;
 constexpr int kBacklog = 128;
 
@@ -96,11 +99,17 @@ Descriptor Listen(const std::string& address) {
     return listener;
 }
 
+/// A connection has one request: nobody keeps a place after it.
+void AddHeaders(MHD_Response* response) {
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/plain");
+    MHD_add_response_header(response, MHD_HTTP_HEADER_CONNECTION, "close");
+}
+
 MHD_Result SendStatus(MHD_Connection* connection, unsigned status, const char* text) {
     // The library does not change a persistent buffer; its parameter just lacks the const.
     MHD_Response* response =
         MHD_create_response_from_buffer(std::strlen(text), const_cast<char*>(text), MHD_RESPMEM_PERSISTENT);
-    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/plain");
+    AddHeaders(response);
     const MHD_Result result = MHD_queue_response(connection, status, response);
     MHD_destroy_response(response);
     return result;
@@ -119,7 +128,7 @@ bool SendFile(MHD_Connection* connection, const std::filesystem::path& file) {
         MHD_create_response_from_fd(static_cast<std::size_t>(status.st_size), content.get());
     if (response == nullptr) return false;
     content.release();  // closed by the response when its last byte is sent
-    MHD_add_response_header(response, MHD_HTTP_HEADER_CONTENT_TYPE, "text/plain");
+    AddHeaders(response);
     const bool queued = MHD_queue_response(connection, MHD_HTTP_OK, response) == MHD_YES;
     MHD_destroy_response(response);
     return queued;
@@ -142,6 +151,20 @@ MHD_Result Answer(void* answers, MHD_Connection* connection, const char* path, c
     const std::optional<std::string> token = RequestedToken(method, path);
     if (token && SendFile(connection, folder / *token)) return MHD_YES;
     return SendStatus(connection, MHD_HTTP_NOT_FOUND, "not found\n");
+}
+
+/// Called when a connection is there, before anything is read, and again before it is closed.
+void Note(void* visitors, MHD_Connection* connection, void** /*state*/,
+          MHD_ConnectionNotificationCode code) try {
+    auto& all = *static_cast<Visitors*>(visitors);
+    const auto* descriptor = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD);
+    const auto* address = MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CLIENT_ADDRESS);
+    if (descriptor == nullptr || address == nullptr) return;
+    const int number = descriptor->connect_fd;
+    code == MHD_CONNECTION_NOTIFY_CLOSED ? all.Left(number) : all.Came(number, address->client_addr);
+} catch (const std::exception& error) {
+    // No exception may pass through the library, which is written in C.
+    Log(std::string("a connection to the web server for answers: ") + error.what());
 }
 
 /// Leaves the path as it came: no character of a token needs percent-encoding, so what is encoded is none.
@@ -168,21 +191,25 @@ private:
 }  // namespace
 
 struct Responder::Server {
+    Server(std::filesystem::path folder, std::chrono::milliseconds limit)
+        : answers(std::move(folder)), visitors(limit) {}
+
     std::filesystem::path answers;
+    Visitors visitors;
     MHD_Daemon* daemon = nullptr;
 };
 
-Responder::Responder(const std::string& address, std::filesystem::path answers)
-    : server_(std::make_unique<Server>(Server{std::move(answers)})) {
-    const int listener = Listen(address).release();  // the daemon closes it
+Responder::Responder(const std::string& address, std::filesystem::path answers,
+                     std::chrono::milliseconds limit) {
     const SignalsBlocked blocked;
+    server_ = std::make_unique<Server>(std::move(answers), limit);
+    const int listener = Listen(address).release();  // the daemon closes it
     server_->daemon =
         MHD_start_daemon(MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, &Answer, &server_->answers,  //
                          MHD_OPTION_LISTEN_SOCKET, listener,                                              //
                          MHD_OPTION_THREAD_POOL_SIZE, kThreads,                                           //
                          MHD_OPTION_CONNECTION_LIMIT, kConnections,                                       //
-                         MHD_OPTION_PER_IP_CONNECTION_LIMIT, kConnectionsOfOneAddress,                    //
-                         MHD_OPTION_CONNECTION_TIMEOUT, kSilentSeconds,                                   //
+                         MHD_OPTION_NOTIFY_CONNECTION, &Note, &server_->visitors,                         //
                          MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemoryOfOneConnection,                      //
                          MHD_OPTION_UNESCAPE_CALLBACK, &LeaveEncoded, nullptr, MHD_OPTION_END);
     if (server_->daemon == nullptr) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -10,9 +11,11 @@ namespace zelvek {
 /// /.well-known/acme-challenge/<token> give the file's content as text/plain, everything else 404.
 class Responder {
 public:
-    /// Listens until destroyed. `address` is "127.0.0.1:80", "[::1]:80" or ":80" (every address).
-    /// Errors: Error of code kValue (address), kIo (cannot listen).
-    Responder(const std::string& address, std::filesystem::path answers);
+    /// Listens until destroyed. `address` is "127.0.0.1:80", "[::1]:80" or ":80" (every address). `limit` is
+    /// for a request as a whole, from its connection to the end of its answer. Errors: Error of code kValue
+    /// (address), kIo (cannot listen).
+    Responder(const std::string& address, std::filesystem::path answers,
+              std::chrono::milliseconds limit = std::chrono::seconds{10});
     ~Responder();
     Responder(const Responder&) = delete;
     Responder& operator=(const Responder&) = delete;

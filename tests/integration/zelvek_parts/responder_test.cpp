@@ -8,9 +8,12 @@
 
 #include <chrono>
 #include <csignal>
+#include <memory>
+#include <thread>
 
 #include "unit/zelvek_parts/support.h"
 #include "zelvek/publishing/answers.h"
+#include "zelvek/publishing/visitors.h"
 
 namespace {
 
@@ -26,7 +29,8 @@ using zelvek::Responder;
 /// One connection to the responder; reading gives up after a time that only a broken one takes.
 class Connection {
 public:
-    Connection(int family, int port) : fd_(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    /// `from` is the last byte of the IPv4 address that it comes from, 127.0.0.x.
+    Connection(int family, int port, unsigned from = 1) : fd_(socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
         const timeval limit{40, 0};
         setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
         sockaddr_storage address{};
@@ -34,9 +38,11 @@ public:
         if (family == AF_INET) {
             auto& v4 = reinterpret_cast<sockaddr_in&>(address);
             v4.sin_family = AF_INET;
+            v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK - 1 + from);
+            size = sizeof v4;
+            if (from != 1) bind(fd_, reinterpret_cast<const sockaddr*>(&address), size);
             v4.sin_port = htons(static_cast<std::uint16_t>(port));
             v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-            size = sizeof v4;
         } else {
             auto& v6 = reinterpret_cast<sockaddr_in6&>(address);
             v6.sin6_family = AF_INET6;
@@ -51,7 +57,8 @@ public:
     Connection& operator=(const Connection&) = delete;
 
     bool connected() const { return connected_; }
-    void Send(const std::string& text) const { send(fd_, text.data(), text.size(), MSG_NOSIGNAL); }
+    /// False where nobody takes it any more.
+    bool Send(const std::string& text) const { return send(fd_, text.data(), text.size(), MSG_NOSIGNAL) > 0; }
 
     std::string ReadToEnd() const {
         std::string text;
@@ -68,8 +75,8 @@ private:
     bool connected_ = false;
 };
 
-std::string Ask(int port, const std::string& request_line, int family = AF_INET) {
-    const Connection connection(family, port);
+std::string Ask(int port, const std::string& request_line, int family = AF_INET, unsigned from = 1) {
+    const Connection connection(family, port, from);
     connection.Send(request_line + " HTTP/1.1\r\nHost: example.org\r\nConnection: close\r\n\r\n");
     return connection.ReadToEnd();
 }
@@ -179,6 +186,74 @@ TEST_F(ResponderTest, SilentConnectionIsEnded) {
     silent.ReadToEnd();
     EXPECT_LT(std::chrono::steady_clock::now() - start,
               std::chrono::seconds(39));  // before reading gave up itself
+}
+
+// Behaviour: A request has its time as a whole: bytes that trickle in do not lengthen it
+TEST_F(ResponderTest, TricklingConnectionIsEnded) {
+    const Responder responder("127.0.0.1:0", answers_, std::chrono::seconds(1));
+    const Connection trickling(AF_INET, responder.Port());
+    trickling.Send("GET /.well-known/");
+    int bytes = 0;
+    while (bytes < 200 && trickling.Send("a")) {
+        ++bytes;
+        std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    }
+    EXPECT_LT(bytes, 200);
+    EXPECT_THAT(Ask(responder.Port(), found_), StartsWith("HTTP/1.1 200 OK\r\n"));
+}
+
+// Behaviour: Whoever holds connections open, from one address or from many, keeps no request out: the oldest
+// of
+//   the address with the most make room
+TEST_F(ResponderTest, ConnectionsHeldOpenKeepNobodyOut) {
+    const Responder responder("127.0.0.1:0", answers_, std::chrono::hours(1));
+    std::vector<std::unique_ptr<Connection>> held;
+    for (int round = 0; round < 100; ++round) {
+        for (unsigned from = 2; from <= 5; ++from) {
+            held.push_back(std::make_unique<Connection>(AF_INET, responder.Port(), from));
+            held.back()->Send("GET /.well-known/ac");
+        }
+    }
+    EXPECT_THAT(Ask(responder.Port(), found_, AF_INET, 9), StartsWith("HTTP/1.1 200 OK\r\n"));
+    EXPECT_THAT(Ask(responder.Port(), found_, AF_INET, 2), StartsWith("HTTP/1.1 200 OK\r\n"));
+    EXPECT_EQ(held.front()->ReadToEnd(), "") << "the oldest has made room";
+    held.back()->Send("me-challenge/token-1_A HTTP/1.1\r\nHost: example.org\r\n\r\n");
+    EXPECT_THAT(held.back()->ReadToEnd(), EndsWith("token-1_A.thumbprint")) << "the newest has not";
+}
+
+// Behaviour: Whoever holds connections open, from one address ...
+TEST_F(ResponderTest, ConnectionsOfOneAddressMakeRoomAmongThemselves) {
+    const Responder responder("127.0.0.1:0", answers_, std::chrono::hours(1));
+    const Connection other(AF_INET, responder.Port(), 3);
+    other.Send("GET /.well-known/ac");
+    std::vector<std::unique_ptr<Connection>> held;
+    for (int count = 0; count < 150; ++count) {
+        held.push_back(std::make_unique<Connection>(AF_INET, responder.Port(), 2));
+        held.back()->Send("GET /.well-known/ac");
+    }
+    EXPECT_THAT(Ask(responder.Port(), found_, AF_INET, 2), StartsWith("HTTP/1.1 200 OK\r\n"));
+    other.Send("me-challenge/token-1_A HTTP/1.1\r\nHost: example.org\r\n\r\n");
+    EXPECT_THAT(other.ReadToEnd(), EndsWith("token-1_A.thumbprint"));
+}
+
+// Behaviour: Strangers are told apart by their IPv4 address, or by the first half of their IPv6 address
+TEST(VisitorsNetwork, IsAnAddressOrHalfOfOne) {
+    const auto of = [](const std::string& text) {
+        sockaddr_storage storage{};
+        auto& v4 = reinterpret_cast<sockaddr_in&>(storage);
+        auto& v6 = reinterpret_cast<sockaddr_in6&>(storage);
+        v4.sin_family = AF_INET;
+        if (inet_pton(AF_INET, text.c_str(), &v4.sin_addr) != 1) {
+            v6.sin6_family = AF_INET6;
+            EXPECT_EQ(inet_pton(AF_INET6, text.c_str(), &v6.sin6_addr), 1) << text;
+        }
+        return zelvek::NetworkOf(reinterpret_cast<const sockaddr*>(&storage));
+    };
+    EXPECT_EQ(of("192.0.2.1"), of("::ffff:192.0.2.1"));
+    EXPECT_NE(of("192.0.2.1"), of("192.0.2.2"));
+    EXPECT_NE(of("::ffff:192.0.2.1"), of("::ffff:192.0.2.2"));
+    EXPECT_EQ(of("2001:db8:0:1::1"), of("2001:db8:0:1:ffff::2"));
+    EXPECT_NE(of("2001:db8:0:1::1"), of("2001:db8:0:2::1"));
 }
 
 // Behaviour: The threads that answer the authority leave SIGTERM to the service
