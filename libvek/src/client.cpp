@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <optional>
 #include <system_error>
+#include <utility>
 
 #include "curl.h"
 #include "patience.h"
@@ -135,9 +136,9 @@ Result Client::Send(const std::string& query) const {
     const Letter letter{SocketOf(service_), module_, str::hex::Encode(str::Random(kIdentityBytes)), query};
     Patience patience(query);
     for (;;) {
-        const Outcome outcome = TryOnce(letter);
+        Outcome outcome = TryOnce(letter);
         if (!outcome.error) return Result(outcome.answer);
-        if (!outcome.may_pass || !patience.Pause()) throw *outcome.error;
+        if (!outcome.may_pass || !patience.Pause()) throw vek_err::Error(std::move(*outcome.error));
     }
 }
 

@@ -234,6 +234,8 @@ TEST_F(Client, TellsAnotherUsersServiceNothing) {
     std::optional<Server> server(std::in_place, serve, SocketPath());
     ASSERT_EQ(seteuid(0), 0);
     const auto [type, text] = Error();
+    for (int wait = 0; connections == 0 && wait < 6000; ++wait)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
     server.reset();
     EXPECT_EQ(type, "connect");
     EXPECT_EQ(
