@@ -1,6 +1,6 @@
 """http-01 runs that are ended at any of their steps outside: the next runs finish the job, and nothing stays behind."""
 from process import wait_until
-from steps import FAILED_TOLD, INSTALLED_TOLD, KILLED_PLUGIN, KILLED_SERVICE, TERMINATED_PLUGIN, StepTest
+from steps import INSTALLED_TOLD, KILLED_PLUGIN, KILLED_SERVICE, TERMINATED_PLUGIN, StepTest
 from world import FAILURE, INSTALLED, NOTHING_TO_DO, WEB_ADDRESS
 
 
@@ -63,21 +63,11 @@ class KilledHttp(StepTest):
 
         self.end_at_every_step(TERMINATED_PLUGIN, check)
 
-    # Behaviour: A service that is killed at any of them and comes back at once costs nothing where no query was on its
-    #   way, else two more runs at most
-    # Behaviour: An installation whose answer is lost with the service (step 23 of 26) stops the job and tells
-    #   everybody; it finishes when somebody runs it
-    # Behaviour: A notification that is lost with the service (steps 24 and 25 of 26) is not sent again, nor are those
-    #   after it, since the certificate is installed by then
+    # Behaviour: A service that is killed at any of them and comes back at once costs nothing, and everybody is told once
     # Behaviour: After all of these the database is sound ...
-    def test_service_that_is_killed_and_comes_back_costs_two_more_runs_at_most(self):
-        def check(certname, statuses, number, step, end):
-            told = INSTALLED_TOLD
-            if end.moment != "ahead" and step == "sslcert.hardreplace":
-                told = FAILED_TOLD + INSTALLED_TOLD  # an installation that fails stops the job until somebody runs it
-            if end.moment != "ahead" and step == "problems.register":
-                # A notification that fails is not sent again, and those after it are not sent at all.
-                told = INSTALLED_TOLD[:number - self.telling + (end.moment == "answered")]
-            self.check(certname, statuses, told, may_repeat=number == len(self.names))
+    def test_service_that_is_killed_and_comes_back_costs_nothing(self):
+        def check(certname, statuses, *_):
+            self.assertEqual(statuses, [NOTHING_TO_DO])
+            self.check(certname, statuses, INSTALLED_TOLD, may_repeat=False)
 
         self.end_at_every_step(KILLED_SERVICE, check)

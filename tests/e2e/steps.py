@@ -14,7 +14,6 @@ PLUGIN, SERVICE, NAME_SERVER = "plug-in", "service", "name server"
 
 # Notifications and whom they go to, in the order in which they are sent.
 INSTALLED_TOLD = [("ambrin_success", "anna"), ("ambrin_success", "root")]
-FAILED_TOLD = [("ambrin_failed_user", "anna"), ("ambrin_failed_admin", "root")]
 
 
 @dataclasses.dataclass(frozen=True)
