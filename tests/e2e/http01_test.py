@@ -102,6 +102,21 @@ class Http01(WorldTest):
         self.assertEqual(self.world.front.server.seen, before)
         self.assertEqual(self.world.job(job), record)
 
+    # Behaviour: A certificate that is renewed is replaced by a new one, and the old one is served until then
+    def test_renewed_certificate_replaces_the_old_one(self):
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example", *EC, "--skip-account-check")
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+        first = read(self.world.installed("shop.example"))
+        self.assertEqual(self.world.run_job(job), NOTHING_TO_DO)
+
+        self.assertEqual(self.world.zelvek("job", "renew", job).process.returncode, 0)
+        self.assertFalse(self.world.job(job)["verified"])
+        self.assertEqual(read(self.world.installed("shop.example")), first)
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+        self.assertNotEqual(read(self.world.installed("shop.example")), first)
+        self.world.web.wait_trusted("shop.example", self.world.path("pebble-root.pem"))
+
     # Behaviour: An unreachable authority fails the run, and the record says why
     def test_unreachable_authority_fails_the_run_and_the_record_says_why(self):
         self.world.front.stop()

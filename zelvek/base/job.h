@@ -22,6 +22,8 @@ struct Job {
     bool force_update = false;
     bool skip_account_check = false;
     bool processing = false;
+    std::string expires;   // when the installed certificate ends; empty where none is known
+    std::string renew;     // when the installed certificate is renewed
     std::string last_run;  // when the last run ended; empty before the first
     std::string due;       // when the next run is due, unless the job is verified, failed or under way
     Process holder;        // who has the job: the process that read it last, or that claimed it for a run
@@ -100,9 +102,13 @@ inline constexpr std::array kJobFields{
              "Whether somebody asked for a renewal"},
     JobField{"processing", &Job::processing, JobField::Writer::kRun, JobField::kInLists,
              "Whether a run is under way"},
+    JobField{"expires", &Job::expires, JobField::Writer::kService, JobField::kInLists,
+             "When the installed certificate ends", JobField::Kept::kWithJob, true},
+    JobField{"renew", &Job::renew, JobField::Writer::kService, JobField::kInLists,
+             "When the installed certificate is renewed", JobField::Kept::kWithJob, true},
     JobField{"last_run", &Job::last_run, JobField::Writer::kService, JobField::kNowhere,
              "When the last run ended", JobField::Kept::kWithJob, true},
-    JobField{"due", &Job::due, JobField::Writer::kService, JobField::kNowhere, "When the next run is due",
+    JobField{"due", &Job::due, JobField::Writer::kService, JobField::kInLists, "When the next run is due",
              JobField::Kept::kWithJob, true},
 };
 

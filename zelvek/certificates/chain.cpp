@@ -1,8 +1,11 @@
 #include "zelvek/certificates/chain.h"
 
 #include <algorithm>
+#include <array>
+#include <ctime>
 #include <vector>
 
+#include "vek/err.h"
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
@@ -103,7 +106,27 @@ std::vector<std::string> DnsNames(const openssl::Certificate& certificate) {
     return names;
 }
 
+vek_date::DateTime Moment(const ASN1_TIME* time) {
+    std::tm fields{};
+    if (ASN1_TIME_to_tm(time, &fields) != 1) throw BadChain("a certificate has no readable dates");
+    std::array<char, sizeof("YYYY-MM-DD HH:MM:SS")> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%S", &fields);
+    try {
+        return vek_date::DateTime(text.data());
+    } catch (const vek_err::Error&) {
+        throw BadChain("a certificate has no readable dates");
+    }
+}
+
+Lifetime ReadLifetime(const openssl::Certificate& certificate) {
+    return {Moment(X509_get0_notBefore(certificate.get())), Moment(X509_get0_notAfter(certificate.get()))};
+}
+
 }  // namespace
+
+Lifetime LifetimeOf(const std::string& certificates) {
+    return ReadLifetime(ReadCertificates(certificates).front());
+}
 
 bool CertificateChain::Covers(const std::string& name) const {
     const auto holds = [this](const std::string& wanted) {
@@ -117,7 +140,7 @@ CertificateChain SortChain(const std::string& certificates, const std::string& k
     const openssl::Key private_key = ReadKey(key);
     const Certificates ordered = Order(ReadCertificates(certificates), private_key.get());
     CertificateChain chain{openssl::Pem(ordered.front()), "", openssl::Pem(private_key),
-                           DnsNames(ordered.front())};
+                           DnsNames(ordered.front()), ReadLifetime(ordered.front())};
     for (std::size_t i = 1; i < ordered.size(); ++i) chain.others += openssl::Pem(ordered[i]);
     return chain;
 }

@@ -3,7 +3,15 @@
 #include <string>
 #include <vector>
 
+#include "vek/date.h"
+
 namespace zelvek {
+
+/// When a certificate holds.
+struct Lifetime {
+    vek_date::DateTime from;
+    vek_date::DateTime until;
+};
 
 /// A private key, its certificate, and the certificates of the issuers above that one, as PEM texts.
 struct CertificateChain {
@@ -11,6 +19,7 @@ struct CertificateChain {
     std::string others;              // each after the one that it issued; empty where there are none
     std::string key;                 // PKCS #8, not encrypted
     std::vector<std::string> names;  // the leaf's DNS names, lower case
+    Lifetime lifetime;               // the leaf's
 
     /// Whether the leaf is valid for a name (lower case ASCII), itself or by a wildcard of one label. For
     /// "*.example.org" it has to hold just that.
@@ -23,5 +32,8 @@ struct CertificateChain {
 /// belongs to it) or kBadChain (no certificate, too many, something else among them, or one that issued no
 /// other).
 CertificateChain SortChain(const std::string& certificates, const std::string& key);
+
+/// Of the first certificate of a PEM text. Errors: Error of code kBadChain.
+Lifetime LifetimeOf(const std::string& certificates);
 
 }  // namespace zelvek

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <chrono>
+#include <fstream>
+#include <iterator>
 #include <optional>
 #include <utility>
 #include <vector>
@@ -219,6 +221,14 @@ InstalledCertificate Install(const Settings& settings, const Request& request) {
         throw Error(error.code(),
                     "installing the certificate of " + Printable(request.certname) + ": " + error.what());
     }
+}
+
+std::optional<Lifetime> InstalledLifetime(const Settings& settings, const std::string& user,
+                                          const std::string& certname) try {
+    std::ifstream in(PlaceOf(settings, user, certname) / "cert.pem");
+    return LifetimeOf({std::istreambuf_iterator<char>(in), {}});
+} catch (const Error&) {
+    return std::nullopt;
 }
 
 void RemoveLeftovers(const Settings& settings) {

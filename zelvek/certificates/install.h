@@ -3,9 +3,11 @@
 #include <sys/types.h>
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "zelvek/certificates/chain.h"
 #include "zelvek/certificates/reload.h"
 
 /// Installation of certificates where web servers read them.
@@ -40,6 +42,10 @@ InstalledCertificate Install(const Settings& settings, const Request& request);
 
 /// Where `Install` puts a certificate. Errors: Error of code kValue.
 std::filesystem::path PlaceOf(const Settings& settings, const std::string& user, const std::string& certname);
+
+/// When the certificate that is installed there holds; nothing where none can be read.
+std::optional<Lifetime> InstalledLifetime(const Settings& settings, const std::string& user,
+                                          const std::string& certname);
 
 /// Removes what killed services have left of installations. Errors: Error of code kIo, kBusy.
 void RemoveLeftovers(const Settings& settings);

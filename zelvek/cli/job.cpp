@@ -3,6 +3,7 @@
 #include <iostream>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -97,6 +98,34 @@ int List(const ListOptions& options) {
     return kSuccess;
 }
 
+struct RenewOptions {
+    std::optional<int> id;
+    std::string user;
+    std::optional<int> days;
+    bool all = false;
+    bool json = false;
+};
+
+int Renew(const RenewOptions& options) {
+    const int ways = (options.id ? 1 : 0) + (options.user.empty() ? 0 : 1) + (options.days ? 1 : 0) +
+                     (options.all ? 1 : 0);
+    if (ways != 1) throw Error(Code::kValue, "give just one of ID, --user, --expiring and --all");
+    std::map<std::string, std::string> parameters;
+    if (options.id) parameters["elid"] = str::Str(*options.id);
+    if (options.days) parameters["days"] = str::Str(*options.days);
+    if (!options.user.empty()) parameters["user_name"] = options.user;
+    const int count = str::Int(Ask("zelvek.job.renew", parameters).value("count"));
+    if (options.json) {
+        Json::Value json;
+        json["count"] = count;
+        PrintJson(json);
+    } else {
+        std::cout << count << (count == 1 ? " certificate is" : " certificates are")
+                  << " renewed from now on\n";
+    }
+    return kSuccess;
+}
+
 /// Of the commands that do one thing to one job.
 struct JobOptions {
     int id = 0;
@@ -162,6 +191,17 @@ void AddListCommand(Command& noun) {
     list.AddOption("--state", options->state, "In this state alone").OneOf(JobStates());
 }
 
+void AddRenewCommand(Command& noun) {
+    const auto options = std::make_shared<RenewOptions>();
+    Command renew =
+        noun.AddCommand("renew", "Renews installed certificates now", [options] { return Renew(*options); });
+    AddJsonFlag(renew, options->json);
+    renew.AddOption("ID", options->id, "The job's number");
+    renew.AddOption("--user", options->user, "All of this user");
+    renew.AddOption("--expiring", options->days, "All that end within so many days").Between(0, 10000);
+    renew.AddFlag("--all", options->all, "All");
+}
+
 /// A command for one job.
 void AddJobCommand(Command& noun, const std::string& name, const std::string& description,
                    int (*action)(const JobOptions&)) {
@@ -179,6 +219,7 @@ void AddJobCommands(Command& root) {
     AddListCommand(noun);
     AddJobCommand(noun, "show", "Shows a job and its history", &Show);
     AddJobRunCommand(noun);
+    AddRenewCommand(noun);
     AddJobCommand(noun, "remove", "Forgets a job; its certificate stays", &Remove);
 }
 

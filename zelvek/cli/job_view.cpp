@@ -49,13 +49,24 @@ Json::Value JobJson(const vek_client::Result& shown) {
     return json;
 }
 
+std::string NextRun(const vek_xml::Node& job) {
+    const std::string state = StateOf(job);
+    if (state == "verified") return job.Value("renew");
+    return state == "waiting" ? job.Value("due") : "";
+}
+
 std::vector<std::string> JobHeadings() {
-    return {"ID", "CERTIFICATE", "USER", "CHECK", "STATE", "ATTEMPTS", "NEXT ATTEMPT"};
+    return {"ID", "CERTIFICATE", "USER", "CHECK", "STATE", "EXPIRES", "NEXT RUN"};
 }
 
 std::vector<std::string> JobRow(const vek_xml::Node& job) {
-    return {job.Value("id"), job.Value("certname"),      job.Value("user_name"),   job.Value("check_type"),
-            StateOf(job),    job.Value("attempt_count"), job.Value("next_attempt")};
+    return {job.Value("id"),
+            job.Value("certname"),
+            job.Value("user_name"),
+            job.Value("check_type"),
+            StateOf(job),
+            job.Value("expires"),
+            NextRun(job)};
 }
 
 std::string JobTable(const vek_client::Result& shown) {
@@ -67,7 +78,8 @@ std::string JobTable(const vek_client::Result& shown) {
                                                {"state", StateOf(job)},
                                                {"started", job.Value("time_started")},
                                                {"attempts", job.Value("attempt_count")},
-                                               {"next attempt", job.Value("next_attempt")},
+                                               {"next run", NextRun(job)},
+                                               {"expires", job.Value("expires")},
                                                {"account", job.Value("kid")},
                                                {"order", job.Value("finalize_check")}};
     for (const auto& reload : shown.xml().GetNodes("/doc/reload")) {

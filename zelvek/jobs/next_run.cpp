@@ -1,10 +1,7 @@
 #include "zelvek/jobs/next_run.h"
 
 #include <algorithm>
-#include <ctime>
-#include <iomanip>
 #include <optional>
-#include <sstream>
 
 #include "vek/date.h"
 #include "vek/err.h"
@@ -29,20 +26,13 @@ std::optional<DateTime> Read(const std::string& text) {
     }
 }
 
-/// Since 1970.
-seconds SecondsOf(const DateTime& moment) {
-    std::tm fields{};
-    std::istringstream(moment.AsDateTime()) >> std::get_time(&fields, "%Y-%m-%d %H:%M:%S");
-    return seconds(::timegm(&fields));
-}
-
 DateTime After(DateTime moment, seconds pause) { return moment.AddSeconds(static_cast<int>(pause.count())); }
 
 /// How long after its last run the job's next one was asked for; nothing where none was.
 seconds PauseOf(const Job& job, const DateTime& now) {
     const auto next = Read(job.next_attempt);
     if (!next) return seconds{0};
-    const seconds pause = SecondsOf(*next) - SecondsOf(Read(job.last_run).value_or(now));
+    const seconds pause{next->SecondsSince(Read(job.last_run).value_or(now))};
     return std::clamp<seconds>(pause, seconds{0}, kLongestPause);
 }
 

@@ -5,6 +5,7 @@
 #include "zelvek/base/names.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/request.h"
+#include "zelvek/jobs/renewal.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/requests.h"
@@ -49,6 +50,16 @@ void DeleteCsr(Services& services, const Query& query, XmlAnswer&) {
     transaction.Commit();
 }
 
+/// The renewal goes by what lies in the web server's way.
+void NoteValidity(Services& services, const std::string& user, const std::string& certname) {
+    const auto lifetime = install::InstalledLifetime(services.install, user, certname);
+    if (!lifetime) return;
+    Transaction transaction(services.store);
+    jobs::SetValidity(transaction, user, names::ComparedFolder(certname),
+                      ValidityOf(lifetime->from, lifetime->until, RandomSpread()));
+    transaction.Commit();
+}
+
 /// What the caller's job wants the certificate for, canonical; empty for a caller without such a job.
 std::vector<std::string> NamesAskedFor(Services& services, const Process& caller,
                                        const std::string& certname) {
@@ -77,7 +88,9 @@ void InstallCertificate(Services& services, const Query& query, XmlAnswer&) {
         const install::Request request{
             user, name, query.parameters.Get("crt") + "\n" + query.parameters.Get("cacrt"),
             query.parameters.Get("key"), NamesAskedFor(services, query.caller, name)};
-        services.reloader.Reload(install::Install(services.install, request));
+        const InstalledCertificate installed = install::Install(services.install, request);
+        NoteValidity(services, user, name);
+        services.reloader.Reload(installed);
     } catch (const Error& error) {
         // Where a disk failed, the certificate may be in place all the same.
         if (error.code() != Code::kIo) services.reloader.Forget(user, name);

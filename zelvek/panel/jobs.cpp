@@ -23,6 +23,8 @@ namespace zelvek {
 
 namespace {
 
+constexpr int kRenewedAtOnce = 500;
+
 void CheckRequestKey(const std::string& key) {
     std::string keys;
     for (const RequestKey& known : kRequestKeys) {
@@ -218,6 +220,34 @@ void ClaimJob(Services& services, const Query& query, XmlAnswer& answer) {
     transaction.Commit();
 }
 
+/// One job, or each of a user's or of all, or those that end within some days.
+void RenewJobs(Services& services, const Query& query, XmlAnswer& answer) {
+    const vek_date::DateTime now;
+    if (query.parameters.Has("elid")) {
+        LivingRuns transaction(services);
+        jobs::StartAnew(transaction, FindIdle(transaction, Number(query, "elid")).id, now.AsDateTime(), true);
+        transaction.Commit();
+        answer.Doc().Value("count", 1);
+        return;
+    }
+    jobs::Renewable which{0, kRenewedAtOnce, query.parameters.Get("user_name"), ""};
+    if (query.parameters.Has("days")) {
+        which.before = vek_date::DateTime(now).AddDays(Number(query, "days")).AsDateTime();
+    }
+    long long count = 0;
+    for (std::size_t found = kRenewedAtOnce; found == kRenewedAtOnce;) {
+        // In steps, so that nobody waits long for the store.
+        Transaction transaction(services.store);
+        const std::vector<int> some = jobs::ToRenew(transaction, which);
+        for (const int job : some) jobs::StartAnew(transaction, job, now.AsDateTime(), true);
+        transaction.Commit();
+        found = some.size();
+        count += static_cast<long long>(found);
+        if (!some.empty()) which.after = some.back();
+    }
+    answer.Doc().Value("count", count);
+}
+
 void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     {
@@ -235,11 +265,9 @@ void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::Jobs() {
-    return {{"zelvek.job.add", &AddJob},
-            {"zelvek.job.list", &ListJobs},
-            {"zelvek.job.show", &ShowJob},
-            {"zelvek.job.claim", &ClaimJob},
-            {"zelvek.job.remove", &RemoveJob}};
+    return {{"zelvek.job.add", &AddJob},      {"zelvek.job.list", &ListJobs},
+            {"zelvek.job.show", &ShowJob},    {"zelvek.job.claim", &ClaimJob},
+            {"zelvek.job.renew", &RenewJobs}, {"zelvek.job.remove", &RemoveJob}};
 }
 
 }  // namespace zelvek

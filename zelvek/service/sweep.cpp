@@ -1,6 +1,10 @@
 #include "zelvek/service/sweep.h"
 
+#include <vector>
+
 #include "vek/date.h"
+#include "zelvek/certificates/install.h"
+#include "zelvek/jobs/renewal.h"
 #include "zelvek/store/answered.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
@@ -20,6 +24,11 @@ constexpr int kKeepAnswers = 3600;  // seconds
 // Entries that one sweep forgets at most, so that nobody waits long for the store.
 constexpr int kForgetAtOnce = 500;
 
+// Certificates whose end one sweep looks up.
+constexpr int kLookedAtOnce = 100;
+constexpr int kHour = 3600;  // seconds
+constexpr int kDay = 24 * kHour;
+
 std::string DaysBefore(const vek_date::DateTime& now, int days) {
     return vek_date::DateTime(now).AddDays(-days).AsDateTime();
 }
@@ -30,6 +39,26 @@ void FreeWhatTheDeadHold(Services& services, const vek_date::DateTime& now) {
     jobs::ForgetDeadProcesses(transaction);
     requests::RemoveLeft(transaction, vek_date::DateTime(now).AddSeconds(-kKeepLeftRequests).AsDateTime());
     transaction.Commit();
+}
+
+/// The end of certificates that were installed before the service took note of it. One that cannot be read is
+/// renewed within a day.
+void FindMissingEnds(Services& services, const vek_date::DateTime& now) {
+    std::vector<Job> found;
+    {
+        Transaction transaction(services.store);
+        found = jobs::OfUnknownEnd(transaction, kLookedAtOnce);
+    }
+    for (const Job& job : found) {
+        const auto lifetime = install::InstalledLifetime(services.install, job.user_name, job.certname);
+        const int some_time = kHour + static_cast<int>((kDay - kHour) * RandomSpread());
+        const jobs::Validity soon{now.AsDateTime(),
+                                  vek_date::DateTime(now).AddSeconds(some_time).AsDateTime()};
+        Transaction transaction(services.store);
+        jobs::SetValidity(transaction, job.user_name, job.folder,
+                          lifetime ? ValidityOf(lifetime->from, lifetime->until, RandomSpread()) : soon);
+        transaction.Commit();
+    }
 }
 
 void ForgetOld(Services& services, const Retention& retention, const vek_date::DateTime& now) {
@@ -49,6 +78,7 @@ void Sweep(Services& services, const Retention& retention) {
     FreeWhatTheDeadHold(services, now);
     services.publisher.RemoveUnwanted();
     services.publisher.PublishMissing();
+    FindMissingEnds(services, now);
     ForgetOld(services, retention, now);
     services.store.Tidy();
 }

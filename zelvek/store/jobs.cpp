@@ -307,6 +307,70 @@ void Free(Transaction& transaction, int id, const std::string& last_run, const s
         .Run();
 }
 
+void SetValidity(Transaction& transaction, const std::string& user, const std::string& folder,
+                 const Validity& validity) {
+    transaction
+        .Prepare(
+            "UPDATE job SET expires = :expires, renew = :renew WHERE user_name = :user AND folder = :folder")
+        .With(validity.expires)
+        .With(validity.renew)
+        .With(user)
+        .With(folder)
+        .Run();
+}
+
+std::vector<int> RenewalDue(Transaction& transaction, const std::string& now, int limit) {
+    std::vector<int> due;
+    int id = 0;
+    Statement select = transaction.Prepare(
+        "SELECT id FROM job WHERE verified = 1 AND renew > '' AND renew <= :now AND processing = 0"
+        " ORDER BY renew, id LIMIT :most");
+    select.With(now).With(limit).Into(id);
+    while (select.Next()) due.push_back(id);
+    return due;
+}
+
+std::vector<Job> OfUnknownEnd(Transaction& transaction, int limit) {
+    std::vector<Job> found;
+    Job job;
+    Statement select = transaction.Prepare(
+        "SELECT id, certname, user_name, folder FROM job WHERE verified = 1 AND expires = '' ORDER BY id "
+        "LIMIT :most");
+    select.With(limit).Into(job.id).Into(job.certname).Into(job.user_name).Into(job.folder);
+    while (select.Next()) found.push_back(job);
+    return found;
+}
+
+std::vector<int> ToRenew(Transaction& transaction, const Renewable& which) {
+    std::vector<int> found;
+    int id = 0;
+    const std::string of_user = which.user_name.empty() ? "" : "user_name = :user AND ";
+    const std::string ending = which.before.empty() ? "" : " AND expires < :before";
+    Statement select = transaction.Prepare("SELECT id FROM job WHERE " + of_user +
+                                           "id > :after AND verified = 1 AND processing = 0" + ending +
+                                           " ORDER BY id LIMIT :most");
+    if (!of_user.empty()) select.With(which.user_name);
+    select.With(which.after);
+    if (!ending.empty()) select.With(which.before);
+    select.With(which.limit).Into(id);
+    while (select.Next()) found.push_back(id);
+    return found;
+}
+
+void StartAnew(Transaction& transaction, int id, const std::string& now, bool forced) {
+    transaction
+        .Prepare(
+            "UPDATE job SET verified = 0, failed = 0, force_update = :forced, time_started = :now, due = "
+            ":due,"
+            " next_attempt = '', attempt_count = 0, account_check_count = 0, challenges = '', finalize = '',"
+            " finalize_check = '' WHERE id = :id")
+        .With(forced)
+        .With(now)
+        .With(now)
+        .With(id)
+        .Run();
+}
+
 void Revive(Transaction& transaction, int id) {
     transaction.Prepare("UPDATE job SET failed = 0 WHERE id = :id").With(id).Run();
 }

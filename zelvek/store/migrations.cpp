@@ -204,12 +204,21 @@ CREATE TABLE answered_query (
 CREATE INDEX answered_query_by_time ON answered_query (time, identity);
 )sql";
 
+// Installed certificates end, and are renewed before. When those of older versions do is read from their
+// files, one after the other.
+constexpr const char* kRenewals = R"sql(
+ALTER TABLE job ADD COLUMN expires TEXT NOT NULL DEFAULT '';
+ALTER TABLE job ADD COLUMN renew TEXT NOT NULL DEFAULT '';
+CREATE INDEX job_by_renewal ON job (renew, id) WHERE verified = 1;
+CREATE INDEX job_of_unknown_end ON job (id) WHERE verified = 1 AND expires = '';
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
     static const std::vector<const char*> migrations{
-        kPanelRecords, kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
-        kFolders,      kClock,     kAnsweredQueries};
+        kPanelRecords,    kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads, kFolders, kClock,
+        kAnsweredQueries, kRenewals};
     return migrations;
 }
 

@@ -21,6 +21,9 @@ public:
     DateTime& AddDays(int days);
     DateTime& AddSeconds(int seconds);
 
+    /// Seconds from `other` to this moment; negative where `other` is later.
+    std::int64_t SecondsSince(const DateTime& other) const { return seconds_ - other.seconds_; }
+
     /// "YYYY-MM-DD HH:MM:SS" in UTC, the form that the constructor reads.
     std::string AsDateTime() const;
 

@@ -1,4 +1,6 @@
 // Requests with their keys, and installations, over the socket.
+#include <SQLiteCpp/Database.h>
+
 #include <atomic>
 #include <cstdlib>
 #include <fstream>
@@ -6,6 +8,7 @@
 #include <thread>
 
 #include "service.h"
+#include "vek/date.h"
 
 namespace zelvek::testing {
 
@@ -188,6 +191,32 @@ TEST_F(Certificate, OneWithoutAllNamesOfItsJobIsRefused) {
     EXPECT_FALSE(std::filesystem::exists(Installed("shop.example")));
     const std::string with = Sign(csr.value("csr_req"), "-copy_extensions copyall");
     EXPECT_EQ(Install("anna%#%shop.example", "anna", "", with, csr.value("csr_pk")), "");
+    const std::string expires = Ask("func=zelvek.job.show&elid=" + job).value("expires");
+    const std::string renew = Ask("func=zelvek.job.show&elid=" + job).value("renew");
+    const std::string tomorrow = vek_date::DateTime().AddDays(1).AsDateTime();
+    EXPECT_LE(expires, tomorrow);
+    EXPECT_GT(expires, vek_date::DateTime().AddSeconds(86000).AsDateTime());
+    EXPECT_LT(renew, expires);
+    EXPECT_GT(renew, vek_date::DateTime().AsDateTime());
+}
+
+// Behaviour: The end of a certificate that an older version installed is read from its file
+TEST_F(Certificate, OfAnOlderVersionHasItsEndRead) {
+    Start();
+    const std::string job = AddJob({{"domain", "shop.example"}});
+    const auto csr = Make("shop.example", "shop.example");
+    const std::string certificate = Sign(csr.value("csr_req"));
+    EXPECT_EQ(Install("anna%#%shop.example", "anna", "", certificate, csr.value("csr_pk")), "");
+    const std::string expires = Ask("func=zelvek.job.show&elid=" + job).value("expires");
+    SQLite::Database(Database().string(), SQLite::OPEN_READWRITE, 10'000)
+        .exec("UPDATE job SET verified = 1, expires = '', renew = ''");
+    EXPECT_TRUE(
+        Eventually([&] { return Ask("func=zelvek.job.show&elid=" + job).value("expires") == expires; }));
+    std::filesystem::remove_all(Path("certs"));
+    SQLite::Database(Database().string(), SQLite::OPEN_READWRITE, 10'000)
+        .exec("UPDATE job SET expires = '', renew = ''");
+    EXPECT_TRUE(Eventually([&] { return Ask("func=zelvek.job.show&elid=" + job).value("renew") != ""; }));
+    EXPECT_GT(Ask("func=zelvek.job.show&elid=" + job).value("renew"), vek_date::DateTime().AsDateTime());
 }
 
 // Behaviour: A slow reload command keeps nobody else waiting, and a stop lets it finish

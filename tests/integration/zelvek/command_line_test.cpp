@@ -110,10 +110,12 @@ TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
 
     EXPECT_EQ(Json({"job", "list"}).size(), 2U);
     EXPECT_EQ(Json({"job", "show", "2"})["events"][0]["event"].asString(), "challenge_start");
+    const std::string due = Ask("func=zelvek.job.show&elid=1").value("due");
+    const std::string other_due = Ask("func=zelvek.job.show&elid=2").value("due");
     EXPECT_EQ(Zelvek({"job", "list"}).out,
-              "ID  CERTIFICATE   USER  CHECK  STATE    ATTEMPTS  NEXT ATTEMPT\n"
-              "1   shop.example  anna  http   waiting  0\n"
-              "2   Blog          bob   dns    waiting  0\n");
+              "ID  CERTIFICATE   USER  CHECK  STATE    EXPIRES  NEXT RUN\n"
+              "1   shop.example  anna  http   waiting           " +
+                  due + "\n" + "2   Blog          bob   dns    waiting           " + other_due + "\n");
     EXPECT_EQ(Json({"job", "list", "--limit", "1"})[0]["id"].asInt(), 1);
     EXPECT_EQ(Json({"job", "list", "--limit", "1"}).size(), 1U);
     EXPECT_EQ(Json({"job", "list", "--after", "1"})[0]["id"].asInt(), 2);

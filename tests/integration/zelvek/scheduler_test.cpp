@@ -54,14 +54,63 @@ private:
 
 // Behaviours of: Scheduling
 
-// Behaviour: A new job is started at once, a verified or failed one never again
-TEST_F(SchedulerTest, StartsANewJobAtOnceAndAVerifiedOneNeverAgain) {
+// Behaviour: A new job is started at once, a verified one when its certificate is to be renewed, a failed one
+// never
+//   again
+TEST_F(SchedulerTest, StartsANewJobAtOnceAndAVerifiedOneNotAgain) {
     StartScheduler("1");
     const std::string id = Add("installs");
     const std::string marker = Add("retries");
     EXPECT_TRUE(Eventually([&] { return Value(id, "verified") == "on"; }));
     EXPECT_TRUE(Eventually([&] { return Runs(marker).size() >= 3; }));
     EXPECT_EQ(Runs(id).size(), 1U);
+}
+
+// Behaviour: A new job is started at once, a verified ...
+TEST_F(SchedulerTest, StartsAVerifiedOneAnewWhenItsRenewalIsDue) {
+    StartScheduler();
+    const std::string id = Add("installs");
+    EXPECT_TRUE(Eventually([&] { return Value(id, "verified") == "on"; }));
+    const std::string before = Value(id, "time_started");
+    SQLite::Database database(Database().string(), SQLite::OPEN_READWRITE, 10'000);
+    database.exec(
+        "UPDATE job SET expires = '2026-03-01 00:00:00', renew = '2026-02-01 00:00:00',"
+        " time_started = '2025-12-01 00:00:00'");
+    EXPECT_TRUE(Eventually([&] { return Runs(id).size() == 2; }));
+    EXPECT_TRUE(Eventually([&] { return Value(id, "verified") == "on"; }));
+    EXPECT_GE(Value(id, "time_started"), before);
+}
+
+// Behaviour: Certificates are renewed when somebody asks for it: one, a user's, those that end soon, or all
+TEST_F(SchedulerTest, RenewsWhatSomebodyAsksFor) {
+    Start();
+    const std::string first = Add("a");
+    const std::string second = Add("b");
+    const std::string third = AddJob({{"certname", "c"}, {"user_name", "bob"}});
+    {
+        SQLite::Database database(Database().string(), SQLite::OPEN_READWRITE, 10'000);
+        database.exec("UPDATE job SET verified = 1, renew = '2999-01-01 00:00:00', expires = CASE id WHEN " +
+                      first + " THEN datetime('now', '+5 days') ELSE '2999-01-01 00:00:00' END");
+    }
+    const auto renewed = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), {"job", "renew"});
+        const Ended ended = Zelvek(words);
+        EXPECT_EQ(ended.status, 0) << ended.err;
+        std::string states;
+        for (const std::string& id : {first, second, third})
+            states += Value(id, "verified") == "on" ? "-" : "R";
+        SQLite::Database(Database().string(), SQLite::OPEN_READWRITE, 10'000)
+            .exec("UPDATE job SET verified = 1");
+        return states;
+    };
+    EXPECT_EQ(renewed({second}), "-R-");
+    EXPECT_EQ(renewed({"--expiring", "6"}), "R--");
+    EXPECT_EQ(renewed({"--expiring", "4"}), "---");
+    EXPECT_EQ(renewed({"--user", "anna"}), "RR-");
+    EXPECT_EQ(renewed({"--all"}), "RRR");
+    EXPECT_EQ(Zelvek({"job", "renew"}).status, 1);
+    EXPECT_EQ(Zelvek({"job", "renew", "1", "--all"}).status, 1);
+    EXPECT_EQ(Zelvek({"job", "renew", "99"}).status, 1);
 }
 
 // Behaviour: A new job is started at once, a verified ...

@@ -75,7 +75,8 @@ protected:
 // Behaviour: Root's command asks another user's service as that user, and runs its plug-in as that user
 TEST_F(ServiceUser, IsWhoRootsCommandsActAs) {
     StartAs(kNobody);
-    const Ended added = Zelvek({"job", "add", "shop.example", "--user", "anna", "--certname", "installs", "--foreign-names"});
+    const Ended added =
+        Zelvek({"job", "add", "shop.example", "--user", "anna", "--certname", "installs", "--foreign-names"});
     EXPECT_EQ(added.out, "job 1 added\n") << added.err;
     const Ended run = Zelvek({"job", "run", "1", "--plugin", Path("bin/plugin")});
     EXPECT_EQ(run.status, 0) << run.err;

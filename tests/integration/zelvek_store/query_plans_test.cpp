@@ -34,12 +34,13 @@ constexpr int kJobs = 2000;
 
 // Indexes that hold just what is looked for, so that they may be read from one end to the other.
 const std::set<std::string> kHoldsWhatIsLookedFor{
-    "job_running", "job_failed",           "job_verified",         "job_waiting",
+    "job_running", "job_of_unknown_end",   "job_failed",           "job_verified",       "job_waiting",
     "job_due",     "publication_unwanted", "publication_not_kept", "publication_missing"};
 
 // Indexes over times, of which all that is older, or newer, than a time is looked for.
-const std::set<std::string> kOverTimes{"answered_query_by_time", "csr_by_time",     "job_by_last_run",
-                                       "job_event_by_time",      "problem_by_time", "reload_by_next"};
+const std::set<std::string> kOverTimes{"answered_query_by_time", "csr_by_time",       "job_by_last_run",
+                                       "job_by_renewal",         "job_event_by_time", "problem_by_time",
+                                       "reload_by_next"};
 
 // Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
 const std::set<std::string> kSmallTables{"reader", "waiting"};
@@ -172,6 +173,19 @@ Operations JobOperations() {
          }},
         {"jobs::SetTimes", [](Transaction& transaction) { jobs::SetTimes(transaction, FilledJob("a")); }},
         {"jobs::Free", [](Transaction& transaction) { jobs::Free(transaction, 1, "t", "t"); }},
+        {"jobs::SetValidity",
+         [](Transaction& transaction) {
+             jobs::SetValidity(transaction, "anna", "f", {"e", "r"});
+         }},
+        {"jobs::RenewalDue", [](Transaction& transaction) { jobs::RenewalDue(transaction, "t", 10); }},
+        {"jobs::OfUnknownEnd", [](Transaction& transaction) { jobs::OfUnknownEnd(transaction, 10); }},
+        {"jobs::ToRenew",
+         [](Transaction& transaction) {
+             for (const std::string user : {"", "anna"}) {
+                 for (const std::string before : {"", "t"}) jobs::ToRenew(transaction, {0, 10, user, before});
+             }
+         }},
+        {"jobs::StartAnew", [](Transaction& transaction) { jobs::StartAnew(transaction, 1, "t", true); }},
         {"jobs::Revive", [](Transaction& transaction) { jobs::Revive(transaction, 1); }},
         {"jobs::Remove", [](Transaction& transaction) { jobs::Remove(transaction, 2); }},
         {"accounts::SetOfJob",

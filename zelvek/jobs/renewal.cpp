@@ -1,0 +1,42 @@
+#include "zelvek/jobs/renewal.h"
+
+#include <algorithm>
+#include <cstdint>
+
+#include "vek/str.h"
+#include "zelvek/base/log.h"
+
+namespace zelvek {
+
+namespace {
+
+using vek_date::DateTime;
+
+constexpr int kStartedAtOnce = 100;
+constexpr std::int64_t kShortLived = 10L * 24 * 3600;  // seconds
+constexpr std::int64_t kMostLeft = 10L * 365 * 24 * 3600;
+
+}  // namespace
+
+jobs::Validity ValidityOf(const DateTime& from, const DateTime& until, double spread) {
+    const std::int64_t lifetime = until.SecondsSince(from);
+    const std::int64_t left =
+        std::clamp<std::int64_t>(lifetime < kShortLived ? lifetime / 2 : lifetime / 3, 0, kMostLeft);
+    const auto earlier = static_cast<std::int64_t>(static_cast<double>(left) / 4 * spread);
+    return {until.AsDateTime(), DateTime(until).AddSeconds(-static_cast<int>(left + earlier)).AsDateTime()};
+}
+
+double RandomSpread() {
+    double spread = 0;
+    for (const char byte : str::Random(3)) spread = (spread + static_cast<unsigned char>(byte)) / 256;
+    return spread;
+}
+
+void StartRenewals(Transaction& transaction, const std::string& now) {
+    for (const int job : jobs::RenewalDue(transaction, now, kStartedAtOnce)) {
+        jobs::StartAnew(transaction, job, now, false);
+        Log("job " + std::to_string(job) + ": its certificate is renewed");
+    }
+}
+
+}  // namespace zelvek
