@@ -51,8 +51,8 @@ struct Service {
     zelvek::Store store{folder / "zelvek.db"};
     MemoryRecords records;
     zelvek::Publisher publisher{store, answers, &records};
-    zelvek::Services services{
-        store, publisher, &records, {folder / "certs", "", std::chrono::seconds(1)}, {}};
+    zelvek::Reloader reloader{store, {}};
+    zelvek::Services services{store, publisher, &records, {folder / "certs"}, reloader, {}};
     Process living = *zelvek::FindProcess(getpid());
     Process dead{living.pid, living.start - 1};
 
