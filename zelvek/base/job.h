@@ -22,6 +22,8 @@ struct Job {
     bool force_update = false;
     bool skip_account_check = false;
     bool processing = false;
+    int failures = 0;      // runs that failed, one after the other
+    std::string refusal;   // what the panel has refused to the last run, for people to read
     std::string expires;   // when the installed certificate ends; empty where none is known
     std::string renew;     // when the installed certificate is renewed
     std::string last_run;  // when the last run ended; empty before the first
@@ -102,6 +104,10 @@ inline constexpr std::array kJobFields{
              "Whether somebody asked for a renewal"},
     JobField{"processing", &Job::processing, JobField::Writer::kRun, JobField::kInLists,
              "Whether a run is under way"},
+    JobField{"failures", &Job::failures, JobField::Writer::kService, JobField::kInLists,
+             "Runs that failed, one after the other"},
+    JobField{"refusal", &Job::refusal, JobField::Writer::kService, JobField::kInLists,
+             "What the panel has refused to the last run"},
     JobField{"expires", &Job::expires, JobField::Writer::kService, JobField::kInLists,
              "When the installed certificate ends", JobField::Kept::kWithJob, true},
     JobField{"renew", &Job::renew, JobField::Writer::kService, JobField::kInLists,

@@ -98,30 +98,35 @@ int List(const ListOptions& options) {
     return kSuccess;
 }
 
-struct RenewOptions {
+/// Which jobs a command is for: just one of these.
+struct ChosenJobs {
     std::optional<int> id;
     std::string user;
     std::optional<int> days;
     bool all = false;
     bool json = false;
+
+    std::map<std::string, std::string> Parameters() const {
+        const int ways = (id ? 1 : 0) + (user.empty() ? 0 : 1) + (days ? 1 : 0) + (all ? 1 : 0);
+        if (ways != 1)
+            throw Error(Code::kValue, "say just once which jobs are meant: by ID or by one option");
+        std::map<std::string, std::string> parameters;
+        if (id) parameters["elid"] = str::Str(*id);
+        if (days) parameters["days"] = str::Str(*days);
+        if (!user.empty()) parameters["user_name"] = user;
+        return parameters;
+    }
 };
 
-int Renew(const RenewOptions& options) {
-    const int ways = (options.id ? 1 : 0) + (options.user.empty() ? 0 : 1) + (options.days ? 1 : 0) +
-                     (options.all ? 1 : 0);
-    if (ways != 1) throw Error(Code::kValue, "give just one of ID, --user, --expiring and --all");
-    std::map<std::string, std::string> parameters;
-    if (options.id) parameters["elid"] = str::Str(*options.id);
-    if (options.days) parameters["days"] = str::Str(*options.days);
-    if (!options.user.empty()) parameters["user_name"] = options.user;
-    const int count = str::Int(Ask("zelvek.job.renew", parameters).value("count"));
-    if (options.json) {
+/// Asks the function for the jobs and says how many there were.
+int StartChosen(const std::string& function, const ChosenJobs& jobs, const std::string& done) {
+    const int count = str::Int(Ask(function, jobs.Parameters()).value("count"));
+    if (jobs.json) {
         Json::Value json;
         json["count"] = count;
         PrintJson(json);
     } else {
-        std::cout << count << (count == 1 ? " certificate is" : " certificates are")
-                  << " renewed from now on\n";
+        std::cout << count << (count == 1 ? " job " : " jobs ") << done << "\n";
     }
     return kSuccess;
 }
@@ -191,15 +196,27 @@ void AddListCommand(Command& noun) {
     list.AddOption("--state", options->state, "In this state alone").OneOf(JobStates());
 }
 
+void AddChoice(Command& command, ChosenJobs& jobs) {
+    AddJsonFlag(command, jobs.json);
+    command.AddOption("ID", jobs.id, "The job's number");
+    command.AddOption("--user", jobs.user, "All of this user");
+    command.AddFlag("--all", jobs.all, "All");
+}
+
 void AddRenewCommand(Command& noun) {
-    const auto options = std::make_shared<RenewOptions>();
-    Command renew =
-        noun.AddCommand("renew", "Renews installed certificates now", [options] { return Renew(*options); });
-    AddJsonFlag(renew, options->json);
-    renew.AddOption("ID", options->id, "The job's number");
-    renew.AddOption("--user", options->user, "All of this user");
-    renew.AddOption("--expiring", options->days, "All that end within so many days").Between(0, 10000);
-    renew.AddFlag("--all", options->all, "All");
+    const auto jobs = std::make_shared<ChosenJobs>();
+    Command renew = noun.AddCommand("renew", "Renews installed certificates now", [jobs] {
+        return StartChosen("zelvek.job.renew", *jobs, "started for a renewal");
+    });
+    AddChoice(renew, *jobs);
+    renew.AddOption("--expiring", jobs->days, "All that end within so many days").Between(0, 10000);
+}
+
+void AddRetryCommand(Command& noun) {
+    const auto jobs = std::make_shared<ChosenJobs>();
+    Command retry = noun.AddCommand("retry", "Tries jobs without a certificate again now",
+                                    [jobs] { return StartChosen("zelvek.job.retry", *jobs, "tried again"); });
+    AddChoice(retry, *jobs);
 }
 
 /// A command for one job.
@@ -220,6 +237,7 @@ void AddJobCommands(Command& root) {
     AddJobCommand(noun, "show", "Shows a job and its history", &Show);
     AddJobRunCommand(noun);
     AddRenewCommand(noun);
+    AddRetryCommand(noun);
     AddJobCommand(noun, "remove", "Forgets a job; its certificate stays", &Remove);
 }
 

@@ -1,11 +1,14 @@
 #include "zelvek/jobs/next_run.h"
 
 #include <algorithm>
+#include <map>
 #include <optional>
+#include <vector>
 
 #include "vek/date.h"
 #include "vek/err.h"
 #include "zelvek/base/log.h"
+#include "zelvek/jobs/renewal.h"
 #include "zelvek/store/jobs.h"
 
 namespace zelvek {
@@ -53,6 +56,33 @@ std::string NextDue(const Job& job, const RetryPolicy& policy, const std::string
     return After(ended, policy.retry).AsDateTime();
 }
 
+seconds PauseAfter(Outcome outcome, int failures, const RetryPolicy& policy, double spread) {
+    using Minutes = std::vector<int>;
+    constexpr int kDay = 24 * 60;
+    static const std::map<Outcome, Minutes> pauses{{Outcome::kOnItsWay, {1}},
+                                                   {Outcome::kUnreached, {1, 2, 5, 15, 30, 60}},
+                                                   {Outcome::kLimited, {60, 180, 360, kDay}},
+                                                   {Outcome::kRefused, {1, 10, 100, kDay}},
+                                                   {Outcome::kForPeople, {10, kDay}}};
+    const Minutes& minutes = pauses.at(outcome);
+    const auto step = static_cast<std::size_t>(std::max(failures, 1) - 1);
+    const int pause = minutes[std::min(step, minutes.size() - 1)];
+    if (pause < kDay) return policy.retry * pause;
+    return std::chrono::ceil<seconds>(policy.retry * pause * (1 - spread / 6));
+}
+
+void PlanNextRun(Job& job, Outcome outcome, const RetryPolicy& policy, const std::string& now) {
+    const bool failed = outcome != Outcome::kOnItsWay || job.failed;
+    constexpr int kMost = 1000;
+    job.failures = failed && !job.verified ? std::min(job.failures + 1, kMost) : 0;
+    job.due = NextDue(job, policy, now);
+    if (!failed || job.next_attempt > now) return;
+    constexpr int kMany = 100;  // a stopped job has had its day
+    const seconds pause = PauseAfter(job.failed ? Outcome::kRefused : outcome,
+                                     job.failed ? kMany : job.failures, policy, RandomSpread());
+    job.due = After(DateTime(now), std::min<seconds>(pause, kLongestPause)).AsDateTime();
+}
+
 bool MakeTimesReadable(Job& job, const std::string& now) {
     Job readable = job;
     if (!Read(job.time_started)) readable.time_started = now;
@@ -82,7 +112,8 @@ void MendTimes(Transaction& transaction, const std::string& now, const RetryPoli
 void FreeJob(Transaction& transaction, Job job, const std::string& now, const RetryPolicy& policy) {
     if (MakeTimesReadable(job, now)) jobs::SetTimes(transaction, job);
     job.last_run = now;
-    jobs::Free(transaction, job.id, now, NextDue(job, policy, now));
+    PlanNextRun(job, Outcome::kUnreached, policy, now);
+    jobs::Free(transaction, job);
 }
 
 void FreeJobsOfTheDead(Transaction& transaction, const std::string& now, const RetryPolicy& policy) {

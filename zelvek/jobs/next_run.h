@@ -4,6 +4,7 @@
 #include <string>
 
 #include "zelvek/base/job.h"
+#include "zelvek/jobs/outcome.h"
 #include "zelvek/store/store.h"
 
 /// What becomes of a job when a run of it is over, and when the clock was wrong.
@@ -15,8 +16,19 @@ namespace zelvek {
 
 /// When jobs are run again.
 struct RetryPolicy {
-    std::chrono::seconds retry{60};  // after the end of a run that has asked for no time
+    std::chrono::seconds retry{60};  // after a run that has asked for no time; longer after failures
 };
+
+/// How long a job waits after its `failures`-th failed run in a row: 1, 10, 100 minutes, then a day where the
+/// authority has refused it; sooner where an exchange failed; an hour and longer where the authority asks for
+/// patience; a day where a person has to mend something. A day is somewhat less, by a number from 0 to 1, so
+/// that not all jobs come at one time. For `policy.retry` other than a minute all is longer or shorter in
+/// proportion.
+std::chrono::seconds PauseAfter(Outcome outcome, int failures, const RetryPolicy& policy, double spread);
+
+/// Counts the run's outcome and says when the next one is due, where the run has not asked for a time itself.
+/// A stopped job waits a day.
+void PlanNextRun(Job& job, Outcome outcome, const RetryPolicy& policy, const std::string& now);
 
 /// The longest pause that a run can ask for: a job is stopped when its day is over.
 constexpr std::chrono::hours kLongestPause{24};

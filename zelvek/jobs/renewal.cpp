@@ -32,10 +32,14 @@ double RandomSpread() {
     return spread;
 }
 
-void StartRenewals(Transaction& transaction, const std::string& now) {
+void StartDueAnew(Transaction& transaction, const std::string& now) {
     for (const int job : jobs::RenewalDue(transaction, now, kStartedAtOnce)) {
         jobs::StartAnew(transaction, job, now, false);
         Log("job " + std::to_string(job) + ": its certificate is renewed");
+    }
+    for (const int job : jobs::StoppedDue(transaction, now, kStartedAtOnce)) {
+        jobs::StartAnew(transaction, job, now, false);
+        Log("job " + std::to_string(job) + ": it was stopped, and is tried anew");
     }
 }
 

@@ -16,8 +16,8 @@ jobs::Validity ValidityOf(const vek_date::DateTime& from, const vek_date::DateTi
 /// Some number from 0 to 1.
 double RandomSpread();
 
-/// Starts the jobs anew whose renewal is due at `now`, at most so many at once that nobody waits long for the
-/// store; the next call goes on.
-void StartRenewals(Transaction& transaction, const std::string& now);
+/// Starts the jobs anew whose renewal is due at `now`, and the stopped ones whose time has come, at most so
+/// many at once that nobody waits long for the store; the next call goes on.
+void StartDueAnew(Transaction& transaction, const std::string& now);
 
 }  // namespace zelvek

@@ -89,7 +89,7 @@ void Scheduler::StartDue(bool look) {
         Transaction transaction(store_);
         FreeLostJobs(transaction, now);
         if (look) MendTimes(transaction, now, settings_.policy);
-        if (look) StartRenewals(transaction, now);
+        if (look) StartDueAnew(transaction, now);
         if (runs_.size() < kRunsAtOnce && (look || candidates_.empty())) {
             const auto due = jobs::Due(transaction, now, kCandidates);
             candidates_.assign(due.begin(), due.end());

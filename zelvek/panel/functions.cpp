@@ -4,8 +4,13 @@
 #include <exception>
 #include <map>
 
+#include "vek/date.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
+#include "zelvek/base/names.h"
+#include "zelvek/base/text.h"
+#include "zelvek/store/history.h"
+#include "zelvek/store/jobs.h"
 
 namespace zelvek {
 
@@ -34,6 +39,33 @@ std::string Perform(Services& services, const Query& query) {
     return answer.Text();
 }
 
+/// Whether a person has to mend something before the same query can succeed.
+bool IsForPeople(Code code) {
+    return code == Code::kValue || code == Code::kMissed || code == Code::kDns || code == Code::kBadKey ||
+           code == Code::kBadChain || code == Code::kBadNames;
+}
+
+/// The program writes some errors of its queries to its log alone: they belong into the job's history too.
+/// What an installation says, it tells itself.
+void NoteRefusal(Services& services, const Query& query, const std::string& function,
+                 const Error& error) try {
+    // A write-back that is refused changes nothing.
+    if (!IsForPeople(error.code()) || function == "ambrin.data.edit") return;
+    Transaction transaction(services.store);
+    const int job = jobs::JobOf(transaction, query.caller);
+    if (job == 0) return;
+    const std::string sentence = names::MakeText(Printable(error.sentence()));
+    jobs::SetRefusal(transaction, job, sentence);
+    if (function != "sslcert.hardreplace") {
+        history::Add(
+            transaction, job,
+            {vek_date::DateTime().AsDateTime(), "failed", "panel_error", function + ": " + sentence});
+    }
+    transaction.Commit();
+} catch (const Error& second) {
+    Log(std::string("noting a refusal: ") + second.what());
+}
+
 }  // namespace
 
 Answer AnswerQuery(Services& services, const Query& query) {
@@ -42,7 +74,10 @@ Answer AnswerQuery(Services& services, const Query& query) {
     try {
         return {Perform(services, query)};
     } catch (const Error& error) {
-        if (error.code() != Code::kInternal) return {ErrorAnswer(error), error.code() == Code::kLater};
+        if (error.code() != Code::kInternal) {
+            NoteRefusal(services, query, function, error);
+            return {ErrorAnswer(error), error.code() == Code::kLater};
+        }
         fault = error.what();
     } catch (const std::exception& error) {
         fault = error.what();

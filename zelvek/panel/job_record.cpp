@@ -31,6 +31,7 @@ void Read(Services& services, const Query& query, XmlAnswer& answer) {
     Job job = jobs::Find(transaction, id);
     if (MakeTimesReadable(job, now)) jobs::SetTimes(transaction, job);
     jobs::Hold(transaction, id, query.caller);
+    jobs::SetRefusal(transaction, id, "");
     const accounts::Account account = accounts::Default(transaction);
     WriteFields(job, JobField::kInRecord, answer.Doc().Value("elid", id));
     answer.Doc().Value("default_kid", account.kid).Value("default_pem", account.acmekey);
@@ -44,9 +45,9 @@ void CheckHolder(const Query& query, const Job& job) {
 }
 
 /// The newest events are kept, so that a job that fails for years does not fill the disk.
-void KeepHistory(Services& services, Transaction& transaction, int id, const std::string& log,
-                 const std::string& now) {
-    for (const auto& event : SplitLog(names::MakeText(log), now)) history::Add(transaction, id, event);
+void KeepHistory(Services& services, Transaction& transaction, int id,
+                 const std::vector<history::Event>& events) {
+    for (const auto& event : events) history::Add(transaction, id, event);
     history::Shorten(transaction, id, services.history_entries);
 }
 
@@ -77,9 +78,10 @@ void Write(Services& services, const Query& query, XmlAnswer& answer) {
     ApplyWriteBack(query, job);
     KeepPublications(transaction, query.caller, job);
     job.last_run = now;
-    job.due = NextDue(job, services.retry, now);
+    const auto events = SplitLog(names::MakeText(query.parameters.Get("log")), now);
+    PlanNextRun(job, OutcomeOf(events, !job.refusal.empty()), services.retry, now);
     jobs::Save(transaction, job);
-    KeepHistory(services, transaction, id, query.parameters.Get("log"), now);
+    KeepHistory(services, transaction, id, events);
     KeepDefaultAccount(transaction, query, job);
     RememberAnswer(transaction, query, answer);
     transaction.Commit();

@@ -23,7 +23,7 @@ namespace zelvek {
 
 namespace {
 
-constexpr int kRenewedAtOnce = 500;
+constexpr int kStartedAtOnce = 500;
 
 void CheckRequestKey(const std::string& key) {
     std::string keys;
@@ -230,12 +230,12 @@ void RenewJobs(Services& services, const Query& query, XmlAnswer& answer) {
         answer.Doc().Value("count", 1);
         return;
     }
-    jobs::Renewable which{0, kRenewedAtOnce, query.parameters.Get("user_name"), ""};
+    jobs::Renewable which{0, kStartedAtOnce, query.parameters.Get("user_name"), ""};
     if (query.parameters.Has("days")) {
         which.before = vek_date::DateTime(now).AddDays(Number(query, "days")).AsDateTime();
     }
     long long count = 0;
-    for (std::size_t found = kRenewedAtOnce; found == kRenewedAtOnce;) {
+    for (std::size_t found = kStartedAtOnce; found == kStartedAtOnce;) {
         // In steps, so that nobody waits long for the store.
         Transaction transaction(services.store);
         const std::vector<int> some = jobs::ToRenew(transaction, which);
@@ -244,6 +244,31 @@ void RenewJobs(Services& services, const Query& query, XmlAnswer& answer) {
         found = some.size();
         count += static_cast<long long>(found);
         if (!some.empty()) which.after = some.back();
+    }
+    answer.Doc().Value("count", count);
+}
+
+/// One job, or all of a user's or of everybody's that have no certificate.
+void RetryJobs(Services& services, const Query& query, XmlAnswer& answer) {
+    const std::string now = vek_date::DateTime().AsDateTime();
+    if (query.parameters.Has("elid")) {
+        LivingRuns transaction(services);
+        jobs::Retry(transaction, FindIdle(transaction, Number(query, "elid")).id, now);
+        transaction.Commit();
+        answer.Doc().Value("count", 1);
+        return;
+    }
+    int after = 0;
+    long long count = 0;
+    for (std::size_t found = kStartedAtOnce; found == kStartedAtOnce;) {
+        Transaction transaction(services.store);
+        const std::vector<int> some =
+            jobs::ToRetry(transaction, after, kStartedAtOnce, query.parameters.Get("user_name"));
+        for (const int job : some) jobs::Retry(transaction, job, now);
+        transaction.Commit();
+        found = some.size();
+        count += static_cast<long long>(found);
+        if (!some.empty()) after = some.back();
     }
     answer.Doc().Value("count", count);
 }
@@ -267,7 +292,8 @@ void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
 Functions functions::Jobs() {
     return {{"zelvek.job.add", &AddJob},      {"zelvek.job.list", &ListJobs},
             {"zelvek.job.show", &ShowJob},    {"zelvek.job.claim", &ClaimJob},
-            {"zelvek.job.renew", &RenewJobs}, {"zelvek.job.remove", &RemoveJob}};
+            {"zelvek.job.renew", &RenewJobs}, {"zelvek.job.retry", &RetryJobs},
+            {"zelvek.job.remove", &RemoveJob}};
 }
 
 }  // namespace zelvek

@@ -1,5 +1,6 @@
 #include "zelvek/store/jobs.h"
 
+#include <algorithm>
 #include <functional>
 #include <set>
 
@@ -299,11 +300,15 @@ void SetTimes(Transaction& transaction, const Job& job) {
         .Run();
 }
 
-void Free(Transaction& transaction, int id, const std::string& last_run, const std::string& due) {
-    transaction.Prepare("UPDATE job SET processing = 0, last_run = :last_run, due = :due WHERE id = :id")
-        .With(last_run)
-        .With(due)
-        .With(id)
+void Free(Transaction& transaction, const Job& job) {
+    transaction
+        .Prepare(
+            "UPDATE job SET processing = 0, last_run = :last_run, failures = :failures, due = :due WHERE id "
+            "= :id")
+        .With(job.last_run)
+        .With(job.failures)
+        .With(job.due)
+        .With(job.id)
         .Run();
 }
 
@@ -328,6 +333,42 @@ std::vector<int> RenewalDue(Transaction& transaction, const std::string& now, in
     select.With(now).With(limit).Into(id);
     while (select.Next()) due.push_back(id);
     return due;
+}
+
+std::vector<int> StoppedDue(Transaction& transaction, const std::string& now, int limit) {
+    std::vector<int> due;
+    int id = 0;
+    Statement select = transaction.Prepare(
+        "SELECT id FROM job WHERE failed = 1 AND verified = 0 AND processing = 0 AND due <= :now"
+        " ORDER BY due, id LIMIT :most");
+    select.With(now).With(limit).Into(id);
+    while (select.Next()) due.push_back(id);
+    return due;
+}
+
+void SetRefusal(Transaction& transaction, int id, const std::string& sentence) {
+    transaction.Prepare("UPDATE job SET refusal = :refusal WHERE id = :id").With(sentence).With(id).Run();
+}
+
+std::vector<int> ToRetry(Transaction& transaction, int after, int limit, const std::string& user) {
+    std::vector<int> found;
+    // Each state has an index of its own.
+    for (const State state : {State::kWaiting, State::kFailed}) {
+        for (const Job& job : List(transaction, {after, limit, user, state})) {
+            if (!job.processing) found.push_back(job.id);
+        }
+    }
+    std::sort(found.begin(), found.end());
+    if (found.size() > static_cast<std::size_t>(limit)) found.resize(static_cast<std::size_t>(limit));
+    return found;
+}
+
+void Retry(Transaction& transaction, int id, const std::string& now) {
+    if (FindShown(transaction, id).failed) StartAnew(transaction, id, now, false);
+    transaction.Prepare("UPDATE job SET due = :now, next_attempt = '', failures = 0 WHERE id = :id")
+        .With(now)
+        .With(id)
+        .Run();
 }
 
 std::vector<Job> OfUnknownEnd(Transaction& transaction, int limit) {

@@ -76,8 +76,8 @@ void SetTimes(Transaction& transaction, const Job& job);
 /// As `Claim`, if the job is due at `now` and nobody works on it; says whether it was.
 bool ClaimIfDue(Transaction& transaction, int id, const Process& process, const std::string& now);
 
-/// Frees a job whose run is over: no longer "processing".
-void Free(Transaction& transaction, int id, const std::string& last_run, const std::string& due);
+/// Frees a job whose run is over: no longer "processing". Its last run, failures and due time are stored.
+void Free(Transaction& transaction, const Job& job);
 
 /// How long an installed certificate holds, and when it is renewed: date-times.
 struct Validity {
@@ -91,6 +91,19 @@ void SetValidity(Transaction& transaction, const std::string& user, const std::s
 
 /// Verified jobs whose renewal is due at `now`, the longest due first, at most `limit`.
 std::vector<int> RenewalDue(Transaction& transaction, const std::string& now, int limit);
+
+/// Stopped jobs that are due at `now`, the longest due first, at most `limit`.
+std::vector<int> StoppedDue(Transaction& transaction, const std::string& now, int limit);
+
+/// What the panel has refused to the job's run.
+void SetRefusal(Transaction& transaction, int id, const std::string& sentence);
+
+/// Jobs without a certificate of which no run is under way, with ids above `after`, at most `limit`, of one
+/// user unless that is empty.
+std::vector<int> ToRetry(Transaction& transaction, int after, int limit, const std::string& user);
+
+/// The job is due at once, with no failures counted; a stopped one begins anew.
+void Retry(Transaction& transaction, int id, const std::string& now);
 
 /// Verified jobs of whose certificates nobody knows when they end, at most `limit`; certname, user and folder
 /// alone.

@@ -213,12 +213,18 @@ CREATE INDEX job_by_renewal ON job (renew, id) WHERE verified = 1;
 CREATE INDEX job_of_unknown_end ON job (id) WHERE verified = 1 AND expires = '';
 )sql";
 
+// Stopped jobs are started anew when their time comes; those of older versions within a day, not all at once.
+constexpr const char* kRetries = R"sql(
+UPDATE job SET due = datetime('now', '+' || (abs(random()) % 86400) || ' seconds') WHERE failed = 1;
+CREATE INDEX job_stopped ON job (due, id) WHERE failed = 1 AND verified = 0;
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
     static const std::vector<const char*> migrations{
-        kPanelRecords,    kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads, kFolders, kClock,
-        kAnsweredQueries, kRenewals};
+        kPanelRecords, kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
+        kFolders,      kClock,     kAnsweredQueries,    kRenewals,           kRetries};
     return migrations;
 }
 

@@ -1,5 +1,6 @@
 // The job record over the socket: what a plug-in reads is what it wrote, and who may write.
 #include "service.h"
+#include "vek/date.h"
 
 namespace zelvek::testing {
 
@@ -231,6 +232,33 @@ TEST_F(JobRecord, ANewAccountBecomesTheDefaultForEveryJob) {
     ReadJob(first);
     Write(first, {{"kid", ""}, {"acmekey", "KEY 3"}, {"update_default_account", "on"}});
     EXPECT_EQ(Stored(second, "default_kid"), "https://ca.example/2") << "an account without a URL is none";
+}
+
+// Behaviour: What the panel refuses to a run is in the job's history and counts as something for people,
+// until a run is
+//   refused nothing
+TEST_F(JobRecord, HoldsWhatThePanelRefused) {
+    const std::string id = AddJob();
+    ReadJob(id);
+    EXPECT_EQ(
+        ErrorOf("func=domain.record.edit&sok=ok&rtype=txt", {{"plid", "foreign.example"},
+                                                             {"name", "_acme-challenge.foreign.example."},
+                                                             {"value", "v"},
+                                                             {"su", "anna"}}),
+        "missed");
+    Write(id);
+    auto shown = Ask("func=zelvek.job.show&elid=" + id);
+    EXPECT_NE(shown.value("refusal"), "");
+    EXPECT_EQ(shown.value("failures"), "1");
+    EXPECT_GT(shown.value("due"), vek_date::DateTime().AddSeconds(300).AsDateTime());
+    const auto event = shown.xml().GetNode("/doc/event");
+    EXPECT_EQ(event.Value("event"), "panel_error");
+    EXPECT_TRUE(event.Value("detail").starts_with("domain.record.edit: "));
+    ReadJob(id);
+    Write(id);
+    shown = Ask("func=zelvek.job.show&elid=" + id);
+    EXPECT_EQ(shown.value("refusal"), "");
+    EXPECT_EQ(shown.value("failures"), "0");
 }
 
 }  // namespace

@@ -122,6 +122,31 @@ TEST_F(SchedulerTest, AFailedJobIsNotStartedAgain) {
     EXPECT_EQ(Runs(id).size(), 1U);
 }
 
+// Behaviour: A new job is started at once, a verified ...
+TEST_F(SchedulerTest, AStoppedJobBeginsAnewWhenItsTimeHasCome) {
+    StartScheduler();
+    const std::string id = Add("stops");
+    EXPECT_TRUE(Eventually([&] { return Value(id, "failed") == "on"; }));
+    EXPECT_EQ(Value(id, "failures"), "1");
+    SQLite::Database database(Database().string(), SQLite::OPEN_READWRITE, 10'000);
+    database.exec("UPDATE job SET due = '2026-01-01 00:00:00', time_started = '2026-01-01 00:00:00'");
+    EXPECT_TRUE(Eventually([&] { return Runs(id).size() == 2 && Value(id, "failures") == "2"; }));
+    EXPECT_GT(Value(id, "time_started"), "2026-01-01 00:00:00");
+}
+
+// Behaviour: A job without a certificate is tried again at once when somebody asks for it
+TEST_F(SchedulerTest, TriesAgainWhatSomebodyAsksFor) {
+    StartScheduler();
+    const std::string id = Add("retries");
+    EXPECT_TRUE(Eventually([&] { return Over(id); }));
+    EXPECT_EQ(Zelvek({"job", "retry", id}).out, "1 job tried again\n");
+    EXPECT_TRUE(Eventually([&] { return Runs(id).size() == 2 && Over(id); }));
+    EXPECT_EQ(Zelvek({"job", "retry", "--user", "nobody"}).out, "0 jobs tried again\n");
+    EXPECT_EQ(Zelvek({"job", "retry", "--all"}).out, "1 job tried again\n");
+    EXPECT_TRUE(Eventually([&] { return Runs(id).size() == 3; }));
+    EXPECT_EQ(Zelvek({"job", "retry"}).status, 1);
+}
+
 // Behaviour: A job is started at the time that it asks for, otherwise after the retry interval
 TEST_F(SchedulerTest, WaitsUntilTheTimeThatTheJobAsksFor) {
     StartScheduler("1");

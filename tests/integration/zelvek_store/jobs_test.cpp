@@ -153,7 +153,7 @@ TEST_P(StoredJobs, OthersAreLeftAlone) {
         job.challenges = "c";
         jobs::Save(transaction, job);
         jobs::Hold(transaction, id, Living());
-        jobs::Free(transaction, id, "l", "d");
+        jobs::Free(transaction, job);
         jobs::Revive(transaction, id);
         jobs::Remove(transaction, id);
     });
@@ -432,10 +432,12 @@ TEST_P(StoredJobs, AreFreed) {
     job.processing = true;
     const int id = AddJob(job);
     Do([&](Transaction& transaction) { jobs::Claim(transaction, id, Living()); });
-    Do([&](Transaction& transaction) { jobs::Free(transaction, id, "last", "next"); });
-    job.processing = false;
+    job.id = id;
     job.last_run = "last";
+    job.failures = 7;
     job.due = "next";
+    Do([&](Transaction& transaction) { jobs::Free(transaction, job); });
+    job.processing = false;
     EXPECT_THAT(Differences(FindJob(id), job), IsEmpty());
 }
 
@@ -559,6 +561,60 @@ TEST_P(StoredJobs, StartAnewWithoutTheirOrder) {
     expected.next_attempt = expected.challenges = expected.finalize = expected.finalize_check = "";
     expected.attempt_count = expected.account_check_count = 0;
     EXPECT_THAT(Differences(anew, expected), IsEmpty());
+}
+
+// Behaviour: Stopped jobs whose time has come are found, the longest due first
+TEST_P(StoredJobs, ThatWereStoppedAreDueAtTheirTimes) {
+    const int second = AddDue("2", &Job::failed);
+    const int first = AddDue("1", &Job::failed);
+    AddDue("3", &Job::failed);
+    AddDue("1");
+    AddDue("1", &Job::verified);
+    const auto due = [&](int limit) {
+        return Do([&](Transaction& transaction) { return jobs::StoppedDue(transaction, "2", limit); });
+    };
+    EXPECT_THAT(due(10), ElementsAre(first, second));
+    EXPECT_THAT(due(1), ElementsAre(first));
+}
+
+// Behaviour: What the panel has refused to a job's run is kept with the job
+TEST_P(StoredJobs, KnowWhatWasRefused) {
+    const int id = AddJob();
+    Do([&](Transaction& transaction) { jobs::SetRefusal(transaction, id, "no zone"); });
+    EXPECT_EQ(FindJob(id).refusal, "no zone");
+}
+
+// Behaviour: Jobs without a certificate of which no run is under way can be tried again, all or a user's; a
+// stopped one
+//   begins anew
+TEST_P(StoredJobs, AreTriedAgain) {
+    Job job;
+    job.user_name = "anna";
+    job.next_attempt = job.due = "9";
+    job.failures = 3;
+    job.challenges = "c";
+    const int waiting = AddJob(job);
+    job.user_name = "bob";
+    job.failed = true;
+    const int stopped = AddJob(job);
+    AddDue("1", &Job::verified);
+    AddDue("1", &Job::processing);
+    const auto chosen = [&](int after, const std::string& user) {
+        return Do([&](Transaction& transaction) { return jobs::ToRetry(transaction, after, 10, user); });
+    };
+    EXPECT_THAT(chosen(0, ""), ElementsAre(waiting, stopped));
+    EXPECT_THAT(chosen(waiting, ""), ElementsAre(stopped));
+    EXPECT_THAT(chosen(0, "anna"), ElementsAre(waiting));
+    Do([&](Transaction& transaction) {
+        for (const int id : {waiting, stopped}) jobs::Retry(transaction, id, "5");
+    });
+    for (const int id : {waiting, stopped}) {
+        const Job tried = FindJob(id);
+        EXPECT_EQ(tried.due + tried.next_attempt, "5");
+        EXPECT_EQ(tried.failures, 0);
+        EXPECT_FALSE(tried.failed);
+        EXPECT_EQ(tried.challenges, id == waiting ? "c" : "");
+    }
 }
 
 }  // namespace

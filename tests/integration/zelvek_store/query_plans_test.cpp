@@ -34,7 +34,7 @@ constexpr int kJobs = 2000;
 
 // Indexes that hold just what is looked for, so that they may be read from one end to the other.
 const std::set<std::string> kHoldsWhatIsLookedFor{
-    "job_running", "job_of_unknown_end",   "job_failed",           "job_verified",       "job_waiting",
+    "job_running", "job_of_unknown_end", "job_stopped",   "job_failed",           "job_verified",       "job_waiting",
     "job_due",     "publication_unwanted", "publication_not_kept", "publication_missing"};
 
 // Indexes over times, of which all that is older, or newer, than a time is looked for.
@@ -172,12 +172,20 @@ Operations JobOperations() {
              jobs::WaitingTooLong(transaction, "2026-01-01 00:00:00", "2026-01-02 00:00:00", 4);
          }},
         {"jobs::SetTimes", [](Transaction& transaction) { jobs::SetTimes(transaction, FilledJob("a")); }},
-        {"jobs::Free", [](Transaction& transaction) { jobs::Free(transaction, 1, "t", "t"); }},
+        {"jobs::Free",
+         [](Transaction& transaction) { jobs::Free(transaction, jobs::FindShown(transaction, 1)); }},
         {"jobs::SetValidity",
          [](Transaction& transaction) {
              jobs::SetValidity(transaction, "anna", "f", {"e", "r"});
          }},
         {"jobs::RenewalDue", [](Transaction& transaction) { jobs::RenewalDue(transaction, "t", 10); }},
+        {"jobs::StoppedDue", [](Transaction& transaction) { jobs::StoppedDue(transaction, "t", 10); }},
+        {"jobs::SetRefusal", [](Transaction& transaction) { jobs::SetRefusal(transaction, 1, "r"); }},
+        {"jobs::ToRetry",
+         [](Transaction& transaction) {
+             for (const std::string user : {"", "anna"}) jobs::ToRetry(transaction, 0, 10, user);
+         }},
+        {"jobs::Retry", [](Transaction& transaction) { jobs::Retry(transaction, 1, "t"); }},
         {"jobs::OfUnknownEnd", [](Transaction& transaction) { jobs::OfUnknownEnd(transaction, 10); }},
         {"jobs::ToRenew",
          [](Transaction& transaction) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 namespace zelvek {
 namespace {
 
@@ -90,6 +92,70 @@ TEST(TimesOfAJob, ThatCannotBeReadAreReplaced) {
     EXPECT_EQ(job.time_started + "|" + job.next_attempt + "|" + job.last_run + "|" + job.due,
               now + "||" + now + "|" + now);
     EXPECT_FALSE(MakeTimesReadable(job, now));
+}
+
+/// The pauses in minutes after one failure after the other.
+std::vector<long> Pauses(Outcome outcome) {
+    std::vector<long> minutes;
+    for (int failures = 1; failures <= 8; ++failures)
+        minutes.push_back(PauseAfter(outcome, failures, kPolicy, 0).count() / 60);
+    return minutes;
+}
+
+// Behaviour: A job that fails waits longer each time: soon again where an exchange failed, up to a day where
+// the
+//   authority refuses, an hour and more where it asks for patience, a day where a person is needed
+TEST(Pause, GrowsWithFailuresByTheirKind) {
+    EXPECT_EQ(Pauses(Outcome::kOnItsWay), (std::vector<long>{1, 1, 1, 1, 1, 1, 1, 1}));
+    EXPECT_EQ(Pauses(Outcome::kUnreached), (std::vector<long>{1, 2, 5, 15, 30, 60, 60, 60}));
+    EXPECT_EQ(Pauses(Outcome::kLimited), (std::vector<long>{60, 180, 360, 1440, 1440, 1440, 1440, 1440}));
+    EXPECT_EQ(Pauses(Outcome::kRefused), (std::vector<long>{1, 10, 100, 1440, 1440, 1440, 1440, 1440}));
+    EXPECT_EQ(Pauses(Outcome::kForPeople), (std::vector<long>{10, 1440, 1440, 1440, 1440, 1440, 1440, 1440}));
+}
+
+// Behaviour: A job that fails waits longer each time ...
+TEST(Pause, OfADayIsSpreadAndFollowsTheRetryInterval) {
+    EXPECT_EQ(PauseAfter(Outcome::kRefused, 9, kPolicy, 1), std::chrono::hours(20));
+    EXPECT_EQ(PauseAfter(Outcome::kRefused, 3, kPolicy, 1), std::chrono::minutes(100));
+    EXPECT_EQ(PauseAfter(Outcome::kRefused, 2, {std::chrono::seconds{3}}, 1), std::chrono::seconds(30));
+    EXPECT_EQ(PauseAfter(Outcome::kRefused, 0, kPolicy, 0), std::chrono::minutes(1));
+}
+
+// Behaviour: Failures in a row are counted until a run fails no more
+TEST(Plan, CountsFailuresInARow) {
+    const std::string now = "2026-01-01 00:00:00";
+    Job job = Waiting(now);
+    PlanNextRun(job, Outcome::kRefused, kPolicy, now);
+    EXPECT_EQ(job.due, "2026-01-01 00:01:00");
+    PlanNextRun(job, Outcome::kRefused, kPolicy, now);
+    EXPECT_EQ(job.failures, 2);
+    EXPECT_EQ(job.due, "2026-01-01 00:10:00");
+    PlanNextRun(job, Outcome::kOnItsWay, kPolicy, now);
+    EXPECT_EQ(job.failures, 0);
+    EXPECT_EQ(job.due, "2026-01-01 00:01:00");
+    job.failures = 5;
+    job.verified = true;
+    PlanNextRun(job, Outcome::kRefused, kPolicy, now);
+    EXPECT_EQ(job.failures, 0);
+}
+
+// Behaviour: The time that a run has asked for holds though it failed
+TEST(Plan, KeepsTheTimeThatWasAskedFor) {
+    const std::string now = "2026-01-01 00:00:00";
+    Job job = Waiting(now, "2026-01-01 00:30:00");
+    PlanNextRun(job, Outcome::kRefused, kPolicy, now);
+    EXPECT_EQ(job.due, "2026-01-01 00:30:00");
+}
+
+// Behaviour: A stopped job waits about a day before it begins anew
+TEST(Plan, OfAStoppedJobIsADayLater) {
+    const std::string now = "2026-01-01 00:00:00";
+    Job job = Waiting(now);
+    job.failed = true;
+    PlanNextRun(job, Outcome::kOnItsWay, kPolicy, now);
+    EXPECT_GE(job.due, "2026-01-01 20:00:00");
+    EXPECT_LE(job.due, "2026-01-02 00:00:00");
+    EXPECT_EQ(job.failures, 1);
 }
 
 }  // namespace

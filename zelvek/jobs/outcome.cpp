@@ -1,0 +1,44 @@
+#include "zelvek/jobs/outcome.h"
+
+#include <algorithm>
+
+#include "vek/str.h"
+
+namespace zelvek {
+
+namespace {
+
+constexpr int kTooManyRequests = 429;
+constexpr int kFirstServerError = 500;
+constexpr int kUnavailable = 503;
+constexpr int kLastServerError = 599;
+
+/// The return code with which a detail of an authority's refusal begins; 0 for any other detail.
+int ReturnCode(const std::string& detail) {
+    const std::string beginning = "<p><b>Return code:</b> ";
+    return detail.starts_with(beginning) ? str::Int(detail.substr(beginning.size())) : 0;
+}
+
+Outcome OfFailure(const history::Event& event) {
+    const int code = ReturnCode(event.detail);
+    if (code == kTooManyRequests || code == kUnavailable) return Outcome::kLimited;
+    if (event.event == "http_query_error" || (code >= kFirstServerError && code <= kLastServerError))
+        return Outcome::kUnreached;
+    return Outcome::kRefused;
+}
+
+}  // namespace
+
+Outcome OutcomeOf(const std::vector<history::Event>& events, bool panel_refused) {
+    if (panel_refused) return Outcome::kForPeople;
+    std::vector<Outcome> failures;
+    for (const history::Event& event : events) {
+        if (event.state == "failed") failures.push_back(OfFailure(event));
+    }
+    if (failures.empty()) return Outcome::kOnItsWay;
+    // Whatever else failed, an authority that asks for patience gets it.
+    const bool limited = std::find(failures.begin(), failures.end(), Outcome::kLimited) != failures.end();
+    return limited ? Outcome::kLimited : failures.back();
+}
+
+}  // namespace zelvek
