@@ -34,8 +34,9 @@ constexpr int kJobs = 2000;
 
 // Indexes that hold just what is looked for, so that they may be read from one end to the other.
 const std::set<std::string> kHoldsWhatIsLookedFor{
-    "job_running", "job_of_unknown_end", "job_stopped",   "job_failed",           "job_verified",       "job_waiting",
-    "job_due",     "publication_unwanted", "publication_not_kept", "publication_missing"};
+    "job_running",          "job_of_unknown_end", "job_stopped", "job_failed",
+    "job_verified",         "job_waiting",        "job_due",     "publication_unwanted",
+    "publication_not_kept", "publication_missing"};
 
 // Indexes over times, of which all that is older, or newer, than a time is looked for.
 const std::set<std::string> kOverTimes{"answered_query_by_time", "csr_by_time",       "job_by_last_run",
