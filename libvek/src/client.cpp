@@ -69,7 +69,8 @@ bool IsBrokenOff(CURLcode code) {
 // The system's reason where there is one: libcurl's own speaks of port 80, which a socket does not have.
 std::string Cause(const vek_curl::Easy& easy, CURLcode code) {
     const int error = easy.SystemError();
-    return error != 0 ? std::generic_category().message(error) : easy.Reason(code);
+    if (error != 0) return std::generic_category().message(error);
+    return IsUnreached(code) ? "the service takes no more connections" : easy.Reason(code);
 }
 
 vek_err::Error Failure(const char* type, const Letter& letter, const std::string& reason) {

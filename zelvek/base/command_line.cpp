@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 
+#include "vek/str.h"
 #include "zelvek/base/config_file.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
@@ -160,7 +161,12 @@ CommandOption Command::AddSeconds(const std::string& name, Duration& value, cons
                 name, [&value](double seconds) { value = std::chrono::ceil<Duration>(Seconds(seconds)); },
                 description)
             ->default_str(text.str())
-            ->check(CLI::Range(kShortestSeconds, kLongestSeconds)));
+            ->check(CLI::Range(kShortestSeconds, kLongestSeconds))
+            // No range refuses what is no number and compares with nothing.
+            ->check([](const std::string& seconds) {
+                return seconds.find_first_of("nN") == std::string::npos ? std::string()
+                                                                        : "no number of seconds";
+            }));
 }
 
 CommandOption Command::AddOption(const std::string& name, std::chrono::seconds& value,
@@ -203,7 +209,12 @@ int CommandLine::Run(int argc, const char* const* argv) {
     try {
         app_->parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return WithOutput(app_->get_name(), app_->exit(error) == 0 ? kSuccess : kUsage);
+        // It quotes what was given.
+        std::ostringstream complaint;
+        const bool help = app_->exit(error, std::cout, complaint) == 0;
+        for (std::string rest = complaint.str(); !rest.empty();)
+            std::cerr << WithoutControls(str::GetWord(rest, '\n'), ' ') << "\n";
+        return WithOutput(app_->get_name(), help ? kSuccess : kUsage);
     }
     try {
         return WithOutput(app_->get_name(), chosen_());

@@ -2,7 +2,10 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <filesystem>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace zelvek {
@@ -36,5 +39,9 @@ private:
 
 /// As open(2); child processes do not get it. Errors: Error of code kIo.
 Descriptor Open(const std::filesystem::path& path, int flags, mode_t mode = 0);
+
+/// The content of a regular file of at most `most` bytes; nothing for anything else, be it a link, a pipe, or
+/// something without end that somebody has put in a file's place.
+std::optional<std::string> ReadSmallFile(const std::filesystem::path& file, std::size_t most);
 
 }  // namespace zelvek

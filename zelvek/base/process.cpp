@@ -1,7 +1,6 @@
 #include "zelvek/base/process.h"
 
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 
@@ -9,7 +8,9 @@ namespace zelvek {
 
 std::optional<Process> FindProcess(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    const std::string stat{std::istreambuf_iterator<char>(file), {}};
+    // The process may end while its file is read, which is a failure of the reading then.
+    std::string stat;
+    std::getline(file, stat, '\0');
     // The second field is the program's name in parentheses. It may hold blanks and parentheses itself, so
     // the last one ends it.
     const auto name_end = stat.rfind(')');

@@ -39,8 +39,9 @@ std::string FaultOf(const struct stat& found) {
 
 fs::path RunDirectory() {
     const char* directory = std::getenv("VEK_RUN_DIR");
-    const fs::path path = directory != nullptr && *directory != '\0' ? directory : "/run/vek";
-    // With a "/" at its end a link would be taken for the directory that it leads to.
+    const fs::path named = directory != nullptr && *directory != '\0' ? directory : "/run/vek";
+    // With a "/" or "/." at its end a link would be taken for the directory that it leads to.
+    const fs::path path = named.lexically_normal();
     return path.has_filename() || !path.has_relative_path() ? path : path.parent_path();
 }
 

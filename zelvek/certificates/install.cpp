@@ -5,13 +5,12 @@
 
 #include <algorithm>
 #include <chrono>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include "vek/str.h"
+#include "zelvek/base/descriptor.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/file_lock.h"
 #include "zelvek/base/folder.h"
@@ -29,7 +28,8 @@ constexpr std::size_t kMarkBytes = 4;  // of a staging folder's name, random, wr
 constexpr const char* kLinkSuffix = ".link";
 constexpr const char* kLockName = ".lock";
 constexpr std::chrono::seconds kLockLimit{60};  // an installation takes milliseconds, a sick disk longer
-constexpr mode_t kFolderMode = 0755;            // web servers read there
+constexpr std::size_t kLargestCertificate = 256UL << 10;
+constexpr mode_t kFolderMode = 0755;  // web servers read there
 
 /// Whoever owns a folder can put anything in a name's place there, and so can everybody where all may write.
 void CheckTrusted(const Settings& settings, const Folder& folder) {
@@ -223,10 +223,19 @@ InstalledCertificate Install(const Settings& settings, const Request& request) {
     }
 }
 
+bool IsInstalled(const Settings& settings, const Request& request) {
+    const auto leaf =
+        ReadSmallFile(PlaceOf(settings, request.user, request.certname) / "cert.pem", kLargestCertificate);
+    return leaf && !leaf->empty() && request.certificates.find(*leaf) != std::string::npos;
+}
+
 std::optional<Lifetime> InstalledLifetime(const Settings& settings, const std::string& user,
                                           const std::string& certname) try {
-    std::ifstream in(PlaceOf(settings, user, certname) / "cert.pem");
-    return LifetimeOf({std::istreambuf_iterator<char>(in), {}});
+    // The folder's owner may have put anything there.
+    const auto certificate =
+        ReadSmallFile(PlaceOf(settings, user, certname) / "cert.pem", kLargestCertificate);
+    if (!certificate) return std::nullopt;
+    return LifetimeOf(*certificate);
 } catch (const Error&) {
     return std::nullopt;
 }

@@ -43,6 +43,9 @@ InstalledCertificate Install(const Settings& settings, const Request& request);
 /// Where `Install` puts a certificate. Errors: Error of code kValue.
 std::filesystem::path PlaceOf(const Settings& settings, const std::string& user, const std::string& certname);
 
+/// Whether the certificate that is installed there is among the request's.
+bool IsInstalled(const Settings& settings, const Request& request);
+
 /// When the certificate that is installed there holds; nothing where none can be read.
 std::optional<Lifetime> InstalledLifetime(const Settings& settings, const std::string& user,
                                           const std::string& certname);

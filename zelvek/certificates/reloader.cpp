@@ -1,11 +1,10 @@
 #include "zelvek/certificates/reloader.h"
 
 #include <algorithm>
-#include <fstream>
-#include <iterator>
 #include <utility>
 
 #include "vek/date.h"
+#include "zelvek/base/descriptor.h"
 #include "zelvek/base/log.h"
 #include "zelvek/store/problems.h"
 #include "zelvek/store/reloads.h"
@@ -15,6 +14,7 @@ namespace zelvek {
 namespace {
 
 constexpr int kTriedAtOnce = 20;
+constexpr std::size_t kLargestKey = 64UL << 10;
 constexpr int kMostDoublings = 20;
 
 // An installation is over by then, so that its own first reload is not preceded by a repeated one.
@@ -22,11 +22,6 @@ constexpr int kUntilInstalled = 120;  // seconds
 
 std::string Later(const vek_date::DateTime& now, std::chrono::seconds time) {
     return vek_date::DateTime(now).AddSeconds(static_cast<int>(time.count())).AsDateTime();
-}
-
-std::string Content(const std::filesystem::path& file) {
-    std::ifstream in(file);
-    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 /// One notification for a whole time of failures.
@@ -111,8 +106,9 @@ void Reloader::RetryDue() {
         }
     }
     for (const reloads::Reload& reload : due) {
-        const std::string key = Content(std::filesystem::path(reload.directory) / "privkey.pem");
-        Reload({reload.directory, reload.certname, reload.user_name, key});
+        // The folder's owner may have put anything there.
+        const auto key = ReadSmallFile(std::filesystem::path(reload.directory) / "privkey.pem", kLargestKey);
+        Reload({reload.directory, reload.certname, reload.user_name, key.value_or("")});
     }
 }
 

@@ -62,6 +62,9 @@ public:
     Status ToEnd() {
         while (rest_.size() > 1) Step();
         if (rest_.empty() || rest_.front() == "..") Refuse(at_, "is not named by a name");
+        // Where others can make entries, though they cannot change each other's (/tmp), this may be
+        // anybody's.
+        if ((Look(at_).st_mode & (S_IWGRP | S_IWOTH)) != 0) Refuse(at_, "can be written by others than root");
         at_ /= rest_.front();
         return Look(at_);
     }

@@ -84,16 +84,16 @@ void InstallCertificate(Services& services, const Query& query, XmlAnswer&) {
     }
     const std::string name = AsciiCertname(certname);
     services.reloader.Expect(user, name, install::PlaceOf(services.install, user, name));
+    const install::Request request{user, name,
+                                   query.parameters.Get("crt") + "\n" + query.parameters.Get("cacrt"),
+                                   query.parameters.Get("key"), NamesAskedFor(services, query.caller, name)};
     try {
-        const install::Request request{
-            user, name, query.parameters.Get("crt") + "\n" + query.parameters.Get("cacrt"),
-            query.parameters.Get("key"), NamesAskedFor(services, query.caller, name)};
         const InstalledCertificate installed = install::Install(services.install, request);
         NoteValidity(services, user, name);
         services.reloader.Reload(installed);
-    } catch (const Error& error) {
+    } catch (const Error&) {
         // Where a disk failed, the certificate may be in place all the same.
-        if (error.code() != Code::kIo) services.reloader.Forget(user, name);
+        if (!install::IsInstalled(services.install, request)) services.reloader.Forget(user, name);
         throw;
     }
 }

@@ -136,7 +136,14 @@ Error NameOfAnother(const Job& job, const std::string& name, const std::optional
 /// serves a name, which it does for every user.
 void CheckOwner(Transaction& transaction, const Job& job) {
     for (const std::string& name : str::Split(job.aliases, " ")) {
-        const auto holder = domains::Holding(transaction, names::WithoutWildcard(names::Canonical(name)));
+        const std::string canonical = names::Canonical(name);
+        const std::string base = names::WithoutWildcard(canonical);
+        auto holder = domains::Holding(transaction, base);
+        // A wildcard stands for the domains one label below, too.
+        if (base != canonical) {
+            if (auto below = domains::OfAnotherBelow(transaction, base, job.user_name))
+                holder = std::move(below);
+        }
         if (!holder || holder->user_name != job.user_name) throw NameOfAnother(job, name, holder);
     }
 }

@@ -43,9 +43,20 @@ void Visitors::MakeRoom(const std::string& network) {
     if (own != networks_.end() && own->second >= kOfOneNetwork) {
         EndOldestOf(network);
     } else if (visitors_.size() >= kAltogether) {
-        const auto fewer = [](const auto& one, const auto& other) { return one.second < other.second; };
-        EndOldestOf(std::max_element(networks_.begin(), networks_.end(), fewer)->first);
+        EndOldestOfTheLargest();
     }
+}
+
+/// Of networks with the same number of connections the one with the oldest: no address is worse than another.
+void Visitors::EndOldestOfTheLargest() {
+    std::size_t most = 0;
+    for (const auto& [network, count] : networks_) most = std::max(most, count);
+    const Visitor* oldest = nullptr;
+    for (const auto& [connection, visitor] : visitors_) {
+        const bool older = oldest == nullptr || visitor.turn < oldest->turn;
+        if (older && networks_.at(visitor.network) == most) oldest = &visitor;
+    }
+    EndOldestOf(std::string(oldest->network));
 }
 
 void Visitors::EndOldestOf(const std::string& network) {

@@ -36,6 +36,7 @@ private:
     };
 
     void MakeRoom(const std::string& network);
+    void EndOldestOfTheLargest();
     void EndOldestOf(const std::string& network);
     void Forget(std::map<int, Visitor>::iterator visitor);
 

@@ -22,8 +22,13 @@ std::string ConnectString(const std::filesystem::path& file) {
 
 }  // namespace
 
-Connection::Connection(const std::filesystem::path& file) : file_(file) {
-    state_ = Translated([&] { return std::make_unique<State>(ConnectString(file)); });
+Connection::Connection(const std::filesystem::path& file) : file_(std::filesystem::absolute(file)) {
+    // Some names of a file, as ":memory:", mean something else to the engine; no path that begins with "/"
+    // does.
+    state_ =
+        Translated([&] { return std::make_unique<State>(ConnectString(std::filesystem::absolute(file))); });
+    CheckIsOurs();
+    file_.MakePrivate();
     Execute({"PRAGMA journal_mode = WAL", "PRAGMA synchronous = FULL", "PRAGMA foreign_keys = ON",
              "PRAGMA secure_delete = ON"});  // a deleted key leaves no bytes in the file
 }
@@ -34,7 +39,20 @@ void Connection::Execute(const std::vector<std::string>& statements) {
     for (const std::string& statement : statements) Translated([&] { state_->session << statement; });
 }
 
-void Connection::Begin() { Statement(*this, "BEGIN IMMEDIATE").Run(); }
+/// Another program may count its versions in the same place. Nothing has been changed so far.
+void Connection::CheckIsOurs() {
+    int tables = 0;
+    Translated([&] {
+        state_->session << "SELECT count(*) FROM sqlite_master WHERE name IN ('job', 'domain', 'setting')",
+            soci::into(tables);
+    });
+    if (Version() != 0 && tables != 3) throw Error(Code::kIo, "it is another program's database");
+}
+
+void Connection::Begin() {
+    file_.CheckIsThere();
+    Statement(*this, "BEGIN IMMEDIATE").Run();
+}
 
 void Connection::Commit() { Statement(*this, "COMMIT").Run(); }
 

@@ -45,6 +45,7 @@ public:
 private:
     friend class Statement;
     struct State;
+    void CheckIsOurs();
     DatabaseFile file_;  // outlives what the engine has opened
     std::unique_ptr<State> state_;
 };

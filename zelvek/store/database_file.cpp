@@ -67,12 +67,25 @@ void CheckContent(int file) {
 
 }  // namespace
 
-DatabaseFile::DatabaseFile(const std::filesystem::path& file) : opened_(OpenFile(file)) {
+DatabaseFile::DatabaseFile(const std::filesystem::path& file) : path_(file), opened_(OpenFile(file)) {
     CheckOwner(opened_.get());
     Lock(opened_.get());
     CheckContent(opened_.get());
-    // The engine's journals take over the mode.
+}
+
+void DatabaseFile::MakePrivate() const {
     if (::fchmod(opened_.get(), 0600) != 0) throw Failure("its mode cannot be set", errno);
+    // The engine's journals take over the mode; these are there when the engine has looked into the file.
+    for (const char* journal : {"-wal", "-shm"}) {
+        if (::chmod((path_.string() + journal).c_str(), 0600) != 0 && errno != ENOENT)
+            throw Failure("its journal's mode cannot be set", errno);
+    }
+}
+
+void DatabaseFile::CheckIsThere() const {
+    struct stat status {};
+    if (::fstat(opened_.get(), &status) == 0 && status.st_nlink > 0) return;
+    throw Error(Code::kIo, "the database has been removed while it was in use");
 }
 
 DatabaseFile::~DatabaseFile() { ::flock(opened_.get(), LOCK_UN); }

@@ -13,10 +13,16 @@ namespace zelvek {
 /// the engine opens the file and closed after it, and nothing else opens the file meanwhile.
 class DatabaseFile {
 public:
-    /// Opens the file, or makes it, and locks it; its user alone can read it from then on. A file that is no
-    /// database of ours, or belongs to another user, stays as it is. Errors: Error of code kBusy when another
-    /// process has it, of code kIo for all else; the sentence does not name the file.
+    /// Opens the file, or makes it, and locks it. A file that is no database, or belongs to another user,
+    /// stays as it is. Errors: Error of code kBusy when another process has it, of code kIo for all else; the
+    /// sentence does not name the file.
     explicit DatabaseFile(const std::filesystem::path& file);
+
+    /// Its user alone can read it from then on. Errors: Error of code kIo.
+    void MakePrivate() const;
+
+    /// Errors: Error of code kIo where somebody has removed the file: whatever is written is lost at the end.
+    void CheckIsThere() const;
 
     /// Unlocks it, also where a child process has inherited the descriptor.
     ~DatabaseFile();
@@ -24,6 +30,7 @@ public:
     DatabaseFile& operator=(const DatabaseFile&) = delete;
 
 private:
+    std::filesystem::path path_;
     Descriptor opened_;
 };
 

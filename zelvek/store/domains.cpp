@@ -19,8 +19,11 @@ std::vector<Domain> Read(Statement& select) {
 
 void Add(Transaction& transaction, const Domain& domain) {
     Statement insert = transaction.Prepare(
-        "INSERT INTO domain (name, ascii, user_name) VALUES (:name, :ascii, :user) ON CONFLICT DO NOTHING");
-    if (insert.With(domain.name).With(domain.ascii).With(domain.user_name).Run() == 0) {
+        "INSERT INTO domain (name, ascii, parent, user_name) VALUES (:name, :ascii, :parent, :user)"
+        " ON CONFLICT DO NOTHING");
+    std::string parent = domain.ascii;
+    str::GetWord(parent, '.');
+    if (insert.With(domain.name).With(domain.ascii).With(parent).With(domain.user_name).Run() == 0) {
         throw Error(Code::kExists, "domain", domain.name,
                     "the domain \"" + domain.name + "\" is there already");
     }
@@ -38,6 +41,15 @@ std::optional<Domain> Holding(Transaction& transaction, const std::string& name)
         if (auto found = Find(transaction, above)) return found;
     }
     return std::nullopt;
+}
+
+std::optional<Domain> OfAnotherBelow(Transaction& transaction, const std::string& parent,
+                                     const std::string& user) {
+    Statement select = transaction.Prepare(
+        "SELECT id, name, ascii, user_name FROM domain"
+        " WHERE parent = :parent AND (user_name < :less OR user_name > :more) LIMIT 1");
+    const std::vector<Domain> found = Read(select.With(parent).With(user).With(user));
+    return found.empty() ? std::nullopt : std::optional(found.front());
 }
 
 std::vector<Domain> Of(Transaction& transaction, const std::string& user) {

@@ -26,6 +26,10 @@ std::optional<Domain> Find(Transaction& transaction, const std::string& ascii);
 /// is. Nothing where the name is nobody's. `name` is in the canonical form, without a wildcard.
 std::optional<Domain> Holding(Transaction& transaction, const std::string& name);
 
+/// A domain one label below `parent` (canonical) that is not this user's; nothing where there is none.
+std::optional<Domain> OfAnotherBelow(Transaction& transaction, const std::string& parent,
+                                     const std::string& user);
+
 /// All domains of a user, by id.
 std::vector<Domain> Of(Transaction& transaction, const std::string& user);
 

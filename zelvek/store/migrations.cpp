@@ -219,12 +219,20 @@ UPDATE job SET due = datetime('now', '+' || (abs(random()) % 86400) || ' seconds
 CREATE INDEX job_stopped ON job (due, id) WHERE failed = 1 AND verified = 0;
 )sql";
 
+// A wildcard stands for all names one label below, so whose these are is looked up.
+constexpr const char* kParents = R"sql(
+ALTER TABLE domain ADD COLUMN parent TEXT NOT NULL DEFAULT '';
+UPDATE domain SET parent = substr(ascii, instr(ascii, '.') + 1);
+CREATE INDEX domain_by_parent ON domain (parent, user_name);
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
     static const std::vector<const char*> migrations{
         kPanelRecords, kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
-        kFolders,      kClock,     kAnsweredQueries,    kRenewals,           kRetries};
+        kFolders,      kClock,     kAnsweredQueries,    kRenewals,           kRetries,
+        kParents};
     return migrations;
 }
 

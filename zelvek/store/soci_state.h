@@ -31,6 +31,9 @@ auto Translated(const Action& action) -> decltype(action()) {
         constexpr int kPrimary = 0xff;  // the rest of a result says more of the same
         if ((error.result() & kPrimary) == SQLITE_BUSY)
             throw Error(Code::kLater, "the database is locked by another program");
+        // There may be room again soon: nothing has been changed.
+        if ((error.result() & kPrimary) == SQLITE_FULL || (error.result() & kPrimary) == SQLITE_IOERR)
+            throw Error(Code::kLater, "the database cannot be written: " + error.get_error_message());
         throw Error(Code::kInternal, error.get_error_message());
     } catch (const soci::soci_error& error) {
         throw Error(Code::kInternal, error.get_error_message());

@@ -1,5 +1,6 @@
 // Requests with their keys, and installations, over the socket.
 #include <SQLiteCpp/Database.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -177,6 +178,32 @@ TEST_F(Certificate, AFailedReloadIsToldAndTriedAgain) {
     EXPECT_TRUE(
         Eventually([&] { return Ask("func=zelvek.problem.list").xml().GetNodes("/doc/elem").empty(); }));
     EXPECT_EQ(Zelvek({"job", "show", job}).out.find("older certificate"), std::string::npos);
+}
+
+// Behaviour: Whatever the owner of a certificate's folder puts in a key's place, reloads are tried again and
+// the
+//   service ends
+TEST_F(Certificate, AnExchangedKeyHoldsNoReloadUp) {
+    Start(
+        {{"--reload-command", "echo x >>" + Path("tries").string() + "; false"}, {"--reload-pause", "0.01"}});
+    const auto csr = Make("shop.example", "shop.example");
+    EXPECT_EQ(Install("anna%#%shop.example", "anna", "", Sign(csr.value("csr_req")), csr.value("csr_pk")),
+              "");
+    std::filesystem::remove(Installed("shop.example") / "privkey.pem");
+    ASSERT_EQ(::mkfifo((Installed("shop.example") / "privkey.pem").c_str(), 0666), 0);
+    const auto before = ReadFile(Path("tries")).size();
+    EXPECT_TRUE(Eventually([&] { return ReadFile(Path("tries")).size() > before + 4; }));
+    Stop();
+}
+
+// Behaviour: An installation that fails leaves no reload to be repeated
+TEST_F(Certificate, AFailedInstallationIsNotReloaded) {
+    Start({{"--reload-command", "touch " + Path("reloaded").string()}});
+    const auto csr = Make("shop.example", "shop.example");
+    std::filesystem::create_symlink(Path("elsewhere"), Path("certs") / "anna");
+    EXPECT_EQ(Install("anna%#%shop.example", "anna", "", Sign(csr.value("csr_req")), csr.value("csr_pk")),
+              "io");
+    EXPECT_EQ(SQLite::Database(Database().string()).execAndGet("SELECT count(*) FROM reload").getInt(), 0);
 }
 
 // Behaviour: A certificate that lacks names of the job that it was ordered for is not installed

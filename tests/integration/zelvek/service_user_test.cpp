@@ -127,6 +127,10 @@ TEST_F(ServiceUser, IsTakenFromAPathThatRootAloneCanChange) {
 
     fs::permissions(Path("bin"), fs::perms{01777});
     EXPECT_EQ(Fault(Path("bin/../run")), "") << "sticky";
+    fs::create_directory(Path("bin/own"));
+    Give(Path("bin/own"), kNobody);
+    EXPECT_NE(Fault(Path("bin/own")).find("bin can be written by others than root"), std::string::npos)
+        << "anybody could have made it there";
     Give(Path("bin/up"), kNobody);
     EXPECT_NE(Fault(Path("bin/up/run")).find("up belongs to user id 65534"), std::string::npos);
     for (const int mode : {0777, 0775, 0757}) {

@@ -87,10 +87,13 @@ TEST_F(SetUp, AFileThatIsNoDatabaseOfOursStaysAsItIs) {
     std::ofstream(Path("long")) << std::string(100000, 'x');
     SQLite::Database(Path("foreign").string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
         .exec("CREATE TABLE theirs (x); INSERT INTO theirs VALUES (1)");
+    SQLite::Database(Path("counting").string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+        .exec("CREATE TABLE theirs (x); PRAGMA user_version = 4");
     for (const auto& [name, reason] :
          std::map<std::string, std::string>{{"text", "it is no database"},
                                             {"long", "it is no database"},
-                                            {"foreign", "it is another program's database"}}) {
+                                            {"foreign", "it is another program's database"},
+                                            {"counting", "it is another program's database"}}) {
         fs::permissions(Path(name), fs::perms{0755});
         const std::string before = Looks(Path(name));
         EXPECT_EQ(Refusal({{"--database", Path(name)}}),
@@ -98,6 +101,13 @@ TEST_F(SetUp, AFileThatIsNoDatabaseOfOursStaysAsItIs) {
         EXPECT_EQ(Looks(Path(name)), before);
         EXPECT_FALSE(fs::exists(Path(name + "-wal")) || fs::exists(Path(name + "-shm"))) << name;
     }
+}
+
+// Behaviour: A database that is removed while the service uses it is an error, not a place to write to
+TEST_F(SetUp, ARemovedDatabaseIsAnError) {
+    Start();
+    fs::remove(Database());
+    EXPECT_EQ(ErrorOf("func=zelvek.domain.add&name=shop.example&user_name=anna"), "io");
 }
 
 // Behaviour: A file that is no database, another program's ...

@@ -85,7 +85,9 @@ TEST_F(StoreFile, OfAnOlderVersionIsBroughtUpToDate) {
 // Behaviour: An older database is brought up to date ...
 TEST_F(StoreFile, OfANewerVersionIsRefusedAndLeftAlone) {
     const int newer = static_cast<int>(Migrations().size()) + 1;
-    SQLite::Database(Database().string(), SQLite::OPEN_READWRITE | SQLite::OPEN_CREATE)
+    Start();
+    Stop();
+    SQLite::Database(Database().string(), SQLite::OPEN_READWRITE)
         .exec("CREATE TABLE future (x); PRAGMA user_version = " + std::to_string(newer));
     const Ended ended = StartCommand(ServeCommand())->Wait();
     EXPECT_EQ(ended.status, 1);

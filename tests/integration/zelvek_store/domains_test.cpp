@@ -107,6 +107,23 @@ TEST_P(StoredDomains, AnyTextComesBack) {
     }
 }
 
+// Behaviour: A domain one label below another is found where it is somebody else's
+TEST_P(StoredDomains, OfOthersBelowAreFound) {
+    Add("shop.example", "shop.example", "anna");
+    Add("own.shop.example", "own.shop.example", "anna");
+    Add("deep.x.shop.example", "deep.x.shop.example", "bert");
+    const auto below = [&](const std::string& parent, const std::string& user) {
+        const auto found =
+            Do([&](Transaction& transaction) { return domains::OfAnotherBelow(transaction, parent, user); });
+        return found ? found->name : "";
+    };
+    EXPECT_EQ(below("shop.example", "anna"), "");
+    Add("bert.shop.example", "bert.shop.example", "bert");
+    EXPECT_EQ(below("shop.example", "anna"), "bert.shop.example");
+    EXPECT_EQ(below("shop.example", "bert"), "own.shop.example");
+    EXPECT_EQ(below("x.shop.example", "anna"), "deep.x.shop.example");
+}
+
 }  // namespace
 
 }  // namespace zelvek::testing

@@ -240,6 +240,8 @@ Operations OtherOperations() {
         {"domains::Find", [](Transaction& transaction) { domains::Find(transaction, "n"); }},
         {"domains::Holding", [](Transaction& transaction) { domains::Holding(transaction, "a.b.c"); }},
         {"domains::Of", [](Transaction& transaction) { domains::Of(transaction, "anna"); }},
+        {"domains::OfAnotherBelow",
+         [](Transaction& transaction) { domains::OfAnotherBelow(transaction, "p", "anna"); }},
         {"domains::List", [](Transaction& transaction) { domains::List(transaction, 0, 10); }},
         {"requests::Put",
          [](Transaction& transaction) {

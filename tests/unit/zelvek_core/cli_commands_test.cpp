@@ -102,6 +102,8 @@ TEST_F(Commands, RefuseWhatCannotBe) {
                                                {"group", "do", "--most", "0"},
                                                {"group", "do", "--many", "bad"},
                                                {"group", "do", "--pause", "0"},
+                                               {"group", "do", "--pause", "nan"},
+                                               {"group", "do", "--pause", "inf"},
                                                {"group", "do", "--switch", "perhaps"},
                                                {"group", "do", "here", "there"}}) {
         EXPECT_EQ(Run(words), kUsage);
@@ -109,6 +111,14 @@ TEST_F(Commands, RefuseWhatCannotBe) {
         EXPECT_EQ(out_, "");
     }
     EXPECT_EQ(done_, 0);
+}
+
+// Behaviour: A refused value cannot steer the terminal
+TEST_F(Commands, TellNoControlCharacters) {
+    EXPECT_EQ(Run({"group", "do", "--text", "\033[31m\u202e"}), kUsage);
+    EXPECT_EQ(err_.find_first_of("\033"), std::string::npos);
+    EXPECT_EQ(err_.find("\u202e"), std::string::npos);
+    EXPECT_THAT(err_, HasSubstr("[31m"));
 }
 
 // Behaviour: The help tells every option with its default

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -69,6 +70,22 @@ TEST(Descriptor, ThatCannotBeOpenedIsAnErrorWithItsPath) {
     const parts::Failure failure = parts::FailureOf([] { Open("/nonexistent/file", O_RDONLY); });
     EXPECT_EQ(failure.type, "io");
     EXPECT_EQ(failure.text, "cannot open /nonexistent/file: No such file or directory");
+}
+
+// Behaviour: A file that somebody else may have exchanged is read only where it is a small regular file
+TEST(SmallFile, IsReadAndNothingElse) {
+    const parts::TempFolder folder;
+    const auto file = folder.path() / "file";
+    parts::Put(file, "content");
+    EXPECT_EQ(zelvek::ReadSmallFile(file, 7), "content");
+    EXPECT_EQ(zelvek::ReadSmallFile(file, 6), std::nullopt);
+    std::filesystem::create_symlink("file", folder.path() / "link");
+    ASSERT_EQ(mkfifo((folder.path() / "pipe").c_str(), 0600), 0);
+    for (const char* name : {"link", "pipe", "missing", "."})
+        EXPECT_EQ(zelvek::ReadSmallFile(folder.path() / name, 100), std::nullopt) << name;
+    EXPECT_EQ(zelvek::ReadSmallFile("/dev/zero", 100), std::nullopt);
+    parts::Put(file, "");
+    EXPECT_EQ(zelvek::ReadSmallFile(file, 7), "");
 }
 
 }  // namespace
