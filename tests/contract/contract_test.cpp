@@ -1,5 +1,7 @@
 // What the framework and its link-time double both promise. This file is built twice, against each of them.
 #include <gmock/gmock.h>
+#include <algorithm>
+
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -77,6 +79,16 @@ TEST_F(Child, GivesTheSameHoweverOftenItIsAsked) {
     EXPECT_EQ(child.Result(), 3);
     EXPECT_EQ(child.Str(), "out\n");
     EXPECT_EQ(child.Result(), 3);
+}
+
+// Behaviour: Where only the end of the output is wanted, that is what is given
+TEST_F(Child, GivesTheEndOfItsOutput) {
+    for (const std::size_t kept : {0, 3, 7, 8}) {
+        world.PrepareChild("printf 1234567", "", "1234567", 0);
+        Execute child("printf 1234567", kFedAndRead);
+        child.KeepLast(kept);
+        EXPECT_EQ(child.Str(), std::string("1234567").substr(7 - std::min<std::size_t>(kept, 7)));
+    }
 }
 
 // Behaviour: Every byte arrives both ways

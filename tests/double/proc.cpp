@@ -32,6 +32,7 @@ struct Execute::Child {
     int mode;
     std::ostringstream in;
     std::function<vek_double::ChildAnswer(const std::string&)> answer;
+    std::size_t kept = std::numeric_limits<std::size_t>::max();
     bool fed = false;
     bool ended = false;
     vek_double::ChildAnswer result;
@@ -63,6 +64,7 @@ Execute::~Execute() = default;
 void Execute::LimitTime(std::chrono::milliseconds limit) {
     vek_double::Note("limit", std::to_string(limit.count()));
 }
+void Execute::KeepLast(std::size_t bytes) { child_->kept = bytes; }
 std::ostream& Execute::In() { return child_->in; }
 void Execute::CloseIn() { child_->Feed(); }
 
@@ -73,7 +75,9 @@ int Execute::Result() {
 
 std::string Execute::Str() {
     child_->Wait();
-    return (child_->mode & kPipeOut) != 0 ? child_->result.output : "";
+    if ((child_->mode & kPipeOut) == 0) return "";
+    const std::string& output = child_->result.output;
+    return output.substr(output.size() - std::min(output.size(), child_->kept));
 }
 
 }  // namespace vek_proc
