@@ -173,7 +173,7 @@ class LostRecord(DnsTest):
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.wait_nothing_left()
 
-    # Behaviour: A job older than a day is stopped for good, and its records are removed
+    # Behaviour: A job older than a day is stopped, and its records are removed
     def test_job_older_than_a_day_is_stopped_its_records_are_removed_and_all_three_are_told(self):
         job = self.add_job("--alias", f"www.{self.domain}", "--res-name", "seller")
         self.assertEqual(self.world.run_job(job), WAITING)

@@ -145,8 +145,8 @@ class Http01(WorldTest):
         open(mended, "w", encoding="utf-8").close()
         wait_until(lambda: ("web_server_reload", "root") not in self.world.problems(), "the reload to be mended")
 
-    # Behaviour: A job older than a day is stopped for good ...
-    def test_job_older_than_a_day_is_stopped_for_good(self):
+    # Behaviour: A job older than a day is stopped, and ...
+    def test_job_older_than_a_day_is_stopped(self):
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", *EC)
         self.world.age_job(job, hours=25)

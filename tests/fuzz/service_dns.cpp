@@ -96,7 +96,9 @@ void fuzz::Target(FuzzedDataProvider& input) {
     }
     HoldCommands(world);
     const auto inputs = world.Lines({"input"});
-    Hold(inputs.size() <= 2, "one question and one change at most");
-    if (inputs.size() == 2) HoldUpdate(inputs[1].substr(std::string("input: ").size()), change);
-    if (inputs.size() == 2 && (fails & 2U) != 0) HoldEqual(type, "dns", "an update that fails is an error");
+    const bool update_fails = (fails & 2U) != 0;
+    Hold(inputs.size() <= (update_fails ? 3U : 2U),
+         "one question, one change, and a question why that failed at most");
+    if (inputs.size() >= 2) HoldUpdate(inputs[1].substr(std::string("input: ").size()), change);
+    if (inputs.size() >= 2 && update_fails) HoldEqual(type, "dns", "an update that fails is an error");
 }

@@ -99,7 +99,7 @@ inline constexpr std::array kJobFields{
     JobField{"verified", &Job::verified, JobField::Writer::kRun, JobField::kEverywhere,
              "Whether the certificate is installed"},
     JobField{"failed", &Job::failed, JobField::Writer::kRun, JobField::kEverywhere,
-             "Whether the job has been stopped for good"},
+             "Whether the job has been stopped; it begins anew when it is due"},
     JobField{"force_update", &Job::force_update, JobField::Writer::kRun, JobField::kInRecord,
              "Whether somebody asked for a renewal"},
     JobField{"processing", &Job::processing, JobField::Writer::kRun, JobField::kInLists,

@@ -108,7 +108,8 @@ Outcome Judge(int exit_status, bool verified_before, const vek_xml::Node& job) {
     if (verified_before)
         return {kNothingToDo, "nothing", "nothing to do: the certificate is installed already"};
     if (job.Value("verified") == "on") return {kSuccess, "installed", "the certificate is installed"};
-    if (job.Value("failed") == "on") return {kFailure, "failed", "the job has failed for good"};
+    if (job.Value("failed") == "on")
+        return {kFailure, "failed", "the job is stopped, and begins anew in about a day"};
     if (job.Value("processing") == "on") return {kFailure, "failed", "the run has not written the job back"};
     const std::string next = job.Value("next_attempt");
     return {kWaiting, "waiting", "waiting" + (next.empty() ? "" : ", next attempt " + next + " UTC")};
