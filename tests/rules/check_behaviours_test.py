@@ -171,6 +171,14 @@ class Outcomes(Planted):
         self.program("unit", age=60)
         self.assertEqual(self.findings(self.build), [])
 
+    def test_results_of_a_programs_parts_are_the_programs(self):
+        self.more("// Behaviour: this happens\nTEST(Alone, Told) {}\n")
+        self.outcomes("unit_1", **{"Alone.Told": {}})
+        self.program("unit", age=60)
+        self.assertEqual(self.findings(self.build), [])
+        self.program("unit", age=-60)
+        self.assertIn("unit_1.json: older", "\n".join(self.findings(self.build)))
+
     def test_test_without_an_outcome_is_found(self):
         self.more("// Behaviour: this happens\nTEST(Alone, Told) {}\n")
         self.assertIn("Alone.Told has no outcome", self.only_finding(self.build))

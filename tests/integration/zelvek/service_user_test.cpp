@@ -26,7 +26,7 @@ void Give(const fs::path& path, uid_t user) {
 class ServiceUser : public ServiceTest {
 protected:
     void SetUp() override {
-        if (::geteuid() != 0) GTEST_SKIP() << "needs root";
+        ASSERT_EQ(::geteuid(), 0U) << "needs root";
         fs::permissions(Path(""), fs::perms{0755});
         fs::create_directory(Path("bin"));
         fs::copy_file(ZELVEK_BINARY, Path("bin/zelvek"));
