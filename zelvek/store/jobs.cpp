@@ -91,6 +91,15 @@ std::vector<Job> Read(Statement& statement, const Fields& fields) {
     return jobs;
 }
 
+/// The first column of what is found.
+std::vector<int> ReadIds(Statement& select) {
+    std::vector<int> ids;
+    int id = 0;
+    select.Into(id);
+    while (select.Next()) ids.push_back(id);
+    return ids;
+}
+
 Job FindWith(Transaction& transaction, int id, const Fields& fields, const std::string& select) {
     Statement statement = transaction.Prepare(select);
     const std::vector<Job> found = Read(statement.With(id), fields);
@@ -257,17 +266,14 @@ std::vector<Job> Running(Transaction& transaction) {
 }
 
 std::vector<int> Due(Transaction& transaction, const std::string& now, int limit) {
-    std::vector<int> due;
-    int id = 0;
     Statement select = transaction.Prepare(
         "SELECT id FROM (SELECT id, due, row_number() OVER (PARTITION BY user_name ORDER BY due, id)"
         " + (SELECT count(*) FROM job AS run WHERE run.processing = 1 AND run.user_name = job.user_name) AS "
         "turn"
         " FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND due <= :now) AS waiting"
         " ORDER BY turn, due, id LIMIT :most");
-    select.With(now).With(limit).Into(id);
-    while (select.Next()) due.push_back(id);
-    return due;
+    select.With(now).With(limit);
+    return ReadIds(select);
 }
 
 std::vector<int> WaitingTooLong(Transaction& transaction, const std::string& now, const std::string& latest,
@@ -325,25 +331,19 @@ void SetValidity(Transaction& transaction, const std::string& user, const std::s
 }
 
 std::vector<int> RenewalDue(Transaction& transaction, const std::string& now, int limit) {
-    std::vector<int> due;
-    int id = 0;
     Statement select = transaction.Prepare(
         "SELECT id FROM job WHERE verified = 1 AND renew > '' AND renew <= :now AND processing = 0"
         " ORDER BY renew, id LIMIT :most");
-    select.With(now).With(limit).Into(id);
-    while (select.Next()) due.push_back(id);
-    return due;
+    select.With(now).With(limit);
+    return ReadIds(select);
 }
 
 std::vector<int> StoppedDue(Transaction& transaction, const std::string& now, int limit) {
-    std::vector<int> due;
-    int id = 0;
     Statement select = transaction.Prepare(
         "SELECT id FROM job WHERE failed = 1 AND verified = 0 AND processing = 0 AND due <= :now"
         " ORDER BY due, id LIMIT :most");
-    select.With(now).With(limit).Into(id);
-    while (select.Next()) due.push_back(id);
-    return due;
+    select.With(now).With(limit);
+    return ReadIds(select);
 }
 
 void SetRefusal(Transaction& transaction, int id, const std::string& sentence) {
@@ -383,8 +383,6 @@ std::vector<Job> OfUnknownEnd(Transaction& transaction, int limit) {
 }
 
 std::vector<int> ToRenew(Transaction& transaction, const Renewable& which) {
-    std::vector<int> found;
-    int id = 0;
     const std::string of_user = which.user_name.empty() ? "" : "user_name = :user AND ";
     const std::string ending = which.before.empty() ? "" : " AND expires < :before";
     Statement select = transaction.Prepare("SELECT id FROM job WHERE " + of_user +
@@ -393,9 +391,8 @@ std::vector<int> ToRenew(Transaction& transaction, const Renewable& which) {
     if (!of_user.empty()) select.With(which.user_name);
     select.With(which.after);
     if (!ending.empty()) select.With(which.before);
-    select.With(which.limit).Into(id);
-    while (select.Next()) found.push_back(id);
-    return found;
+    select.With(which.limit);
+    return ReadIds(select);
 }
 
 void StartAnew(Transaction& transaction, int id, const std::string& now, bool forced) {
