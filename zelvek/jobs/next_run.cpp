@@ -10,6 +10,7 @@
 #include "zelvek/base/log.h"
 #include "zelvek/jobs/renewal.h"
 #include "zelvek/store/jobs.h"
+#include "zelvek/store/runs.h"
 
 namespace zelvek {
 
@@ -98,22 +99,22 @@ bool MakeTimesReadable(Job& job, const std::string& now) {
 void MendTimes(Transaction& transaction, const std::string& now, const RetryPolicy& policy) {
     const std::string latest =
         After(DateTime(now), std::max<seconds>(kLongestPause, policy.retry)).AsDateTime();
-    for (const int id : jobs::WaitingTooLong(transaction, now, latest, kMendedAtOnce)) {
+    for (const int id : runs::WaitingTooLong(transaction, now, latest, kMendedAtOnce)) {
         Job job = jobs::FindShown(transaction, id);
         if (!MakeTimesReadable(job, now)) LogTimes(job, "a time lies in the future, was the clock set back?");
         job.due = NextDue(job, policy, now);
         job.next_attempt = std::min(job.next_attempt, job.due);
         job.last_run = std::min(job.last_run, now);
         job.time_started = std::min(job.time_started, now);
-        jobs::SetTimes(transaction, job);
+        runs::SetTimes(transaction, job);
     }
 }
 
 void FreeJob(Transaction& transaction, Job job, const std::string& now, const RetryPolicy& policy) {
-    if (MakeTimesReadable(job, now)) jobs::SetTimes(transaction, job);
+    if (MakeTimesReadable(job, now)) runs::SetTimes(transaction, job);
     job.last_run = now;
     PlanNextRun(job, Outcome::kUnreached, policy, now);
-    jobs::Free(transaction, job);
+    runs::Free(transaction, job);
 }
 
 void FreeJobsOfTheDead(Transaction& transaction, const std::string& now, const RetryPolicy& policy) {

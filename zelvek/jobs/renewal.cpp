@@ -18,7 +18,7 @@ constexpr std::int64_t kMostLeft = 10L * 365 * 24 * 3600;
 
 }  // namespace
 
-jobs::Validity ValidityOf(const DateTime& from, const DateTime& until, double spread) {
+restarts::Validity ValidityOf(const DateTime& from, const DateTime& until, double spread) {
     const std::int64_t lifetime = until.SecondsSince(from);
     const std::int64_t left =
         std::clamp<std::int64_t>(lifetime < kShortLived ? lifetime / 2 : lifetime / 3, 0, kMostLeft);
@@ -33,12 +33,12 @@ double RandomSpread() {
 }
 
 void StartDueAnew(Transaction& transaction, const std::string& now) {
-    for (const int job : jobs::RenewalDue(transaction, now, kStartedAtOnce)) {
-        jobs::StartAnew(transaction, job, now, false);
+    for (const int job : restarts::RenewalDue(transaction, now, kStartedAtOnce)) {
+        restarts::StartAnew(transaction, job, now, false);
         Log("job " + std::to_string(job) + ": its certificate is renewed");
     }
-    for (const int job : jobs::StoppedDue(transaction, now, kStartedAtOnce)) {
-        jobs::StartAnew(transaction, job, now, false);
+    for (const int job : restarts::StoppedDue(transaction, now, kStartedAtOnce)) {
+        restarts::StartAnew(transaction, job, now, false);
         Log("job " + std::to_string(job) + ": it was stopped, and is tried anew");
     }
 }

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "vek/date.h"
-#include "zelvek/store/jobs.h"
+#include "zelvek/store/restarts.h"
 
 /// When installed certificates are renewed.
 namespace zelvek {
@@ -11,7 +11,7 @@ namespace zelvek {
 /// The renewal begins when a third of the lifetime is left, half of it for a certificate that lives less than
 /// ten days, or somewhat earlier: `spread`, from 0 to 1, says how much of a quarter of what would be left. So
 /// the certificates that were ordered in one hour are not all renewed in one.
-jobs::Validity ValidityOf(const vek_date::DateTime& from, const vek_date::DateTime& until, double spread);
+restarts::Validity ValidityOf(const vek_date::DateTime& from, const vek_date::DateTime& until, double spread);
 
 /// Some number from 0 to 1.
 double RandomSpread();

@@ -15,6 +15,7 @@
 #include "zelvek/base/log.h"
 #include "zelvek/jobs/renewal.h"
 #include "zelvek/store/jobs.h"
+#include "zelvek/store/runs.h"
 
 namespace zelvek {
 
@@ -91,7 +92,7 @@ void Scheduler::StartDue(bool look) {
         if (look) MendTimes(transaction, now, settings_.policy);
         if (look) StartDueAnew(transaction, now);
         if (runs_.size() < kRunsAtOnce && (look || candidates_.empty())) {
-            const auto due = jobs::Due(transaction, now, kCandidates);
+            const auto due = runs::Due(transaction, now, kCandidates);
             candidates_.assign(due.begin(), due.end());
         }
         while (runs_.size() + claimed.size() < kRunsAtOnce && !candidates_.empty()) {
@@ -99,7 +100,7 @@ void Scheduler::StartDue(bool look) {
             candidates_.pop_front();
             // A run that has written its record back may still be on its way out: its job can be due already.
             // Nobody else may start a job before its plug-in itself reads the record.
-            if (!runs_.contains(job) && jobs::ClaimIfDue(transaction, job, self_, now))
+            if (!runs_.contains(job) && runs::ClaimIfDue(transaction, job, self_, now))
                 claimed.push_back(job);
         }
         transaction.Commit();

@@ -9,6 +9,8 @@
 #include "zelvek/panel/functions.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/requests.h"
+#include "zelvek/store/restarts.h"
+#include "zelvek/store/runs.h"
 
 namespace zelvek {
 
@@ -55,8 +57,8 @@ void NoteValidity(Services& services, const std::string& user, const std::string
     const auto lifetime = install::InstalledLifetime(services.install, user, certname);
     if (!lifetime) return;
     Transaction transaction(services.store);
-    jobs::SetValidity(transaction, user, names::ComparedFolder(certname),
-                      ValidityOf(lifetime->from, lifetime->until, RandomSpread()));
+    restarts::SetValidity(transaction, user, names::ComparedFolder(certname),
+                          ValidityOf(lifetime->from, lifetime->until, RandomSpread()));
     transaction.Commit();
 }
 
@@ -64,7 +66,7 @@ void NoteValidity(Services& services, const std::string& user, const std::string
 std::vector<std::string> NamesAskedFor(Services& services, const Process& caller,
                                        const std::string& certname) {
     Transaction transaction(services.store);
-    const int id = jobs::JobOf(transaction, caller);
+    const int id = runs::JobOf(transaction, caller);
     if (id == 0) return {};
     const Job job = jobs::FindShown(transaction, id);
     std::vector<std::string> names;

@@ -11,6 +11,7 @@
 #include "zelvek/base/text.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
+#include "zelvek/store/runs.h"
 
 namespace zelvek {
 
@@ -52,7 +53,7 @@ void NoteRefusal(Services& services, const Query& query, const std::string& func
     // A write-back that is refused changes nothing.
     if (!IsForPeople(error.code()) || function == "ambrin.data.edit") return;
     Transaction transaction(services.store);
-    const int job = jobs::JobOf(transaction, query.caller);
+    const int job = runs::JobOf(transaction, query.caller);
     if (job == 0) return;
     const std::string sentence = names::MakeText(Printable(error.sentence()));
     jobs::SetRefusal(transaction, job, sentence);

@@ -10,6 +10,7 @@
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/publications.h"
+#include "zelvek/store/runs.h"
 
 namespace zelvek {
 
@@ -29,8 +30,8 @@ void Read(Services& services, const Query& query, XmlAnswer& answer) {
 
     Transaction transaction(services.store);
     Job job = jobs::Find(transaction, id);
-    if (MakeTimesReadable(job, now)) jobs::SetTimes(transaction, job);
-    jobs::Hold(transaction, id, query.caller);
+    if (MakeTimesReadable(job, now)) runs::SetTimes(transaction, job);
+    runs::Hold(transaction, id, query.caller);
     jobs::SetRefusal(transaction, id, "");
     const accounts::Account account = accounts::Default(transaction);
     WriteFields(job, JobField::kInRecord, answer.Doc().Value("elid", id));

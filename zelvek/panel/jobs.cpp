@@ -18,6 +18,8 @@
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/publications.h"
 #include "zelvek/store/reloads.h"
+#include "zelvek/store/restarts.h"
+#include "zelvek/store/runs.h"
 
 namespace zelvek {
 
@@ -221,8 +223,8 @@ void ClaimJob(Services& services, const Query& query, XmlAnswer& answer) {
     const Job job = FindIdle(transaction, Number(query, "elid"));
     // Whoever runs a stopped job gives it another try: as long as it counts as failed, nothing stays
     // published for it.
-    jobs::Revive(transaction, job.id);
-    jobs::Claim(transaction, job.id, query.caller);
+    restarts::Revive(transaction, job.id);
+    runs::Claim(transaction, job.id, query.caller);
     RememberAnswer(transaction, query, answer);
     transaction.Commit();
 }
@@ -232,12 +234,13 @@ void RenewJobs(Services& services, const Query& query, XmlAnswer& answer) {
     const vek_date::DateTime now;
     if (query.parameters.Has("elid")) {
         LivingRuns transaction(services);
-        jobs::StartAnew(transaction, FindIdle(transaction, Number(query, "elid")).id, now.AsDateTime(), true);
+        restarts::StartAnew(transaction, FindIdle(transaction, Number(query, "elid")).id, now.AsDateTime(),
+                            true);
         transaction.Commit();
         answer.Doc().Value("count", 1);
         return;
     }
-    jobs::Renewable which{0, kStartedAtOnce, query.parameters.Get("user_name"), ""};
+    restarts::Renewable which{0, kStartedAtOnce, query.parameters.Get("user_name"), ""};
     if (query.parameters.Has("days")) {
         which.before = vek_date::DateTime(now).AddDays(Number(query, "days")).AsDateTime();
     }
@@ -245,8 +248,8 @@ void RenewJobs(Services& services, const Query& query, XmlAnswer& answer) {
     for (std::size_t found = kStartedAtOnce; found == kStartedAtOnce;) {
         // In steps, so that nobody waits long for the store.
         Transaction transaction(services.store);
-        const std::vector<int> some = jobs::ToRenew(transaction, which);
-        for (const int job : some) jobs::StartAnew(transaction, job, now.AsDateTime(), true);
+        const std::vector<int> some = restarts::ToRenew(transaction, which);
+        for (const int job : some) restarts::StartAnew(transaction, job, now.AsDateTime(), true);
         transaction.Commit();
         found = some.size();
         count += static_cast<long long>(found);
@@ -260,7 +263,7 @@ void RetryJobs(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string now = vek_date::DateTime().AsDateTime();
     if (query.parameters.Has("elid")) {
         LivingRuns transaction(services);
-        jobs::Retry(transaction, FindIdle(transaction, Number(query, "elid")).id, now);
+        restarts::Retry(transaction, FindIdle(transaction, Number(query, "elid")).id, now);
         transaction.Commit();
         answer.Doc().Value("count", 1);
         return;
@@ -270,8 +273,8 @@ void RetryJobs(Services& services, const Query& query, XmlAnswer& answer) {
     for (std::size_t found = kStartedAtOnce; found == kStartedAtOnce;) {
         Transaction transaction(services.store);
         const std::vector<int> some =
-            jobs::ToRetry(transaction, after, kStartedAtOnce, query.parameters.Get("user_name"));
-        for (const int job : some) jobs::Retry(transaction, job, now);
+            restarts::ToRetry(transaction, after, kStartedAtOnce, query.parameters.Get("user_name"));
+        for (const int job : some) restarts::Retry(transaction, job, now);
         transaction.Commit();
         found = some.size();
         count += static_cast<long long>(found);

@@ -8,7 +8,7 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
 #include "zelvek/publishing/answers.h"
-#include "zelvek/store/jobs.h"
+#include "zelvek/store/runs.h"
 
 namespace zelvek {
 
@@ -52,7 +52,7 @@ void Publisher::Publish(const Process& publisher, const std::string& user, const
     {
         Transaction transaction(store_);
         known = publications::Of(transaction, item);
-        entry.job = jobs::JobOf(transaction, publisher);
+        entry.job = runs::JobOf(transaction, publisher);
         entry.found = IsFound(known);
         before = publications::Put(transaction, entry);
         transaction.Commit();
@@ -82,7 +82,7 @@ void Publisher::Withdraw(const Process& caller, const PublishedItem& item) {
     std::vector<Publication> entries;
     {
         Transaction transaction(store_);
-        const int job = jobs::JobOf(transaction, caller);
+        const int job = runs::JobOf(transaction, caller);
         // The run may still die: then its job needs the item again.
         const bool later = job != 0 && publications::Withdraw(transaction, item, job, caller);
         if (!later) entries = publications::Of(transaction, item);

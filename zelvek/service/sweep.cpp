@@ -7,9 +7,10 @@
 #include "zelvek/jobs/renewal.h"
 #include "zelvek/store/answered.h"
 #include "zelvek/store/history.h"
-#include "zelvek/store/jobs.h"
 #include "zelvek/store/problems.h"
 #include "zelvek/store/requests.h"
+#include "zelvek/store/restarts.h"
+#include "zelvek/store/runs.h"
 
 namespace zelvek {
 
@@ -36,7 +37,7 @@ std::string DaysBefore(const vek_date::DateTime& now, int days) {
 void FreeWhatTheDeadHold(Services& services, const vek_date::DateTime& now) {
     Transaction transaction(services.store);
     FreeJobsOfTheDead(transaction, now.AsDateTime(), services.retry);
-    jobs::ForgetDeadProcesses(transaction);
+    runs::ForgetDeadProcesses(transaction);
     requests::RemoveLeft(transaction, vek_date::DateTime(now).AddSeconds(-kKeepLeftRequests).AsDateTime());
     transaction.Commit();
 }
@@ -47,16 +48,16 @@ void FindMissingEnds(Services& services, const vek_date::DateTime& now) {
     std::vector<Job> found;
     {
         Transaction transaction(services.store);
-        found = jobs::OfUnknownEnd(transaction, kLookedAtOnce);
+        found = restarts::OfUnknownEnd(transaction, kLookedAtOnce);
     }
     for (const Job& job : found) {
         const auto lifetime = install::InstalledLifetime(services.install, job.user_name, job.certname);
         const int some_time = kHour + static_cast<int>((kDay - kHour) * RandomSpread());
-        const jobs::Validity soon{now.AsDateTime(),
-                                  vek_date::DateTime(now).AddSeconds(some_time).AsDateTime()};
+        const restarts::Validity soon{now.AsDateTime(),
+                                      vek_date::DateTime(now).AddSeconds(some_time).AsDateTime()};
         Transaction transaction(services.store);
-        jobs::SetValidity(transaction, job.user_name, job.folder,
-                          lifetime ? ValidityOf(lifetime->from, lifetime->until, RandomSpread()) : soon);
+        restarts::SetValidity(transaction, job.user_name, job.folder,
+                              lifetime ? ValidityOf(lifetime->from, lifetime->until, RandomSpread()) : soon);
         transaction.Commit();
     }
 }

@@ -119,6 +119,14 @@ bool Statement::Next() {
     return row;
 }
 
+std::vector<int> Statement::Numbers() {
+    std::vector<int> numbers;
+    int number = 0;
+    Into(number);
+    while (Next()) numbers.push_back(number);
+    return numbers;
+}
+
 long long Statement::Run() {
     state_->failed = true;
     const long long changed = Translated([&] {

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace zelvek {
 
@@ -31,6 +32,9 @@ public:
 
     /// Fetches the next row; false after the last one.
     bool Next();
+
+    /// The first column of every row.
+    std::vector<int> Numbers();
 
     /// For statements without columns: carries it out and returns how many rows it has changed.
     long long Run();

@@ -49,6 +49,13 @@ int StoreTest::AddJob(Job job) {
     });
 }
 
+int StoreTest::AddDue(const std::string& due, bool Job::*flag) {
+    Job job;
+    job.due = due;
+    if (flag != nullptr) job.*flag = true;
+    return AddJob(job);
+}
+
 Job StoreTest::FindJob(int id) {
     Transaction transaction(*store_);
     return jobs::Find(transaction, id);

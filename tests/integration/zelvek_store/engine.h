@@ -61,6 +61,9 @@ protected:
     /// Stores the job as it is, all its fields, and returns its id. It has no holder.
     int AddJob(Job job = {});
 
+    /// A job that is due at that time, with one of its flags on.
+    int AddDue(const std::string& due, bool Job::*flag = nullptr);
+
     Job FindJob(int id);
 
 private:

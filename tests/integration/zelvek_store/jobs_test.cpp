@@ -1,5 +1,7 @@
 // Certificate jobs in the store.
 #include "zelvek/store/jobs.h"
+#include "zelvek/store/restarts.h"
+#include "zelvek/store/runs.h"
 
 #include <limits>
 
@@ -21,23 +23,6 @@ protected:
         Transaction transaction(store());
         for (const Job& job : jobs::List(transaction, selection)) ids.push_back(job.id);
         return ids;
-    }
-
-    std::vector<int> Due(const std::string& now, int limit = 100) {
-        Transaction transaction(store());
-        return jobs::Due(transaction, now, limit);
-    }
-
-    int JobOf(const Process& process) {
-        Transaction transaction(store());
-        return jobs::JobOf(transaction, process);
-    }
-
-    int AddDue(const std::string& due, bool Job::*flag = nullptr) {
-        Job job;
-        job.due = due;
-        if (flag != nullptr) job.*flag = true;
-        return AddJob(job);
     }
 };
 
@@ -131,7 +116,7 @@ TEST_P(StoredJobs, ANewOneHasWhatThePanelSets) {
 // Behaviour: What the panel sets of a job, and who holds it, is not changed when the job is stored again
 TEST_P(StoredJobs, StoringAgainLeavesWhatThePanelSet) {
     const int id = AddJob(FilledJob("before"));
-    Do([&](Transaction& transaction) { jobs::Hold(transaction, id, Living()); });
+    Do([&](Transaction& transaction) { runs::Hold(transaction, id, Living()); });
     Job expected = FindJob(id);
     Job changed = FilledJob("after");
     changed.id = id;
@@ -152,9 +137,9 @@ TEST_P(StoredJobs, OthersAreLeftAlone) {
         Job job = jobs::Find(transaction, id);
         job.challenges = "c";
         jobs::Save(transaction, job);
-        jobs::Hold(transaction, id, Living());
-        jobs::Free(transaction, job);
-        jobs::Revive(transaction, id);
+        runs::Hold(transaction, id, Living());
+        runs::Free(transaction, job);
+        restarts::Revive(transaction, id);
         jobs::Remove(transaction, id);
     });
     EXPECT_EQ(FindJob(other), before);
@@ -193,7 +178,7 @@ TEST_P(StoredJobs, AreShownWithoutTheirKeys) {
     job.force_update = true;
     job.skip_account_check = true;
     job.id = AddJob(job);
-    Do([&](Transaction& transaction) { jobs::Claim(transaction, job.id, Living()); });
+    Do([&](Transaction& transaction) { runs::Claim(transaction, job.id, Living()); });
 
     Transaction transaction(store());
     const std::vector<Job> shown{jobs::FindShown(transaction, job.id), jobs::List(transaction, {0, 10}).at(0),
@@ -229,53 +214,6 @@ TEST_P(StoredJobs, AreFoundByTheirFolders) {
     EXPECT_EQ(find("anna", "Shop.example"), std::nullopt);
 }
 
-// Behaviour: Waiting jobs whose times lie too far in the future are found, others are not
-TEST_P(StoredJobs, WithTimesInTheFutureAreFound) {
-    const auto add = [&](const std::string& last_run, const std::string& next, const std::string& due,
-                         bool Job::*flag = nullptr) {
-        Job job;
-        job.last_run = last_run;
-        job.next_attempt = next;
-        job.due = due;
-        if (flag != nullptr) job.*flag = true;
-        return AddJob(job);
-    };
-    const std::string past = "2026-01-01 00:00:00";
-    const std::string now = "2026-01-02 00:00:00";
-    const std::string later = "2026-01-02 12:00:00";
-    const std::string latest = "2026-01-03 00:00:00";
-    const std::string too_late = "2026-01-03 00:00:01";
-    const std::vector<int> expected{add(later, "", later),  add(later, later, later),
-                                    add("", "", later),     add(past, too_late, too_late),
-                                    add("never", "", past), add(past, "", "never")};
-    for (const std::string& due : {past, now, later, latest}) {
-        add(past, due, due);
-        add(now, due, due);
-        add("", due, due);
-    }
-    add("", "", now);
-    for (bool Job::*flag : {&Job::verified, &Job::failed, &Job::processing}) add(later, "", "never", flag);
-    const auto find = [&](int limit) {
-        return Do(
-            [&](Transaction& transaction) { return jobs::WaitingTooLong(transaction, now, latest, limit); });
-    };
-    EXPECT_EQ(find(100), expected);
-    EXPECT_EQ(find(1).size(), 3U) << "one for each reason";
-}
-
-// Behaviour: A job's times are stored, and nothing else of it
-TEST_P(StoredJobs, TimesAreStoredAlone) {
-    const int id = AddJob(FilledJob("before"));
-    Job expected = FindJob(id);
-    Job changed = FilledJob("after");
-    changed.id = id;
-    Do([&](Transaction& transaction) { jobs::SetTimes(transaction, changed); });
-    for (const auto member : {&Job::time_started, &Job::last_run, &Job::next_attempt, &Job::due}) {
-        expected.*member = changed.*member;
-    }
-    EXPECT_EQ(FindJob(id), expected);
-}
-
 // Behaviour: A list of jobs has those with the user and the state asked for, by number, after the number
 //   asked for, as many as asked for; each job is in one state
 TEST_P(StoredJobs, AreListedByUserAndStateInPages) {
@@ -302,58 +240,6 @@ TEST_P(StoredJobs, AreListedByUserAndStateInPages) {
     EXPECT_THAT(List({all.back().id, 10}), IsEmpty());
 }
 
-// Behaviour: Jobs that are due come in the order of their times, then of their numbers, as many as asked
-//   for; none of them is verified, failed or under way
-TEST_P(StoredJobs, AreDueInTheOrderOfTheirTimes) {
-    const int late = AddDue("2026-01-03 00:00:00");
-    const int early = AddDue("2026-01-01 00:00:00");
-    const int now = AddDue("2026-01-05 00:00:00");
-    const int also_late = AddDue("2026-01-03 00:00:00");
-    AddDue("2026-01-05 00:00:01");
-    AddDue("2025-01-01 00:00:00", &Job::verified);
-    AddDue("2025-01-01 00:00:00", &Job::failed);
-    AddDue("2025-01-01 00:00:00", &Job::processing);
-    EXPECT_THAT(Due("2026-01-05 00:00:00"), ElementsAre(early, late, also_late, now));
-    EXPECT_THAT(Due("2026-01-05 00:00:00", 2), ElementsAre(early, late));
-    EXPECT_THAT(Due("2025-12-31 00:00:00"), IsEmpty());
-}
-
-// Behaviour: Users take turns: a user's many due jobs come after another's first one, and after what the user
-//   has running
-TEST_P(StoredJobs, AreDueInTurnsBetweenUsers) {
-    const auto add = [&](const std::string& user, const std::string& due, bool running = false) {
-        Job job = FilledJob(user + due);
-        job.user_name = user;
-        job.due = due;
-        job.verified = job.failed = false;
-        job.processing = running;
-        Do([&](Transaction& transaction) {
-            job.id = jobs::Add(transaction, job);
-            jobs::Save(transaction, job);
-        });
-        return job.id;
-    };
-    const int first = add("anna", "2026-01-01 00:00:00");
-    const int second = add("anna", "2026-01-01 00:00:01");
-    const int only = add("bert", "2026-01-02 00:00:00");
-    EXPECT_THAT(Due("2026-01-05 00:00:00"), ElementsAre(first, only, second));
-    add("anna", "2026-01-01 00:00:00", true);
-    EXPECT_THAT(Due("2026-01-05 00:00:00"), ElementsAre(only, first, second));
-}
-
-// Behaviour: A job is claimed only while it is due and nobody works on it
-TEST_P(StoredJobs, AreClaimedOnlyWhileDue) {
-    const int id = AddDue("2026-01-03 00:00:00");
-    const auto claim = [&](const std::string& now) {
-        bool claimed = false;
-        Do([&](Transaction& transaction) { claimed = jobs::ClaimIfDue(transaction, id, Living(), now); });
-        return claimed;
-    };
-    EXPECT_FALSE(claim("2026-01-02 23:59:59"));
-    EXPECT_TRUE(claim("2026-01-03 00:00:00"));
-    EXPECT_FALSE(claim("2026-01-03 00:00:00"));
-}
-
 // Behaviour: The jobs under way are those that are "processing", by number, whatever else became of them
 TEST_P(StoredJobs, UnderWayAreThoseInProcess) {
     Job job;
@@ -368,87 +254,6 @@ TEST_P(StoredJobs, UnderWayAreThoseInProcess) {
     std::vector<int> running;
     for (const Job& one : jobs::Running(transaction)) running.push_back(one.id);
     EXPECT_THAT(running, ElementsAre(first, second, third));
-}
-
-// Behaviour: A claimed job is under way and its process's, and so is one that was read; only the reader's
-//   publications are the job's
-TEST_P(StoredJobs, AreClaimedAndHeld) {
-    const OtherProcess other;
-    const int claimed = AddJob(FilledJob("a"));
-    const int held = AddJob(FilledJob("b"));
-    Do([&](Transaction& transaction) {
-        jobs::Claim(transaction, claimed, Living());
-        jobs::Hold(transaction, held, other.process());
-    });
-    EXPECT_TRUE(FindJob(claimed).processing);
-    EXPECT_EQ(FindJob(claimed).holder, Living());
-    EXPECT_TRUE(FindJob(held).processing);
-    EXPECT_EQ(FindJob(held).holder, other.process());
-    EXPECT_EQ(JobOf(Living()), 0);
-    EXPECT_EQ(JobOf(other.process()), held);
-    EXPECT_THAT(Differences(FindJob(held), FilledJob("b")), ElementsAre("processing"));
-}
-
-// Behaviour: Of the jobs that a process has read the last one is its job; a process that has the same id
-//   after it has none
-TEST_P(StoredJobs, AProcessHasTheJobThatItReadLast) {
-    const int first = AddJob();
-    const int second = AddJob();
-    Do([&](Transaction& transaction) {
-        jobs::Hold(transaction, second, Dead());
-        jobs::Hold(transaction, second, Living());
-        jobs::Hold(transaction, first, Living());
-    });
-    EXPECT_EQ(JobOf(Living()), first);
-    EXPECT_EQ(JobOf(Dead()), 0);
-}
-
-// Behaviour: Dead processes are forgotten, living ones are not
-TEST_P(StoredJobs, ReadersThatDiedAreForgotten) {
-    const OtherProcess other;
-    const int id = AddJob();
-    Do([&](Transaction& transaction) {
-        jobs::Hold(transaction, id, Dead());
-        jobs::Hold(transaction, id, other.process());
-        jobs::ForgetDeadProcesses(transaction);
-    });
-    EXPECT_EQ(JobOf(Dead()), 0);
-    EXPECT_EQ(JobOf(other.process()), id);
-    EXPECT_EQ(Rows("reader"), 1);
-}
-
-// Behaviour: A process with the largest id and start time comes back
-TEST_P(StoredJobs, LargeProcessNumbersComeBack) {
-    const Process process{std::numeric_limits<pid_t>::max(), std::numeric_limits<long long>::max()};
-    const int id = AddJob();
-    Do([&](Transaction& transaction) { jobs::Hold(transaction, id, process); });
-    EXPECT_EQ(FindJob(id).holder, process);
-    EXPECT_EQ(JobOf(process), id);
-}
-
-// Behaviour: A freed job is no longer under way and has the times given; all else of it stays
-TEST_P(StoredJobs, AreFreed) {
-    Job job = FilledJob("a");
-    job.processing = true;
-    const int id = AddJob(job);
-    Do([&](Transaction& transaction) { jobs::Claim(transaction, id, Living()); });
-    job.id = id;
-    job.last_run = "last";
-    job.failures = 7;
-    job.due = "next";
-    Do([&](Transaction& transaction) { jobs::Free(transaction, job); });
-    job.processing = false;
-    EXPECT_THAT(Differences(FindJob(id), job), IsEmpty());
-}
-
-// Behaviour: A stopped job that gets another try is no longer failed; all else of it stays
-TEST_P(StoredJobs, AreRevived) {
-    Job job = FilledJob("a");
-    job.failed = true;
-    const int id = AddJob(job);
-    Do([&](Transaction& transaction) { jobs::Revive(transaction, id); });
-    job.failed = false;
-    EXPECT_THAT(Differences(FindJob(id), job), IsEmpty());
 }
 
 // Behaviour: A removed job is gone with its history, and what others have stays
@@ -466,155 +271,11 @@ TEST_P(StoredJobs, AreRemovedWithTheirHistory) {
     EXPECT_EQ(history::Of(transaction, other).size(), 1u);
 }
 
-// Behaviour: Every job of a certificate knows when that ends and is renewed
-TEST_P(StoredJobs, KnowWhenTheirCertificatesEnd) {
-    Job job;
-    job.user_name = "anna";
-    job.folder = "a";
-    const int id = AddJob(job);
-    job.user_name = "bob";
-    const int other = AddJob(job);
-    Do([](Transaction& transaction) { jobs::SetValidity(transaction, "anna", "a", {"2", "1"}); });
-    Reopen();
-    EXPECT_EQ(FindJob(id).expires, "2");
-    EXPECT_EQ(FindJob(id).renew, "1");
-    EXPECT_EQ(FindJob(other).expires, "");
-}
-
-// Behaviour: Installed certificates are to be renewed at their times, the longest due first, and no others
-TEST_P(StoredJobs, AreRenewedAtTheirTimes) {
-    const auto add = [&](const std::string& renew, bool verified, bool processing = false) {
-        Job job;
-        job.renew = renew;
-        job.verified = verified;
-        job.processing = processing;
-        return AddJob(job);
-    };
-    const int second = add("2", true);
-    const int first = add("1", true);
-    add("3", true);
-    add("", true);
-    add("1", false);
-    add("1", true, true);
-    const auto due = [&](const std::string& now, int limit) {
-        return Do([&](Transaction& transaction) { return jobs::RenewalDue(transaction, now, limit); });
-    };
-    EXPECT_THAT(due("2", 10), ElementsAre(first, second));
-    EXPECT_THAT(due("2", 1), ElementsAre(first));
-    EXPECT_THAT(due("0", 10), IsEmpty());
-}
-
-// Behaviour: Installed certificates of which nobody knows the end are found
-TEST_P(StoredJobs, OfUnknownEndAreFound) {
-    Job job;
-    job.verified = true;
-    job.certname = "*.a";
-    job.user_name = "anna";
-    job.folder = "_wildcard.a";
-    const int id = AddJob(job);
-    job.expires = "1";
-    AddJob(job);
-    AddJob();
-    const auto found = Do([](Transaction& transaction) { return jobs::OfUnknownEnd(transaction, 10); });
-    ASSERT_EQ(found.size(), 1u);
-    EXPECT_EQ(found[0].id, id);
-    EXPECT_EQ(found[0].certname + " " + found[0].user_name + " " + found[0].folder, "*.a anna _wildcard.a");
-}
-
-// Behaviour: Certificates to be renewed by hand are chosen by user and by their end, a page at a time
-TEST_P(StoredJobs, AreChosenForRenewal) {
-    const auto add = [&](const std::string& user, const std::string& expires, bool verified = true) {
-        Job job;
-        job.user_name = user;
-        job.expires = expires;
-        job.verified = verified;
-        return AddJob(job);
-    };
-    const int one = add("anna", "1");
-    const int two = add("anna", "5");
-    const int three = add("bob", "1");
-    add("bob", "1", false);
-    const auto chosen = [&](const jobs::Renewable& which) {
-        return Do([&](Transaction& transaction) { return jobs::ToRenew(transaction, which); });
-    };
-    EXPECT_THAT(chosen({0, 10}), ElementsAre(one, two, three));
-    EXPECT_THAT(chosen({one, 1}), ElementsAre(two));
-    EXPECT_THAT(chosen({0, 10, "anna"}), ElementsAre(one, two));
-    EXPECT_THAT(chosen({0, 10, "", "5"}), ElementsAre(one, three));
-    EXPECT_THAT(chosen({0, 10, "anna", "5"}), ElementsAre(one));
-}
-
-// Behaviour: A job that starts anew has nothing left of its order, and keeps its account and its
-// certificate's times
-TEST_P(StoredJobs, StartAnewWithoutTheirOrder) {
-    Job job = FilledJob("x");
-    job.verified = job.failed = true;
-    const int id = AddJob(job);
-    Do([&](Transaction& transaction) { jobs::StartAnew(transaction, id, "2026-01-01 00:00:00", true); });
-    const Job anew = FindJob(id);
-    Job expected = job;
-    expected.id = id;
-    expected.holder = anew.holder;
-    expected.verified = expected.failed = false;
-    expected.force_update = true;
-    expected.time_started = expected.due = "2026-01-01 00:00:00";
-    expected.next_attempt = expected.challenges = expected.finalize = expected.finalize_check = "";
-    expected.attempt_count = expected.account_check_count = 0;
-    EXPECT_THAT(Differences(anew, expected), IsEmpty());
-}
-
-// Behaviour: Stopped jobs whose time has come are found, the longest due first
-TEST_P(StoredJobs, ThatWereStoppedAreDueAtTheirTimes) {
-    const int second = AddDue("2", &Job::failed);
-    const int first = AddDue("1", &Job::failed);
-    AddDue("3", &Job::failed);
-    AddDue("1");
-    AddDue("1", &Job::verified);
-    const auto due = [&](int limit) {
-        return Do([&](Transaction& transaction) { return jobs::StoppedDue(transaction, "2", limit); });
-    };
-    EXPECT_THAT(due(10), ElementsAre(first, second));
-    EXPECT_THAT(due(1), ElementsAre(first));
-}
-
 // Behaviour: What the panel has refused to a job's run is kept with the job
 TEST_P(StoredJobs, KnowWhatWasRefused) {
     const int id = AddJob();
     Do([&](Transaction& transaction) { jobs::SetRefusal(transaction, id, "no zone"); });
     EXPECT_EQ(FindJob(id).refusal, "no zone");
-}
-
-// Behaviour: Jobs without a certificate of which no run is under way can be tried again, all or a user's; a
-// stopped one
-//   begins anew
-TEST_P(StoredJobs, AreTriedAgain) {
-    Job job;
-    job.user_name = "anna";
-    job.next_attempt = job.due = "9";
-    job.failures = 3;
-    job.challenges = "c";
-    const int waiting = AddJob(job);
-    job.user_name = "bob";
-    job.failed = true;
-    const int stopped = AddJob(job);
-    AddDue("1", &Job::verified);
-    AddDue("1", &Job::processing);
-    const auto chosen = [&](int after, const std::string& user) {
-        return Do([&](Transaction& transaction) { return jobs::ToRetry(transaction, after, 10, user); });
-    };
-    EXPECT_THAT(chosen(0, ""), ElementsAre(waiting, stopped));
-    EXPECT_THAT(chosen(waiting, ""), ElementsAre(stopped));
-    EXPECT_THAT(chosen(0, "anna"), ElementsAre(waiting));
-    Do([&](Transaction& transaction) {
-        for (const int id : {waiting, stopped}) jobs::Retry(transaction, id, "5");
-    });
-    for (const int id : {waiting, stopped}) {
-        const Job tried = FindJob(id);
-        EXPECT_EQ(tried.due + tried.next_attempt, "5");
-        EXPECT_EQ(tried.failures, 0);
-        EXPECT_FALSE(tried.failed);
-        EXPECT_EQ(tried.challenges, id == waiting ? "c" : "");
-    }
 }
 
 }  // namespace

@@ -19,6 +19,8 @@
 #include "zelvek/store/publications.h"
 #include "zelvek/store/reloads.h"
 #include "zelvek/store/requests.h"
+#include "zelvek/store/restarts.h"
+#include "zelvek/store/runs.h"
 
 namespace zelvek::testing {
 
@@ -156,46 +158,50 @@ Operations JobOperations() {
         {"jobs::FindShown", [](Transaction& transaction) { jobs::FindShown(transaction, 1); }},
         {"jobs::List", &ListAll},
         {"jobs::Save", [](Transaction& transaction) { SaveWith(transaction, "new"); }},
-        {"jobs::Claim", [](Transaction& transaction) { jobs::Claim(transaction, 1, Living()); }},
-        {"jobs::ClaimIfDue",
-         [](Transaction& transaction) { jobs::ClaimIfDue(transaction, 1, Living(), "9"); }},
-        {"jobs::Hold", [](Transaction& transaction) { jobs::Hold(transaction, 1, Dead()); }},
-        {"jobs::JobOf", [](Transaction& transaction) { jobs::JobOf(transaction, Living()); }},
-        {"jobs::ForgetDeadProcesses",
+        {"runs::Claim", [](Transaction& transaction) { runs::Claim(transaction, 1, Living()); }},
+        {"runs::ClaimIfDue",
+         [](Transaction& transaction) { runs::ClaimIfDue(transaction, 1, Living(), "9"); }},
+        {"runs::Hold", [](Transaction& transaction) { runs::Hold(transaction, 1, Dead()); }},
+        {"runs::JobOf", [](Transaction& transaction) { runs::JobOf(transaction, Living()); }},
+        {"runs::ForgetDeadProcesses",
          [](Transaction& transaction) {
-             jobs::Hold(transaction, 1, Dead());
-             jobs::ForgetDeadProcesses(transaction);
+             runs::Hold(transaction, 1, Dead());
+             runs::ForgetDeadProcesses(transaction);
          }},
         {"jobs::Running", [](Transaction& transaction) { jobs::Running(transaction); }},
-        {"jobs::Due", [](Transaction& transaction) { jobs::Due(transaction, "2026-01-01 00:00:00", 4); }},
-        {"jobs::WaitingTooLong",
+        {"runs::Due", [](Transaction& transaction) { runs::Due(transaction, "2026-01-01 00:00:00", 4); }},
+        {"runs::WaitingTooLong",
          [](Transaction& transaction) {
-             jobs::WaitingTooLong(transaction, "2026-01-01 00:00:00", "2026-01-02 00:00:00", 4);
+             runs::WaitingTooLong(transaction, "2026-01-01 00:00:00", "2026-01-02 00:00:00", 4);
          }},
-        {"jobs::SetTimes", [](Transaction& transaction) { jobs::SetTimes(transaction, FilledJob("a")); }},
-        {"jobs::Free",
-         [](Transaction& transaction) { jobs::Free(transaction, jobs::FindShown(transaction, 1)); }},
-        {"jobs::SetValidity",
+        {"runs::SetTimes", [](Transaction& transaction) { runs::SetTimes(transaction, FilledJob("a")); }},
+        {"runs::Free",
+         [](Transaction& transaction) { runs::Free(transaction, jobs::FindShown(transaction, 1)); }},
+        {"restarts::SetValidity",
          [](Transaction& transaction) {
-             jobs::SetValidity(transaction, "anna", "f", {"e", "r"});
+             restarts::SetValidity(transaction, "anna", "f", {"e", "r"});
          }},
-        {"jobs::RenewalDue", [](Transaction& transaction) { jobs::RenewalDue(transaction, "t", 10); }},
-        {"jobs::StoppedDue", [](Transaction& transaction) { jobs::StoppedDue(transaction, "t", 10); }},
+        {"restarts::RenewalDue",
+         [](Transaction& transaction) { restarts::RenewalDue(transaction, "t", 10); }},
+        {"restarts::StoppedDue",
+         [](Transaction& transaction) { restarts::StoppedDue(transaction, "t", 10); }},
         {"jobs::SetRefusal", [](Transaction& transaction) { jobs::SetRefusal(transaction, 1, "r"); }},
-        {"jobs::ToRetry",
+        {"restarts::ToRetry",
          [](Transaction& transaction) {
-             for (const std::string user : {"", "anna"}) jobs::ToRetry(transaction, 0, 10, user);
+             for (const std::string user : {"", "anna"}) restarts::ToRetry(transaction, 0, 10, user);
          }},
-        {"jobs::Retry", [](Transaction& transaction) { jobs::Retry(transaction, 1, "t"); }},
-        {"jobs::OfUnknownEnd", [](Transaction& transaction) { jobs::OfUnknownEnd(transaction, 10); }},
-        {"jobs::ToRenew",
+        {"restarts::Retry", [](Transaction& transaction) { restarts::Retry(transaction, 1, "t"); }},
+        {"restarts::OfUnknownEnd", [](Transaction& transaction) { restarts::OfUnknownEnd(transaction, 10); }},
+        {"restarts::ToRenew",
          [](Transaction& transaction) {
              for (const std::string user : {"", "anna"}) {
-                 for (const std::string before : {"", "t"}) jobs::ToRenew(transaction, {0, 10, user, before});
+                 for (const std::string before : {"", "t"})
+                     restarts::ToRenew(transaction, {0, 10, user, before});
              }
          }},
-        {"jobs::StartAnew", [](Transaction& transaction) { jobs::StartAnew(transaction, 1, "t", true); }},
-        {"jobs::Revive", [](Transaction& transaction) { jobs::Revive(transaction, 1); }},
+        {"restarts::StartAnew",
+         [](Transaction& transaction) { restarts::StartAnew(transaction, 1, "t", true); }},
+        {"restarts::Revive", [](Transaction& transaction) { restarts::Revive(transaction, 1); }},
         {"jobs::Remove", [](Transaction& transaction) { jobs::Remove(transaction, 2); }},
         {"accounts::SetOfJob",
          [](Transaction& transaction) {

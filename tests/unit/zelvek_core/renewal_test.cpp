@@ -10,7 +10,7 @@ namespace {
 using vek_date::DateTime;
 
 std::string Renewal(const std::string& from, const std::string& until, double spread) {
-    const jobs::Validity validity = ValidityOf(DateTime(from), DateTime(until), spread);
+    const restarts::Validity validity = ValidityOf(DateTime(from), DateTime(until), spread);
     EXPECT_EQ(validity.expires, until);
     return validity.renew;
 }

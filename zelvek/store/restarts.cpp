@@ -1,0 +1,97 @@
+#include "zelvek/store/restarts.h"
+
+#include <algorithm>
+
+#include "zelvek/store/jobs.h"
+
+namespace zelvek::restarts {
+
+void SetValidity(Transaction& transaction, const std::string& user, const std::string& folder,
+                 const Validity& validity) {
+    transaction
+        .Prepare(
+            "UPDATE job SET expires = :expires, renew = :renew WHERE user_name = :user AND folder = :folder")
+        .With(validity.expires)
+        .With(validity.renew)
+        .With(user)
+        .With(folder)
+        .Run();
+}
+
+std::vector<int> RenewalDue(Transaction& transaction, const std::string& now, int limit) {
+    Statement select = transaction.Prepare(
+        "SELECT id FROM job WHERE verified = 1 AND renew > '' AND renew <= :now AND processing = 0"
+        " ORDER BY renew, id LIMIT :most");
+    return select.With(now).With(limit).Numbers();
+}
+
+std::vector<int> StoppedDue(Transaction& transaction, const std::string& now, int limit) {
+    Statement select = transaction.Prepare(
+        "SELECT id FROM job WHERE failed = 1 AND verified = 0 AND processing = 0 AND due <= :now"
+        " ORDER BY due, id LIMIT :most");
+    return select.With(now).With(limit).Numbers();
+}
+
+std::vector<int> ToRetry(Transaction& transaction, int after, int limit, const std::string& user) {
+    std::vector<int> found;
+    // Each state has an index of its own.
+    for (const jobs::State state : {jobs::State::kWaiting, jobs::State::kFailed}) {
+        for (const Job& job : jobs::List(transaction, {after, limit, user, state})) {
+            if (!job.processing) found.push_back(job.id);
+        }
+    }
+    std::sort(found.begin(), found.end());
+    if (found.size() > static_cast<std::size_t>(limit)) found.resize(static_cast<std::size_t>(limit));
+    return found;
+}
+
+void Retry(Transaction& transaction, int id, const std::string& now) {
+    if (jobs::FindShown(transaction, id).failed) StartAnew(transaction, id, now, false);
+    transaction.Prepare("UPDATE job SET due = :now, next_attempt = '', failures = 0 WHERE id = :id")
+        .With(now)
+        .With(id)
+        .Run();
+}
+
+std::vector<Job> OfUnknownEnd(Transaction& transaction, int limit) {
+    std::vector<Job> found;
+    Job job;
+    Statement select = transaction.Prepare(
+        "SELECT id, certname, user_name, folder FROM job WHERE verified = 1 AND expires = '' ORDER BY id "
+        "LIMIT :most");
+    select.With(limit).Into(job.id).Into(job.certname).Into(job.user_name).Into(job.folder);
+    while (select.Next()) found.push_back(job);
+    return found;
+}
+
+std::vector<int> ToRenew(Transaction& transaction, const Renewable& which) {
+    const std::string of_user = which.user_name.empty() ? "" : "user_name = :user AND ";
+    const std::string ending = which.before.empty() ? "" : " AND expires < :before";
+    Statement select = transaction.Prepare("SELECT id FROM job WHERE " + of_user +
+                                           "id > :after AND verified = 1 AND processing = 0" + ending +
+                                           " ORDER BY id LIMIT :most");
+    if (!of_user.empty()) select.With(which.user_name);
+    select.With(which.after);
+    if (!ending.empty()) select.With(which.before);
+    return select.With(which.limit).Numbers();
+}
+
+void StartAnew(Transaction& transaction, int id, const std::string& now, bool forced) {
+    transaction
+        .Prepare(
+            "UPDATE job SET verified = 0, failed = 0, force_update = :forced, time_started = :now, due = "
+            ":due,"
+            " next_attempt = '', attempt_count = 0, account_check_count = 0, challenges = '', finalize = '',"
+            " finalize_check = '' WHERE id = :id")
+        .With(forced)
+        .With(now)
+        .With(now)
+        .With(id)
+        .Run();
+}
+
+void Revive(Transaction& transaction, int id) {
+    transaction.Prepare("UPDATE job SET failed = 0 WHERE id = :id").With(id).Run();
+}
+
+}  // namespace zelvek::restarts

@@ -1,0 +1,111 @@
+#include "zelvek/store/runs.h"
+
+#include <set>
+
+namespace zelvek::runs {
+
+void Claim(Transaction& transaction, int id, const Process& process) {
+    transaction
+        .Prepare("UPDATE job SET processing = 1, holder_pid = :pid, holder_start = :start WHERE id = :id")
+        .With(process.pid)
+        .With(process.start)
+        .With(id)
+        .Run();
+}
+
+void Hold(Transaction& transaction, int id, const Process& process) {
+    Claim(transaction, id, process);
+    transaction
+        .Prepare(
+            "INSERT INTO reader (pid, start, job) VALUES (:pid, :start, :job)"
+            " ON CONFLICT (pid) DO UPDATE SET start = excluded.start, job = excluded.job")
+        .With(process.pid)
+        .With(process.start)
+        .With(id)
+        .Run();
+}
+
+int JobOf(Transaction& transaction, const Process& process) {
+    int job = 0;
+    Statement select = transaction.Prepare("SELECT job FROM reader WHERE pid = :pid AND start = :start");
+    return select.With(process.pid).With(process.start).Into(job).Next() ? job : 0;
+}
+
+void ForgetDeadProcesses(Transaction& transaction) {
+    std::vector<Process> dead;
+    Process reader;
+    Statement select = transaction.Prepare("SELECT pid, start FROM reader");
+    select.Into(reader.pid).Into(reader.start);
+    while (select.Next()) {
+        if (!Alive(reader)) dead.push_back(reader);
+    }
+    for (const Process& process : dead) {
+        transaction.Prepare("DELETE FROM reader WHERE pid = :pid").With(process.pid).Run();
+    }
+}
+
+std::vector<int> Due(Transaction& transaction, const std::string& now, int limit) {
+    Statement select = transaction.Prepare(
+        "SELECT id FROM (SELECT id, due, row_number() OVER (PARTITION BY user_name ORDER BY due, id)"
+        " + (SELECT count(*) FROM job AS run WHERE run.processing = 1 AND run.user_name = job.user_name) AS "
+        "turn"
+        " FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND due <= :now) AS waiting"
+        " ORDER BY turn, due, id LIMIT :most");
+    return select.With(now).With(limit).Numbers();
+}
+
+std::vector<int> WaitingTooLong(Transaction& transaction, const std::string& now, const std::string& latest,
+                                int limit) {
+    const std::string waiting =
+        "SELECT id FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND ";
+    std::set<int> found;
+    const auto find = [&](const std::string& reason, const std::string& time) {
+        int id = 0;
+        Statement select = transaction.Prepare(waiting + reason + " LIMIT :most");
+        select.With(time).With(limit).Into(id);
+        while (select.Next()) found.insert(id);
+    };
+    find("last_run > :now", now);
+    find("last_run = '' AND next_attempt = '' AND due > :now", now);
+    find("due > :latest", latest);
+    return {found.begin(), found.end()};
+}
+
+void SetTimes(Transaction& transaction, const Job& job) {
+    transaction
+        .Prepare(
+            "UPDATE job SET time_started = :started, last_run = :last_run, next_attempt = :next, due = :due"
+            " WHERE id = :id")
+        .With(job.time_started)
+        .With(job.last_run)
+        .With(job.next_attempt)
+        .With(job.due)
+        .With(job.id)
+        .Run();
+}
+
+void Free(Transaction& transaction, const Job& job) {
+    transaction
+        .Prepare(
+            "UPDATE job SET processing = 0, last_run = :last_run, failures = :failures, due = :due WHERE id "
+            "= :id")
+        .With(job.last_run)
+        .With(job.failures)
+        .With(job.due)
+        .With(job.id)
+        .Run();
+}
+
+bool ClaimIfDue(Transaction& transaction, int id, const Process& process, const std::string& now) {
+    return transaction
+               .Prepare(
+                   "UPDATE job SET processing = 1, holder_pid = :pid, holder_start = :start"
+                   " WHERE id = :id AND verified = 0 AND failed = 0 AND processing = 0 AND due <= :now")
+               .With(process.pid)
+               .With(process.start)
+               .With(id)
+               .With(now)
+               .Run() == 1;
+}
+
+}  // namespace zelvek::runs
