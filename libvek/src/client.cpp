@@ -52,11 +52,13 @@ bool IsUnreached(CURLcode code) {
     return code == CURLE_COULDNT_CONNECT || code == CURLE_COULDNT_RESOLVE_HOST;
 }
 
-// A service that restarts has no socket, or one that nobody listens on, for a moment; one with many callers
-// at once cannot take one more (libcurl knows no error number then).
+// A service that restarts has no socket, or one that nobody listens on, for a moment; one that dies resets
+// the connections that it has not taken yet; one with many callers at once cannot take one more (libcurl
+// knows no error number then).
 bool IsAwayForNow(const vek_curl::Easy& easy, CURLcode code) {
     const int error = easy.SystemError();
-    return code == CURLE_COULDNT_CONNECT && (error == ENOENT || error == ECONNREFUSED || error == 0);
+    return code == CURLE_COULDNT_CONNECT &&
+           (error == ENOENT || error == ECONNREFUSED || error == ECONNRESET || error == 0);
 }
 
 // Whether the connection ended before the whole answer was there. The service may have carried the query out,
