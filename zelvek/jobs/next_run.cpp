@@ -8,6 +8,7 @@
 #include "vek/date.h"
 #include "vek/err.h"
 #include "zelvek/base/log.h"
+#include "zelvek/jobs/limits.h"
 #include "zelvek/jobs/renewal.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/runs.h"
@@ -114,6 +115,7 @@ void FreeJob(Transaction& transaction, Job job, const std::string& now, const Re
     if (MakeTimesReadable(job, now)) runs::SetTimes(transaction, job);
     job.last_run = now;
     PlanNextRun(job, Outcome::kUnreached, policy, now);
+    NoteDeath(transaction, job.id);
     runs::Free(transaction, job);
 }
 

@@ -13,9 +13,6 @@
 
 #include "vek/date.h"
 #include "zelvek/base/log.h"
-#include "zelvek/jobs/renewal.h"
-#include "zelvek/store/jobs.h"
-#include "zelvek/store/runs.h"
 
 namespace zelvek {
 
@@ -24,13 +21,11 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// Jobs that one look finds at most: it costs what is due, so with many due ones it is not done for each free
-// slot.
-constexpr int kCandidates = 64;
-// Between looks at runs whose end does not wake us.
-constexpr milliseconds kLongestWait{1000};
-
-std::string Now() { return vek_date::DateTime().AsDateTime(); }
+// A look costs what is due, so with many due jobs it is not done for each one that is added.
+constexpr milliseconds kBetweenLooks{1000};
+constexpr milliseconds kLongestWait{3600'000};  // what poll(2) is given at most
+// Between checks of runs whose end does not wake us.
+constexpr milliseconds kBetweenChecks{1000};
 
 std::string Name(int job) { return "job " + std::to_string(job); }
 
@@ -39,81 +34,104 @@ std::string Name(int job) { return "job " + std::to_string(job); }
 Scheduler::Scheduler(Store& store, Settings settings)
     : store_(store),
       settings_(std::move(settings)),
-      self_(FindProcess(::getpid()).value()),
-      end_(::eventfd(0, EFD_CLOEXEC)),
-      thread_([this] { Loop(); }) {}
-
-Scheduler::~Scheduler() {
-    [[maybe_unused]] const int failed = ::eventfd_write(end_, 1);
-    thread_.join();
-    ::close(end_);
+      turns_(store, settings_.turns, FindProcess(::getpid()).value()),
+      wakes_(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    store_.TellOfDue([this](const std::string& due) { NoteDue(due); });
+    thread_ = std::thread([this] { Loop(); });
 }
 
-bool Scheduler::Ending() const {
-    pollfd fd{end_, POLLIN, 0};
-    return ::poll(&fd, 1, 0) > 0;
+Scheduler::~Scheduler() {
+    {
+        const std::lock_guard lock(signals_.mutex);
+        signals_.end = true;
+    }
+    Wake();
+    thread_.join();
+    store_.TellOfDue({});
+}
+
+bool Scheduler::Ending() {
+    const std::lock_guard lock(signals_.mutex);
+    return signals_.end;
+}
+
+void Scheduler::Wake() const { [[maybe_unused]] const int failed = ::eventfd_write(wakes_.get(), 1); }
+
+/// On the thread that has changed the store.
+void Scheduler::NoteDue(const std::string& due) {
+    const std::lock_guard lock(signals_.mutex);
+    if (signals_.look || (!signals_.next.empty() && due >= signals_.next)) return;
+    signals_.look = true;
+    Wake();
 }
 
 void Scheduler::Loop() {
-    Moment look;  // the next one; the first is at once
     while (!Ending()) {
         const bool freed = Reap();
-        const bool time = steady_clock::now() >= look;
-        if (time) look = steady_clock::now() + settings_.interval;
-        if (time || freed) TryStartDue(time);
         EndLateRuns();
-        Wait(std::chrono::ceil<milliseconds>(NextMoment(look) - steady_clock::now()));
+        if (MayLook(freed)) TryStartDue();
+        Moment until = next_look_;
+        for (const auto& [job, run] : runs_) until = std::min(until, run.end_by);
+        Wait(until);
     }
     EndRuns();
 }
 
-/// When something is to be done, although nothing happens.
-Scheduler::Moment Scheduler::NextMoment(Moment look) const {
-    for (const auto& [job, run] : runs_) look = std::min(look, run.end_by);
-    return look;
+/// Whether there may be something to start, and a place for it.
+bool Scheduler::MayLook(bool freed) {
+    const Moment now = steady_clock::now();
+    if (now >= next_look_) look_ = true;
+    {
+        const std::lock_guard lock(signals_.mutex);
+        if (signals_.look) look_ = true;
+        signals_.look = false;
+    }
+    if (runs_.size() >= settings_.runs_at_once) {
+        next_look_ = std::max(next_look_, now + settings_.interval);
+        return false;
+    }
+    return look_ || freed;
 }
 
 /// What fails now, the database being locked say, may succeed at the next look.
-void Scheduler::TryStartDue(bool look) {
+void Scheduler::TryStartDue() {
     try {
-        StartDue(look);
+        StartDue();
     } catch (const std::exception& error) {
         Log(std::string("scheduler: ") + error.what());
+        next_look_ = steady_clock::now() + kBetweenLooks;
     }
 }
 
-/// Fills the free slots with what was found due, after a new look where that is wanted or nothing is left.
-void Scheduler::StartDue(bool look) {
-    std::vector<int> claimed;
+void Scheduler::StartDue() {
+    const Moment now = steady_clock::now();
+    const bool look = look_ && (turns_.UsedUp() || now - last_look_ >= kBetweenLooks);
     {
-        const std::string now = Now();
-        Transaction transaction(store_);
-        FreeLostJobs(transaction, now);
-        if (look) MendTimes(transaction, now, settings_.policy);
-        if (look) StartDueAnew(transaction, now);
-        if (runs_.size() < kRunsAtOnce && (look || candidates_.empty())) {
-            const auto due = runs::Due(transaction, now, kCandidates);
-            candidates_.assign(due.begin(), due.end());
-        }
-        while (runs_.size() + claimed.size() < kRunsAtOnce && !candidates_.empty()) {
-            const int job = candidates_.front();
-            candidates_.pop_front();
-            // A run that has written its record back may still be on its way out: its job can be due already.
-            // Nobody else may start a job before its plug-in itself reads the record.
-            if (!runs_.contains(job) && runs::ClaimIfDue(transaction, job, self_, now))
-                claimed.push_back(job);
-        }
-        transaction.Commit();
+        // What changes from here on may not be seen below.
+        const std::lock_guard lock(signals_.mutex);
+        signals_.next.clear();
     }
-    for (const int job : claimed) Start(job);
+    const auto under_way = [&](int job) { return runs_.contains(job); };
+    for (const int job : turns_.Claim(settings_.runs_at_once - runs_.size(), under_way, look)) Start(job);
+    if (look) {
+        look_ = false;
+        last_look_ = now;
+    }
+    PlanSleep();
 }
 
-/// Frees the jobs of dead runs, and of those that never came as far as reading the record.
-void Scheduler::FreeLostJobs(Transaction& transaction, const std::string& now) {
-    FreeJobsOfTheDead(transaction, now, settings_.policy);
-    for (const Job& job : jobs::Running(transaction)) {
-        if (job.holder == self_ && !runs_.contains(job.id)) FreeJob(transaction, job, now, settings_.policy);
+/// Until the next time at which something is due, as far as it is known.
+void Scheduler::PlanSleep() {
+    const auto next = turns_.Next();
+    milliseconds sleep = settings_.interval;
+    if (next) {
+        const std::chrono::seconds left{vek_date::DateTime(*next).SecondsSince(vek_date::DateTime())};
+        sleep = std::min<milliseconds>(sleep, std::max(left, std::chrono::seconds{0}));
     }
+    if (look_) sleep = std::min(sleep, kBetweenLooks);
+    next_look_ = steady_clock::now() + sleep;
+    const std::lock_guard lock(signals_.mutex);
+    signals_.next = next.value_or("");
 }
 
 void Scheduler::Start(int job) {
@@ -166,17 +184,21 @@ void Scheduler::EndRuns() {
     while (!runs_.empty()) {
         Reap();
         EndLateRuns();
-        if (!runs_.empty()) Wait(std::chrono::ceil<milliseconds>(end - steady_clock::now()));
+        if (!runs_.empty()) Wait(end);
     }
 }
 
-/// Waits for the end of a run, of the scheduler (unless that has come), or of the time.
-void Scheduler::Wait(milliseconds limit) {
-    std::vector<pollfd> fds;
-    if (!Ending()) fds.push_back({end_, POLLIN, 0});
-    for (const auto& [job, run] : runs_) fds.push_back({run.process.ending(), POLLIN, 0});
-    ::poll(fds.data(), fds.size(),
-           static_cast<int>(std::clamp(limit, milliseconds{0}, kLongestWait).count()));
+/// Waits for the end of a run, a signal, or the time.
+void Scheduler::Wait(Moment until) {
+    std::vector<pollfd> fds{{wakes_.get(), POLLIN, 0}};
+    for (const auto& [job, run] : runs_) {
+        if (run.process.ending() < 0) until = std::min(until, steady_clock::now() + kBetweenChecks);
+        fds.push_back({run.process.ending(), POLLIN, 0});
+    }
+    const auto left = std::chrono::ceil<milliseconds>(until - steady_clock::now());
+    ::poll(fds.data(), fds.size(), static_cast<int>(std::clamp(left, milliseconds{0}, kLongestWait).count()));
+    eventfd_t count = 0;
+    ::eventfd_read(wakes_.get(), &count);
 }
 
 }  // namespace zelvek

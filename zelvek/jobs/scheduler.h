@@ -1,31 +1,33 @@
 #pragma once
 
 #include <chrono>
-#include <deque>
 #include <filesystem>
 #include <map>
+#include <mutex>
 #include <string>
 #include <thread>
 
+#include "zelvek/base/descriptor.h"
 #include "zelvek/base/plugin_run.h"
-#include "zelvek/jobs/next_run.h"
+#include "zelvek/jobs/turns.h"
 #include "zelvek/store/store.h"
 
 namespace zelvek {
 
-/// Starts the plug-in for the jobs whose time has come: one process a job, a few at once, in turns between
-/// users. A run that takes too long is asked to end, then killed.
+/// Starts the plug-in for the jobs whose time has come: one process a job, some at once, in turns between
+/// users. It sleeps until the next time has come, a run ends, or a change of the store brings a time that is
+/// earlier. A run that takes too long is asked to end, then killed.
 class Scheduler {
 public:
     struct Settings {
         std::filesystem::path plugin;
-        std::chrono::milliseconds interval{5000};  // between looks at the jobs, while no run ends
-        RetryPolicy policy;
+        // The longest sleep: what no process tells, such as a clock that was set, is noticed then.
+        std::chrono::milliseconds interval{60'000};
+        std::size_t runs_at_once = 1;
+        Turns::Settings turns;
         std::chrono::seconds run_limit{3600};  // what a run may take
         std::chrono::seconds kill_after{60};   // what it may take to end when it is asked to
     };
-
-    static constexpr std::size_t kRunsAtOnce = 4;
 
     Scheduler(Store& store, Settings settings);
 
@@ -44,24 +46,37 @@ private:
         bool asked_to_end = false;
     };
 
+    /// What other threads tell the loop.
+    struct Signals {
+        std::mutex mutex;
+        std::string next;  // the time for which the loop sleeps; empty: it wants to be told of any
+        bool look = true;  // something is due earlier than the loop knows
+        bool end = false;
+    };
+
     void Loop();
-    void TryStartDue(bool look);
-    void StartDue(bool look);
-    void FreeLostJobs(Transaction& transaction, const std::string& now);
+    bool MayLook(bool freed);
+    void TryStartDue();
+    void StartDue();
+    void PlanSleep();
     void Start(int job);
     bool Reap();
     void EndLateRuns();
     void EndRuns();
-    Moment NextMoment(Moment look) const;
-    void Wait(std::chrono::milliseconds limit);
-    bool Ending() const;
+    void NoteDue(const std::string& due);
+    void Wake() const;
+    void Wait(Moment until);
+    bool Ending();
 
     Store& store_;
     Settings settings_;
-    Process self_;
-    std::map<int, Run> runs_;     // by job
-    std::deque<int> candidates_;  // found due at the last look, not tried yet
-    int end_;                     // eventfd, readable when the loop is to end
+    Turns turns_;
+    std::map<int, Run> runs_;  // by job
+    Signals signals_;
+    bool look_ = true;  // the next start of jobs begins with a look at all that is due
+    Moment last_look_;
+    Moment next_look_;
+    Descriptor wakes_;  // eventfd: readable when there is a signal
     std::thread thread_;
 };
 

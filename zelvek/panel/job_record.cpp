@@ -2,6 +2,7 @@
 #include "vek/date.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
+#include "zelvek/jobs/limits.h"
 #include "zelvek/jobs/run_log.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
@@ -33,6 +34,7 @@ void Read(Services& services, const Query& query, XmlAnswer& answer) {
     if (MakeTimesReadable(job, now)) runs::SetTimes(transaction, job);
     runs::Hold(transaction, id, query.caller);
     jobs::SetRefusal(transaction, id, "");
+    NoteRun(transaction, job, now);
     const accounts::Account account = accounts::Default(transaction);
     WriteFields(job, JobField::kInRecord, answer.Doc().Value("elid", id));
     answer.Doc().Value("default_kid", account.kid).Value("default_pem", account.acmekey);
@@ -67,6 +69,17 @@ void KeepPublications(Transaction& transaction, const Process& writer, Job& job)
     if (!done && publications::Keep(transaction, job.id, writer) == 0) job.challenges.clear();
 }
 
+/// A run that asks for new records too early is told "no", and so is everybody who asks the same name server
+/// for a while after it.
+void WaitForRecords(Transaction& transaction, Job& job) {
+    job.postponed.clear();
+    if (job.check_type != "dns" || job.challenges.empty() || job.verified || job.failed) return;
+    const std::string seen = publications::SeenByAll(transaction, job.id);
+    if (seen <= job.due) return;
+    job.due = seen;
+    job.postponed = "name servers may go on saying for a while that the new records are not there";
+}
+
 void Write(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     // A program that ends before it has read a record writes back all the same, for job 0.
@@ -81,6 +94,8 @@ void Write(Services& services, const Query& query, XmlAnswer& answer) {
     job.last_run = now;
     const auto events = SplitLog(names::MakeText(query.parameters.Get("log")), now);
     PlanNextRun(job, OutcomeOf(events, !job.refusal.empty()), services.retry, now);
+    WaitForRecords(transaction, job);
+    NoteEnd(transaction, job, events, now);
     jobs::Save(transaction, job);
     KeepHistory(services, transaction, id, events);
     KeepDefaultAccount(transaction, query, job);

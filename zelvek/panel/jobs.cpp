@@ -10,6 +10,7 @@
 #include "zelvek/base/names.h"
 #include "zelvek/base/request_keys.h"
 #include "zelvek/certificates/request.h"
+#include "zelvek/jobs/registration.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
 #include "zelvek/panel/repetition.h"
@@ -221,6 +222,11 @@ void ClaimJob(Services& services, const Query& query, XmlAnswer& answer) {
     LivingRuns transaction(services);
     if (AnsweredBefore(transaction, query, answer)) return;
     const Job job = FindIdle(transaction, Number(query, "elid"));
+    if (const auto other = RegistrationUnderWay(transaction, job)) {
+        throw Error(Code::kBusy, "ambrin.data", std::to_string(job.id),
+                    "job " + std::to_string(*other) +
+                        " is registering the panel's account, which this job can use: try again when it has");
+    }
     // Whoever runs a stopped job gives it another try: as long as it counts as failed, nothing stays
     // published for it.
     restarts::Revive(transaction, job.id);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <string>
 
 namespace zelvek::dns {
@@ -22,6 +23,10 @@ public:
     /// Removes just that value; one that is not there, or cannot be because `name` lies outside `zone`, is no
     /// error.
     virtual void RemoveTxt(const std::string& zone, const std::string& name, const std::string& value) = 0;
+
+    /// How long name servers elsewhere may go on saying that a record of this zone is not there, because
+    /// somebody has asked for it too early (RFC 2308 section 5). Errors: those of `AddTxt`.
+    virtual std::chrono::seconds NegativeTtl(const std::string& /*zone*/) { return std::chrono::seconds{0}; }
 };
 
 }  // namespace zelvek::dns

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <chrono>
 #include <set>
 #include <sstream>
@@ -53,6 +54,20 @@ Answer ReadAnswer(const std::string& output, const std::string& name) {
     return answer;
 }
 
+/// The smaller of the SOA record's own time and its last field. Without such a record nothing is kept.
+std::chrono::seconds NegativeTtlIn(const std::string& output, const std::string& zone) {
+    for (const std::string& line : str::Split(output, "\n")) {
+        std::istringstream fields(line);
+        std::string owner, klass, type, server, person;
+        long long ttl = 0, serial = 0, refresh = 0, retry = 0, expire = 0, minimum = 0;
+        fields >> owner >> ttl >> klass >> type >> server >> person >> serial >> refresh >> retry >> expire >>
+            minimum;
+        if (fields && str::Lower(owner) == zone + "." && type == "SOA")
+            return std::chrono::seconds{std::min(ttl, minimum)};
+    }
+    return std::chrono::seconds{0};
+}
+
 struct Server {
     std::string host;  // name or address
     int port = 0;
@@ -90,6 +105,10 @@ public:
         Update(record, "update delete " + record.name + ". IN TXT " + Quoted(value));
     }
 
+    std::chrono::seconds NegativeTtl(const std::string& zone) override {
+        return NegativeTtlIn(Query(zone, "SOA"), zone);
+    }
+
 private:
     /// For what only a person can mend.
     [[noreturn]] void Fail(const std::string& reason) const {
@@ -105,24 +124,27 @@ private:
         if (!Serves(record.zone)) Fail("the zone " + record.zone + " is not among those that may be written");
     }
 
-    /// Asks the server itself. A server may show different records to different keys, so the query has the
-    /// key with which the records are changed.
     Answer Ask(const Record& record) const {
         RequireServed(record);
+        return ReadAnswer(Query(record.name, "TXT"), record.name);
+    }
+
+    /// What dig shows of the server's own answer. A server may show different records to different keys, so
+    /// the query has the key with which the records are changed.
+    std::string Query(const std::string& name, const std::string& type) const {
         CheckTsigKeyFile(server_.key_file);
         const std::string command = "dig -r -k " + vek_proc::Escape(server_.key_file) + " @" + server_.host +
-                                    " -p " + str::Str(server_.port) + " -t TXT -q " +
-                                    vek_proc::Escape(record.name + ".") +
+                                    " -p " + str::Str(server_.port) + " -t " + type + " -q " +
+                                    vek_proc::Escape(name + ".") +
                                     " +tcp +norecurse +time=5 +tries=1 +retry=0 +noall +comments +answer";
         const ToolRun run = RunTool(command, "", kQueryLimit);
         if (run.timed_out || run.status == kNoReply) GiveUpForNow(Reason(run));
         if (run.status != 0) Fail(Reason(run));
         const std::string code = ResponseCode(run.output);
         if (code == "NOTAUTH") Fail("the key is refused (NOTAUTH)");
-        if (code == "NOERROR" || code == "NXDOMAIN") return ReadAnswer(run.output, record.name);
-        if (code == kServerFailure)
-            GiveUpForNow("the query for " + record.name + " is answered with " + code);
-        Fail("the query for " + record.name + " is answered with " + code);
+        if (code == "NOERROR" || code == "NXDOMAIN") return run.output;
+        if (code == kServerFailure) GiveUpForNow("the query for " + name + " is answered with " + code);
+        Fail("the query for " + name + " is answered with " + code);
     }
 
     /// Sends one change. nsupdate reads it from its standard input; its command line has the key file alone.

@@ -1,10 +1,12 @@
 #include "zelvek/publishing/publisher.h"
 
 #include <algorithm>
+#include <chrono>
 #include <functional>
 #include <utility>
 #include <vector>
 
+#include "vek/date.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
 #include "zelvek/publishing/answers.h"
@@ -19,6 +21,10 @@ namespace {
 
 // What is missing and tried again in one sweep.
 constexpr int kTriedAtOnce = 100;
+
+// Name servers remember no longer that something is not there (RFC 2308 section 5).
+constexpr std::chrono::seconds kLongestNegativeTtl{3 * 3600};
+constexpr std::chrono::seconds kMargin{5};
 
 /// Whether somebody else than `job` wants the item to stay.
 bool WantedByOthers(const std::vector<Publication>& entries, int job) {
@@ -74,7 +80,26 @@ void Publisher::Publish(const Process& publisher, const std::string& user, const
         transaction.Commit();
         if (!passes) throw;
         Log("publishing " + item.name + ", to be tried again: " + error.what());
+        return;
     }
+    NoteWhenSeen(item);
+}
+
+/// A name server that was asked too early says "no" for a while, and so does one that asks it.
+void Publisher::NoteWhenSeen(const PublishedItem& item) {
+    if (item.IsAnswer()) return;
+    std::chrono::seconds ttl{0};
+    try {
+        ttl = std::clamp(Records().NegativeTtl(item.zone), std::chrono::seconds{0}, kLongestNegativeTtl);
+    } catch (const Error& error) {
+        Log("asking how long the zone " + item.zone + " is remembered: " + error.what());
+    }
+    if (ttl == std::chrono::seconds{0}) return;
+    const std::chrono::seconds longer = ttl + kMargin;
+    Transaction transaction(store_);
+    publications::SetSeenByAll(
+        transaction, item, vek_date::DateTime().AddSeconds(static_cast<int>(longer.count())).AsDateTime());
+    transaction.Commit();
 }
 
 void Publisher::Withdraw(const Process& caller, const PublishedItem& item) {
@@ -138,6 +163,7 @@ Publisher::Outcome Publisher::TryPublishAgain(const Publication& entry) {
     Transaction transaction(store_);
     publications::SetMissing(transaction, entry.item, false);
     transaction.Commit();
+    NoteWhenSeen(entry.item);
     return outcome;
 }
 

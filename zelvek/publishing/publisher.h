@@ -47,6 +47,7 @@ private:
 
     void Perform(const publications::PublishedItem& item, const std::string& content);
     void Revoke(const publications::PublishedItem& item);
+    void NoteWhenSeen(const publications::PublishedItem& item);
     Outcome TryPublishAgain(const publications::Publication& entry);
     Outcome TryRemove(const publications::Publication& entry);
     Outcome Report(const std::string& deed, const publications::PublishedItem& item, const Error& error);

@@ -124,8 +124,11 @@ void Serve(const ServeOptions& options) {
     const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
     std::optional<Scheduler> scheduler;
     if (options.scheduler) {
-        scheduler.emplace(
-            store, Scheduler::Settings{options.plugin, options.scheduler_interval, retry, options.run_limit});
+        scheduler.emplace(store, Scheduler::Settings{options.plugin,
+                                                     options.scheduler_interval,
+                                                     static_cast<std::size_t>(options.runs_at_once),
+                                                     {retry, options.limits},
+                                                     options.run_limit});
     }
     std::cout << "zelvek: ready" << std::endl;
     Log("ending on signal " + std::to_string(signals.Wait()));

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <filesystem>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/reloader.h"
+#include "zelvek/jobs/limits.h"
 #include "zelvek/publishing/dns_backends.h"
 #include "zelvek/service/sweep.h"
 
@@ -22,7 +25,9 @@ struct ServeOptions {
     std::string responder;  // address and port; empty: answer files are served by another web server
     std::filesystem::path plugin = PluginBesideProgram();
     bool scheduler = true;
-    std::chrono::milliseconds scheduler_interval{5000};
+    std::chrono::milliseconds scheduler_interval{60'000};
+    int runs_at_once = 2 * static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
+    Limits limits;
     std::chrono::seconds retry_interval{60};
     std::chrono::milliseconds sweep_interval{5000};
     std::chrono::seconds run_limit{3600};

@@ -4,6 +4,7 @@
 
 #include "vek/date.h"
 #include "zelvek/certificates/install.h"
+#include "zelvek/jobs/limits.h"
 #include "zelvek/jobs/renewal.h"
 #include "zelvek/store/answered.h"
 #include "zelvek/store/history.h"
@@ -67,6 +68,7 @@ void ForgetOld(Services& services, const Retention& retention, const vek_date::D
     history::RemoveOlder(transaction, DaysBefore(now, retention.history_days), kForgetAtOnce);
     problems::RemoveOlder(transaction, DaysBefore(now, retention.notification_days),
                           retention.notification_entries, kForgetAtOnce);
+    ForgetOldUse(transaction, now.AsDateTime());
     answered::RemoveOlder(transaction, vek_date::DateTime(now).AddSeconds(-kKeepAnswers).AsDateTime(),
                           kForgetAtOnce);
     transaction.Commit();

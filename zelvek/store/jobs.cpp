@@ -1,8 +1,6 @@
 #include "zelvek/store/jobs.h"
 
-#include <algorithm>
 #include <functional>
-#include <set>
 
 #include "vek/str.h"
 #include "zelvek/base/error.h"
@@ -156,6 +154,7 @@ int Add(Transaction& transaction, const Job& job) {
     static const std::string text = InsertText();
     Statement insert = transaction.Prepare(text);
     Give(insert, job, NewFields());
+    transaction.NoteDue(job.due);
     int id = 0;
     insert.Into(id).Next();
     return id;
@@ -207,6 +206,7 @@ void Save(Transaction& transaction, const Job& job) {
     Statement update = transaction.Prepare(text);
     Give(update, job, ChangingFields());
     update.With(job.id).Run();
+    transaction.NoteDue(job.verified ? job.renew : job.due);
     accounts::SetOfJob(transaction, job.id, {job.kid, job.acmekey, job.modulus});
 }
 

@@ -226,13 +226,42 @@ UPDATE domain SET parent = substr(ascii, instr(ascii, '.') + 1);
 CREATE INDEX domain_by_parent ON domain (parent, user_name);
 )sql";
 
+// What jobs have used of that which an authority limits.
+constexpr const char* kAuthorityUse = R"sql(
+CREATE TABLE authority_use (
+    id INTEGER PRIMARY KEY,
+    kind TEXT NOT NULL,
+    subject TEXT NOT NULL,
+    time TEXT NOT NULL,
+    job INTEGER NOT NULL,
+    open INTEGER NOT NULL
+) STRICT;
+CREATE INDEX authority_use_by_subject ON authority_use (kind, subject, time);
+CREATE INDEX authority_use_by_time ON authority_use (time, id);
+CREATE INDEX authority_use_open ON authority_use (job) WHERE open = 1;
+)sql";
+
+// Public name servers may go on saying that a record is not there for a while after it was published.
+constexpr const char* kSettling = R"sql(
+ALTER TABLE publication ADD COLUMN seen_by_all TEXT NOT NULL DEFAULT '';
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
-    static const std::vector<const char*> migrations{
-        kPanelRecords, kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
-        kFolders,      kClock,     kAnsweredQueries,    kRenewals,           kRetries,
-        kParents};
+    static const std::vector<const char*> migrations{kPanelRecords,
+                                                     kProcesses,
+                                                     kAccountsAndIndexes,
+                                                     kPublicationsOfRuns,
+                                                     kReloads,
+                                                     kFolders,
+                                                     kClock,
+                                                     kAnsweredQueries,
+                                                     kRenewals,
+                                                     kRetries,
+                                                     kParents,
+                                                     kAuthorityUse,
+                                                     kSettling};
     return migrations;
 }
 

@@ -142,6 +142,26 @@ void SetMissing(Transaction& transaction, const PublishedItem& item, bool missin
         .Run();
 }
 
+void SetSeenByAll(Transaction& transaction, const PublishedItem& item, const std::string& time) {
+    transaction
+        .Prepare(
+            "UPDATE publication SET seen_by_all = :time WHERE zone = :zone AND name = :name AND value = "
+            ":value")
+        .With(time)
+        .With(item.zone)
+        .With(item.name)
+        .With(item.value)
+        .Run();
+}
+
+std::string SeenByAll(Transaction& transaction, int job) {
+    std::string time;
+    Statement select = transaction.Prepare(
+        "SELECT coalesce(max(seen_by_all), '') FROM publication WHERE job = :job AND unwanted = 0");
+    select.With(job).Into(time).Next();
+    return time;
+}
+
 void SetFound(Transaction& transaction, const PublishedItem& item) {
     transaction
         .Prepare("UPDATE publication SET found = 1 WHERE zone = :zone AND name = :name AND value = :value")

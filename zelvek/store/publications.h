@@ -60,6 +60,12 @@ void SetUnwanted(Transaction& transaction, int job);
 
 void SetMissing(Transaction& transaction, const PublishedItem& item, bool missing);
 
+/// When the job may take it that every name server shows the record: no check of it before that time.
+void SetSeenByAll(Transaction& transaction, const PublishedItem& item, const std::string& time);
+
+/// The latest of these times of the job's publications; empty for none.
+std::string SeenByAll(Transaction& transaction, int job);
+
 void SetFound(Transaction& transaction, const PublishedItem& item);
 
 /// What is not there yet and still wanted, by id, at most `limit`, after the entry `after`.

@@ -8,6 +8,7 @@ namespace zelvek::restarts {
 
 void SetValidity(Transaction& transaction, const std::string& user, const std::string& folder,
                  const Validity& validity) {
+    transaction.NoteDue(validity.renew);
     transaction
         .Prepare(
             "UPDATE job SET expires = :expires, renew = :renew WHERE user_name = :user AND folder = :folder")
@@ -46,8 +47,10 @@ std::vector<int> ToRetry(Transaction& transaction, int after, int limit, const s
 }
 
 void Retry(Transaction& transaction, int id, const std::string& now) {
+    transaction.NoteDue(now);
     if (jobs::FindShown(transaction, id).failed) StartAnew(transaction, id, now, false);
-    transaction.Prepare("UPDATE job SET due = :now, next_attempt = '', failures = 0 WHERE id = :id")
+    transaction
+        .Prepare("UPDATE job SET due = :now, next_attempt = '', failures = 0, postponed = '' WHERE id = :id")
         .With(now)
         .With(id)
         .Run();
@@ -77,6 +80,7 @@ std::vector<int> ToRenew(Transaction& transaction, const Renewable& which) {
 }
 
 void StartAnew(Transaction& transaction, int id, const std::string& now, bool forced) {
+    transaction.NoteDue(now);
     transaction
         .Prepare(
             "UPDATE job SET verified = 0, failed = 0, force_update = :forced, time_started = :now, due = "

@@ -6,7 +6,9 @@ namespace zelvek::runs {
 
 void Claim(Transaction& transaction, int id, const Process& process) {
     transaction
-        .Prepare("UPDATE job SET processing = 1, holder_pid = :pid, holder_start = :start WHERE id = :id")
+        .Prepare(
+            "UPDATE job SET processing = 1, postponed = '', holder_pid = :pid, holder_start = :start"
+            " WHERE id = :id")
         .With(process.pid)
         .With(process.start)
         .With(id)
@@ -72,6 +74,7 @@ std::vector<int> WaitingTooLong(Transaction& transaction, const std::string& now
 }
 
 void SetTimes(Transaction& transaction, const Job& job) {
+    transaction.NoteDue(job.due);
     transaction
         .Prepare(
             "UPDATE job SET time_started = :started, last_run = :last_run, next_attempt = :next, due = :due"
@@ -85,6 +88,7 @@ void SetTimes(Transaction& transaction, const Job& job) {
 }
 
 void Free(Transaction& transaction, const Job& job) {
+    transaction.NoteDue(job.due);
     transaction
         .Prepare(
             "UPDATE job SET processing = 0, last_run = :last_run, failures = :failures, due = :due WHERE id "
@@ -99,13 +103,38 @@ void Free(Transaction& transaction, const Job& job) {
 bool ClaimIfDue(Transaction& transaction, int id, const Process& process, const std::string& now) {
     return transaction
                .Prepare(
-                   "UPDATE job SET processing = 1, holder_pid = :pid, holder_start = :start"
+                   "UPDATE job SET processing = 1, postponed = '', holder_pid = :pid, holder_start = :start"
                    " WHERE id = :id AND verified = 0 AND failed = 0 AND processing = 0 AND due <= :now")
                .With(process.pid)
                .With(process.start)
                .With(id)
                .With(now)
                .Run() == 1;
+}
+
+std::string NextDue(Transaction& transaction, const std::string& now) {
+    std::string next;
+    for (const char* text :
+         {"SELECT due FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND due > :now"
+          " ORDER BY due LIMIT 1",
+          "SELECT due FROM job WHERE failed = 1 AND verified = 0 AND processing = 0 AND due > :now"
+          " ORDER BY due LIMIT 1",
+          "SELECT renew FROM job WHERE verified = 1 AND renew > :now AND processing = 0"
+          " ORDER BY renew LIMIT 1"}) {
+        std::string time;
+        Statement select = transaction.Prepare(text);
+        if (select.With(now).Into(time).Next() && (next.empty() || time < next)) next = time;
+    }
+    return next;
+}
+
+void Postpone(Transaction& transaction, int id, const std::string& until, const std::string& reason) {
+    transaction.NoteDue(until);
+    transaction.Prepare("UPDATE job SET due = :until, postponed = :reason WHERE id = :id")
+        .With(until)
+        .With(reason)
+        .With(id)
+        .Run();
 }
 
 }  // namespace zelvek::runs

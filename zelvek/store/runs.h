@@ -27,6 +27,13 @@ void ForgetDeadProcesses(Transaction& transaction);
 /// of these; jobs of the same turn by the time since which they are due.
 std::vector<int> Due(Transaction& transaction, const std::string& now, int limit);
 
+/// The earliest time after `now` at which a waiting or stopped job is due, or a certificate's renewal; empty
+/// for none.
+std::string NextDue(Transaction& transaction, const std::string& now);
+
+/// The waiting job is due at `until` instead; `reason` says why, for people.
+void Postpone(Transaction& transaction, int id, const std::string& until, const std::string& reason);
+
 /// Waiting jobs, at most `limit` for each reason, that would be due much too late: their last run is to end
 /// after `now`, they have had none and are due after `now` though nothing was asked for, or they are due
 /// after `latest`. Texts that are no times count where they sort.

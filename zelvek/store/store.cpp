@@ -4,6 +4,7 @@
 #include <exception>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <variant>
 
 #include "zelvek/base/error.h"
@@ -97,6 +98,11 @@ void Store::Tidy() {
     if (untidy_) untidy_ = !connection_.EmptyLog();
 }
 
+void Store::TellOfDue(std::function<void(const std::string& due)> listener) {
+    const std::lock_guard lock(mutex_);
+    due_listener_ = std::move(listener);
+}
+
 Transaction::Transaction(Store& store) : store_(store), lock_(store.mutex_) { store_.connection_.Begin(); }
 
 Transaction::~Transaction() {
@@ -112,6 +118,11 @@ Transaction::~Transaction() {
 void Transaction::Commit() {
     store_.connection_.Commit();
     open_ = false;
+    if (!due_.empty() && store_.due_listener_) store_.due_listener_(due_);
+}
+
+void Transaction::NoteDue(const std::string& time) {
+    if (!time.empty() && (due_.empty() || time < due_)) due_ = time;
 }
 
 }  // namespace zelvek

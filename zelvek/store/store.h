@@ -1,7 +1,10 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <mutex>
+#include <string>
+#include <vector>
 
 #include "zelvek/store/connection.h"
 #include "zelvek/store/statement.h"
@@ -30,11 +33,16 @@ public:
     /// again. What the log's freed blocks on the disk still hold is the file system's. Errors: Error.
     void Tidy();
 
+    /// Has `listener` told, on the thread that commits it, the earliest time at which a job has become due by
+    /// a change; it must not use the store. An empty one ends that.
+    void TellOfDue(std::function<void(const std::string& due)> listener);
+
 private:
     friend class Transaction;
     std::mutex mutex_;
     Connection connection_;
     bool untidy_ = true;  // a service that was killed may have left keys in the log
+    std::function<void(const std::string&)> due_listener_;
 };
 
 /// Everything that one piece of work reads and writes, seen by others as a whole or not at all. Others wait
@@ -51,6 +59,9 @@ public:
     /// For the store's own functions that delete a key: `Store::Tidy` has something to do.
     void NoteDeletedKey() { store_.untidy_ = true; }
 
+    /// For the store's own functions that change when a job is due or renewed; an empty text is no time.
+    void NoteDue(const std::string& time);
+
     /// For the store's own functions: SQL that both SQLite and PostgreSQL understand, a ":name" for each
     /// value.
     Statement Prepare(const std::string& sql) { return Statement(store_.connection_, sql); }
@@ -62,6 +73,7 @@ private:
     Store& store_;
     std::lock_guard<std::mutex> lock_;
     bool open_ = true;
+    std::string due_;  // the earliest of what was noted; empty for none
 };
 
 }  // namespace zelvek

@@ -1,4 +1,6 @@
 // Answer files, and how long what a job publishes stays.
+#include <SQLiteCpp/Database.h>
+
 #include "service.h"
 
 namespace zelvek::testing {
@@ -143,6 +145,27 @@ TEST_F(Publication, ARemovedJobTakesItsAnswersAlong) {
     Write(id, {{"challenges", "pending"}});
     Ask("func=zelvek.job.remove&elid=" + id);
     EXPECT_FALSE(HasAnswer("kept"));
+}
+
+// Behaviour: The first check of new records waits until name servers remember no longer that they were not
+// there,
+//   and the job says so
+TEST_F(Publication, TheFirstCheckOfNewRecordsWaitsUntilAllCanSeeThem) {
+    Ask("func=zelvek.domain.add&name=zone.example&user_name=anna");
+    const std::string id = AddJob({{"check_type", "dns"}});
+    ReadJob(id);
+    Ask("func=domain.record.edit&sok=ok&su=anna&plid=zone.example&rtype=txt&name=_acme-challenge.zone."
+        "example.",
+        {{"value", "v"}});
+    SQLite::Database(Database().string(), SQLite::OPEN_READWRITE, 10'000)
+        .exec("UPDATE publication SET seen_by_all = '2999-01-01 00:00:00'");
+    Write(id, {{"challenges", "[{}]"}});
+    const auto shown = Ask("func=zelvek.job.show&elid=" + id);
+    EXPECT_EQ(shown.value("due"), "2999-01-01 00:00:00");
+    EXPECT_NE(shown.value("postponed"), "");
+    ReadJob(id);
+    Write(id);
+    EXPECT_LT(Ask("func=zelvek.job.show&elid=" + id).value("due"), "2999-01-01 00:00:00");
 }
 
 }  // namespace

@@ -16,8 +16,22 @@ namespace {
 
 class SchedulerTest : public ServiceTest {
 protected:
-    void StartScheduler(const std::string& retry = "3600") {
-        Start({{"--scheduler", "on"}, {"--scheduler-interval", "0.05"}, {"--retry-interval", retry}});
+    /// A test that changes the database itself tells nobody: it wants a short interval between looks.
+    void StartScheduler(const std::string& retry = "3600", const std::string& interval = "3600") {
+        Start({{"--scheduler", "on"},
+               {"--scheduler-interval", interval},
+               {"--retry-interval", retry},
+               {"--runs-at-once", "4"}});
+        GivePanelAnAccount();
+    }
+
+    /// Without one, the first job's run would hold the others back.
+    void GivePanelAnAccount() const {
+        SQLite::Database(Database().string(), SQLite::OPEN_READWRITE, 10'000)
+            .exec(
+                "INSERT INTO account (id, kid, acmekey, modulus) VALUES (77, 'https://ca.example/1', 'k', "
+                "'m');"
+                "INSERT INTO setting (name, value) VALUES ('default_account', '77')");
     }
 
     /// A job whose runs go that way.
@@ -68,7 +82,7 @@ TEST_F(SchedulerTest, StartsANewJobAtOnceAndAVerifiedOneNotAgain) {
 
 // Behaviour: A new job is started at once, a verified ...
 TEST_F(SchedulerTest, StartsAVerifiedOneAnewWhenItsRenewalIsDue) {
-    StartScheduler();
+    StartScheduler("3600", "0.05");
     const std::string id = Add("installs");
     EXPECT_TRUE(Eventually([&] { return Value(id, "verified") == "on"; }));
     const std::string before = Value(id, "time_started");
@@ -124,7 +138,7 @@ TEST_F(SchedulerTest, AFailedJobIsNotStartedAgain) {
 
 // Behaviour: A new job is started at once, a verified ...
 TEST_F(SchedulerTest, AStoppedJobBeginsAnewWhenItsTimeHasCome) {
-    StartScheduler();
+    StartScheduler("3600", "0.05");
     const std::string id = Add("stops");
     EXPECT_TRUE(Eventually([&] { return Value(id, "failed") == "on"; }));
     EXPECT_EQ(Value(id, "failures"), "1");
@@ -183,8 +197,8 @@ TEST_F(SchedulerTest, ARunThatDiesBeforeReadingFreesItsJob) {
     EXPECT_TRUE(Eventually([&] { return Runs(id).size() >= 2; }));
 }
 
-// Behaviour: At most four runs go on at once, and one for each job
-TEST_F(SchedulerTest, RunsNoMoreThanFourAtOnceAndOneForEachJob) {
+// Behaviour: At most as many runs go on at once as was set, and one for each job
+TEST_F(SchedulerTest, RunsNoMoreThanSetAtOnceAndOneForEachJob) {
     StartScheduler();
     std::vector<std::string> ids;
     for (int i = 0; i < 6; ++i) ids.push_back(Add("hangs"));
@@ -202,21 +216,23 @@ TEST_F(SchedulerTest, RunsNoMoreThanFourAtOnceAndOneForEachJob) {
 // Behaviour: A free place is taken at once, not at the next look at the jobs
 TEST_F(SchedulerTest, AFreePlaceIsTakenAtOnce) {
     Start();
+    GivePanelAnAccount();
     std::vector<std::string> ids;
     for (int i = 0; i < 20; ++i) ids.push_back(Add("fails"));
     Stop();
-    Start({{"--scheduler", "on"}, {"--scheduler-interval", "3600"}, {"--retry-interval", "3600"}});
+    Start({{"--scheduler", "on"}, {"--runs-at-once", "4"}, {"--retry-interval", "3600"}});
     for (const auto& id : ids) EXPECT_TRUE(Eventually([&] { return Runs(id).size() == 1; })) << id;
 }
 
 // Behaviour: A user with many due jobs does not delay another's only one
 TEST_F(SchedulerTest, AUserWithManyDueJobsDoesNotDelayAnothersOnlyOne) {
     Start();
+    GivePanelAnAccount();
     std::vector<std::string> ids;
     for (int i = 0; i < 40; ++i) ids.push_back(Add("fails"));
     const std::string only = AddJob({{"certname", "fails"}, {"user_name", "bert"}});
     Stop();
-    Start({{"--scheduler", "on"}, {"--scheduler-interval", "3600"}, {"--retry-interval", "3600"}});
+    Start({{"--scheduler", "on"}, {"--runs-at-once", "4"}, {"--retry-interval", "3600"}});
     for (const auto& id : ids) EXPECT_TRUE(Eventually([&] { return Runs(id).size() == 1; })) << id;
     std::istringstream lines(ReadFile(Path("log") / "runs"));
     std::vector<std::string> order;
@@ -225,12 +241,23 @@ TEST_F(SchedulerTest, AUserWithManyDueJobsDoesNotDelayAnothersOnlyOne) {
     EXPECT_LT(std::find(order.begin(), order.end(), only) - order.begin(), 8);
 }
 
+// Behaviour: While the first run on an empty panel may register the account, no other job without one is run,
+// by
+//   nobody
+TEST_F(SchedulerTest, TheFirstRegistrationHoldsTheOthersBack) {
+    Start({{"--scheduler", "on"}, {"--retry-interval", "3600"}});
+    const std::string first = Add("hangs");
+    EXPECT_TRUE(Eventually([&] { return Runs(first).size() == 1; }));
+    const std::string second = Add("installs");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.claim&elid=" + second), "busy");
+    ::kill(Runs(first).front(), SIGTERM);
+    EXPECT_TRUE(Eventually([&] { return Value(second, "verified") == "on"; }));
+    EXPECT_TRUE(Over(first));
+}
+
 // Behaviour: A run that takes longer than its limit is asked to end, and writes its record back
 TEST_F(SchedulerTest, ARunThatTakesTooLongIsEnded) {
-    Start({{"--scheduler", "on"},
-           {"--scheduler-interval", "0.05"},
-           {"--retry-interval", "3600"},
-           {"--run-limit", "1"}});
+    Start({{"--scheduler", "on"}, {"--retry-interval", "3600"}, {"--run-limit", "1"}});
     const std::string id = Add("hangs");
     EXPECT_TRUE(Eventually([&] { return Over(id); }));
     EXPECT_EQ(Value(id, "kid"), "interrupted");

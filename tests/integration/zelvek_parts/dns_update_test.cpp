@@ -57,6 +57,14 @@ TEST_F(DynamicUpdate, AddsAValueWithItsTimeToLive) {
     EXPECT_EQ(server_->Ttl("_acme-challenge.add.example.test"), "17");
 }
 
+// Behaviour: How long others remember that a record was not there is asked of the zone's own server: the
+// smaller
+//   of its SOA record's time and that record's last field
+TEST_F(DynamicUpdate, KnowsTheZonesNegativeCachingTime) {
+    EXPECT_EQ(backend_->NegativeTtl(kZone), std::chrono::seconds{45});
+    EXPECT_THROW(backend_->NegativeTtl("elsewhere.test"), zelvek::Error);
+}
+
 // Behaviour: A dynamic update adds a value with its time ...
 TEST_F(DynamicUpdate, KeepsSeveralValuesOfAName) {
     const std::string name = "_acme-challenge.several.example.test.";

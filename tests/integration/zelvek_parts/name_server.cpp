@@ -84,7 +84,7 @@ void NameServer::WriteConfiguration() const {
             "zone \"example.test\" { type primary; file \"example.test.db\"; "
             "allow-update { key \"update\"; }; };\n"
             "zone \"static.test\" { type primary; file \"static.test.db\"; };\n");
-    const std::string records = "$TTL 60\n@ SOA ns hostmaster 1 3600 600 86400 60\n@ NS ns\nns A 127.0.0.1\n";
+    const std::string records = "$TTL 60\n@ SOA ns hostmaster 1 3600 600 86400 45\n@ NS ns\nns A 127.0.0.1\n";
     Put(folder + "/example.test.db", records + "_acme-challenge.alias CNAME ns\n");
     Put(folder + "/static.test.db", records);
 }

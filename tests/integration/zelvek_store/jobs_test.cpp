@@ -177,6 +177,7 @@ TEST_P(StoredJobs, AreShownWithoutTheirKeys) {
     job.processing = true;
     job.force_update = true;
     job.skip_account_check = true;
+    job.postponed.clear();
     job.id = AddJob(job);
     Do([&](Transaction& transaction) { runs::Claim(transaction, job.id, Living()); });
 

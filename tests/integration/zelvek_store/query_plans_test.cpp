@@ -21,6 +21,7 @@
 #include "zelvek/store/requests.h"
 #include "zelvek/store/restarts.h"
 #include "zelvek/store/runs.h"
+#include "zelvek/store/usage.h"
 
 namespace zelvek::testing {
 
@@ -36,14 +37,14 @@ constexpr int kJobs = 2000;
 
 // Indexes that hold just what is looked for, so that they may be read from one end to the other.
 const std::set<std::string> kHoldsWhatIsLookedFor{
-    "job_running",          "job_of_unknown_end", "job_stopped", "job_failed",
-    "job_verified",         "job_waiting",        "job_due",     "publication_unwanted",
-    "publication_not_kept", "publication_missing"};
+    "job_running",          "job_of_unknown_end",  "job_stopped",       "job_failed",
+    "job_verified",         "job_waiting",         "job_due",           "publication_unwanted",
+    "publication_not_kept", "publication_missing", "authority_use_open"};
 
 // Indexes over times, of which all that is older, or newer, than a time is looked for.
-const std::set<std::string> kOverTimes{"answered_query_by_time", "csr_by_time",       "job_by_last_run",
-                                       "job_by_renewal",         "job_event_by_time", "problem_by_time",
-                                       "reload_by_next"};
+const std::set<std::string> kOverTimes{"answered_query_by_time", "csr_by_time",          "job_by_last_run",
+                                       "job_by_renewal",         "job_event_by_time",    "problem_by_time",
+                                       "reload_by_next",         "authority_use_by_time"};
 
 // Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
 const std::set<std::string> kSmallTables{"reader", "waiting"};
@@ -91,10 +92,16 @@ bool AsksForATime(const std::string& statement) {
     return statement.find("processing = 0") != std::string::npos && std::regex_search(statement, form);
 }
 
+/// The uses of one subject are looked for, not those of a time.
+bool AsksForASubject(const std::string& statement) {
+    return statement.find("subject = :subject") != std::string::npos;
+}
+
 /// Whether the step may read much more than what is looked for.
 bool ReadsTooMuch(const Step& step, const std::string& statement) {
     if (step.table.empty() || kSmallTables.contains(step.table)) return false;
     if (kAllOfAUser.contains(step.index) && AsksForFewOfAUser(statement)) return true;
+    if (kOverTimes.contains(step.index) && AsksForASubject(statement)) return true;
     if (step.way == "SCAN" && AsksForATime(statement) && step.table == "job") return true;
     if (kHoldsWhatIsLookedFor.contains(step.index)) return false;
     if (step.way == "SCAN") return step.table != "CONSTANT";
@@ -174,6 +181,9 @@ Operations JobOperations() {
          [](Transaction& transaction) {
              runs::WaitingTooLong(transaction, "2026-01-01 00:00:00", "2026-01-02 00:00:00", 4);
          }},
+        {"runs::NextDue",
+         [](Transaction& transaction) { runs::NextDue(transaction, "2026-01-01 00:00:00"); }},
+        {"runs::Postpone", [](Transaction& transaction) { runs::Postpone(transaction, 1, "t", "r"); }},
         {"runs::SetTimes", [](Transaction& transaction) { runs::SetTimes(transaction, FilledJob("a")); }},
         {"runs::Free",
          [](Transaction& transaction) { runs::Free(transaction, jobs::FindShown(transaction, 1)); }},
@@ -292,6 +302,20 @@ Operations OtherOperations() {
          [entry](Transaction& transaction) { publications::Withdraw(transaction, entry.item, 1, Living()); }},
         {"publications::SetMissing",
          [entry](Transaction& transaction) { publications::SetMissing(transaction, entry.item, true); }},
+        {"publications::SetSeenByAll",
+         [entry](Transaction& transaction) { publications::SetSeenByAll(transaction, entry.item, "t"); }},
+        {"publications::SeenByAll",
+         [](Transaction& transaction) { publications::SeenByAll(transaction, 2); }},
+        {"usage::Note",
+         [](Transaction& transaction) {
+             usage::Note(transaction, 1, usage::Kind::kOrder, {"k"}, "t", true);
+         }},
+        {"usage::DropOpen", [](Transaction& transaction) { usage::DropOpen(transaction, 1); }},
+        {"usage::CountOpen",
+         [](Transaction& transaction) { usage::CountOpen(transaction, 1, usage::Kind::kOrder); }},
+        {"usage::TimeOf",
+         [](Transaction& transaction) { usage::TimeOf(transaction, usage::Kind::kOrder, "k", "s", 3); }},
+        {"usage::RemoveOlder", [](Transaction& transaction) { usage::RemoveOlder(transaction, "a", 5); }},
         {"publications::SetFound",
          [entry](Transaction& transaction) { publications::SetFound(transaction, entry.item); }},
         {"publications::Missing",

@@ -7,6 +7,8 @@
 #include <string>
 
 #include "unit/zelvek_parts/support.h"
+#include "vek/date.h"
+#include "zelvek/base/error.h"
 #include "zelvek/store/store.h"
 
 namespace {
@@ -48,6 +50,40 @@ TEST(Publisher, WaitsForOneItemAlone) {
     EXPECT_NE(slow.wait_for(std::chrono::seconds(0)), std::future_status::ready);
     server.answer.set_value();
     slow.get();
+}
+
+/// A name server whose zones are remembered for an hour elsewhere.
+class Remembered : public zelvek::dns::Backend {
+public:
+    bool Serves(const std::string&) const override { return true; }
+    void AddTxt(const std::string&, const std::string&, const std::string&) override {}
+    void RemoveTxt(const std::string&, const std::string&, const std::string&) override {}
+    std::chrono::seconds NegativeTtl(const std::string& zone) override {
+        if (zone == "silent.example") throw zelvek::Error(zelvek::Code::kUnavailable, "no answer");
+        return zone == "long.example" ? std::chrono::hours{1000} : std::chrono::hours{1};
+    }
+};
+
+// Behaviour: A published record counts as seen by all when what name servers remember of its zone is over,
+// after
+//   three hours at the latest; what a server does not tell counts for nothing
+TEST(Publisher, NotesWhenARecordIsSeenByAll) {
+    const parts::TempFolder folder;
+    zelvek::Store store(folder.path() / "zelvek.db");
+    Remembered server;
+    zelvek::Publisher publisher(store, folder.path(), &server);
+    const zelvek::Process self = zelvek::FindProcess(getpid()).value();
+    const auto seen = [&](const std::string& zone) {
+        publisher.Publish(self, "anna", PublishedItem{zone, "_acme-challenge." + zone, "value"}, "");
+        zelvek::Transaction transaction(store);
+        return zelvek::publications::SeenByAll(transaction, 0);
+    };
+    const auto in = [](int seconds) { return vek_date::DateTime().AddSeconds(seconds).AsDateTime(); };
+    EXPECT_EQ(seen("silent.example"), "");
+    EXPECT_GT(seen("some.example"), in(3600));
+    EXPECT_LT(seen("some.example"), in(3700));
+    EXPECT_GT(seen("long.example"), in(3 * 3600));
+    EXPECT_LT(seen("long.example"), in(3 * 3600 + 100));
 }
 
 }  // namespace

@@ -1,0 +1,82 @@
+#include "zelvek/jobs/turns.h"
+
+#include <utility>
+
+#include "vek/date.h"
+#include "zelvek/base/log.h"
+#include "zelvek/jobs/registration.h"
+#include "zelvek/jobs/renewal.h"
+#include "zelvek/store/jobs.h"
+#include "zelvek/store/runs.h"
+
+namespace zelvek {
+
+namespace {
+
+// Jobs that one look finds at most: it costs what is due, so with many due ones it is not done for each free
+// slot.
+constexpr int kCandidates = 64;
+
+std::string Now() { return vek_date::DateTime().AsDateTime(); }
+
+}  // namespace
+
+Turns::Turns(Store& store, Settings settings, Process self)
+    : store_(store), settings_(std::move(settings)), self_(self) {}
+
+std::vector<int> Turns::Claim(std::size_t slots, const UnderWay& under_way, bool look) {
+    const std::string now = Now();
+    std::vector<int> claimed;
+    Transaction transaction(store_);
+    FreeLostJobs(transaction, under_way, now);
+    if (look || candidates_.empty()) LookAround(transaction, now);
+    while (claimed.size() < slots && !candidates_.empty()) {
+        const int job = candidates_.front();
+        candidates_.pop_front();
+        // A run that has written its record back may still be on its way out: its job can be due already.
+        // Nobody else may start a job before its plug-in itself reads the record.
+        if (!under_way(job) && ClaimOne(transaction, job, now)) claimed.push_back(job);
+    }
+    transaction.Commit();
+    return claimed;
+}
+
+std::optional<std::string> Turns::Next() {
+    Transaction transaction(store_);
+    const std::string next = runs::NextDue(transaction, Now());
+    if (next.empty()) return std::nullopt;
+    return next;
+}
+
+void Turns::LookAround(Transaction& transaction, const std::string& now) {
+    MendTimes(transaction, now, settings_.policy);
+    StartDueAnew(transaction, now);
+    const auto due = runs::Due(transaction, now, kCandidates);
+    candidates_.assign(due.begin(), due.end());
+}
+
+/// Frees the jobs of dead runs, and of those that never came as far as reading the record.
+void Turns::FreeLostJobs(Transaction& transaction, const UnderWay& under_way, const std::string& now) {
+    FreeJobsOfTheDead(transaction, now, settings_.policy);
+    for (const Job& job : jobs::Running(transaction)) {
+        if (job.holder == self_ && !under_way(job.id)) FreeJob(transaction, job, now, settings_.policy);
+    }
+}
+
+bool Turns::ClaimOne(Transaction& transaction, int id, const std::string& now) {
+    const Job job = jobs::FindShown(transaction, id);
+    if (MustWait(transaction, job, now) || !runs::ClaimIfDue(transaction, id, self_, now)) return false;
+    NoteRun(transaction, job, now);
+    return true;
+}
+
+bool Turns::MustWait(Transaction& transaction, const Job& job, const std::string& now) {
+    if (RegistrationUnderWay(transaction, job)) return true;
+    const auto hold = HeldBack(transaction, job, settings_.limits, now);
+    if (!hold) return false;
+    Log("job " + std::to_string(job.id) + " waits until " + hold->until + ": " + hold->reason);
+    runs::Postpone(transaction, job.id, hold->until, hold->reason);
+    return true;
+}
+
+}  // namespace zelvek

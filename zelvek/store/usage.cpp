@@ -1,0 +1,59 @@
+#include "zelvek/store/usage.h"
+
+namespace zelvek::usage {
+
+namespace {
+
+/// As the database has it.
+std::string Word(Kind kind) { return kind == Kind::kOrder ? "order" : "failure"; }
+
+}  // namespace
+
+void Note(Transaction& transaction, int job, Kind kind, const std::vector<std::string>& subjects,
+          const std::string& time, bool open) {
+    for (const std::string& subject : subjects) {
+        transaction
+            .Prepare(
+                "INSERT INTO authority_use (kind, subject, time, job, open)"
+                " VALUES (:kind, :subject, :time, :job, :open)")
+            .With(Word(kind))
+            .With(subject)
+            .With(time)
+            .With(job)
+            .With(open)
+            .Run();
+    }
+}
+
+void DropOpen(Transaction& transaction, int job) {
+    transaction.Prepare("DELETE FROM authority_use WHERE job = :job AND open = 1").With(job).Run();
+}
+
+void CountOpen(Transaction& transaction, int job, Kind kind) {
+    transaction.Prepare("UPDATE authority_use SET open = 0 WHERE job = :job AND open = 1 AND kind = :kind")
+        .With(job)
+        .With(Word(kind))
+        .Run();
+}
+
+std::optional<std::string> TimeOf(Transaction& transaction, Kind kind, const std::string& subject,
+                                  const std::string& since, int newer) {
+    std::string time;
+    Statement select = transaction.Prepare(
+        "SELECT time FROM authority_use WHERE kind = :kind AND subject = :subject AND time > :since"
+        " ORDER BY time DESC LIMIT 1 OFFSET :newer");
+    if (!select.With(Word(kind)).With(subject).With(since).With(newer).Into(time).Next()) return std::nullopt;
+    return time;
+}
+
+void RemoveOlder(Transaction& transaction, const std::string& time, int limit) {
+    transaction
+        .Prepare(
+            "DELETE FROM authority_use WHERE id IN"
+            " (SELECT id FROM authority_use WHERE time < :time ORDER BY time, id LIMIT :limit)")
+        .With(time)
+        .With(limit)
+        .Run();
+}
+
+}  // namespace zelvek::usage

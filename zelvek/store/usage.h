@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "zelvek/store/store.h"
+
+/// What jobs have used of that which an authority limits. Every function works inside the caller's
+/// transaction.
+namespace zelvek::usage {
+
+enum class Kind {
+    kOrder,    // an order; its subject is the account's URL
+    kFailure,  // a failed authorization; its subject is the name
+};
+
+/// One use by the job for each subject. What is `open` may turn out not to be one: a run is under way.
+void Note(Transaction& transaction, int job, Kind kind, const std::vector<std::string>& subjects,
+          const std::string& time, bool open);
+
+/// The job's run is over: what is open of it was no use.
+void DropOpen(Transaction& transaction, int job);
+
+/// Nobody knows how the job's run ended: its open uses of this kind count.
+void CountOpen(Transaction& transaction, int job, Kind kind);
+
+/// The time of the subject's use that has `newer` newer ones, if it is later than `since`.
+std::optional<std::string> TimeOf(Transaction& transaction, Kind kind, const std::string& subject,
+                                  const std::string& since, int newer);
+
+/// Forgets at most `limit` uses that are older than `time`.
+void RemoveOlder(Transaction& transaction, const std::string& time, int limit);
+
+}  // namespace zelvek::usage
