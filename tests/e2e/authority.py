@@ -51,6 +51,7 @@ class Authority:
         self._scripts = {}   # resource name: {occurrence or None: answer}
         self._nonces, self._accounts, self._orders = set(), {}, {}
         self.exchanges = []
+        self.renewal_window = None  # when certificates are to be renewed, (RFC 3339, RFC 3339); None: nothing is suggested
         self.validation_host = None  # where answer files are fetched from; None: every challenge is valid
         self.server = TlsServer(address, 443, *certificates.server(certified_name), self._serve)
 
@@ -120,6 +121,9 @@ class Authority:
                 return self._directory()
             if exchange.resource == "nonce":
                 return self._nonce()
+            if exchange.resource == "renewal-info" and self.renewal_window:
+                start, end = self.renewal_window
+                return json_answer({"suggestedWindow": {"start": start, "end": end}}, 200, **{"Retry-After": "86400"})
             answers = {"new-account": self._new_account, "account": self._account, "new-order": self._new_order,
                        "order": self._order, "authorization": self._authorization, "challenge": self._challenge,
                        "finalize": self._finalize, "certificate": self._certificate}
@@ -169,6 +173,7 @@ class Authority:
 
     def _directory(self):
         names = {"newNonce": "nonce", "newAccount": "new-account", "newOrder": "new-order"}
+        names |= {"renewalInfo": "renewal-info"} if self.renewal_window else {}
         return json_answer({name: f"{self._base}/{path}" for name, path in names.items()})
 
     def _nonce(self):

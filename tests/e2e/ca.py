@@ -51,7 +51,10 @@ class CertificateAuthority:
 
     def _issuing(self):
         """How `openssl x509 -req` issues a certificate with what the request asks for."""
-        return ("-copy_extensions", "copy", "-CA", self.intermediate, "-CAkey", self._path("intermediate.key"),
+        extensions = self._path("issued.ext")
+        with open(extensions, "w", encoding="ascii") as file:
+            file.write("authorityKeyIdentifier = keyid\n")  # what real authorities say, too
+        return ("-copy_extensions", "copy", "-extfile", extensions, "-CA", self.intermediate, "-CAkey", self._path("intermediate.key"),
                 "-set_serial", "0x" + secrets.token_hex(16))
 
     def issue(self, request_der):

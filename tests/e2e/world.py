@@ -76,11 +76,13 @@ class World:
         self.authority = Authority(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca, certified_name)
         self._stopping.callback(self.authority.stop)
 
-    def start_service(self, *options, scheduler="off", reload_command=None):
-        """Without its scheduler, jobs run when the test says so."""
-        self._service_start = lambda: self.start_service(*options, scheduler=scheduler, reload_command=reload_command)
+    def start_service(self, *options, scheduler="off", reload_command=None, renewal_info="off"):
+        """Without its scheduler, jobs run when the test says so. Where it asks for renewal information, the authority is
+        asked by others than runs, too."""
+        self._service_start = lambda: self.start_service(*options, scheduler=scheduler, reload_command=reload_command,
+                                                         renewal_info=renewal_info)
         command = [self.binary("zelvek"), "serve", "--database", self.database, "--answers-dir", self.answers,
-                   "--certs-dir", self.certificates, "--scheduler", scheduler]
+                   "--certs-dir", self.certificates, "--scheduler", scheduler, "--renewal-info", renewal_info]
         if reload_command or self.web:
             command += ["--reload-command", reload_command or self.reload_command()]
         if self.dns:

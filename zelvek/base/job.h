@@ -22,14 +22,15 @@ struct Job {
     bool force_update = false;
     bool skip_account_check = false;
     bool processing = false;
-    int failures = 0;       // runs that failed, one after the other
-    std::string refusal;    // what the panel has refused to the last run, for people to read
-    std::string postponed;  // why the service makes the next run wait, for people to read
-    std::string expires;    // when the installed certificate ends; empty where none is known
-    std::string renew;      // when the installed certificate is renewed
-    std::string last_run;   // when the last run ended; empty before the first
-    std::string due;        // when the next run is due, unless the job is verified, failed or under way
-    Process holder;         // who has the job: the process that read it last, or that claimed it for a run
+    int failures = 0;         // runs that failed, one after the other
+    std::string refusal;      // what the panel has refused to the last run, for people to read
+    std::string postponed;    // why the service makes the next run wait, for people to read
+    std::string expires;      // when the installed certificate ends; empty where none is known
+    std::string renew;        // when the installed certificate is renewed
+    std::string ask_renewal;  // when the authority is asked next for the time of the renewal
+    std::string last_run;     // when the last run ended; empty before the first
+    std::string due;          // when the next run is due, unless the job is verified, failed or under way
+    Process holder;           // who has the job: the process that read it last, or that claimed it for a run
 
     bool operator==(const Job&) const = default;
 };
@@ -115,6 +116,8 @@ inline constexpr std::array kJobFields{
              "When the installed certificate ends", JobField::Kept::kWithJob, true},
     JobField{"renew", &Job::renew, JobField::Writer::kService, JobField::kInLists,
              "When the installed certificate is renewed", JobField::Kept::kWithJob, true},
+    JobField{"ask_renewal", &Job::ask_renewal, JobField::Writer::kService, JobField::kNowhere,
+             "When the authority is asked next for the time of the renewal", JobField::Kept::kWithJob, true},
     JobField{"last_run", &Job::last_run, JobField::Writer::kService, JobField::kNowhere,
              "When the last run ended", JobField::Kept::kWithJob, true},
     JobField{"due", &Job::due, JobField::Writer::kService, JobField::kInLists, "When the next run is due",

@@ -122,10 +122,40 @@ Lifetime ReadLifetime(const openssl::Certificate& certificate) {
     return {Moment(X509_get0_notBefore(certificate.get())), Moment(X509_get0_notAfter(certificate.get()))};
 }
 
+/// The number's bytes as the certificate has them: a first one of zero where the number would be negative
+/// otherwise.
+std::string SerialOf(const openssl::Certificate& certificate) {
+    const ASN1_INTEGER* serial = X509_get0_serialNumber(certificate.get());
+    const auto* bytes = reinterpret_cast<const char*>(ASN1_STRING_get0_data(serial));
+    std::string number(bytes, static_cast<std::size_t>(ASN1_STRING_length(serial)));
+    if (number.empty() || (static_cast<unsigned char>(number.front()) & 0x80U) != 0)
+        number.insert(0, 1, '\0');
+    return number;
+}
+
+/// RFC 4648 section 5, without padding.
+std::string Base64Url(const std::string& bytes) {
+    std::string text = str::base64::Encode(bytes);
+    std::replace(text.begin(), text.end(), '+', '-');
+    std::replace(text.begin(), text.end(), '/', '_');
+    text.erase(text.find_last_not_of('=') + 1);
+    return text;
+}
+
 }  // namespace
 
 Lifetime LifetimeOf(const std::string& certificates) {
     return ReadLifetime(ReadCertificates(certificates).front());
+}
+
+std::string RenewalNameOf(const std::string& certificates) {
+    const openssl::Certificate certificate = std::move(ReadCertificates(certificates).front());
+    const ASN1_OCTET_STRING* issuer = X509_get0_authority_key_id(certificate.get());
+    ERR_clear_error();
+    if (issuer == nullptr) return "";
+    const auto* bytes = reinterpret_cast<const char*>(ASN1_STRING_get0_data(issuer));
+    const std::string key(bytes, static_cast<std::size_t>(ASN1_STRING_length(issuer)));
+    return Base64Url(key) + "." + Base64Url(SerialOf(certificate));
 }
 
 bool CertificateChain::Covers(const std::string& name) const {

@@ -36,4 +36,8 @@ CertificateChain SortChain(const std::string& certificates, const std::string& k
 /// Of the first certificate of a PEM text. Errors: Error of code kBadChain.
 Lifetime LifetimeOf(const std::string& certificates);
 
+/// The name of the first certificate at its authority's renewal information (RFC 9773 section 4.1); empty
+/// where it does not say who issued it. Errors: Error of code kBadChain.
+std::string RenewalNameOf(const std::string& certificates);
+
 }  // namespace zelvek

@@ -190,6 +190,12 @@ void CheckNames(const CertificateChain& chain, const std::vector<std::string>& n
         throw Error(Code::kBadNames, "the certificate is not for all names: " + missing + " missing");
 }
 
+/// The folder's owner may have put anything there.
+std::optional<std::string> InstalledLeaf(const Settings& settings, const std::string& user,
+                                         const std::string& certname) {
+    return ReadSmallFile(PlaceOf(settings, user, certname) / "cert.pem", kLargestCertificate);
+}
+
 }  // namespace
 
 std::filesystem::path PlaceOf(const Settings& settings, const std::string& user,
@@ -231,13 +237,19 @@ bool IsInstalled(const Settings& settings, const Request& request) {
 
 std::optional<Lifetime> InstalledLifetime(const Settings& settings, const std::string& user,
                                           const std::string& certname) try {
-    // The folder's owner may have put anything there.
-    const auto certificate =
-        ReadSmallFile(PlaceOf(settings, user, certname) / "cert.pem", kLargestCertificate);
+    const auto certificate = InstalledLeaf(settings, user, certname);
     if (!certificate) return std::nullopt;
     return LifetimeOf(*certificate);
 } catch (const Error&) {
     return std::nullopt;
+}
+
+std::string InstalledRenewalName(const Settings& settings, const std::string& user,
+                                 const std::string& certname) try {
+    const auto certificate = InstalledLeaf(settings, user, certname);
+    return certificate ? RenewalNameOf(*certificate) : "";
+} catch (const Error&) {
+    return "";
 }
 
 void RemoveLeftovers(const Settings& settings) {

@@ -50,6 +50,10 @@ bool IsInstalled(const Settings& settings, const Request& request);
 std::optional<Lifetime> InstalledLifetime(const Settings& settings, const std::string& user,
                                           const std::string& certname);
 
+/// Its name at the authority's renewal information (`RenewalNameOf`); empty where none is known.
+std::string InstalledRenewalName(const Settings& settings, const std::string& user,
+                                 const std::string& certname);
+
 /// Removes what killed services have left of installations. Errors: Error of code kIo, kBusy.
 void RemoveLeftovers(const Settings& settings);
 

@@ -23,7 +23,10 @@ restarts::Validity ValidityOf(const DateTime& from, const DateTime& until, doubl
     const std::int64_t left =
         std::clamp<std::int64_t>(lifetime < kShortLived ? lifetime / 2 : lifetime / 3, 0, kMostLeft);
     const auto earlier = static_cast<std::int64_t>(static_cast<double>(left) / 4 * spread);
-    return {until.AsDateTime(), DateTime(until).AddSeconds(-static_cast<int>(left + earlier)).AsDateTime()};
+    constexpr int kHalfDay = 12 * 3600;
+    const int asked = static_cast<int>(kHalfDay * spread);
+    return {until.AsDateTime(), DateTime(until).AddSeconds(-static_cast<int>(left + earlier)).AsDateTime(),
+            DateTime().AddSeconds(asked).AsDateTime()};
 }
 
 double RandomSpread() {

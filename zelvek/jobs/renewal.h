@@ -10,7 +10,8 @@ namespace zelvek {
 
 /// The renewal begins when a third of the lifetime is left, half of it for a certificate that lives less than
 /// ten days, or somewhat earlier: `spread`, from 0 to 1, says how much of a quarter of what would be left. So
-/// the certificates that were ordered in one hour are not all renewed in one.
+/// the certificates that were ordered in one hour are not all renewed in one. The authority is asked for a
+/// better time within half a day, by `spread` too.
 restarts::Validity ValidityOf(const vek_date::DateTime& from, const vek_date::DateTime& until, double spread);
 
 /// Some number from 0 to 1.

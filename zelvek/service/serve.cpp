@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "vek/proc.h"
+#include "zelvek/base/authority.h"
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/folder.h"
@@ -22,6 +23,7 @@
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/publishing/responder.h"
 #include "zelvek/service/query_server.h"
+#include "zelvek/service/renewal_watch.h"
 #include "zelvek/service/socket.h"
 #include "zelvek/service/sweep.h"
 #include "zelvek/store/store.h"
@@ -121,6 +123,12 @@ void Serve(const ServeOptions& options) {
     // What is made last ends first: runs end while the server still takes their records.
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
+    renewal_info::Authority authority(DirectoryUrl());
+    std::optional<Periodic> asking;
+    if (options.renewal_info) {
+        asking.emplace("renewal information", options.sweep_interval,
+                       [&] { AskForRenewals(services, authority); });
+    }
     const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
     std::optional<Scheduler> scheduler;
     if (options.scheduler) {

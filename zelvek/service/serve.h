@@ -31,6 +31,7 @@ struct ServeOptions {
     std::chrono::seconds retry_interval{60};
     std::chrono::milliseconds sweep_interval{5000};
     std::chrono::seconds run_limit{3600};
+    bool renewal_info = true;
     Retention retention;
     dns::Settings dns;  // without a back end, records cannot be published
 };

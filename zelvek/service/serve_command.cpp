@@ -31,6 +31,8 @@ void AddJobOptions(Command& serve, ServeOptions& options) {
         .Between(1, kMostOrders);
     serve.AddOption("--failures-limit", options.limits.failures, "Failed checks of one name within an hour")
         .Between(1, kMostOrders);
+    serve.AddSwitch("--renewal-info", options.renewal_info,
+                    "Whether the authority is asked when to renew: on or off");
     serve.AddOption("--retry-interval", options.retry_interval,
                     "Seconds until a job that asks for no time runs again");
     serve.AddOption("--run-limit", options.run_limit, "Seconds that a run may take before it is ended");

@@ -246,22 +246,20 @@ constexpr const char* kSettling = R"sql(
 ALTER TABLE publication ADD COLUMN seen_by_all TEXT NOT NULL DEFAULT '';
 )sql";
 
+// When the authority is asked next for the time of a certificate's renewal.
+constexpr const char* kRenewalInfo = R"sql(
+ALTER TABLE job ADD COLUMN ask_renewal TEXT NOT NULL DEFAULT '';
+UPDATE job SET ask_renewal = datetime('now', '+' || (abs(random()) % 43200) || ' seconds') WHERE expires <> '';
+CREATE INDEX job_by_ask_renewal ON job (ask_renewal, id) WHERE verified = 1;
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
-    static const std::vector<const char*> migrations{kPanelRecords,
-                                                     kProcesses,
-                                                     kAccountsAndIndexes,
-                                                     kPublicationsOfRuns,
-                                                     kReloads,
-                                                     kFolders,
-                                                     kClock,
-                                                     kAnsweredQueries,
-                                                     kRenewals,
-                                                     kRetries,
-                                                     kParents,
-                                                     kAuthorityUse,
-                                                     kSettling};
+    static const std::vector<const char*> migrations{
+        kPanelRecords, kProcesses,    kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
+        kFolders,      kClock,        kAnsweredQueries,    kRenewals,           kRetries,
+        kParents,      kAuthorityUse, kSettling,           kRenewalInfo};
     return migrations;
 }
 

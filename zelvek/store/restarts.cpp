@@ -11,12 +11,27 @@ void SetValidity(Transaction& transaction, const std::string& user, const std::s
     transaction.NoteDue(validity.renew);
     transaction
         .Prepare(
-            "UPDATE job SET expires = :expires, renew = :renew WHERE user_name = :user AND folder = :folder")
+            "UPDATE job SET expires = :expires, renew = :renew, ask_renewal = :ask"
+            " WHERE user_name = :user AND folder = :folder")
         .With(validity.expires)
         .With(validity.renew)
+        .With(validity.ask)
         .With(user)
         .With(folder)
         .Run();
+}
+
+std::vector<Job> RenewalToAskFor(Transaction& transaction, const std::string& now, int limit) {
+    std::vector<Job> found;
+    Job job;
+    Statement select = transaction.Prepare(
+        "SELECT id, certname, user_name, folder, expires, renew FROM job"
+        " WHERE verified = 1 AND ask_renewal > '' AND ask_renewal <= :now ORDER BY ask_renewal, id LIMIT "
+        ":most");
+    select.With(now).With(limit).Into(job.id).Into(job.certname).Into(job.user_name).Into(job.folder);
+    select.Into(job.expires).Into(job.renew);
+    while (select.Next()) found.push_back(job);
+    return found;
 }
 
 std::vector<int> RenewalDue(Transaction& transaction, const std::string& now, int limit) {

@@ -14,11 +14,16 @@ namespace zelvek::restarts {
 struct Validity {
     std::string expires;
     std::string renew;
+    std::string ask = {};  // when the authority is asked for a better time; empty: never
 };
 
 /// For every job of the user with this folder (`Job::folder`).
 void SetValidity(Transaction& transaction, const std::string& user, const std::string& folder,
                  const Validity& validity);
+
+/// Verified jobs of whose certificates the authority is to be asked at `now`, at most `limit`; certname,
+/// user, folder, expires and renew alone.
+std::vector<Job> RenewalToAskFor(Transaction& transaction, const std::string& now, int limit);
 
 /// Verified jobs whose renewal is due at `now`, the longest due first, at most `limit`.
 std::vector<int> RenewalDue(Transaction& transaction, const std::string& now, int limit);

@@ -42,9 +42,10 @@ const std::set<std::string> kHoldsWhatIsLookedFor{
     "publication_not_kept", "publication_missing", "authority_use_open"};
 
 // Indexes over times, of which all that is older, or newer, than a time is looked for.
-const std::set<std::string> kOverTimes{"answered_query_by_time", "csr_by_time",          "job_by_last_run",
-                                       "job_by_renewal",         "job_event_by_time",    "problem_by_time",
-                                       "reload_by_next",         "authority_use_by_time"};
+const std::set<std::string> kOverTimes{
+    "answered_query_by_time", "csr_by_time",           "job_by_last_run",
+    "job_by_renewal",         "job_event_by_time",     "problem_by_time",
+    "reload_by_next",         "authority_use_by_time", "job_by_ask_renewal"};
 
 // Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
 const std::set<std::string> kSmallTables{"reader", "waiting"};
@@ -191,6 +192,8 @@ Operations JobOperations() {
          [](Transaction& transaction) {
              restarts::SetValidity(transaction, "anna", "f", {"e", "r"});
          }},
+        {"restarts::RenewalToAskFor",
+         [](Transaction& transaction) { restarts::RenewalToAskFor(transaction, "t", 10); }},
         {"restarts::RenewalDue",
          [](Transaction& transaction) { restarts::RenewalDue(transaction, "t", 10); }},
         {"restarts::StoppedDue",

@@ -1,0 +1,62 @@
+#include "zelvek/service/renewal_watch.h"
+
+#include <algorithm>
+#include <exception>
+
+#include "vek/date.h"
+#include "zelvek/base/error.h"
+#include "zelvek/base/log.h"
+
+namespace zelvek {
+
+namespace {
+
+using vek_date::DateTime;
+
+constexpr int kAskedAtOnce = 20;
+constexpr int kHalfDay = 12 * 3600;      // seconds
+constexpr int kLongest = 3 * 24 * 3600;  // whatever an authority says
+
+std::string After(const std::string& now, int seconds) {
+    return DateTime(now).AddSeconds(seconds).AsDateTime();
+}
+
+}  // namespace
+
+restarts::Validity Suggested(const Job& job, const std::string& name,
+                             const renewal_info::Suggestion& suggestion, const std::string& now) {
+    restarts::Validity validity{job.expires, job.renew,
+                                After(now, std::clamp(suggestion.retry_after, kHalfDay, kLongest))};
+    if (!suggestion.window) return validity;
+    const std::string moment =
+        renewal_info::Within(*suggestion.window, renewal_info::ShareOf(name)).AsDateTime();
+    // Whatever is suggested: a site is not to be without a certificate.
+    if (suggestion.window->end.AsDateTime() < job.expires) validity.renew = std::max(moment, now);
+    return validity;
+}
+
+void AskForRenewals(Services& services, renewal_info::Authority& authority) {
+    const std::string now = DateTime().AsDateTime();
+    std::vector<Job> some;
+    {
+        Transaction transaction(services.store);
+        some = restarts::RenewalToAskFor(transaction, now, kAskedAtOnce);
+    }
+    bool away = false;
+    for (const Job& job : some) {
+        restarts::Validity validity{job.expires, job.renew, After(now, kHalfDay)};
+        const std::string name = install::InstalledRenewalName(services.install, job.user_name, job.certname);
+        try {
+            if (!name.empty() && !away) validity = Suggested(job, name, authority.Ask(name), now);
+        } catch (const std::exception& error) {
+            Log("job " + std::to_string(job.id) + ": asking when to renew its certificate: " + error.what());
+            // Where no answer comes, the others of this round would wait for the same.
+            away = dynamic_cast<const Error*>(&error) == nullptr;
+        }
+        Transaction transaction(services.store);
+        restarts::SetValidity(transaction, job.user_name, job.folder, validity);
+        transaction.Commit();
+    }
+}
+
+}  // namespace zelvek
