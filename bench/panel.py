@@ -87,7 +87,8 @@ class Panel:
                                       for job in range(1, self.jobs + 1)))
         insert(connection, "problem", (
             {"number": number, "id": f"ambrin_{number}", "name": "ambrin_failed", "level": "error",
-             "owner": self.owner(number), "time": date_time(-300 + 250 * number / self.notifications)}
+             "owner": self.owner(number), "time": date_time(-300 + 250 * number / self.notifications),
+             "state": "raised", "unsolved": 1, "user_name": self.owner(number), "about": site(number)}
             for number in range(1, self.notifications + 1)))
         insert(connection, "problem_parameter", (
             {"problem": number, "name": name, "value": f"{name} of {site(number)}"}

@@ -74,7 +74,7 @@ class Demonstration:
         self.type("zelvek job run 1 --quiet")
         self.installed("shop.example")
         self.step("The notifications, for the administrator and for the domain's user.")
-        self.type("zelvek problem list")
+        self.type("zelvek problem list --state all")
 
     def second_job(self):
         # Pebble takes no account check, so the job leaves it out; the account is the one that the first job registered.

@@ -45,7 +45,7 @@ class DeploymentTest(unittest.TestCase):
         self.world.web.wait_trusted("shop.example", self.world.path("pebble-root.pem"))
         made = [self.world.installed("shop.example", file="privkey.pem"), os.path.join(self.world.plugin_logs, "ambrin.log")]
         self.assertEqual([os.stat(path).st_uid for path in made], [USER, USER])
-        self.assertNotIn("web_server_reload", [name for name, _ in self.world.problems()])
+        self.assertNotIn("web_server_reload", [name for name, _ in self.world.problems("open")])
 
     # Behaviour: The service's user may use the command line too; a neighbour is told who may
     def test_the_services_user_may_use_the_command_line_and_no_neighbour(self):

@@ -89,7 +89,7 @@ class DnsTest(SharedWorldTest):
 
     def told(self, problem):
         """The parameters of this notification of the test's own job, for each that it went to."""
-        return {entry["owner"]: entry["parameters"] for entry in self.world.ask("problem", "list")
+        return {entry["owner"]: entry["parameters"] for entry in self.world.ask("problem", "list", "--state", "all")
                 if entry["name"] == problem and entry["parameters"]["name"] == self.domain}
 
 

@@ -143,7 +143,7 @@ class Http01(WorldTest):
         self.assertTrue(self.world.job(job)["verified"])
         self.assertIn(("web_server_reload", "root"), self.world.problems())
         open(mended, "w", encoding="utf-8").close()
-        wait_until(lambda: ("web_server_reload", "root") not in self.world.problems(), "the reload to be mended")
+        wait_until(lambda: ("web_server_reload", "root") not in self.world.problems("open"), "the reload to be mended")
 
     # Behaviour: A job older than a day is stopped, and ...
     def test_job_older_than_a_day_is_stopped(self):

@@ -145,7 +145,7 @@ class StepTest(SharedWorldTest):
 
     def told(self, certname):
         """Notification and addressee, each as often as it was told."""
-        return sorted((entry["name"], entry["owner"]) for entry in self.world.ask("problem", "list")
+        return sorted((entry["name"], entry["owner"]) for entry in self.world.ask("problem", "list", "--state", "all")
                       if entry["parameters"]["name"] == certname)
 
 

@@ -156,8 +156,8 @@ class World:
         """The detail of the latest event of this name."""
         return [entry["detail"] for entry in self.job(job)["events"] if entry["event"] == event][-1]
 
-    def problems(self):
-        return [(problem["name"], problem["owner"]) for problem in self.ask("problem", "list")]
+    def problems(self, state="all"):
+        return [(problem["name"], problem["owner"]) for problem in self.ask("problem", "list", "--state", state)]
 
     # Looking around.
 

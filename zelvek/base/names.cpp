@@ -76,6 +76,12 @@ std::string CertificateFolder(const std::string& certname) {
 
 std::string ComparedFolder(const std::string& certname) { return str::Lower(CertificateFolder(certname)); }
 
+std::string ComparedFolderIfAny(const std::string& certname) try {
+    return ComparedFolder(certname);
+} catch (const Error&) {
+    return "";
+}
+
 std::string FolderName(const std::string& what, const std::string& name) {
     // A leading dot is for the folders of installations under way. A control character could make a log or a
     // listing show something else.

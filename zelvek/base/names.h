@@ -19,6 +19,9 @@ std::string CertificateFolder(const std::string& certname);
 /// The form in which folders of certificates are compared: names of the DNS differ by more than letter case.
 std::string ComparedFolder(const std::string& certname);
 
+/// The same; nothing for a name that cannot be installed: older versions took longer ones.
+std::string ComparedFolderIfAny(const std::string& certname);
+
 /// `name`, where a folder for certificates can have it: 1 to 230 bytes, no "/", no control character, no "."
 /// at the beginning. `what` says in the error whose name it is.
 std::string FolderName(const std::string& what, const std::string& name);

@@ -6,6 +6,7 @@
 #include "vek/date.h"
 #include "zelvek/base/descriptor.h"
 #include "zelvek/base/log.h"
+#include "zelvek/base/names.h"
 #include "zelvek/store/problems.h"
 #include "zelvek/store/reloads.h"
 
@@ -24,22 +25,21 @@ std::string Later(const vek_date::DateTime& now, std::chrono::seconds time) {
     return vek_date::DateTime(now).AddSeconds(static_cast<int>(time.count())).AsDateTime();
 }
 
-/// One notification for a whole time of failures.
-std::string ProblemId(const reloads::Reload& reload) {
-    return "reload " + reload.user_name + " " + reload.certname + " " + reload.since;
-}
+const std::string kFailure = "web_server_reload";
 
 void Tell(Transaction& transaction, const reloads::Reload& reload, const std::string& now,
           const std::string& reason) {
-    problems::Add(transaction, {ProblemId(reload),
-                                "web_server_reload",
-                                "error",
-                                "root",
-                                now,
-                                {{"certname", reload.certname},
-                                 {"reason", reason},
-                                 {"since", reload.since},
-                                 {"user", reload.user_name}}});
+    problems::Raise(transaction, {.name = kFailure,
+                                  .level = "error",
+                                  .owner = "root",
+                                  .time = now,
+                                  .parameters = {{"certname", reload.certname},
+                                                 {"reason", reason},
+                                                 {"since", reload.since},
+                                                 {"user", reload.user_name}},
+                                  .user = reload.user_name,
+                                  .about = names::ComparedFolder(reload.certname),
+                                  .until_verified = false});
 }
 
 }  // namespace
@@ -74,7 +74,7 @@ void Reloader::Reload(const InstalledCertificate& installed) {
     if (!reload) return;  // somebody else's reload has done it meanwhile
     if (reason.empty()) {
         reloads::Finish(transaction, installed.user, installed.name);
-        problems::Remove(transaction, ProblemId(*reload));
+        problems::Resolve(transaction, kFailure, reload->user_name, names::ComparedFolder(reload->certname));
     } else {
         const auto pause = settings_.first_pause * (1 << std::min(reload->failures, kMostDoublings));
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(pause);

@@ -10,6 +10,7 @@
 #include "zelvek/store/accounts.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
+#include "zelvek/store/problems.h"
 #include "zelvek/store/publications.h"
 #include "zelvek/store/runs.h"
 
@@ -97,6 +98,7 @@ void Write(Services& services, const Query& query, XmlAnswer& answer) {
     WaitForRecords(transaction, job);
     NoteEnd(transaction, job, events, now);
     jobs::Save(transaction, job);
+    if (job.verified) problems::ResolveOfCertificate(transaction, job.user_name, job.folder);
     KeepHistory(services, transaction, id, events);
     KeepDefaultAccount(transaction, query, job);
     RememberAnswer(transaction, query, answer);

@@ -17,6 +17,7 @@
 #include "zelvek/store/domains.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
+#include "zelvek/store/problems.h"
 #include "zelvek/store/publications.h"
 #include "zelvek/store/reloads.h"
 #include "zelvek/store/restarts.h"
@@ -294,8 +295,9 @@ void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
     {
         LivingRuns transaction(services);
         if (AnsweredBefore(transaction, query, answer)) return;
-        FindIdle(transaction, id);
+        const Job job = FindIdle(transaction, id);
         publications::SetUnwanted(transaction, id);
+        problems::ResolveOfCertificate(transaction, job.user_name, names::ComparedFolderIfAny(job.certname));
         jobs::Remove(transaction, id);
         RememberAnswer(transaction, query, answer);
         transaction.Commit();

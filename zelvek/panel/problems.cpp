@@ -1,13 +1,46 @@
 // Notifications: registered by runs, listed for people.
-#include "zelvek/store/problems.h"
+#include <map>
+#include <optional>
+
 #include "vek/date.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/panel/functions.h"
+#include "zelvek/store/jobs.h"
+#include "zelvek/store/problems.h"
+#include "zelvek/store/runs.h"
 
 namespace zelvek {
 
 namespace {
+
+constexpr int kSeenAtOnce = 500;
+
+/// What a run tells when it has installed a certificate.
+const std::string kSuccess = "ambrin_success";
+
+/// The job that the caller runs; nothing for another caller, and where the job has been removed meanwhile.
+std::optional<Job> JobOfCaller(Transaction& transaction, const Process& caller) try {
+    const int id = runs::JobOf(transaction, caller);
+    if (id == 0) return std::nullopt;
+    return jobs::FindShown(transaction, id);
+} catch (const Error& error) {
+    if (error.code() != Code::kMissed) throw;
+    return std::nullopt;
+}
+
+/// A run's notifications are about its job's certificate, whoever is told. Of another caller's the parameter
+/// "name" says what they are about; without it each is a cause of its own.
+void SetCause(Transaction& transaction, const Query& query, problems::Problem& problem) {
+    if (const auto job = JobOfCaller(transaction, query.caller)) {
+        problem.user = job->user_name;
+        problem.about = names::ComparedFolderIfAny(job->certname);
+        return;
+    }
+    problem.user = problem.owner == "root" ? "" : problem.owner;
+    const std::string& name = query.parameters.Get("param_name");
+    problem.about = name.empty() ? problem.id : name;
+}
 
 void Register(Services& services, const Query& query, XmlAnswer&) {
     const std::string prefix = "param_";
@@ -15,6 +48,7 @@ void Register(Services& services, const Query& query, XmlAnswer&) {
                               query.parameters.Get("level"),     query.parameters.Get("owner"),
                               vek_date::DateTime().AsDateTime(), {}};
     if (problem.owner.empty()) problem.owner = "root";
+    problem.news = problem.name == kSuccess;
     for (const auto& [key, value] : query.parameters.All()) {
         names::CheckText(key, value);
         names::CheckText("the name of a parameter", key);
@@ -24,29 +58,74 @@ void Register(Services& services, const Query& query, XmlAnswer&) {
     if (problem.id.empty()) throw Error(Code::kValue, "id", "", "a notification needs an id");
 
     Transaction transaction(services.store);
-    problems::Add(transaction, problem);
+    SetCause(transaction, query, problem);
+    problems::Raise(transaction, problem);
     transaction.Commit();
+}
+
+problems::State StateNamed(const std::string& name) {
+    using problems::State;
+    static const std::map<std::string, State> states{
+        {"", State::kOpen},     {"open", State::kOpen},         {"raised", State::kRaised},
+        {"seen", State::kSeen}, {"resolved", State::kResolved}, {"news", State::kNews},
+        {"all", State::kAny}};
+    const auto state = states.find(name);
+    if (state != states.end()) return state->second;
+    throw Error(
+        Code::kValue, "state", name,
+        "a state is \"open\", \"raised\", \"seen\", \"resolved\", \"news\" or \"all\", not \"" + name + "\"");
 }
 
 void List(Services& services, const Query& query, XmlAnswer& answer) {
     const Page page(query);
+    const problems::State state = StateNamed(query.parameters.Get("state"));
     Transaction transaction(services.store);
-    for (const auto& problem : problems::List(transaction, page.after, page.limit)) {
+    for (const auto& problem : problems::List(transaction, state, page.after, page.limit)) {
         XmlAnswer::Element element = answer.Elem();
         element.Value("number", problem.number)
             .Value("id", problem.id)
             .Value("name", problem.name)
             .Value("level", problem.level)
             .Value("owner", problem.owner)
-            .Value("time", problem.time);
+            .Value("user_name", problem.user)
+            .Value("state", problem.state)
+            .Value("since", problem.since)
+            .Value("time", problem.time)
+            .Value("times", problem.times);
         for (const auto& [name, value] : problem.parameters) {
             element.Child("parameter").Value("name", name).Value("value", value);
         }
     }
 }
 
+/// One, or all that are raised.
+void SetSeen(Services& services, const Query& query, XmlAnswer& answer) {
+    if (query.parameters.Has("number")) {
+        const int number = Number(query, "number");
+        Transaction transaction(services.store);
+        if (!problems::SetSeen(transaction, number)) {
+            const std::string text = std::to_string(number);
+            throw Error(Code::kMissed, "problem", text, "there is no notification " + text);
+        }
+        transaction.Commit();
+        answer.Doc().Value("count", 1);
+        return;
+    }
+    long long count = 0;
+    for (long long found = kSeenAtOnce; found == kSeenAtOnce; count += found) {
+        // In steps, so that nobody waits long for the store.
+        Transaction transaction(services.store);
+        found = problems::SetSomeSeen(transaction, kSeenAtOnce);
+        transaction.Commit();
+    }
+    answer.Doc().Value("count", count);
+}
+
 }  // namespace
 
-Functions functions::Problems() { return {{"problems.register", &Register}, {"zelvek.problem.list", &List}}; }
+Functions functions::Problems() {
+    return {
+        {"problems.register", &Register}, {"zelvek.problem.list", &List}, {"zelvek.problem.seen", &SetSeen}};
+}
 
 }  // namespace zelvek

@@ -127,15 +127,6 @@ std::vector<Job> SomeAfter(Transaction& transaction, int id) {
     return some;
 }
 
-/// Nothing for a name that cannot be installed: older versions took longer ones.
-std::string FolderOf(const Job& job) {
-    try {
-        return names::ComparedFolder(job.certname);
-    } catch (const Error&) {
-        return "";
-    }
-}
-
 /// Each state has an index of its own, so that a page of a few jobs among many does not read all of them.
 std::string Condition(State state) {
     switch (state) {
@@ -174,7 +165,7 @@ void NameFolders(Transaction& transaction) {
     for (auto some = SomeAfter(transaction, last); !some.empty(); some = SomeAfter(transaction, last)) {
         for (const Job& job : some) {
             transaction.Prepare("UPDATE job SET folder = :folder WHERE id = :id")
-                .With(FolderOf(job))
+                .With(names::ComparedFolderIfAny(job.certname))
                 .With(job.id)
                 .Run();
             last = job.id;

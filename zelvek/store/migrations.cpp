@@ -253,13 +253,29 @@ UPDATE job SET ask_renewal = datetime('now', '+' || (abs(random()) % 43200) || '
 CREATE INDEX job_by_ask_renewal ON job (ask_renewal, id) WHERE verified = 1;
 )sql";
 
+// Troubles are open until they are over, one for each cause; news never are. Of the older ones nobody knows
+// what would end them: they count as over, and what still fails is raised anew when it fails the next time.
+constexpr const char* kProblemStates = R"sql(
+ALTER TABLE problem ADD COLUMN state TEXT NOT NULL DEFAULT 'resolved';
+ALTER TABLE problem ADD COLUMN unsolved INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE problem ADD COLUMN since TEXT NOT NULL DEFAULT '';
+ALTER TABLE problem ADD COLUMN times INTEGER NOT NULL DEFAULT 1;
+ALTER TABLE problem ADD COLUMN user_name TEXT NOT NULL DEFAULT '';
+ALTER TABLE problem ADD COLUMN about TEXT NOT NULL DEFAULT '';
+ALTER TABLE problem ADD COLUMN until_verified INTEGER NOT NULL DEFAULT 0;
+UPDATE problem SET since = time, state = CASE WHEN name = 'ambrin_success' THEN 'news' ELSE state END;
+CREATE UNIQUE INDEX problem_by_cause ON problem (user_name, about, name, owner) WHERE unsolved = 1;
+CREATE INDEX problem_unsolved ON problem (number) WHERE unsolved = 1;
+CREATE INDEX problem_by_state ON problem (state, number);
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
     static const std::vector<const char*> migrations{
         kPanelRecords, kProcesses,    kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
         kFolders,      kClock,        kAnsweredQueries,    kRenewals,           kRetries,
-        kParents,      kAuthorityUse, kSettling,           kRenewalInfo};
+        kParents,      kAuthorityUse, kSettling,           kRenewalInfo,        kProblemStates};
     return migrations;
 }
 

@@ -1,5 +1,7 @@
 #include "zelvek/store/problems.h"
 
+#include "vek/str.h"
+
 namespace zelvek::problems {
 
 namespace {
@@ -14,17 +16,15 @@ std::vector<std::pair<std::string, std::string>> ParametersOf(Transaction& trans
     return parameters;
 }
 
-}  // namespace
+constexpr std::size_t kIdBytes = 8;
 
-void Add(Transaction& transaction, const Problem& problem) {
+bool IsThere(Transaction& transaction, const std::string& id) {
     long long number = 0;
-    {
-        Statement insert = transaction.Prepare(
-            "INSERT INTO problem (id, name, level, owner, time) VALUES (:id, :name, :level, :owner, :time)"
-            " ON CONFLICT DO NOTHING RETURNING number");
-        insert.With(problem.id).With(problem.name).With(problem.level).With(problem.owner).With(problem.time);
-        if (!insert.Into(number).Next()) return;
-    }
+    return transaction.Prepare("SELECT number FROM problem WHERE id = :id").With(id).Into(number).Next();
+}
+
+void SetParameters(Transaction& transaction, long long number, const Problem& problem) {
+    transaction.Prepare("DELETE FROM problem_parameter WHERE problem = :number").With(number).Run();
     for (const auto& [name, value] : problem.parameters) {
         transaction
             .Prepare("INSERT INTO problem_parameter (problem, name, value) VALUES (:problem, :name, :value)")
@@ -35,19 +35,123 @@ void Add(Transaction& transaction, const Problem& problem) {
     }
 }
 
-void Remove(Transaction& transaction, const std::string& id) {
-    transaction.Prepare("DELETE FROM problem WHERE id = :id").With(id).Run();
+/// 0 where none of its cause is open.
+long long OpenOne(Transaction& transaction, const Problem& problem) {
+    long long number = 0;
+    Statement select = transaction.Prepare(
+        "SELECT number FROM problem WHERE user_name = :user AND about = :about AND name = :name"
+        " AND owner = :owner AND unsolved = 1");
+    select.With(problem.user).With(problem.about).With(problem.name).With(problem.owner).Into(number);
+    return select.Next() ? number : 0;
 }
 
-std::vector<Problem> List(Transaction& transaction, long long after, int limit) {
+void Repeat(Transaction& transaction, long long number, const Problem& problem) {
+    transaction
+        .Prepare(
+            "UPDATE problem SET id = :id, level = :level, time = :time, times = times + 1,"
+            " state = CASE WHEN :again = 1 THEN 'raised' ELSE state END WHERE number = :number")
+        .With(problem.id)
+        .With(problem.level)
+        .With(problem.time)
+        .With(problem.tell_again)
+        .With(number)
+        .Run();
+    SetParameters(transaction, number, problem);
+}
+
+void Insert(Transaction& transaction, const Problem& problem) {
+    long long number = 0;
+    {
+        Statement insert = transaction.Prepare(
+            "INSERT INTO problem (id, name, level, owner, time, since, state, unsolved, user_name, about,"
+            " until_verified) VALUES (:id, :name, :level, :owner, :time, :since, :state, :unsolved, :user,"
+            " :about, :until) RETURNING number");
+        insert.With(problem.id).With(problem.name).With(problem.level).With(problem.owner).With(problem.time);
+        insert.With(problem.time).With(problem.news ? "news" : "raised").With(!problem.news);
+        insert.With(problem.user).With(problem.about).With(problem.until_verified);
+        insert.Into(number).Next();
+    }
+    SetParameters(transaction, number, problem);
+}
+
+constexpr const char* kSolve = "UPDATE problem SET state = 'resolved', unsolved = 0 WHERE ";
+
+/// Each state has an index of its own, so that a page of a few among many does not read all of them.
+std::string Condition(State state) {
+    switch (state) {
+        case State::kOpen: return "unsolved = 1 AND ";
+        case State::kRaised: return "state = 'raised' AND ";
+        case State::kSeen: return "state = 'seen' AND ";
+        case State::kResolved: return "state = 'resolved' AND ";
+        case State::kNews: return "state = 'news' AND ";
+        case State::kAny: break;
+    }
+    return "";
+}
+
+}  // namespace
+
+void Raise(Transaction& transaction, const Problem& raised) {
+    Problem problem = raised;
+    if (problem.id.empty()) problem.id = str::hex::Encode(str::Random(kIdBytes));
+    if (IsThere(transaction, problem.id)) return;
+    const long long open = problem.news ? 0 : OpenOne(transaction, problem);
+    if (open != 0) {
+        Repeat(transaction, open, problem);
+    } else {
+        Insert(transaction, problem);
+    }
+}
+
+void Resolve(Transaction& transaction, const std::string& name, const std::string& user,
+             const std::string& about) {
+    transaction
+        .Prepare(std::string(kSolve) +
+                 "user_name = :user AND about = :about AND name = :name AND unsolved = 1")
+        .With(user)
+        .With(about)
+        .With(name)
+        .Run();
+}
+
+void ResolveOfCertificate(Transaction& transaction, const std::string& user, const std::string& folder) {
+    transaction
+        .Prepare(std::string(kSolve) +
+                 "user_name = :user AND about = :about AND until_verified = 1 AND unsolved = 1")
+        .With(user)
+        .With(folder)
+        .Run();
+}
+
+bool SetSeen(Transaction& transaction, long long number) {
+    return transaction
+               .Prepare(
+                   "UPDATE problem SET state = CASE WHEN state = 'raised' THEN 'seen' ELSE state END"
+                   " WHERE number = :number")
+               .With(number)
+               .Run() == 1;
+}
+
+long long SetSomeSeen(Transaction& transaction, int limit) {
+    return transaction
+        .Prepare(
+            "UPDATE problem SET state = 'seen' WHERE number IN"
+            " (SELECT number FROM problem WHERE state = 'raised' ORDER BY number LIMIT :limit)")
+        .With(limit)
+        .Run();
+}
+
+std::vector<Problem> List(Transaction& transaction, State state, long long after, int limit) {
     std::vector<Problem> found;
     {
         Problem problem;
         Statement select = transaction.Prepare(
-            "SELECT number, id, name, level, owner, time FROM problem WHERE number > :after"
-            " ORDER BY number LIMIT :most");
+            "SELECT number, id, name, level, owner, time, user_name, about, state, since, times"
+            " FROM problem WHERE " +
+            Condition(state) + "number > :after ORDER BY number LIMIT :most");
         select.With(after).With(limit).Into(problem.number).Into(problem.id).Into(problem.name);
-        select.Into(problem.level).Into(problem.owner).Into(problem.time);
+        select.Into(problem.level).Into(problem.owner).Into(problem.time).Into(problem.user);
+        select.Into(problem.about).Into(problem.state).Into(problem.since).Into(problem.times);
         while (select.Next()) found.push_back(problem);
     }
     for (Problem& problem : found) problem.parameters = ParametersOf(transaction, problem.number);

@@ -215,6 +215,8 @@ TEST_F(CommandLine, UsageErrorsHaveTheirOwnStatus) {
              {"job", "list", "--after", "-1"},
              {"job", "list", "--state", "perhaps"},
              {"problem", "list", "--limit", "few"},
+             {"problem", "list", "--state", "perhaps"},
+             {"problem", "seen", "few"},
              {"domain", "add", "shop.example"},
              {"job", "add", "shop.example", "--user", "anna", "--check", "mail"},
              {"job", "add", "shop.example", "--user", "anna", "--csr", "key_type"},

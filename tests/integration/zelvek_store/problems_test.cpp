@@ -9,23 +9,44 @@ namespace zelvek::testing {
 namespace {
 
 using problems::Problem;
+using problems::State;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
 
 class StoredProblems : public StoreTest {
 protected:
-    void Add(const Problem& problem) {
-        Do([&](Transaction& transaction) { problems::Add(transaction, problem); });
+    void Raise(const Problem& problem) {
+        Do([&](Transaction& transaction) { problems::Raise(transaction, problem); });
     }
 
     void AddOf(const std::string& id, const std::string& time) {
-        Add({id, "n", "error", "root", time, {{"a", "1"}, {"b", "2"}}});
+        Problem problem{id, "n", "error", "root", time, {{"a", "1"}, {"b", "2"}}};
+        problem.about = id;
+        Raise(problem);
     }
 
-    std::vector<Problem> List(long long after = 0, int limit = 100) {
+    /// One of a run of the job of anna's shop, for this owner.
+    static Problem OfShop(const std::string& id, const std::string& owner = "root") {
+        Problem problem{id, "ambrin_failed", "error", owner, "t" + id, {{"error", "e" + id}}};
+        problem.user = "anna";
+        problem.about = "shop";
+        return problem;
+    }
+
+    std::vector<Problem> List(long long after = 0, int limit = 100, State state = State::kAny) {
         Transaction transaction(store());
-        return problems::List(transaction, after, limit);
+        return problems::List(transaction, state, after, limit);
+    }
+
+    std::vector<std::string> IdsIn(State state) {
+        std::vector<std::string> ids;
+        for (const Problem& problem : List(0, 100, state)) ids.push_back(problem.id);
+        return ids;
+    }
+
+    void Resolve(const std::string& user, const std::string& folder) {
+        Do([&](Transaction& transaction) { problems::ResolveOfCertificate(transaction, user, folder); });
     }
 
     std::vector<std::string> Ids(long long after = 0, int limit = 100) {
@@ -47,8 +68,9 @@ INSTANTIATE_TEST_SUITE_P(Engines, StoredProblems, ::testing::ValuesIn(Engines())
 // Behaviour: Notifications come in the order in which they came, with their parameters by name, after a
 //   restart too
 TEST_P(StoredProblems, ComeInTheirOrderWithTheirParameters) {
-    Add({"7", "ambrin_pause", "warning", "anna", "2026-01-02 00:00:00", {{"ns", "ns1"}, {"domain", "shop"}}});
-    Add({"3", "ambrin_success", "info", "root", "2026-01-01 00:00:00", {}});
+    Raise(
+        {"7", "ambrin_pause", "warning", "anna", "2026-01-02 00:00:00", {{"ns", "ns1"}, {"domain", "shop"}}});
+    Raise({"3", "ambrin_success", "info", "root", "2026-01-01 00:00:00", {}});
     Reopen();
     const auto all = List();
     ASSERT_EQ(all.size(), 2u);
@@ -75,7 +97,7 @@ TEST_P(StoredProblems, AreListedInPages) {
 // Behaviour: A notification that comes again changes nothing
 TEST_P(StoredProblems, AgainChangeNothing) {
     AddOf("7", "t");
-    Add({"7", "other", "info", "anna", "u", {{"a", "changed"}, {"c", "3"}}});
+    Raise({"7", "other", "info", "anna", "u", {{"a", "changed"}, {"c", "3"}}});
     const auto all = List();
     ASSERT_EQ(all.size(), 1u);
     EXPECT_EQ(all[0].name, "n");
@@ -85,23 +107,131 @@ TEST_P(StoredProblems, AgainChangeNothing) {
     EXPECT_THAT(Ids(), ElementsAre("7", "8"));
 }
 
-// Behaviour: A notification that is not true any more is removed, with its parameters
-TEST_P(StoredProblems, AreRemovedByTheirIds) {
-    AddOf("7", "t");
-    AddOf("8", "t");
-    for (int twice = 0; twice < 2; ++twice) {
-        Do([](Transaction& transaction) { problems::Remove(transaction, "7"); });
-        EXPECT_THAT(Ids(), ElementsAre("8"));
-        EXPECT_EQ(Rows("problem_parameter"), 2);
+// Behaviour: A trouble is raised once for its cause: what comes again, with another id and from another run,
+//   brings its newest time, level and parameters into the open one and counts it
+TEST_P(StoredProblems, AreRaisedOnceForTheirCause) {
+    Raise(OfShop("1"));
+    Raise(OfShop("2"));
+    Raise(OfShop("2"));  // its query again
+    const auto all = List();
+    ASSERT_EQ(all.size(), 1u);
+    EXPECT_EQ(all[0].id, "2");
+    EXPECT_EQ(all[0].since, "t1");
+    EXPECT_EQ(all[0].time, "t2");
+    EXPECT_EQ(all[0].times, 2);
+    EXPECT_EQ(all[0].state, "raised");
+    EXPECT_EQ(all[0].user, "anna");
+    EXPECT_EQ(all[0].about, "shop");
+    EXPECT_THAT(all[0].parameters, ElementsAre(Pair("error", "e2")));
+}
+
+// Behaviour: Another name, owner, user or certificate is another cause
+TEST_P(StoredProblems, OfAnotherCauseAreOthers) {
+    Raise(OfShop("1"));
+    Raise(OfShop("2", "anna"));
+    for (const auto member : {&Problem::name, &Problem::user, &Problem::about}) {
+        Problem other = OfShop("3" + OfShop("").*member);
+        other.*member = "other";
+        Raise(other);
     }
+    EXPECT_EQ(List().size(), 5u);
+}
+
+// Behaviour: A trouble that somebody has seen stays seen when it comes again, unless it is to be told again
+TEST_P(StoredProblems, ThatAreSeenStaySeenWhenTheyComeAgain) {
+    Raise(OfShop("1"));
+    const long long number = List()[0].number;
+    const auto set_seen = [&](long long which) {
+        return Do([&](Transaction& transaction) { return problems::SetSeen(transaction, which); });
+    };
+    EXPECT_TRUE(set_seen(number));
+    EXPECT_FALSE(set_seen(number + 1));
+    Raise(OfShop("2"));
+    EXPECT_THAT(IdsIn(State::kSeen), ElementsAre("2"));
+    EXPECT_THAT(IdsIn(State::kOpen), ElementsAre("2"));
+    EXPECT_THAT(IdsIn(State::kRaised), IsEmpty());
+    Problem again = OfShop("3");
+    again.tell_again = true;
+    Raise(again);
+    EXPECT_THAT(IdsIn(State::kRaised), ElementsAre("3"));
+    EXPECT_EQ(Do([](Transaction& transaction) { return problems::SetSomeSeen(transaction, 10); }), 1);
+    EXPECT_EQ(Do([](Transaction& transaction) { return problems::SetSomeSeen(transaction, 10); }), 0);
+    EXPECT_THAT(IdsIn(State::kSeen), ElementsAre("3"));
+    Resolve("anna", "shop");
+    EXPECT_TRUE(set_seen(number)) << "it is there";
+    EXPECT_THAT(IdsIn(State::kResolved), ElementsAre("3")) << "and stays over";
+}
+
+// Behaviour: What is about a certificate is over for everybody when its job is verified, and stays listed as
+//   resolved; what comes afterwards is raised anew. Other certificates' troubles stay open
+TEST_P(StoredProblems, OfACertificateAreOverWhenItsJobIsVerified) {
+    Raise(OfShop("1"));
+    Raise(OfShop("2", "anna"));
+    Problem other = OfShop("3");
+    other.user = "berta";
+    Raise(other);
+    Resolve("anna", "shop");
+    Resolve("anna", "shop");
+    EXPECT_THAT(IdsIn(State::kResolved), ElementsAre("1", "2"));
+    EXPECT_THAT(IdsIn(State::kOpen), ElementsAre("3"));
+    Raise(OfShop("4"));
+    EXPECT_THAT(IdsIn(State::kResolved), ElementsAre("1", "2"));
+    EXPECT_THAT(IdsIn(State::kRaised), ElementsAre("3", "4"));
+}
+
+// Behaviour: A trouble that ends otherwise than with its job's success ends by its name, user and certificate
+TEST_P(StoredProblems, ThatEndOtherwiseEndByTheirName) {
+    Problem reload = OfShop("1");
+    reload.name = "web_server_reload";
+    reload.until_verified = false;
+    Raise(reload);
+    Raise(OfShop("2"));
+    Resolve("anna", "shop");
+    EXPECT_THAT(IdsIn(State::kOpen), ElementsAre("1"));
+    const auto resolve = [&](const std::string& name, const std::string& user, const std::string& about) {
+        Do([&](Transaction& transaction) { problems::Resolve(transaction, name, user, about); });
+    };
+    resolve("other", "anna", "shop");
+    resolve("web_server_reload", "berta", "shop");
+    resolve("web_server_reload", "anna", "other");
+    EXPECT_THAT(IdsIn(State::kOpen), ElementsAre("1"));
+    resolve("web_server_reload", "anna", "shop");
+    EXPECT_THAT(IdsIn(State::kOpen), IsEmpty());
+}
+
+// Behaviour: News are no troubles: each is one of its own, and none is open
+TEST_P(StoredProblems, ThatAreNewsAreNeverOpen) {
+    for (const std::string id : {"1", "2"}) {
+        Problem news = OfShop(id);
+        news.news = true;
+        Raise(news);
+        Raise(news);
+    }
+    EXPECT_THAT(IdsIn(State::kNews), ElementsAre("1", "2"));
+    EXPECT_THAT(IdsIn(State::kOpen), IsEmpty());
+    EXPECT_THAT(IdsIn(State::kAny), ElementsAre("1", "2"));
+    EXPECT_EQ(List()[0].state, "news");
+}
+
+// Behaviour: A trouble that the service raises itself gets an id of its own
+TEST_P(StoredProblems, WithoutAnIdGetOne) {
+    Raise(OfShop(""));
+    Raise(OfShop("", "anna"));
+    ASSERT_EQ(List().size(), 2u);
+    EXPECT_EQ(List()[0].id.size(), 16u);
+    EXPECT_NE(List()[0].id, List()[1].id);
 }
 
 // Behaviour: Any text comes back from the store unchanged ...
 TEST_P(StoredProblems, AnyTextComesBack) {
     for (const std::string& text : AwkwardTexts()) {
-        Add({text, text, text, text, text, {{text, text}}});
+        Problem problem{text, text, text, text, text, {{text, text}}};
+        problem.user = problem.about = text;
+        if (text.empty()) problem.id = "1";
+        Raise(problem);
         const Problem kept = List().back();
-        for (const auto& part : {kept.id, kept.name, kept.level, kept.owner, kept.time})
+        EXPECT_EQ(kept.id, problem.id);
+        for (const auto& part : {kept.name, kept.level, kept.owner, kept.time, kept.user, kept.about})
             EXPECT_EQ(part, text);
         EXPECT_THAT(kept.parameters, ElementsAre(Pair(text, text)));
     }

@@ -82,6 +82,12 @@ bool IsPage(const std::string& statement) {
     return std::regex_search(statement, form);
 }
 
+/// The same of the open notifications, by the index that holds just these.
+bool IsPageOfUnsolved(const Step& step, const std::string& statement) {
+    static const std::regex form(R"( WHERE unsolved = 1 AND number > :after ORDER BY number LIMIT :most$)");
+    return step.index == "problem_unsolved" && std::regex_search(statement, form);
+}
+
 bool AsksForFewOfAUser(const std::string& statement) {
     static const std::regex form(R"(\.(verified|failed|processing) = [01]|folder = :folder )");
     return std::regex_search(statement, form);
@@ -107,6 +113,7 @@ bool ReadsTooMuch(const Step& step, const std::string& statement) {
     if (kHoldsWhatIsLookedFor.contains(step.index)) return false;
     if (step.way == "SCAN") return step.table != "CONSTANT";
     if (step.HasValue() || kOverTimes.contains(step.index) || IsPage(statement)) return false;
+    if (IsPageOfUnsolved(step, statement)) return false;
     const bool first_of_all = step.limits.empty();  // the smallest or the largest of an index
     const bool first_few =
         statement.find("< (SELECT min(number) FROM problem) + :limit") != std::string::npos;
@@ -280,12 +287,25 @@ Operations OtherOperations() {
         {"reloads::Finish", [](Transaction& transaction) { reloads::Finish(transaction, "anna", "m"); }},
         {"reloads::Find", [](Transaction& transaction) { reloads::Find(transaction, "anna", "n"); }},
         {"reloads::Due", [](Transaction& transaction) { reloads::Due(transaction, "t", "u", 10); }},
-        {"problems::Add",
+        {"problems::Raise",
          [](Transaction& transaction) {
-             problems::Add(transaction, {"1", "n", "l", "o", "t", {{"a", "b"}}});
+             for (const std::string id : {"1", "2"})
+                 problems::Raise(transaction, {id, "n", "l", "o", "t", {{"a", "b"}}});
          }},
-        {"problems::Remove", [](Transaction& transaction) { problems::Remove(transaction, "2"); }},
-        {"problems::List", [](Transaction& transaction) { problems::List(transaction, 0, 10); }},
+        {"problems::Resolve",
+         [](Transaction& transaction) { problems::Resolve(transaction, "n", "anna", "f"); }},
+        {"problems::ResolveOfCertificate",
+         [](Transaction& transaction) { problems::ResolveOfCertificate(transaction, "anna", "f"); }},
+        {"problems::SetSeen", [](Transaction& transaction) { problems::SetSeen(transaction, 1); }},
+        {"problems::SetSomeSeen", [](Transaction& transaction) { problems::SetSomeSeen(transaction, 10); }},
+        {"problems::List",
+         [](Transaction& transaction) {
+             using problems::State;
+             for (const State state :
+                  {State::kOpen, State::kRaised, State::kSeen, State::kResolved, State::kNews, State::kAny}) {
+                 problems::List(transaction, state, 0, 10);
+             }
+         }},
         {"problems::RemoveOlder",
          [](Transaction& transaction) { problems::RemoveOlder(transaction, "a", 10, 5); }},
         {"publications::Put", [entry](Transaction& transaction) { publications::Put(transaction, entry); }},

@@ -206,7 +206,7 @@ TEST_P(Transactions, ErrorsHoldNoValueAndNoStatement) {
         history::Add(transaction, id + 1, {"SECRET", "SECRET", "SECRET", "SECRET"});
     }));
     errors.push_back(ErrorOf([](Transaction& transaction) {
-        problems::Add(transaction, {"1", "n", "l", "o", "t", {{"SECRET", "SECRET"}, {"SECRET", "SECRET"}}});
+        problems::Raise(transaction, {"1", "n", "l", "o", "t", {{"SECRET", "SECRET"}, {"SECRET", "SECRET"}}});
     }));
     errors.push_back(ErrorOf([](Transaction& transaction) {
         transaction.Prepare("INSERT INTO domain (name, ascii) VALUES (:name, :ascii)")

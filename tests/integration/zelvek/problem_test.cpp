@@ -1,0 +1,115 @@
+// Notifications of a job's runs: raised once for each cause, seen, and over when the certificate is there.
+#include <gmock/gmock.h>
+#include <json/json.h>
+
+#include <memory>
+
+#include "service.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class Problem : public ServiceTest {
+protected:
+    Problem() { Start(); }
+
+    /// As a run of the job does that this process has read last.
+    static void Tell(const std::string& name, const std::string& id, const std::string& owner = "root",
+                     const std::string& error = "e") {
+        Ask("func=problems.register&sok=ok&level=error&param_name=shop.example",
+            {{"name", name}, {"id", id}, {"owner", owner}, {"param_error", error}});
+    }
+
+    /// "NAME OWNER STATE TIMES" of each.
+    static std::vector<std::string> Listed(const std::string& state) {
+        std::vector<std::string> listed;
+        const auto answer = Ask("func=zelvek.problem.list", {{"state", state}});
+        for (const auto& node : answer.xml().GetNodes("/doc/elem")) {
+            listed.push_back(node.Value("name") + " " + node.Value("owner") + " " + node.Value("state") +
+                             " " + node.Value("times"));
+        }
+        return listed;
+    }
+
+    static std::string AddShop() {
+        std::string id = AddJob({{"domain", "shop.example"}, {"user_name", "anna"}});
+        ReadJob(id);
+        return id;
+    }
+};
+
+// Behaviours of: Notifications (problems.register)
+
+// Behaviour: What a job's runs tell is raised once for each notification and owner, and is over for all of
+// them
+//   when a run writes the job back as verified; it stays listed as resolved
+TEST_F(Problem, OfAJobIsOverWhenTheJobIsVerified) {
+    const std::string id = AddShop();
+    for (const std::string run : {"1", "2"}) {
+        Tell("ambrin_failed_admin", "a" + run, "root", "error " + run);
+        Tell("ambrin_failed_user", "u" + run, "anna", "error " + run);
+        Write(id);
+        ReadJob(id);
+    }
+    EXPECT_THAT(Listed(""),
+                ElementsAre("ambrin_failed_admin root raised 2", "ambrin_failed_user anna raised 2"));
+    const auto answer = Ask("func=zelvek.problem.list");
+    EXPECT_EQ(answer.xml().GetNode("/doc/elem/parameter").Value("value"), "error 2");
+    EXPECT_EQ(answer.xml().GetNode("/doc/elem").Value("user_name"), "anna") << "whoever is told";
+    Write(id, {{"verified", "on"}});
+    EXPECT_THAT(Listed("open"), IsEmpty());
+    EXPECT_THAT(Listed("resolved"),
+                ElementsAre("ambrin_failed_admin root resolved 2", "ambrin_failed_user anna resolved 2"));
+}
+
+// Behaviour: A success is news: told for each certificate that is installed, listed with the others, never
+// open
+TEST_F(Problem, OfASuccessIsNews) {
+    const std::string id = AddShop();
+    Tell("ambrin_success", "1");
+    Tell("ambrin_success", "2");
+    EXPECT_THAT(Listed("open"), IsEmpty());
+    EXPECT_THAT(Listed("news"), ElementsAre("ambrin_success root news 1", "ambrin_success root news 1"));
+    EXPECT_THAT(Listed("all"), Listed("news"));
+}
+
+// Behaviour: What was told about a job is over when the job is removed
+TEST_F(Problem, OfARemovedJobIsOver) {
+    const std::string id = AddShop();
+    Tell("ambrin_failed_admin", "1");
+    Write(id);
+    Ask("func=zelvek.job.remove", {{"elid", id}});
+    EXPECT_THAT(Listed("open"), IsEmpty());
+    Tell("ambrin_failed_admin", "2");
+    EXPECT_THAT(Listed("open"), ElementsAre("ambrin_failed_admin root raised 1")) << "a late run's";
+}
+
+// Behaviour: Who takes note of a notification, or of all, finds it among those that are seen; it stays open
+TEST_F(Problem, IsSeenByHand) {
+    AddShop();
+    Tell("a", "1");
+    Tell("b", "2");
+    Tell("c", "3");
+    EXPECT_EQ(Zelvek({"problem", "seen", "2"}).out, "1 notification seen\n");
+    EXPECT_THAT(Listed("raised"), ElementsAre("a root raised 1", "c root raised 1"));
+    EXPECT_EQ(Zelvek({"problem", "seen", "--all", "--json"}).out, "{\"count\":2}\n");
+    EXPECT_EQ(Zelvek({"problem", "seen", "--all"}).out, "0 notifications seen\n");
+    EXPECT_EQ(Listed("seen").size(), 3u);
+    EXPECT_EQ(Listed("open").size(), 3u);
+    EXPECT_NE(Zelvek({"problem", "list", "--state", "seen"}).out.find(" seen "), std::string::npos);
+    EXPECT_EQ(Zelvek({"problem", "list", "--state", "raised", "--json"}).out, "[]\n");
+    const Ended missed = Zelvek({"problem", "seen", "17"});
+    EXPECT_EQ(missed.status, 1);
+    EXPECT_EQ(missed.err, "zelvek: there is no notification 17\n");
+    EXPECT_EQ(Zelvek({"problem", "seen"}).status, 1);
+    EXPECT_EQ(Zelvek({"problem", "seen", "1", "--all"}).status, 1);
+    EXPECT_EQ(ErrorOf("func=zelvek.problem.list&state=perhaps"), "value");
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing
