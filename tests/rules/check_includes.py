@@ -34,8 +34,9 @@ ROOMS = {
     "certificates": {"base", "store"},
     "publishing": {"base", "store"},
     "jobs": {"base", "store"},
-    "panel": {"base", "store", "certificates", "publishing", "jobs"},
-    "service": {"base", "store", "certificates", "publishing", "jobs", "panel"},
+    "notices": {"base", "store"},
+    "panel": {"base", "store", "certificates", "publishing", "jobs", "notices"},
+    "service": {"base", "store", "certificates", "publishing", "jobs", "notices", "panel"},
     "cli": {"base"},
     "main": {"base", "cli", "service"},
 }

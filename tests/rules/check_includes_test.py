@@ -28,8 +28,10 @@ GOOD = {
     "zelvek/certificates/install.h": '#include "zelvek/base/error.h"\n#include "zelvek/store/store.h"\n',
     "zelvek/publishing/publisher.h": '#include "zelvek/base/error.h"\n#include "zelvek/store/store.h"\n',
     "zelvek/jobs/scheduler.h": '#include "zelvek/base/error.h"\n#include "zelvek/store/store.h"\n',
+    "zelvek/notices/watch.h": '#include "zelvek/base/error.h"\n#include "zelvek/store/store.h"\n',
     "zelvek/panel/functions.h": '#include "zelvek/base/error.h"\n#include "zelvek/store/store.h"\n'
-    '#include "zelvek/certificates/install.h"\n#include "zelvek/publishing/publisher.h"\n#include "zelvek/jobs/scheduler.h"\n',
+    '#include "zelvek/certificates/install.h"\n#include "zelvek/publishing/publisher.h"\n#include "zelvek/jobs/scheduler.h"\n'
+    '#include "zelvek/notices/watch.h"\n',
     "zelvek/service/serve.h": '#include <microhttpd.h>\n#include "zelvek/panel/functions.h"\n#include "zelvek/jobs/scheduler.h"\n',
     "zelvek/cli/cli.h": '#include "zelvek/base/error.h"\n',
 }
@@ -67,6 +69,9 @@ PLANTED = [
     ("zelvek/certificates/install.h", '#include "zelvek/publishing/publisher.h"', "certificates must not include publishing"),
     ("zelvek/publishing/publisher.h", '#include "zelvek/jobs/scheduler.h"', "publishing must not include jobs"),
     ("zelvek/jobs/scheduler.h", '#include "zelvek/panel/functions.h"', "jobs must not include panel"),
+    ("zelvek/jobs/scheduler.h", '#include "zelvek/notices/watch.h"', "jobs must not include notices"),
+    ("zelvek/notices/watch.h", '#include "zelvek/jobs/scheduler.h"', "notices must not include jobs"),
+    ("zelvek/notices/watch.h", '#include "zelvek/panel/functions.h"', "notices must not include panel"),
     ("zelvek/panel/functions.h", '#include "../service/serve.h"', "panel must not include service"),
     ("zelvek/service/serve.h", '#include "zelvek/cli/cli.h"', "service must not include cli"),
     ("zelvek/cli/cli.h", '#include "zelvek/store/store.h"', "cli must not include store"),

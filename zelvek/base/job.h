@@ -30,6 +30,8 @@ struct Job {
     std::string ask_renewal;  // when the authority is asked next for the time of the renewal
     std::string last_run;     // when the last run ended; empty before the first
     std::string due;          // when the next run is due, unless the job is verified, failed or under way
+    int notice_step = 0;      // what was told last of the certificate's coming end, or of its never coming
+    std::string notice_due;   // when the job is looked at for that; empty: when one of its runs fails
     Process holder;           // who has the job: the process that read it last, or that claimed it for a run
 
     bool operator==(const Job&) const = default;
@@ -122,6 +124,10 @@ inline constexpr std::array kJobFields{
              "When the last run ended", JobField::Kept::kWithJob, true},
     JobField{"due", &Job::due, JobField::Writer::kService, JobField::kInLists, "When the next run is due",
              JobField::Kept::kWithJob, true},
+    JobField{"notice_step", &Job::notice_step, JobField::Writer::kService, JobField::kNowhere,
+             "Days before the certificate's end that were told last; 1 where it is told that none comes"},
+    JobField{"notice_due", &Job::notice_due, JobField::Writer::kService, JobField::kNowhere,
+             "When the job is looked at next for such a notification", JobField::Kept::kWithJob, true},
 };
 
 }  // namespace zelvek

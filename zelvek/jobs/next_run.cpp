@@ -77,6 +77,7 @@ void PlanNextRun(Job& job, Outcome outcome, const RetryPolicy& policy, const std
     const bool failed = outcome != Outcome::kOnItsWay || job.failed;
     constexpr int kMost = 1000;
     job.failures = failed && !job.verified ? std::min(job.failures + 1, kMost) : 0;
+    if (job.failures > 0 && job.notice_due.empty()) job.notice_due = now;
     job.due = NextDue(job, policy, now);
     if (!failed || job.next_attempt > now) return;
     constexpr int kMany = 100;  // a stopped job has had its day

@@ -27,6 +27,7 @@ struct RetryPolicy {
 std::chrono::seconds PauseAfter(Outcome outcome, int failures, const RetryPolicy& policy, double spread);
 
 /// Counts the run's outcome and says when the next one is due, where the run has not asked for a time itself.
+/// After a failure the job is looked at for a notification, unless a time for that is set already.
 /// A stopped job waits a day.
 void PlanNextRun(Job& job, Outcome outcome, const RetryPolicy& policy, const std::string& now);
 

@@ -6,6 +6,7 @@
 #include "zelvek/certificates/install.h"
 #include "zelvek/jobs/limits.h"
 #include "zelvek/jobs/renewal.h"
+#include "zelvek/notices/watch.h"
 #include "zelvek/store/answered.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/problems.h"
@@ -82,6 +83,7 @@ void Sweep(Services& services, const Retention& retention) {
     services.publisher.RemoveUnwanted();
     services.publisher.PublishMissing();
     FindMissingEnds(services, now);
+    notices::WatchCertificates(services.store, now);
     ForgetOld(services, retention, now);
     services.store.Tidy();
 }

@@ -12,7 +12,8 @@ struct Retention {
     int notification_entries = 100000;  // the newest ones
 };
 
-/// Frees the jobs of dead processes, takes back what they left, and forgets a small part of what is older
+/// Frees the jobs of dead processes, takes back what they left, tells of certificates that come to their end,
+/// and forgets a small part of what is older
 /// than it is to be remembered: the rest is the next sweep's. Safe from any thread.
 void Sweep(Services& services, const Retention& retention);
 

@@ -25,6 +25,16 @@ std::vector<Event> Of(Transaction& transaction, int job) {
     return events;
 }
 
+std::optional<Event> LastFailure(Transaction& transaction, int job) {
+    Event event;
+    Statement select = transaction.Prepare(
+        "SELECT time, state, event, detail FROM job_event WHERE job = :job AND state = 'failed'"
+        " ORDER BY id DESC LIMIT 1");
+    select.With(job).Into(event.time).Into(event.state).Into(event.event).Into(event.detail);
+    if (!select.Next()) return std::nullopt;
+    return event;
+}
+
 void Shorten(Transaction& transaction, int job, int most) {
     long long newest_too_many = 0;
     {

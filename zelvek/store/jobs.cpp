@@ -211,6 +211,29 @@ void SetRefusal(Transaction& transaction, int id, const std::string& sentence) {
     transaction.Prepare("UPDATE job SET refusal = :refusal WHERE id = :id").With(sentence).With(id).Run();
 }
 
+std::vector<Job> NoticeDue(Transaction& transaction, const std::string& now, int limit) {
+    std::vector<Job> found;
+    Job job;
+    Statement select = transaction.Prepare(
+        "SELECT id, certname, user_name, folder, res_name, refusal, expires, renew, verified, failed,"
+        " failures, notice_step, notice_due FROM job WHERE notice_due > '' AND notice_due <= :now"
+        " ORDER BY notice_due, id LIMIT :most");
+    select.With(now).With(limit);
+    select.Into(job.id).Into(job.certname).Into(job.user_name).Into(job.folder).Into(job.res_name);
+    select.Into(job.refusal).Into(job.expires).Into(job.renew).Into(job.verified).Into(job.failed);
+    select.Into(job.failures).Into(job.notice_step).Into(job.notice_due);
+    while (select.Next()) found.push_back(job);
+    return found;
+}
+
+void SetNotice(Transaction& transaction, const Job& job) {
+    transaction.Prepare("UPDATE job SET notice_step = :step, notice_due = :due WHERE id = :id")
+        .With(job.notice_step)
+        .With(job.notice_due)
+        .With(job.id)
+        .Run();
+}
+
 void Remove(Transaction& transaction, int id) {
     accounts::SetOfJob(transaction, id, {});
     transaction.Prepare("DELETE FROM job WHERE id = :id").With(id).Run();

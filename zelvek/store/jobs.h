@@ -50,6 +50,13 @@ std::vector<Job> Running(Transaction& transaction);
 /// What the panel has refused to the job's run.
 void SetRefusal(Transaction& transaction, int id, const std::string& sentence);
 
+/// The jobs to be looked at for notifications at `now` (`Job::notice_due`), the longest due first, at most
+/// `limit`: what these say of the certificate and its renewal, and who is told.
+std::vector<Job> NoticeDue(Transaction& transaction, const std::string& now, int limit);
+
+/// Stores `notice_step` and `notice_due` alone.
+void SetNotice(Transaction& transaction, const Job& job);
+
 /// Removes the job with its history.
 void Remove(Transaction& transaction, int id);
 

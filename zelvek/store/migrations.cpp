@@ -269,13 +269,22 @@ CREATE INDEX problem_unsolved ON problem (number) WHERE unsolved = 1;
 CREATE INDEX problem_by_state ON problem (state, number);
 )sql";
 
+// Jobs are looked at for notifications of their certificates' end, each when its time comes.
+constexpr const char* kNoticesOfEnds = R"sql(
+ALTER TABLE job ADD COLUMN notice_step INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE job ADD COLUMN notice_due TEXT NOT NULL DEFAULT '';
+UPDATE job SET notice_due = CASE WHEN renew > '' THEN renew WHEN failed = 1 THEN time_started ELSE '' END;
+CREATE INDEX job_by_notice ON job (notice_due, id) WHERE notice_due > '';
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
     static const std::vector<const char*> migrations{
         kPanelRecords, kProcesses,    kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
         kFolders,      kClock,        kAnsweredQueries,    kRenewals,           kRetries,
-        kParents,      kAuthorityUse, kSettling,           kRenewalInfo,        kProblemStates};
+        kParents,      kAuthorityUse, kSettling,           kRenewalInfo,        kProblemStates,
+        kNoticesOfEnds};
     return migrations;
 }
 

@@ -11,11 +11,12 @@ void SetValidity(Transaction& transaction, const std::string& user, const std::s
     transaction.NoteDue(validity.renew);
     transaction
         .Prepare(
-            "UPDATE job SET expires = :expires, renew = :renew, ask_renewal = :ask"
-            " WHERE user_name = :user AND folder = :folder")
+            "UPDATE job SET expires = :expires, renew = :renew, ask_renewal = :ask, notice_step = 0,"
+            " notice_due = :look WHERE user_name = :user AND folder = :folder")
         .With(validity.expires)
         .With(validity.renew)
         .With(validity.ask)
+        .With(validity.renew)
         .With(user)
         .With(folder)
         .Run();

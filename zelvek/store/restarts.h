@@ -17,7 +17,8 @@ struct Validity {
     std::string ask = {};  // when the authority is asked for a better time; empty: never
 };
 
-/// For every job of the user with this folder (`Job::folder`).
+/// For every job of the user with this folder (`Job::folder`). Nothing was told of the new certificate's end
+/// yet; that is looked at when its renewal begins.
 void SetValidity(Transaction& transaction, const std::string& user, const std::string& folder,
                  const Validity& validity);
 

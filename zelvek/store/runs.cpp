@@ -91,11 +91,12 @@ void Free(Transaction& transaction, const Job& job) {
     transaction.NoteDue(job.due);
     transaction
         .Prepare(
-            "UPDATE job SET processing = 0, last_run = :last_run, failures = :failures, due = :due WHERE id "
-            "= :id")
+            "UPDATE job SET processing = 0, last_run = :last_run, failures = :failures, due = :due,"
+            " notice_due = :notice WHERE id = :id")
         .With(job.last_run)
         .With(job.failures)
         .With(job.due)
+        .With(job.notice_due)
         .With(job.id)
         .Run();
 }

@@ -43,9 +43,9 @@ const std::set<std::string> kHoldsWhatIsLookedFor{
 
 // Indexes over times, of which all that is older, or newer, than a time is looked for.
 const std::set<std::string> kOverTimes{
-    "answered_query_by_time", "csr_by_time",           "job_by_last_run",
-    "job_by_renewal",         "job_event_by_time",     "problem_by_time",
-    "reload_by_next",         "authority_use_by_time", "job_by_ask_renewal"};
+    "answered_query_by_time", "csr_by_time",     "job_by_last_run", "job_by_renewal",
+    "job_event_by_time",      "problem_by_time", "reload_by_next",  "authority_use_by_time",
+    "job_by_ask_renewal",     "job_by_notice"};
 
 // Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
 const std::set<std::string> kSmallTables{"reader", "waiting"};
@@ -210,6 +210,9 @@ Operations JobOperations() {
          [](Transaction& transaction) {
              for (const std::string user : {"", "anna"}) restarts::ToRetry(transaction, 0, 10, user);
          }},
+        {"jobs::NoticeDue", [](Transaction& transaction) { jobs::NoticeDue(transaction, "t", 10); }},
+        {"jobs::SetNotice",
+         [](Transaction& transaction) { jobs::SetNotice(transaction, jobs::FindShown(transaction, 1)); }},
         {"restarts::Retry", [](Transaction& transaction) { restarts::Retry(transaction, 1, "t"); }},
         {"restarts::OfUnknownEnd", [](Transaction& transaction) { restarts::OfUnknownEnd(transaction, 10); }},
         {"restarts::ToRenew",
@@ -239,6 +242,7 @@ Operations JobOperations() {
              history::Add(transaction, 1, {"t", "s", "e", "d"});
          }},
         {"history::Of", [](Transaction& transaction) { history::Of(transaction, 1); }},
+        {"history::LastFailure", [](Transaction& transaction) { history::LastFailure(transaction, 1); }},
         {"history::Shorten",
          [](Transaction& transaction) {
              for (int i = 0; i < 3; ++i) history::Add(transaction, 1, {"t", "s", "e", "d"});
