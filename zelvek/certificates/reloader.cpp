@@ -25,11 +25,9 @@ std::string Later(const vek_date::DateTime& now, std::chrono::seconds time) {
     return vek_date::DateTime(now).AddSeconds(static_cast<int>(time.count())).AsDateTime();
 }
 
-const std::string kFailure = "web_server_reload";
-
 void Tell(Transaction& transaction, const reloads::Reload& reload, const std::string& now,
           const std::string& reason) {
-    problems::Raise(transaction, {.name = kFailure,
+    problems::Raise(transaction, {.name = "web_server_reload",
                                   .level = "error",
                                   .owner = "root",
                                   .time = now,
@@ -74,7 +72,8 @@ void Reloader::Reload(const InstalledCertificate& installed) {
     if (!reload) return;  // somebody else's reload has done it meanwhile
     if (reason.empty()) {
         reloads::Finish(transaction, installed.user, installed.name);
-        problems::Resolve(transaction, kFailure, reload->user_name, names::ComparedFolder(reload->certname));
+        problems::Resolve(transaction, "web_server_reload", reload->user_name,
+                          names::ComparedFolder(reload->certname));
     } else {
         const auto pause = settings_.first_pause * (1 << std::min(reload->failures, kMostDoublings));
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(pause);

@@ -196,6 +196,7 @@ TEST_P(StoredRuns, AreFreed) {
     job.last_run = "last";
     job.failures = 7;
     job.due = "next";
+    job.notice_due = "look";
     Do([&](Transaction& transaction) { runs::Free(transaction, job); });
     job.processing = false;
     job.postponed.clear();
