@@ -116,6 +116,7 @@ void Serve(const ServeOptions& options) {
     const install::Settings installed = InstallSettings(options);
     Services services{
         store, publisher, backend.get(), installed, reloader, retry, options.retention.history_entries};
+    notices::Notifier notifier(store, options.notify);
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });
     std::optional<Responder> responder;
@@ -123,6 +124,7 @@ void Serve(const ServeOptions& options) {
     // What is made last ends first: runs end while the server still takes their records.
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
+    notifier.Start(options.sweep_interval);
     renewal_info::Authority authority(DirectoryUrl());
     std::optional<Periodic> asking;
     if (options.renewal_info) {

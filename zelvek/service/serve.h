@@ -11,6 +11,7 @@
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/reloader.h"
 #include "zelvek/jobs/limits.h"
+#include "zelvek/notices/notifier.h"
 #include "zelvek/publishing/dns_backends.h"
 #include "zelvek/service/sweep.h"
 
@@ -33,6 +34,7 @@ struct ServeOptions {
     std::chrono::seconds run_limit{3600};
     bool renewal_info = true;
     Retention retention;
+    notices::Notifier::Settings notify;
     dns::Settings dns;  // without a back end, records cannot be published
 };
 

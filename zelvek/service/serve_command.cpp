@@ -54,6 +54,23 @@ void AddRetentionOptions(Command& serve, Retention& retention) {
         .Between(1, kMostEntries);
 }
 
+void AddNoticeOptions(Command& serve, notices::Notifier::Settings& notify) {
+    serve.AddOption("--notify-mail", notify.administrator, "Address of the administrator for notifications")
+        .NotEmpty();
+    serve.AddOption("--notify-addresses", notify.addresses, "File of other addressees, user=address lines")
+        .NotEmpty();
+    serve.AddOption("--notify-from", notify.from, "Sender's address of the mails").NotEmpty();
+    serve.AddOption("--notify-sendmail", notify.sendmail, "Program that mails are given to").NotEmpty();
+    serve.AddOption("--notify-smtp", notify.smtp, "smtp://host:port or smtps://host:port instead of it")
+        .NotEmpty();
+    serve.AddOption("--notify-command", notify.command,
+                    "Command that gets each recipient's notifications as JSON on its standard input");
+    serve.AddOption("--notify-interval", notify.interval,
+                    "Seconds between two mails to one recipient, or two runs of the command");
+    serve.AddOption("--notify-timeout", notify.limit, "Seconds that one delivery may take");
+    serve.AddOption("--notice-texts", notify.texts, "File of other words for notifications").NotEmpty();
+}
+
 }  // namespace
 
 void AddServeCommand(Command& root) {
@@ -75,6 +92,7 @@ void AddServeCommand(Command& root) {
     serve.AddOption("--http-responder", options->responder, "ADDR:PORT to serve the answer files on");
     AddJobOptions(serve, *options);
     AddRetentionOptions(serve, options->retention);
+    AddNoticeOptions(serve, options->notify);
     for (const dns::BackendKind& kind : dns::BackendKinds()) {
         for (const dns::Option& option : kind.options) AddDnsOption(serve, option, options->dns);
     }

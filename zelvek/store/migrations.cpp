@@ -277,14 +277,36 @@ UPDATE job SET notice_due = CASE WHEN renew > '' THEN renew WHEN failed = 1 THEN
 CREATE INDEX job_by_notice ON job (notice_due, id) WHERE notice_due > '';
 )sql";
 
+// What people are still to be told, and when.
+constexpr const char* kDeliveries = R"sql(
+CREATE TABLE delivery (
+    id INTEGER PRIMARY KEY,
+    problem INTEGER NOT NULL REFERENCES problem (number) ON DELETE CASCADE,
+    recipient TEXT NOT NULL,
+    digest TEXT NOT NULL
+) STRICT;
+CREATE INDEX delivery_by_problem ON delivery (problem, recipient, digest);
+CREATE INDEX delivery_by_recipient ON delivery (recipient, digest, id);
+CREATE TABLE recipient (
+    name TEXT PRIMARY KEY,
+    next TEXT NOT NULL,
+    failures INTEGER NOT NULL,
+    digest TEXT NOT NULL,
+    handed INTEGER NOT NULL,
+    doubtful INTEGER NOT NULL
+) STRICT;
+CREATE INDEX recipient_by_next ON recipient (next);
+CREATE INDEX recipient_handed ON recipient (name) WHERE handed = 1;
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
     static const std::vector<const char*> migrations{
-        kPanelRecords, kProcesses,    kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
-        kFolders,      kClock,        kAnsweredQueries,    kRenewals,           kRetries,
-        kParents,      kAuthorityUse, kSettling,           kRenewalInfo,        kProblemStates,
-        kNoticesOfEnds};
+        kPanelRecords,  kProcesses,    kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
+        kFolders,       kClock,        kAnsweredQueries,    kRenewals,           kRetries,
+        kParents,       kAuthorityUse, kSettling,           kRenewalInfo,        kProblemStates,
+        kNoticesOfEnds, kDeliveries};
     return migrations;
 }
 

@@ -1,6 +1,7 @@
 #include "zelvek/store/problems.h"
 
 #include "vek/str.h"
+#include "zelvek/store/deliveries.h"
 
 namespace zelvek::problems {
 
@@ -59,7 +60,8 @@ void Repeat(Transaction& transaction, long long number, const Problem& problem) 
     SetParameters(transaction, number, problem);
 }
 
-void Insert(Transaction& transaction, const Problem& problem) {
+/// Returns its number.
+long long Insert(Transaction& transaction, const Problem& problem) {
     long long number = 0;
     {
         Statement insert = transaction.Prepare(
@@ -72,9 +74,20 @@ void Insert(Transaction& transaction, const Problem& problem) {
         insert.Into(number).Next();
     }
     SetParameters(transaction, number, problem);
+    return number;
 }
 
-constexpr const char* kSolve = "UPDATE problem SET state = 'resolved', unsolved = 0 WHERE ";
+/// Those of the condition are over; its values come in this order.
+void Solve(Transaction& transaction, const std::string& condition, const std::vector<std::string>& values) {
+    for (const std::string& statement :
+         {"DELETE FROM delivery WHERE digest = '' AND problem IN (SELECT number FROM problem WHERE " +
+              condition + ")",
+          "UPDATE problem SET state = 'resolved', unsolved = 0 WHERE " + condition}) {
+        Statement change = transaction.Prepare(statement);
+        for (const std::string& value : values) change.With(value);
+        change.Run();
+    }
+}
 
 /// Each state has an index of its own, so that a page of a few among many does not read all of them.
 std::string Condition(State state) {
@@ -89,6 +102,20 @@ std::string Condition(State state) {
     return "";
 }
 
+const std::string kSelect =
+    "SELECT number, id, name, level, owner, time, user_name, about, state, since, times FROM problem WHERE ";
+
+std::vector<Problem> Read(Transaction& transaction, Statement& select) {
+    std::vector<Problem> found;
+    Problem problem;
+    select.Into(problem.number).Into(problem.id).Into(problem.name).Into(problem.level);
+    select.Into(problem.owner).Into(problem.time).Into(problem.user).Into(problem.about);
+    select.Into(problem.state).Into(problem.since).Into(problem.times);
+    while (select.Next()) found.push_back(problem);
+    for (Problem& one : found) one.parameters = ParametersOf(transaction, one.number);
+    return found;
+}
+
 }  // namespace
 
 void Raise(Transaction& transaction, const Problem& raised) {
@@ -96,31 +123,20 @@ void Raise(Transaction& transaction, const Problem& raised) {
     if (problem.id.empty()) problem.id = str::hex::Encode(str::Random(kIdBytes));
     if (IsThere(transaction, problem.id)) return;
     const long long open = problem.news ? 0 : OpenOne(transaction, problem);
-    if (open != 0) {
-        Repeat(transaction, open, problem);
-    } else {
-        Insert(transaction, problem);
-    }
+    if (open != 0) Repeat(transaction, open, problem);
+    const long long number = open != 0 ? open : Insert(transaction, problem);
+    if (open == 0 || problem.tell_again) deliveries::Queue(transaction, number);
 }
 
 void Resolve(Transaction& transaction, const std::string& name, const std::string& user,
              const std::string& about) {
-    transaction
-        .Prepare(std::string(kSolve) +
-                 "user_name = :user AND about = :about AND name = :name AND unsolved = 1")
-        .With(user)
-        .With(about)
-        .With(name)
-        .Run();
+    Solve(transaction, "user_name = :user AND about = :about AND name = :name AND unsolved = 1",
+          {user, about, name});
 }
 
 void ResolveOfCertificate(Transaction& transaction, const std::string& user, const std::string& folder) {
-    transaction
-        .Prepare(std::string(kSolve) +
-                 "user_name = :user AND about = :about AND until_verified = 1 AND unsolved = 1")
-        .With(user)
-        .With(folder)
-        .Run();
+    Solve(transaction, "user_name = :user AND about = :about AND until_verified = 1 AND unsolved = 1",
+          {user, folder});
 }
 
 bool SetSeen(Transaction& transaction, long long number) {
@@ -142,20 +158,16 @@ long long SetSomeSeen(Transaction& transaction, int limit) {
 }
 
 std::vector<Problem> List(Transaction& transaction, State state, long long after, int limit) {
-    std::vector<Problem> found;
-    {
-        Problem problem;
-        Statement select = transaction.Prepare(
-            "SELECT number, id, name, level, owner, time, user_name, about, state, since, times"
-            " FROM problem WHERE " +
-            Condition(state) + "number > :after ORDER BY number LIMIT :most");
-        select.With(after).With(limit).Into(problem.number).Into(problem.id).Into(problem.name);
-        select.Into(problem.level).Into(problem.owner).Into(problem.time).Into(problem.user);
-        select.Into(problem.about).Into(problem.state).Into(problem.since).Into(problem.times);
-        while (select.Next()) found.push_back(problem);
-    }
-    for (Problem& problem : found) problem.parameters = ParametersOf(transaction, problem.number);
-    return found;
+    Statement select =
+        transaction.Prepare(kSelect + Condition(state) + "number > :after ORDER BY number LIMIT :most");
+    return Read(transaction, select.With(after).With(limit));
+}
+
+std::optional<Problem> Find(Transaction& transaction, long long number) {
+    Statement select = transaction.Prepare(kSelect + "number = :number");
+    const std::vector<Problem> found = Read(transaction, select.With(number));
+    if (found.empty()) return std::nullopt;
+    return found.front();
 }
 
 long long RemoveOlder(Transaction& transaction, const std::string& time, long long most, int limit) {

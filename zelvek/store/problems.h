@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -31,12 +32,14 @@ struct Problem {
     long long times = 1;     // how often it has come
 };
 
-/// Once for each cause: one that is open already gets the newest time, level and parameters, and its state
-/// stays. One that was over is raised anew. Each piece of news is one of its own. An id that is there already
+/// Raises it, and queues it to be told (deliveries.h). Once for each cause: one that is open already gets the
+/// newest time, level and parameters, its state stays, and it is queued only where it is to be told again.
+/// One that was over is raised anew. Each piece of news is one of its own. An id that is there already
 /// changes nothing.
 void Raise(Transaction& transaction, const Problem& problem);
 
-/// What has this name, user and `about` is over, whoever was told. Where nothing is open, nothing happens.
+/// What has this name, user and `about` is over, whoever was told; who was not told yet will not be. Where
+/// nothing is open, nothing happens.
 void Resolve(Transaction& transaction, const std::string& name, const std::string& user,
              const std::string& about);
 
@@ -51,6 +54,9 @@ bool SetSeen(Transaction& transaction, long long number);
 long long SetSomeSeen(Transaction& transaction, int limit);
 
 enum class State { kOpen, kRaised, kSeen, kResolved, kNews, kAny };
+
+/// The one with this number; nothing where it has been forgotten.
+std::optional<Problem> Find(Transaction& transaction, long long number);
 
 /// Those in this state with numbers above `after`, at most `limit`, by number.
 std::vector<Problem> List(Transaction& transaction, State state, long long after, int limit);

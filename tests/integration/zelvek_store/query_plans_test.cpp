@@ -12,6 +12,7 @@
 #include "engine.h"
 #include "zelvek/store/accounts.h"
 #include "zelvek/store/answered.h"
+#include "zelvek/store/deliveries.h"
 #include "zelvek/store/domains.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
@@ -36,16 +37,25 @@ using ::testing::Not;
 constexpr int kJobs = 2000;
 
 // Indexes that hold just what is looked for, so that they may be read from one end to the other.
-const std::set<std::string> kHoldsWhatIsLookedFor{
-    "job_running",          "job_of_unknown_end",  "job_stopped",       "job_failed",
-    "job_verified",         "job_waiting",         "job_due",           "publication_unwanted",
-    "publication_not_kept", "publication_missing", "authority_use_open"};
+const std::set<std::string> kHoldsWhatIsLookedFor{"job_running",
+                                                  "job_of_unknown_end",
+                                                  "job_stopped",
+                                                  "job_failed",
+                                                  "job_verified",
+                                                  "job_waiting",
+                                                  "job_due",
+                                                  "publication_unwanted",
+                                                  "publication_not_kept",
+                                                  "publication_missing",
+                                                  "authority_use_open",
+                                                  "recipient_handed"};
 
-// Indexes over times, of which all that is older, or newer, than a time is looked for.
+// Indexes over times, of which all that is older, or newer, than a time is looked for, and over names, of
+// which all with one beginning are.
 const std::set<std::string> kOverTimes{
-    "answered_query_by_time", "csr_by_time",     "job_by_last_run", "job_by_renewal",
-    "job_event_by_time",      "problem_by_time", "reload_by_next",  "authority_use_by_time",
-    "job_by_ask_renewal",     "job_by_notice"};
+    "answered_query_by_time", "csr_by_time",     "job_by_last_run",   "job_by_renewal",
+    "job_event_by_time",      "problem_by_time", "reload_by_next",    "authority_use_by_time",
+    "job_by_ask_renewal",     "job_by_notice",   "recipient_by_next", "delivery_by_recipient"};
 
 // Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
 const std::set<std::string> kSmallTables{"reader", "waiting"};
@@ -158,6 +168,11 @@ void SaveWith(Transaction& transaction, const std::string& key) {
     Job job = jobs::Find(transaction, 1);
     job.acmekey = key;
     jobs::Save(transaction, job);
+}
+
+long long SomeProblem(Transaction& transaction) {
+    problems::Raise(transaction, {.name = "n"});
+    return problems::List(transaction, problems::State::kAny, 0, 1).at(0).number;
 }
 
 Operations JobOperations() {
@@ -312,6 +327,34 @@ Operations OtherOperations() {
          }},
         {"problems::RemoveOlder",
          [](Transaction& transaction) { problems::RemoveOlder(transaction, "a", 10, 5); }},
+        {"problems::Find", [](Transaction& transaction) { problems::Find(transaction, 1); }},
+        {"deliveries::Queue",
+         [](Transaction& transaction) { deliveries::Queue(transaction, SomeProblem(transaction)); }},
+        {"deliveries::Unrouted", [](Transaction& transaction) { deliveries::Unrouted(transaction, "", 10); }},
+        {"deliveries::Route",
+         [](Transaction& transaction) {
+             deliveries::Route(transaction, {1, SomeProblem(transaction), "o"}, {"r"}, "t");
+         }},
+        {"deliveries::Reroute", [](Transaction& transaction) { deliveries::Reroute(transaction, "r:"); }},
+        {"deliveries::Due", [](Transaction& transaction) { deliveries::Due(transaction, "t", "u", 10); }},
+        {"deliveries::Begin",
+         [](Transaction& transaction) {
+             for (int twice = 0; twice < 2; ++twice) deliveries::Begin(transaction, {.name = "r"}, "a", 10);
+         }},
+        {"deliveries::ProblemsOf",
+         [](Transaction& transaction) { deliveries::ProblemsOf(transaction, "r", "a"); }},
+        {"deliveries::SetHanded", [](Transaction& transaction) { deliveries::SetHanded(transaction, "r"); }},
+        {"deliveries::Finish",
+         [](Transaction& transaction) { deliveries::Finish(transaction, {.name = "r"}, "t"); }},
+        {"deliveries::Postpone",
+         [](Transaction& transaction) { deliveries::Postpone(transaction, {.name = "r"}, "t"); }},
+        {"deliveries::Repeat",
+         [](Transaction& transaction) { deliveries::Repeat(transaction, {.name = "r"}, "t"); }},
+        {"deliveries::GiveUpInterrupted",
+         [](Transaction& transaction) {
+             deliveries::SetHanded(transaction, "r");
+             deliveries::GiveUpInterrupted(transaction);
+         }},
         {"publications::Put", [entry](Transaction& transaction) { publications::Put(transaction, entry); }},
         {"publications::Restore",
          [entry](Transaction& transaction) { publications::Restore(transaction, entry); }},
@@ -498,7 +541,7 @@ TEST_F(QueryPlans, ReferencesHaveAnIndex) {
         EXPECT_TRUE(references.getColumn(2).getInt())
             << references.getColumn(0).getString() << "." << references.getColumn(1).getString();
     }
-    EXPECT_EQ(count, 3);
+    EXPECT_EQ(count, 4);
 }
 
 }  // namespace

@@ -1,0 +1,249 @@
+#include "zelvek/notices/notifier.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <exception>
+#include <set>
+#include <utility>
+
+#include "vek/str.h"
+#include "zelvek/base/config_file.h"
+#include "zelvek/base/error.h"
+#include "zelvek/base/log.h"
+#include "zelvek/base/text.h"
+#include "zelvek/notices/mail.h"
+#include "zelvek/store/problems.h"
+
+namespace zelvek::notices {
+
+namespace {
+
+using deliveries::Recipient;
+using std::chrono::seconds;
+using vek_date::DateTime;
+
+// A recipient's name in the store begins with the way to it.
+const std::string kMail = "mail:";
+const std::string kCommand = "command:";
+const std::string kAdministrator = "root";
+
+constexpr int kRoutedAtOnce = 500;
+constexpr int kRecipientsAtOnce = 20;
+constexpr int kMostOfDigest = 1000;
+constexpr std::size_t kAttemptBytes = 8;
+constexpr seconds kLongestPause{3600};
+constexpr int kMostDoublings = 20;
+
+std::string After(const DateTime& now, seconds pause) {
+    return DateTime(now).AddSeconds(static_cast<int>(pause.count())).AsDateTime();
+}
+
+std::string OwnAddress() {
+    std::array<char, 256> name{};
+    const bool named = ::gethostname(name.data(), name.size() - 1) == 0;
+    const std::string address = std::string("zelvek@") + name.data();
+    return named && IsAddress(address) ? address : "zelvek@localhost";
+}
+
+DateTime Later(const DateTime& now, std::chrono::steady_clock::time_point start) {
+    const auto taken = std::chrono::duration_cast<seconds>(std::chrono::steady_clock::now() - start);
+    return DateTime(now).AddSeconds(static_cast<int>(taken.count()));
+}
+
+void CheckAddress(const std::string& option, const std::string& address) {
+    if (!IsAddress(address))
+        throw Error(Code::kValue, option + ": \"" + Printable(address) + "\" is no address user@host");
+}
+
+}  // namespace
+
+std::map<std::string, std::string> ReadAddressFile(const std::filesystem::path& file) {
+    std::map<std::string, std::string> addresses;
+    for (const ConfigLine& line : ReadConfigFile(file.string())) {
+        const std::string place = file.string() + ":" + std::to_string(line.number) + ": ";
+        if (!IsAddress(line.value))
+            throw Error(Code::kValue, place + "\"" + Printable(line.value) + "\" is no address user@host");
+        if (!addresses.emplace(line.name, line.value).second)
+            throw Error(Code::kValue, place + Printable(line.name) + " has an address already");
+    }
+    return addresses;
+}
+
+Notifier::Notifier(Store& store, Settings settings) : store_(store), settings_(std::move(settings)) {
+    if (!settings_.texts.empty()) texts_ = Texts(settings_.texts);
+    if (!settings_.administrator.empty()) CheckAddress("--notify-mail", settings_.administrator);
+    if (!settings_.addresses.empty()) addresses_ = ReadAddressFile(settings_.addresses);
+    if (settings_.from.empty()) settings_.from = OwnAddress();
+    CheckAddress("--notify-from", settings_.from);
+    if (!settings_.smtp.empty() && !IsSmtpUrl(settings_.smtp))
+        throw Error(Code::kValue,
+                    "--notify-smtp takes smtp://host:port or smtps://host:port, without a user");
+    if (!settings_.administrator.empty() || !settings_.addresses.empty()) {
+        mail_ = settings_.smtp.empty() ? SendmailChannel(settings_.sendmail, settings_.limit)
+                                       : SmtpChannel(settings_.smtp, settings_.limit);
+    }
+    if (!settings_.command.empty()) command_ = CommandChannel(settings_.command, settings_.limit);
+    GiveUpInterrupted();
+}
+
+Notifier::~Notifier() {
+    ending_ = true;
+    periodic_.reset();
+}
+
+void Notifier::Start(std::chrono::milliseconds look) {
+    periodic_.emplace("notices", look, [this] { DeliverDue(DateTime()); });
+}
+
+/// Somebody may have other addresses than the service before this one knew.
+void Notifier::GiveUpInterrupted() {
+    Transaction transaction(store_);
+    for (const std::string& name : deliveries::GiveUpInterrupted(transaction))
+        Log("notices: it is not known whether what was under way to " + name + " has arrived");
+    deliveries::Reroute(transaction, kMail);
+    deliveries::Reroute(transaction, kCommand);
+    transaction.Commit();
+}
+
+void Notifier::ReadAddresses() {
+    if (settings_.addresses.empty()) return;
+    try {
+        addresses_ = ReadAddressFile(settings_.addresses);
+    } catch (const Error& error) {
+        Log(std::string("notices: ") + error.what());
+    }
+}
+
+/// By mail whoever has an address, else the administrator; the command everybody.
+std::vector<std::string> Notifier::RecipientsFor(const std::string& owner, const std::string& route) const {
+    std::vector<std::string> recipients;
+    if (mail_ && route != kCommand) {
+        const auto found = addresses_.find(owner);
+        const std::string& address = found != addresses_.end() ? found->second : settings_.administrator;
+        if (!address.empty()) recipients.push_back(kMail + address);
+    }
+    if (command_ && route != kMail) recipients.push_back(kCommand + owner);
+    return recipients;
+}
+
+void Notifier::RouteNew(const DateTime& now) {
+    bool read = false;
+    for (const std::string& route : {std::string(), kMail, kCommand}) {
+        for (std::size_t found = kRoutedAtOnce; found == kRoutedAtOnce;) {
+            // In steps, so that nobody waits long for the store.
+            Transaction transaction(store_);
+            const auto entries = deliveries::Unrouted(transaction, route, kRoutedAtOnce);
+            if (!entries.empty() && !std::exchange(read, true)) ReadAddresses();
+            // What belongs together comes within a short while.
+            for (const auto& entry : entries) {
+                deliveries::Route(transaction, entry, RecipientsFor(entry.owner, route),
+                                  After(now, PauseAfter(0)));
+            }
+            transaction.Commit();
+            found = entries.size();
+        }
+    }
+}
+
+/// A tenth of the interval, up to a minute, doubled by each failure, up to an hour.
+seconds Notifier::PauseAfter(int failures) const {
+    const seconds first = std::min(settings_.interval / 10, seconds{60});
+    if (failures == 0) return first;
+    return std::min(std::max(first, seconds{1}) * (1 << std::min(failures - 1, kMostDoublings)),
+                    kLongestPause);
+}
+
+void Notifier::DeliverDue(const DateTime& now) {
+    RecordEnd(now);
+    RouteNew(now);
+    std::vector<Recipient> due;
+    {
+        Transaction transaction(store_);
+        // What lies later than any pause can mean was written by a clock that has been set back since.
+        due = deliveries::Due(transaction, now.AsDateTime(),
+                              After(now, std::max(settings_.interval, kLongestPause) + kLongestPause),
+                              kRecipientsAtOnce);
+    }
+    for (Recipient& recipient : due) {
+        if (ending_) return;
+        Deliver(std::move(recipient), now);
+    }
+}
+
+void Notifier::Deliver(Recipient recipient, const DateTime& now) {
+    const auto start = std::chrono::steady_clock::now();
+    const std::optional<Digest> digest = Begin(recipient);
+    if (!digest) return;
+    ended_ = {recipient, HandOver(recipient, *digest, now)};
+    RecordEnd(Later(now, start));
+}
+
+std::optional<Digest> Notifier::Begin(Recipient& recipient) {
+    Digest digest{{}, {}, recipient.doubtful};
+    Transaction transaction(store_);
+    recipient.digest = deliveries::Begin(transaction, recipient, str::hex::Encode(str::Random(kAttemptBytes)),
+                                         kMostOfDigest);
+    digest.attempt = recipient.digest;
+    if (!recipient.digest.empty()) {
+        for (const long long number : deliveries::ProblemsOf(transaction, recipient.name, recipient.digest)) {
+            if (auto problem = problems::Find(transaction, number))
+                digest.notices.push_back(std::move(*problem));
+        }
+        // Everything in it may have been forgotten by age.
+        if (digest.notices.empty()) deliveries::Finish(transaction, recipient, recipient.next);
+    }
+    transaction.Commit();
+    if (digest.notices.empty()) return std::nullopt;
+    Arrange(digest);
+    return digest;
+}
+
+Handover Notifier::HandOver(const Recipient& recipient, const Digest& digest, const DateTime& now) try {
+    const auto handing = [&] {
+        Transaction transaction(store_);
+        deliveries::SetHanded(transaction, recipient.name);
+        transaction.Commit();
+    };
+    if (recipient.name.starts_with(kCommand)) {
+        if (!command_) return {Handover::Outcome::kRefused, "there is no --notify-command any more"};
+        const std::string name = recipient.name.substr(kCommand.size());
+        const auto found = addresses_.find(name);
+        const std::string address = found != addresses_.end() ? found->second
+                                    : name == kAdministrator  ? settings_.administrator
+                                                              : "";
+        return command_({{}, {}, JsonOf(digest, texts_, name, address)}, handing);
+    }
+    if (!mail_) return {Handover::Outcome::kRefused, "nobody is told by mail any more"};
+    const Letter letter = LetterOf(digest, texts_);
+    const std::string to = recipient.name.substr(kMail.size());
+    const std::string domain = settings_.from.substr(settings_.from.find('@') + 1);
+    const std::string id = "zelvek." + digest.attempt + "@" + domain;
+    return mail_({settings_.from, to, MessageOf({settings_.from, to, letter.subject, letter.text, id, now})},
+                 handing);
+} catch (const std::exception& error) {
+    return {Handover::Outcome::kRefused, error.what()};
+}
+
+/// Where the store could not take it, the next call tries again before anything else is handed over.
+void Notifier::RecordEnd(const DateTime& now) {
+    if (!ended_) return;
+    const auto& [recipient, handover] = *ended_;
+    const std::string later = After(now, PauseAfter(recipient.failures + 1));
+    Transaction transaction(store_);
+    switch (handover.outcome) {
+        case Handover::Outcome::kAccepted:
+            deliveries::Finish(transaction, recipient, After(now, settings_.interval));
+            break;
+        case Handover::Outcome::kRefused: deliveries::Postpone(transaction, recipient, later); break;
+        case Handover::Outcome::kUnknown: deliveries::Repeat(transaction, recipient, later); break;
+    }
+    transaction.Commit();
+    const bool accepted = handover.outcome == Handover::Outcome::kAccepted;
+    Log("notices: digest " + recipient.digest + " for " + recipient.name + ": " +
+        (accepted ? "delivered" : handover.reason + "; next trial at " + later));
+    ended_.reset();
+}
+
+}  // namespace zelvek::notices
