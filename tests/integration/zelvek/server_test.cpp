@@ -19,7 +19,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uid_t kNobody = 65534;
 constexpr std::size_t kLimit = std::size_t{8} << 20;
 
 /// A connection to the service, on which nothing is said but what a test says.

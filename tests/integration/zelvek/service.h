@@ -16,6 +16,8 @@
 
 namespace zelvek::testing {
 
+constexpr uid_t kNobody = 65534;
+
 /// What a command that has ended said.
 struct Ended {
     int status = -1;  // exit status, 128 + signal

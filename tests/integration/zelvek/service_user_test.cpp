@@ -15,7 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uid_t kNobody = 65534;
 constexpr uid_t kOther = 12345;
 
 void Give(const fs::path& path, uid_t user) {

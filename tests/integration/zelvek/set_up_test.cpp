@@ -16,8 +16,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uid_t kNobody = 65534;
-
 class SetUp : public ServiceTest {
 protected:
     /// What the service says when it does not start.

@@ -1,4 +1,5 @@
 #include "support/issuance.h"
+#include "support/outcome.h"
 #include "vek/err.h"
 #include "vek/proc.h"
 
@@ -16,6 +17,8 @@ using ambrin_test::kFinalizeUrl;
 using ambrin_test::kHardReplace;
 using ambrin_test::kNewAccount;
 using ambrin_test::kNewOrder;
+using ambrin_test::kRefusal;
+using ambrin_test::kRefusalText;
 using ambrin_test::kStoredKid;
 using testing::Contains;
 using testing::ElementsAre;
@@ -24,9 +27,6 @@ using testing::IsEmpty;
 using testing::Not;
 using vek_double::Failure;
 using vek_double::FakePem;
-
-const std::string kRefusal = R"({"status":403,"detail":"no"})";
-const std::string kRefusalText = "<p><b>Return code:</b> 403</p></br><p><b>Details:</b> no</p>";
 
 class FailingRun : public IssuanceTest {
 protected:
