@@ -1,7 +1,5 @@
 // Names and texts from outside: what the service's checks let through can stand where it is put.
-#include <algorithm>
 #include <functional>
-#include <regex>
 
 #include "support/plain.h"
 #include "support/target.h"
@@ -25,17 +23,10 @@ bool Passes(const std::function<void()>& check) {
     }
 }
 
-bool HasControl(const std::string& text) {
-    static const std::regex of_several_bytes(
-        "\xc2[\x80-\x9f]|\xd8\x9c|\xe2\x80[\x8e\x8f\xa8-\xae]|\xe2\x81[\xa6-\xa9]");
-    return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }) ||
-           std::regex_search(text, of_several_bytes);
-}
-
 void HoldFolderName(const std::string& name) {
     fuzz::Hold(!name.empty() && name[0] != '.' && name[0] != '-',
                "a folder's name is neither hidden nor an option");
-    fuzz::Hold(name.find('/') == std::string::npos && !HasControl(name), "a folder's name is no path");
+    fuzz::Hold(name.find('/') == std::string::npos && !plain::HasControl(name), "a folder's name is no path");
     fuzz::Hold(name.size() <= 230, "a folder's name is not too long");
 }
 
@@ -72,18 +63,18 @@ void HoldRecord(const std::string& zone, const std::string& name, const std::str
     fuzz::Hold((record.zone + record.name).find_first_of(" \t\n;\"\\") == std::string::npos,
                "names are one word each");
     const std::string quoted = zelvek::dns::Quoted(record.value);
-    fuzz::Hold(!HasControl(quoted) && quoted.size() <= 2 * 255 + 2, "a value stays on its line");
+    fuzz::Hold(!plain::HasControl(quoted) && quoted.size() <= 2 * 255 + 2, "a value stays on its line");
     fuzz::HoldEqual(Unquoted(quoted), value, "a value is the one between the quotes");
 }
 
 void HoldPrintable(const std::string& text) {
     const std::string shown = zelvek::Printable(text);
-    fuzz::Hold(!HasControl(shown) && shown.size() <= 303,
+    fuzz::Hold(!plain::HasControl(shown) && shown.size() <= 303,
                "what is shown is short and holds no control characters");
-    const bool fit = zelvek::names::IsText(text) && !HasControl(text) && text.size() <= 300;
+    const bool fit = zelvek::names::IsText(text) && !plain::HasControl(text) && text.size() <= 300;
     fuzz::Hold(!fit || shown == text, "what can be shown is shown as it is");
     const std::string tail = zelvek::LastLines(text);
-    fuzz::Hold(!HasControl(tail) && tail.size() <= 1000, "a tool's last lines are short and one line");
+    fuzz::Hold(!plain::HasControl(tail) && tail.size() <= 1000, "a tool's last lines are short and one line");
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 
 #include "support/plain.h"
 #include "support/target.h"
@@ -17,23 +16,16 @@ namespace {
 
 constexpr pid_t kPid = 42;
 
-bool HasControl(const std::string& text) {
-    static const std::regex of_several_bytes(
-        "\xc2[\x80-\x9f]|\xd8\x9c|\xe2\x80[\x8e\x8f\xa8-\xae]|\xe2\x81[\xa6-\xa9]");
-    return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }) ||
-           std::regex_search(text, of_several_bytes);
-}
-
 void HoldTable(const std::string& a, const std::string& b) {
     const std::string table = zelvek::cli::Table({"NAME", "DETAIL"}, {{a, b}, {"x", "y"}, {b, ""}});
     const auto lines = plain::Lines(table);
     fuzz::Hold(lines.size() == 4, "every row is one line");
     for (const std::string& line : lines) {
-        fuzz::Hold(!HasControl(line), "no control character is shown");
+        fuzz::Hold(!plain::HasControl(line), "no control character is shown");
         fuzz::Hold(!line.ends_with(' '), "no line ends with blanks");
     }
     const std::string shown = zelvek::WithoutControls(a, ' ');
-    fuzz::Hold(shown.size() <= a.size() && !HasControl(shown), "a text becomes no longer");
+    fuzz::Hold(shown.size() <= a.size() && !plain::HasControl(shown), "a text becomes no longer");
     fuzz::HoldEqual(zelvek::WithoutControls(shown, ' '), shown, "what is shown is shown as it is");
     fuzz::Hold(lines[1].starts_with(shown.substr(0, shown.find_last_not_of(' ') + 1)),
                "a row begins with its first cell");

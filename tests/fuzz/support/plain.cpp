@@ -29,6 +29,25 @@ std::vector<std::string> Lines(const std::string& text) {
     return lines;
 }
 
+Pattern::Pattern(const std::string& text) {
+    fuzz::Hold(regcomp(&compiled_, text.c_str(), REG_EXTENDED) == 0, "a pattern is one");
+}
+
+Pattern::~Pattern() { regfree(&compiled_); }
+
+std::size_t Pattern::Find(const std::string& text, std::size_t begin) const {
+    regmatch_t place{static_cast<regoff_t>(begin), static_cast<regoff_t>(text.size())};
+    if (regexec(&compiled_, text.c_str(), 1, &place, REG_STARTEND) != 0) return std::string::npos;
+    return static_cast<std::size_t>(place.rm_so);
+}
+
+bool HasControl(const std::string& text) {
+    static const Pattern of_several_bytes(
+        "\xc2[\x80-\x9f]|\xd8\x9c|\xe2\x80[\x8e\x8f\xa8-\xae]|\xe2\x81[\xa6-\xa9]");
+    return std::any_of(text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }) ||
+           of_several_bytes.Find(text) != std::string::npos;
+}
+
 std::string Join(const std::vector<std::string>& parts, const std::string& separator) {
     std::string joined;
     for (std::size_t i = 0; i < parts.size(); ++i) joined += (i == 0 ? "" : separator) + parts[i];

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <regex.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -14,6 +16,26 @@ std::string Trim(const std::string& text);
 
 /// The text between line feeds; a last line feed ends a line and begins none.
 std::vector<std::string> Lines(const std::string& text);
+
+/// A POSIX regular expression, an extended one, over bytes. (The standard library's takes seconds to compile
+/// in each source that uses it.)
+class Pattern {
+public:
+    explicit Pattern(const std::string& text);
+    ~Pattern();
+    Pattern(const Pattern&) = delete;
+    Pattern& operator=(const Pattern&) = delete;
+
+    /// Where the first place begins that it fits, at `begin` or later; npos where there is none.
+    std::size_t Find(const std::string& text, std::size_t begin = 0) const;
+
+private:
+    regex_t compiled_{};
+};
+
+/// Whether a text holds a control character of ASCII or of Unicode, or one that turns the direction of a
+/// line.
+bool HasControl(const std::string& text);
 
 std::string Join(const std::vector<std::string>& parts, const std::string& separator);
 
