@@ -7,9 +7,10 @@ import subprocess
 EC = ["-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes"]
 
 
-def openssl(*arguments, data=None):
+def openssl(*arguments, data=None, saying=b""):
+    """Its output; it has to succeed, and to say this on standard error."""
     done = subprocess.run(["openssl", *arguments], input=data, capture_output=True, check=False)
-    if done.returncode != 0:
+    if done.returncode != 0 or saying not in done.stderr:
         raise RuntimeError(f"openssl {arguments[0]}: {done.stderr.decode(errors='replace')}")
     return done.stdout
 
@@ -50,11 +51,8 @@ class CertificateAuthority:
         return chain, key
 
     def _issuing(self):
-        """How `openssl x509 -req` issues a certificate with what the request asks for."""
-        extensions = self._path("issued.ext")
-        with open(extensions, "w", encoding="ascii") as file:
-            file.write("authorityKeyIdentifier = keyid\n")  # what real authorities say, too
-        return ("-copy_extensions", "copy", "-extfile", extensions, "-CA", self.intermediate, "-CAkey", self._path("intermediate.key"),
+        """How openssl issues a certificate with what the request asks for."""
+        return ("-copy_extensions", "copy", "-CA", self.intermediate, "-CAkey", self._path("intermediate.key"),
                 "-set_serial", "0x" + secrets.token_hex(16))
 
     def issue(self, request_der):
@@ -62,7 +60,9 @@ class CertificateAuthority:
         request = self._path(f"request-{secrets.token_hex(8)}.der")
         with open(request, "wb") as file:
             file.write(request_der)
-        leaf = openssl("x509", "-req", "-inform", "DER", "-in", request, "-days", "90", *self._issuing()).decode()
+        # `openssl x509 -req` does the same in five times the time; but this one goes on with a signature that does not hold.
+        leaf = openssl("req", "-x509", "-config", os.devnull, "-verify", "-inform", "DER", "-in", request, "-days", "90",
+                       *self._issuing(), saying=b"verify OK").decode()
         return leaf, read(self.intermediate)
 
 
