@@ -119,6 +119,8 @@ class Groups(Planted):
 
     def test_strangers_share_one(self):
         self.assertTrue(self.together("int One() { return 1; }\n", "int Two() { return 2; }\n"))
+        both = "void {}() try {{\n    throw 1;\n}} catch (int) {{\n}}\n"
+        self.assertTrue(self.together(both.format("One"), both.format("Two")))
 
     def test_own_header_of_the_other_keeps_apart(self):
         self.write("one.h", "#pragma once\nstruct Guard {\n    ~Guard();\n};\n")
