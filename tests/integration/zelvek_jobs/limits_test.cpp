@@ -1,14 +1,13 @@
 // What an authority allows is counted before it refuses.
 #include "zelvek/jobs/limits.h"
 
-#include "vek/date.h"
+#include "moved_clock.h"
 #include "zelvek_store/engine.h"
 
 namespace zelvek::testing {
 
 namespace {
 
-const std::string kNow = "2031-05-01 12:00:00";
 const std::vector<history::Event> kFailed{{kNow, "failed", "challenge_fail", ""}};
 const std::vector<history::Event> kOrdered{{kNow, "processing", "order_success", ""}};
 

@@ -7,6 +7,9 @@
 
 namespace zelvek::testing {
 
+/// Where the tests put the clock.
+const std::string kNow = "2031-05-01 12:00:00";
+
 /// While this lives, the framework's clock, and whatever else in this process asks for the time of day,
 /// stands where it was put. One at a time.
 class MovedClock {

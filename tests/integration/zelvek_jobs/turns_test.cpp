@@ -18,8 +18,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-const std::string kNow = "2031-05-01 12:00:00";
-
 class ClaimedTurns : public StoreTest {
 protected:
     int Add(const std::string& user, const std::string& due, const std::string& kid = "") {
