@@ -51,7 +51,7 @@ std::string HeaderLine(const std::string& name, const std::string& text) {
     std::string value;
     for (const std::string& word : str::Split(WithoutControls(text, ' '), " "))
         str::inpl::Append(value, word, " ");
-    const std::string plain = PlainLines(name, value);
+    std::string plain = PlainLines(name, value);
     if (!plain.empty()) return plain;
     constexpr std::size_t kMostOfWord = 39;  // bytes; 64 characters when encoded
     std::string line = name + ":";

@@ -128,21 +128,28 @@ std::vector<std::string> Notifier::RecipientsFor(const std::string& owner, const
     return recipients;
 }
 
+/// In steps, so that nobody waits long for the store. Says whether there may be more.
+bool Notifier::RouteSome(const std::string& route, const DateTime& now) {
+    Transaction transaction(store_);
+    const auto entries = deliveries::Unrouted(transaction, route, kRoutedAtOnce);
+    // What belongs together comes within a short while.
+    const std::string first = After(now, PauseAfter(0));
+    for (const auto& entry : entries)
+        deliveries::Route(transaction, entry, RecipientsFor(entry.owner, route), first);
+    transaction.Commit();
+    return entries.size() == kRoutedAtOnce;
+}
+
+bool Notifier::HasNew(const std::string& route) {
+    Transaction transaction(store_);
+    return !deliveries::Unrouted(transaction, route, 1).empty();
+}
+
 void Notifier::RouteNew(const DateTime& now) {
-    bool read = false;
     for (const std::string& route : {std::string(), kMail, kCommand}) {
-        for (std::size_t found = kRoutedAtOnce; found == kRoutedAtOnce;) {
-            // In steps, so that nobody waits long for the store.
-            Transaction transaction(store_);
-            const auto entries = deliveries::Unrouted(transaction, route, kRoutedAtOnce);
-            if (!entries.empty() && !std::exchange(read, true)) ReadAddresses();
-            // What belongs together comes within a short while.
-            for (const auto& entry : entries) {
-                deliveries::Route(transaction, entry, RecipientsFor(entry.owner, route),
-                                  After(now, PauseAfter(0)));
-            }
-            transaction.Commit();
-            found = entries.size();
+        if (!HasNew(route)) continue;
+        ReadAddresses();
+        while (RouteSome(route, now)) {
         }
     }
 }

@@ -58,6 +58,8 @@ private:
     /// Users and their addresses; the old ones stay where the file cannot be read any more.
     void ReadAddresses();
     void GiveUpInterrupted();
+    bool HasNew(const std::string& route);
+    bool RouteSome(const std::string& route, const vek_date::DateTime& now);
     void RouteNew(const vek_date::DateTime& now);
     std::vector<std::string> RecipientsFor(const std::string& owner, const std::string& route) const;
     void Deliver(deliveries::Recipient recipient, const vek_date::DateTime& now);

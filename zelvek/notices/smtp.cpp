@@ -1,11 +1,12 @@
 // The channel that is a mail server.
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <cstring>
 #include <exception>
 #include <memory>
+#include <new>
 #include <regex>
 
 #include "vek/str.h"
@@ -33,7 +34,7 @@ struct Source {
 std::size_t GiveData(char* buffer, std::size_t one, std::size_t count, void* from) {
     auto& source = *static_cast<Source*>(from);
     const std::size_t length = std::min(one * count, source.data.size() - source.at);
-    std::memcpy(buffer, source.data.data() + source.at, length);
+    source.data.copy(buffer, length, source.at);
     source.at += length;
     if (length != 0 || source.whole) return length;
     try {

@@ -142,6 +142,15 @@ private:
     bool paragraph_ = true;
 };
 
+void CheckPlaceholders(const std::string& name, const Text& text, const Text& built_in, const Place& place) {
+    const std::set<std::string> known = PlaceholdersOf(built_in);
+    std::string reason = "[" + name + "] has no parameter {";
+    for (const std::string& placeholder : PlaceholdersOf(text)) {
+        if (known.contains(placeholder)) continue;
+        throw Wrong(place, reason.append(placeholder).append("}"));
+    }
+}
+
 }  // namespace
 
 Texts::Texts() {
@@ -160,11 +169,7 @@ Texts::Texts(const std::filesystem::path& file) : Texts() {
             Log(place.file + ":" + std::to_string(place.line) + ": nothing is told by the name " + name);
             continue;
         }
-        const std::set<std::string> known = PlaceholdersOf(texts_[name]);
-        for (const std::string& placeholder : PlaceholdersOf(text)) {
-            if (!known.contains(placeholder))
-                throw Wrong(place, "[" + name + "] has no parameter {" + placeholder + "}");
-        }
+        CheckPlaceholders(name, text, texts_[name], place);
         texts_[name] = text;
     }
 }
