@@ -1,10 +1,12 @@
 // Notifications of a job's runs: raised once for each cause, seen, and over when the certificate is there.
+#include <SQLiteCpp/Database.h>
 #include <gmock/gmock.h>
 #include <json/json.h>
 
 #include <memory>
 
 #include "service.h"
+#include "vek/date.h"
 
 namespace zelvek::testing {
 
@@ -108,6 +110,31 @@ TEST_F(Problem, IsSeenByHand) {
     EXPECT_EQ(Zelvek({"problem", "seen"}).status, 1);
     EXPECT_EQ(Zelvek({"problem", "seen", "1", "--all"}).status, 1);
     EXPECT_EQ(ErrorOf("func=zelvek.problem.list&state=perhaps"), "value");
+}
+
+// Behaviour: The service itself tells of a certificate that comes to its end without a renewal, to everybody
+//   concerned, until a run writes its job back as verified
+TEST_F(Problem, TellsOfACertificateThatComesToItsEnd) {
+    const std::string id = AddJob({{"domain", "shop.example"}, {"user_name", "anna"}, {"res_name", "team"}});
+    ReadJob(id);
+    const vek_date::DateTime now;
+    const auto days = [&](int count) { return vek_date::DateTime(now).AddDays(count).AsDateTime(); };
+    Stop();
+    SQLite::Database(Database().string(), SQLite::OPEN_READWRITE)
+        .exec("UPDATE job SET notice_due = '" + days(-1) + "', renew = '" + days(-25) + "', expires = '" +
+              days(5) + "'");
+    Start();
+    const auto told = [](const std::string& state) {
+        const std::string rest = " " + state + " 1";
+        return std::vector<std::string>{"certificate_ending anna" + rest, "certificate_ending root" + rest,
+                                        "certificate_ending team" + rest};
+    };
+    EXPECT_TRUE(Eventually([&] { return Listed("open") == told("raised"); }));
+    EXPECT_EQ(Ask("func=zelvek.problem.list").xml().GetNode("/doc/elem").Value("level"), "warning");
+    ReadJob(id);
+    Write(id, {{"verified", "on"}});
+    EXPECT_THAT(Listed("open"), IsEmpty());
+    EXPECT_EQ(Listed("resolved"), told("resolved"));
 }
 
 }  // namespace
