@@ -22,6 +22,7 @@ constexpr std::array kSteps{Step{14, "notice"}, Step{7, "warning"}, Step{3, "err
 constexpr int kHour = 3600;  // seconds
 constexpr int kWeek = 7;     // days
 constexpr int kKeepsFailing = 3;
+constexpr int kEnded = -1;  // as a step
 
 /// Nothing for what is no date and time.
 std::optional<DateTime> Read(const std::string& text) {
@@ -63,7 +64,15 @@ Escalation OfInstalled(const Job& job, const DateTime& end, const DateTime& rene
         // A run may fail at any time.
         if (!counts) result.look = DateTime(now).AddSeconds(kHour).AsDateTime();
     }
+    if (result.look.empty()) result.look = end.AsDateTime();
     return result;
+}
+
+Escalation OfEnded(const Job& job, const DateTime& now) {
+    const auto again = Read(job.notice_due);
+    if (job.notice_step == kEnded && again && *again > now)
+        return {Tell::kNothing, 0, "", kEnded, job.notice_due};
+    return {Tell::kEnded, 0, "critical", kEnded, DateTime(now).AddDays(kWeek).AsDateTime()};
 }
 
 Escalation OfMissing(const Job& job, const DateTime& now) {
@@ -79,7 +88,7 @@ Escalation EscalationOf(const Job& job, const DateTime& now) {
     const auto renewal = Read(job.renew);
     if (!end || !renewal) return {};
     if (now < *renewal) return {Tell::kNothing, 0, "", job.notice_step, renewal->AsDateTime()};
-    return OfInstalled(job, *end, *renewal, now);
+    return *end <= now ? OfEnded(job, now) : OfInstalled(job, *end, *renewal, now);
 }
 
 }  // namespace zelvek::notices

@@ -11,7 +11,7 @@ namespace zelvek::notices {
 
 /// What is to be told of a job, and when to look at it again.
 struct Escalation {
-    enum class Tell { kNothing, kEnding, kMissing };
+    enum class Tell { kNothing, kEnding, kEnded, kMissing };
 
     Tell tell = Tell::kNothing;
     int days = 0;            // of kEnding: the step, 14, 7, 3 or 1
@@ -24,7 +24,8 @@ struct Escalation {
 
 /// An installed certificate that should have been renewed and was not: told 14, 7, 3 and 1 days before its
 /// end, each step once, of several that have passed the last one alone. The renewal of one with a short life
-/// begins later than that: of its steps those after the beginning count, and only when a run has failed.
+/// begins later than that: of its steps those after the beginning count, and only when a run has failed. When
+/// it has ended: told at once, and weekly while that is so.
 ///
 /// A job that has never had a certificate: told when it has been stopped or three of its runs have failed one
 /// after the other, and weekly while that is so.

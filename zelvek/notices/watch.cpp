@@ -43,6 +43,10 @@ problems::Problem NoticeOf(Transaction& transaction, const Job& job, const Escal
                              {"days", str::Str(escalation.days)},
                              {"expires", job.expires},
                              {"reason", ReasonOf(transaction, job)}};
+    } else if (escalation.tell == Escalation::Tell::kEnded) {
+        notice.name = "certificate_ended";
+        notice.parameters = {
+            {"name", job.certname}, {"expires", job.expires}, {"reason", ReasonOf(transaction, job)}};
     } else {
         notice.name = "certificate_missing";
         notice.parameters = {{"name", job.certname}, {"reason", ReasonOf(transaction, job)}};

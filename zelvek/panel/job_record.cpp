@@ -4,6 +4,7 @@
 #include "zelvek/base/names.h"
 #include "zelvek/jobs/limits.h"
 #include "zelvek/jobs/run_log.h"
+#include "zelvek/panel/account_notices.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
 #include "zelvek/panel/repetition.h"
@@ -89,6 +90,7 @@ void Write(Services& services, const Query& query, XmlAnswer& answer) {
     Transaction transaction(services.store);
     if (AnsweredBefore(transaction, query, answer)) return;
     Job job = jobs::Find(transaction, id);
+    const std::string account_before = accounts::Default(transaction).kid;
     CheckHolder(query, job);
     ApplyWriteBack(query, job);
     KeepPublications(transaction, query.caller, job);
@@ -101,6 +103,7 @@ void Write(Services& services, const Query& query, XmlAnswer& answer) {
     if (job.verified) problems::ResolveOfCertificate(transaction, job.user_name, job.folder);
     KeepHistory(services, transaction, id, events);
     KeepDefaultAccount(transaction, query, job);
+    TellOfAccount(transaction, job, account_before, now);
     RememberAnswer(transaction, query, answer);
     transaction.Commit();
 }

@@ -112,6 +112,27 @@ TEST_F(Problem, IsSeenByHand) {
     EXPECT_EQ(ErrorOf("func=zelvek.problem.list&state=perhaps"), "value");
 }
 
+// Behaviour: An account check that fails is told, until one succeeds; that the panel has another account
+// after it is told
+//   with both, and both name the option that leaves such checks out
+TEST_F(Problem, OfAccountChecksIsTold) {
+    const std::string id = AddShop();
+    Write(id, {{"kid", "https://ca.example/1"}, {"acmekey", "K"}, {"update_default_account", "on"}});
+    EXPECT_THAT(Listed("all"), IsEmpty()) << "the first account";
+    ReadJob(id);
+    Write(id, {{"kid", "https://ca.example/1"}, {"acmekey", "K"}, {"account_check_count", "1"}});
+    EXPECT_THAT(Listed("open"), ElementsAre("account_check_failed root raised 1"));
+    ReadJob(id);
+    Write(id, {{"kid", "https://ca.example/2"}, {"acmekey", "L"}, {"update_default_account", "on"}});
+    EXPECT_THAT(Listed("open"), ElementsAre("account_replaced root raised 1"));
+    const auto answer = Ask("func=zelvek.problem.list&state=open");
+    std::vector<std::string> values;
+    for (const auto& node : answer.xml().GetNodes("/doc/elem/parameter"))
+        values.push_back(node.Value("value"));
+    EXPECT_THAT(values, ::testing::UnorderedElementsAre("shop.example", "https://ca.example/1",
+                                                        "https://ca.example/2"));
+}
+
 // Behaviour: The service itself tells of a certificate that comes to its end without a renewal, to everybody
 //   concerned, until a run writes its job back as verified
 TEST_F(Problem, TellsOfACertificateThatComesToItsEnd) {

@@ -60,8 +60,18 @@ std::vector<std::string> Course(Job job, const std::string& from, const std::str
 TEST(Escalation, TellsOfACertificateInFourSteps) {
     const auto steps = ElementsAre("2026-03-17 00:00:00 14 notice", "2026-03-24 00:00:00 7 warning",
                                    "2026-03-28 00:00:00 3 error", "2026-03-30 00:00:00 1 critical");
-    EXPECT_THAT(Course(Installed(), "2026-01-01 00:00:00", "2026-05-01 00:00:00"), steps);
-    EXPECT_THAT(Course(Installed(), "2026-01-01 00:00:00", "2026-05-01 00:00:00", true), steps);
+    EXPECT_THAT(Course(Installed(), "2026-01-01 00:00:00", "2026-03-30 23:00:00"), steps);
+    EXPECT_THAT(Course(Installed(), "2026-01-01 00:00:00", "2026-03-30 23:00:00", true), steps);
+}
+
+// Behaviour: That a certificate has ended is told at once, and weekly until it is renewed
+TEST(Escalation, TellsWeeklyOfACertificateThatHasEnded) {
+    Job job = Installed();
+    job.notice_step = 1;
+    const auto weeks = ElementsAre("2026-03-31 00:00:00 0 critical", "2026-04-07 00:00:00 0 critical",
+                                   "2026-04-14 00:00:00 0 critical");
+    EXPECT_THAT(Course(job, "2026-03-30 12:00:00", "2026-04-20 00:00:00"), weeks);
+    EXPECT_THAT(Course(job, "2026-03-30 12:00:00", "2026-04-20 00:00:00", true), weeks);
 }
 
 // Behaviour: Before its renewal begins nothing is told of a certificate
@@ -77,7 +87,7 @@ TEST(Escalation, TellsTheLastOfSeveralSteps) {
     Escalation result = EscalationOf(job, DateTime("2026-03-29 12:00:00"));
     EXPECT_EQ(result, (Escalation{Tell::kEnding, 3, "error", 3, "2026-03-30 00:00:00"}));
     result = EscalationOf(job, DateTime("2026-04-02 00:00:00"));
-    EXPECT_EQ(result, (Escalation{Tell::kEnding, 1, "critical", 1, ""})) << "the end has passed";
+    EXPECT_EQ(result.tell, Tell::kEnded) << "the end has passed";
     job.notice_step = 14;
     EXPECT_EQ(EscalationOf(job, DateTime("2026-03-25 00:00:00")).days, 7);
 }
@@ -97,16 +107,16 @@ TEST(Escalation, OfANewCertificateBeginsAnew) {
 //   after a run has failed
 TEST(Escalation, OfAShortLifeTellsOnlyAfterAFailure) {
     Job job = ShortLived();
-    EXPECT_THAT(Course(job, "2026-03-25 00:00:00", "2026-04-10 00:00:00", true), IsEmpty());
+    EXPECT_THAT(Course(job, "2026-03-25 00:00:00", "2026-03-30 23:00:00", true), IsEmpty());
     job.failures = 1;
     const auto steps = ElementsAre("2026-03-28 00:00:00 3 error", "2026-03-30 00:00:00 1 critical");
-    EXPECT_THAT(Course(job, "2026-03-25 00:00:00", "2026-04-10 00:00:00", true), steps);
-    EXPECT_THAT(Course(job, "2026-03-25 00:00:00", "2026-04-10 00:00:00"), steps);
+    EXPECT_THAT(Course(job, "2026-03-25 00:00:00", "2026-03-30 23:00:00", true), steps);
+    EXPECT_THAT(Course(job, "2026-03-25 00:00:00", "2026-03-30 23:00:00"), steps);
     job.failures = 0;
     job.failed = true;
-    EXPECT_THAT(Course(job, "2026-03-25 00:00:00", "2026-04-10 00:00:00"), steps);
+    EXPECT_THAT(Course(job, "2026-03-25 00:00:00", "2026-03-30 23:00:00"), steps);
     job.renew = "2026-03-30 12:00:00";  // of a day's life
-    EXPECT_THAT(Course(job, "2026-03-25 00:00:00", "2026-04-10 00:00:00", true), IsEmpty());
+    EXPECT_THAT(Course(job, "2026-03-25 00:00:00", "2026-03-30 23:00:00", true), IsEmpty());
 }
 
 // Behaviour: The failure of a certificate with a short life is found within an hour after a step has passed
