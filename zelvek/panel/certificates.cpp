@@ -57,8 +57,7 @@ void NoteValidity(Services& services, const std::string& user, const std::string
     const auto lifetime = install::InstalledLifetime(services.install, user, certname);
     if (!lifetime) return;
     Transaction transaction(services.store);
-    restarts::SetValidity(transaction, user, names::ComparedFolder(certname),
-                          ValidityOf(lifetime->from, lifetime->until, RandomSpread()));
+    NoteInstalled(transaction, user, names::ComparedFolder(certname), lifetime->from, lifetime->until);
     transaction.Commit();
 }
 

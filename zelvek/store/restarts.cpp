@@ -22,6 +22,14 @@ void SetValidity(Transaction& transaction, const std::string& user, const std::s
         .Run();
 }
 
+long long PlannedBetween(Transaction& transaction, const std::string& from, const std::string& before) {
+    long long count = 0;
+    Statement select = transaction.Prepare(
+        "SELECT count(*) FROM job WHERE verified = 1 AND renew >= :from AND renew < :before");
+    select.With(from).With(before).Into(count).Next();
+    return count;
+}
+
 std::vector<Job> RenewalToAskFor(Transaction& transaction, const std::string& now, int limit) {
     std::vector<Job> found;
     Job job;

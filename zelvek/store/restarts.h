@@ -22,6 +22,9 @@ struct Validity {
 void SetValidity(Transaction& transaction, const std::string& user, const std::string& folder,
                  const Validity& validity);
 
+/// How many renewals are planned from that time on, before the other.
+long long PlannedBetween(Transaction& transaction, const std::string& from, const std::string& before);
+
 /// Verified jobs of whose certificates the authority is to be asked at `now`, at most `limit`; certname,
 /// user, folder, expires and renew alone.
 std::vector<Job> RenewalToAskFor(Transaction& transaction, const std::string& now, int limit);

@@ -214,6 +214,8 @@ Operations JobOperations() {
          [](Transaction& transaction) {
              restarts::SetValidity(transaction, "anna", "f", {"e", "r"});
          }},
+        {"restarts::PlannedBetween",
+         [](Transaction& transaction) { restarts::PlannedBetween(transaction, "s", "t"); }},
         {"restarts::RenewalToAskFor",
          [](Transaction& transaction) { restarts::RenewalToAskFor(transaction, "t", 10); }},
         {"restarts::RenewalDue",

@@ -32,6 +32,20 @@ TEST(Renewal, OfAShortLivedCertificateBeginsHalfWay) {
     EXPECT_EQ(Renewal("2026-01-01 00:00:00", "2026-01-07 00:00:00", 1), "2026-01-03 06:00:00");
 }
 
+// Behaviour: A job's first certificate is renewed between a sixth of its lifetime and the usual time, so that
+// jobs
+//   that were added together part
+TEST(Renewal, OfAFirstCertificateMayBeginEarly) {
+    const auto renewal = [](const std::string& until, double spread) {
+        return ValidityOf(DateTime("2026-01-01 00:00:00"), DateTime(until), spread, Certificate::kFirst)
+            .renew;
+    };
+    EXPECT_EQ(renewal("2026-04-01 00:00:00", 0), "2026-03-02 00:00:00");
+    EXPECT_EQ(renewal("2026-04-01 00:00:00", 1), "2026-01-16 00:00:00");
+    EXPECT_EQ(renewal("2026-01-07 00:00:00", 0), "2026-01-04 00:00:00");
+    EXPECT_EQ(renewal("2026-01-07 00:00:00", 1), "2026-01-02 00:00:00");
+}
+
 // Behaviour: Dates of a certificate that cannot be meant harm nothing
 TEST(Renewal, OfImpossibleDatesIsSomeTimeBeforeTheEnd) {
     EXPECT_EQ(Renewal("2026-01-07 00:00:00", "2026-01-01 00:00:00", 1), "2026-01-01 00:00:00");

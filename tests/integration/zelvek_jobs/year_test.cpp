@@ -1,0 +1,484 @@
+// A year of a panel with a thousand jobs, on the real store with the real decisions; only the clock, the runs
+// and the authority are played. `scripts/test` runs it; the table that it prints is kept in docs/year.md.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include "moved_clock.h"
+#include "vek/xml.h"
+#include "zelvek/certificates/reloader.h"
+#include "zelvek/jobs/renewal.h"
+#include "zelvek/jobs/turns.h"
+#include "zelvek/notices/watch.h"
+#include "zelvek/panel/functions.h"
+#include "zelvek/publishing/publisher.h"
+#include "zelvek/service/renewal_watch.h"
+#include "zelvek/store/deliveries.h"
+#include "zelvek/store/jobs.h"
+#include "zelvek/store/problems.h"
+#include "zelvek/store/restarts.h"
+#include "zelvek/store/runs.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+namespace fs = std::filesystem;
+using std::chrono::seconds;
+using vek_date::DateTime;
+
+constexpr int kHour = 3600;  // seconds
+constexpr int kDay = 24 * kHour;
+constexpr int kJobs = 1000;
+constexpr int kBroken = 20;  // whose names are never proved
+constexpr int kDays = 365;
+const std::string kBeginning = "2031-01-01 00:00:00";
+
+struct Outage {
+    int day;    // of the year
+    int hours;  // how long it lasts
+};
+
+struct Rules {
+    std::string name;
+    int lifetime;  // of its certificates, days
+    std::vector<Outage> outages;
+    bool suggests;  // when to renew, to every tenth certificate
+};
+
+/// What stands in a query's form.
+std::string Encoded(const std::string& value) {
+    std::ostringstream text;
+    for (const unsigned char c : value) {
+        char digits[4];
+        std::snprintf(digits, sizeof digits, "%%%02X", c);
+        text << digits;
+    }
+    return text.str();
+}
+
+/// How often something has happened in each hour, or any other part of time.
+class Counts {
+public:
+    void Add(int part) { most_ = std::max(most_, ++counts_[part]); }
+    int most() const { return most_; }
+    int sum(int from) const {
+        int sum = 0;
+        for (const auto& [part, count] : counts_) sum += part >= from ? count : 0;
+        return sum;
+    }
+    int most(int from) const {
+        int most = 0;
+        for (const auto& [part, count] : counts_) most = part >= from ? std::max(most, count) : most;
+        return most;
+    }
+
+private:
+    std::map<int, int> counts_;
+    int most_ = 0;
+};
+
+/// What an authority sees and refuses. Its limits are the default authority's.
+class Authority {
+public:
+    explicit Authority(Rules rules) : rules_(std::move(rules)) {}
+
+    const Rules& rules() const { return rules_; }
+
+    bool IsAway(int second) const {
+        return std::any_of(rules_.outages.begin(), rules_.outages.end(), [&](const Outage& outage) {
+            const int begin = outage.day * kDay;
+            return second >= begin && second < begin + outage.hours * kHour;
+        });
+    }
+
+    void Register() { ++registrations; }
+
+    /// Whether the order is let in.
+    bool Order(int second) {
+        Forget(orders_, second - 3 * kHour);
+        orders_.push_back(second);
+        most_orders = std::max(most_orders, static_cast<int>(orders_.size()));
+        ++orders;
+        return orders_.size() <= 300;
+    }
+
+    void Fail(const std::string& name, int second) {
+        auto& failures = failures_[name];
+        Forget(failures, second - kHour);
+        failures.push_back(second);
+        most_failures = std::max(most_failures, static_cast<int>(failures.size()));
+        ++failed;
+    }
+
+    int registrations = 0, orders = 0, failed = 0, most_orders = 0, most_failures = 0;
+
+private:
+    static void Forget(std::vector<int>& times, int before) {
+        times.erase(times.begin(),
+                    std::find_if(times.begin(), times.end(), [&](int time) { return time > before; }));
+    }
+
+    Rules rules_;
+    std::vector<int> orders_;
+    std::map<std::string, std::vector<int>> failures_;
+};
+
+/// What the test knows of a job, beside the store.
+struct Played {
+    std::string name;
+    bool broken = false;
+    int valid_until = 0;  // of the installed certificate, second of the year; 0 for none
+    int told = 0;         // how often the administrator was told of it
+};
+
+class Year {
+public:
+    explicit Year(const Rules& rules)
+        : folder_(MakeFolder()),
+          clock_(kBeginning),
+          store_(folder_ / "zelvek.db"),
+          publisher_(store_, folder_ / "answers", nullptr),
+          reloader_(store_, {}),
+          services_{store_,    publisher_,   nullptr, install::Settings{folder_ / "certs"},
+                    reloader_, RetryPolicy{}},
+          self_(FindProcess(::getpid()).value()),
+          turns_(store_, {}, self_),
+          authority_(rules) {
+        fs::create_directory(folder_ / "answers");
+        for (int i = 0; i < kJobs; ++i) Add(i);
+    }
+    ~Year() { fs::remove_all(folder_); }
+    Year(const Year&) = delete;
+    Year& operator=(const Year&) = delete;
+
+    void Pass() {
+        int next_sweep = 0;
+        while (now_ < kDays * kDay) {
+            for (const int job : turns_.Claim(
+                     64, [](int) { return false; }, true))
+                Run(job);
+            const auto next = turns_.Next();
+            const int due = next ? Second(*next) : kDays * kDay;
+            if (next_sweep <= now_) {
+                Sweep();
+                next_sweep += kHour;
+            }
+            if (RunsLeft()) continue;
+            Advance(std::min({std::max(due, now_ + 1), next_sweep, kDays * kDay}));
+        }
+        for (auto& [id, job] : jobs_) NoteGap(job, now_);
+    }
+
+    const Authority& authority() const { return authority_; }
+
+    /// Renewals planned in the busiest hour, against the mean; the first certificates do not count.
+    double BusiestHour() const {
+        const int first = 2 * authority_.rules().lifetime * 24;
+        const double hours = kDays * 24 - first;
+        return planned_.most(first) / (planned_.sum(first) / hours);
+    }
+    double BusiestDay() const {
+        const int first = 2 * authority_.rules().lifetime;
+        const double days = kDays - first;
+        return planned_days_.most(first) / (planned_days_.sum(first) / days);
+    }
+
+    int gaps = 0;         // valid names that were without certificate
+    int longest_gap = 0;  // seconds
+    int renewals = 0, runs_made = 0;
+    int asked_most = 0;  // how often one certificate was asked for within a day
+    int told_of_working = 0;
+
+    /// How often the administrator was told of a broken name: fewest, most.
+    std::pair<int, int> ToldOfBroken() const {
+        std::pair<int, int> told{kDays, 0};
+        for (const auto& [id, job] : jobs_) {
+            if (!job.broken) continue;
+            told = {std::min(told.first, job.told), std::max(told.second, job.told)};
+        }
+        return told;
+    }
+
+private:
+    static fs::path MakeFolder() {
+        // Millions of small writes: in memory where there is such a place.
+        const fs::path memory = "/dev/shm";
+        std::string pattern =
+            ((fs::exists(memory) ? memory : fs::temp_directory_path()) / "zelvek.XXXXXX").string();
+        return ::mkdtemp(pattern.data());
+    }
+
+    static int Second(const std::string& time) {
+        return static_cast<int>(DateTime(time).SecondsSince(DateTime(kBeginning)));
+    }
+
+    static std::string Time(int second) { return DateTime(kBeginning).AddSeconds(second).AsDateTime(); }
+
+    void Advance(int second) {
+        clock_.Set(Time(second));
+        now_ = second;
+    }
+
+    vek_xml::Node Ask(const std::map<std::string, std::string>& parameters) {
+        std::string form;
+        for (const auto& [key, value] : parameters)
+            form += (form.empty() ? "" : "&") + key + "=" + Encoded(value);
+        const Answer answer = AnswerQuery(services_, {Parameters(form), self_});
+        answer_.emplace(answer.text);
+        EXPECT_FALSE(answer_->GetNode("/doc/error")) << answer.text;
+        return answer_->GetNode("/doc");
+    }
+
+    void Add(int number) {
+        Played job;
+        job.name = "site" + std::to_string(number) + ".example";
+        job.broken = number % (kJobs / kBroken) == 7;
+        const auto added = Ask({{"func", "zelvek.job.add"},
+                                {"domain", job.name},
+                                {"user_name", "user" + std::to_string(number % 100)},
+                                {"foreign_names", "on"}});
+        jobs_[std::stoi(added.Value("id"))] = job;
+    }
+
+    /// Jobs that are due now, so that nobody waits an hour.
+    bool RunsLeft() { return !turns_.UsedUp(); }
+
+    /// What the plug-in does in one run, as far as the service sees it.
+    void Run(int id) {
+        ++runs_made;
+        Played& job = jobs_.at(id);
+        const vek_xml::Node record =
+            Ask({{"func", "ambrin.data.edit"}, {"out", "xml"}, {"elid", std::to_string(id)}});
+        std::map<std::string, std::string> back{
+            {"func", "ambrin.data.edit"}, {"sok", "ok"}, {"processing", "off"}};
+        for (const char* key :
+             {"elid", "kid", "acmekey", "modulus", "finalize", "finalize_check", "challenges", "next_attempt",
+              "account_check_count", "verified", "failed", "force_update"})
+            back[key] = record.Value(key);
+        for (const char* flag : {"verified", "failed", "force_update"})
+            if (back[flag].empty()) back[flag] = "off";
+        back["update_default_account"] = "off";
+        back["attempt_count"] = std::to_string(std::stoi("0" + record.Value("attempt_count")) + 1);
+        if (Second(record.Value("time_started")) + kDay <= now_) {
+            Stop(job, back);
+        } else if (authority_.IsAway(now_)) {
+            AddEvent(back, "failed", "http_query_error", "it does not answer");
+        } else {
+            Issue(job, record, back);
+        }
+        Ask(back);
+    }
+
+    void AddEvent(std::map<std::string, std::string>& back, const std::string& state,
+                  const std::string& event, const std::string& detail) const {
+        back["log"] +=
+            (back["log"].empty() ? "" : ";") + Time(now_) + "," + state + "," + event + "," + detail;
+    }
+
+    void Stop(const Played& job, std::map<std::string, std::string>& back) {
+        for (const std::string owner : {"", "user"}) {
+            Ask({{"func", "problems.register"},
+                 {"sok", "ok"},
+                 {"name", owner.empty() ? "ambrin_failed_admin" : "ambrin_failed_user"},
+                 {"id", "id" + std::to_string(++problems_)},
+                 {"level", "error"},
+                 {"owner", owner},
+                 {"param_name", job.name},
+                 {"param_error", ""}});
+        }
+        back["failed"] = "on";
+        AddEvent(back, "failed", "timeout_error", "");
+    }
+
+    void Issue(Played& job, const vek_xml::Node& record, std::map<std::string, std::string>& back) {
+        if (record.Value("kid").empty()) {
+            back["kid"] = record.Value("default_kid");
+            back["acmekey"] = record.Value("default_pem");
+        }
+        if (back["kid"].empty()) {
+            authority_.Register();
+            back["kid"] = "https://ca.example/acct/" + std::to_string(authority_.registrations);
+            back["acmekey"] = "KEY";
+            back["update_default_account"] = "on";
+        }
+        back["account_check_count"] = "0";
+        if (!authority_.Order(now_)) {
+            AddEvent(back, "failed", "order_failed", "<p><b>Return code:</b> 429");
+            return;
+        }
+        AddEvent(back, "processing", "order_success", "");
+        back["attempt_count"] = "0";
+        if (job.broken) {
+            authority_.Fail(job.name, now_);
+            AddEvent(back, "failed", "challenge_fail", "<p><b>Return code:</b> 403");
+            return;
+        }
+        AddEvent(back, "success", "cert_recived", "");
+        Install(job);
+        back["verified"] = "on";
+    }
+
+    void Install(Played& job) {
+        if (job.valid_until != 0) ++renewals;
+        NoteGap(job, now_);
+        job.valid_until = now_ + authority_.rules().lifetime * kDay;
+        Transaction transaction(store_);
+        const int id = runs::JobOf(transaction, self_);
+        const Job stored = jobs::Find(transaction, id);
+        NoteInstalled(transaction, stored.user_name, stored.folder, DateTime(),
+                      DateTime().AddDays(authority_.rules().lifetime));
+        const std::string renew = jobs::FindShown(transaction, id).renew;
+        transaction.Commit();
+        planned_.Add(Second(renew) / kHour);
+        planned_days_.Add(Second(renew) / kDay);
+    }
+
+    /// A certificate was there and ended before the new one came.
+    void NoteGap(const Played& job, int until) {
+        if (job.broken || job.valid_until == 0 || job.valid_until >= until) return;
+        ++gaps;
+        longest_gap = std::max(longest_gap, until - job.valid_until);
+    }
+
+    /// What the service does beside runs: it tells people, forgets, and asks when to renew.
+    void Sweep() {
+        notices::WatchCertificates(store_, DateTime());
+        {
+            Transaction transaction(store_);
+            ForgetOldUse(transaction, Time(now_));
+            for (const auto& entry : deliveries::Unrouted(transaction, "", 10'000)) {
+                NoteTold(problems::Find(transaction, entry.problem).value());
+                deliveries::Route(transaction, entry, {}, "");
+            }
+            transaction.Commit();
+        }
+        AskForRenewals();
+    }
+
+    void NoteTold(const problems::Problem& problem) {
+        if (problem.owner != "root" || problem.news) return;
+        for (const auto& [key, value] : problem.parameters) {
+            if (key != "name") continue;
+            const auto job = std::find_if(jobs_.begin(), jobs_.end(), [&, &name = value](const auto& one) {
+                return one.second.name == name;
+            });
+            if (job == jobs_.end()) continue;
+            ++job->second.told;
+            if (!job->second.broken) ++told_of_working;
+        }
+    }
+
+    /// Every tenth certificate is known to the authority: it is to be renewed within two days around two
+    /// thirds.
+    void AskForRenewals() {
+        Transaction transaction(store_);
+        for (const Job& job : restarts::RenewalToAskFor(transaction, Time(now_), 10'000)) {
+            restarts::Validity validity{job.expires, job.renew, ""};
+            if (authority_.rules().suggests && job.id % 10 == 0) {
+                const DateTime middle = DateTime(job.expires).AddDays(-authority_.rules().lifetime / 3);
+                const renewal_info::Window window{DateTime(middle).AddDays(-1), DateTime(middle).AddDays(1)};
+                validity = Suggested(job, job.certname, {window, kDay}, Time(now_));
+                asked_[job.id].push_back(now_);
+                asked_most =
+                    std::max<int>(asked_most, std::count_if(asked_[job.id].begin(), asked_[job.id].end(),
+                                                            [&](int time) { return time > now_ - kDay; }));
+            }
+            restarts::SetValidity(transaction, job.user_name, job.folder, validity);
+        }
+        transaction.Commit();
+    }
+
+    fs::path folder_;
+    MovedClock clock_;
+    Store store_;
+    Publisher publisher_;
+    Reloader reloader_;
+    Services services_;
+    Process self_;
+    Turns turns_;
+    Authority authority_;
+    std::map<int, Played> jobs_;
+    std::optional<vek_xml::Xml> answer_;
+    std::map<int, std::vector<int>> asked_;
+    Counts planned_, planned_days_;
+    int now_ = 0;
+    int problems_ = 0;
+};
+
+void Row(const std::string& what, const std::string& value) {
+    std::printf("%-58s %s\n", what.c_str(), value.c_str());
+}
+
+void Print(const Year& year) {
+    const Rules& rules = year.authority().rules();
+    const auto told = year.ToldOfBroken();
+    Row("Authority", rules.name);
+    std::string outages;
+    for (const Outage& outage : rules.outages)
+        outages += "day " + std::to_string(outage.day) + ": " + std::to_string(outage.hours) + " h  ";
+    Row("Outages", outages);
+    Row("Jobs, of them broken for good", std::to_string(kJobs) + ", " + std::to_string(kBroken));
+    Row("Runs", std::to_string(year.runs_made));
+    Row("Registrations", std::to_string(year.authority().registrations));
+    Row("Renewals", std::to_string(year.renewals));
+    Row("Certificates that ended before their renewal", std::to_string(year.gaps));
+    Row("Most orders within three hours (the authority allows 300)",
+        std::to_string(year.authority().most_orders));
+    Row("Most failed checks of a name within an hour (allowed: 5)",
+        std::to_string(year.authority().most_failures));
+    char ratio[64];
+    std::snprintf(ratio, sizeof ratio, "%.2f, %.2f", year.BusiestHour(), year.BusiestDay());
+    Row("Planned renewals: busiest hour and day, against the mean", ratio);
+    Row("A broken name was told (once, then weekly: 53)",
+        std::to_string(told.first) + " to " + std::to_string(told.second));
+    Row("Told of names that work", std::to_string(year.told_of_working));
+    Row("Most questions for one certificate's renewal in a day", std::to_string(year.asked_most));
+    std::cout << std::endl;
+}
+
+void Hold(const Year& year) {
+    EXPECT_EQ(year.gaps, 0) << "the longest " << year.longest_gap << " s";
+    EXPECT_LE(year.authority().most_orders, 300);
+    EXPECT_LE(year.authority().most_failures, 5);
+    EXPECT_EQ(year.authority().registrations, 1);
+    EXPECT_GE(year.ToldOfBroken().first, 45);
+    EXPECT_LE(year.ToldOfBroken().second, 60);
+    EXPECT_LE(year.asked_most, 2);
+}
+
+// Behaviours of: Scheduling
+
+// Behaviour: In a year of a thousand jobs, with outages of the authority, no name that can be proved is
+// without a
+//   certificate, no limit of the authority is exceeded, renewals are spread, and broken names are told once
+//   and then weekly
+TEST(Year, WithCertificatesOfSixDays) {
+    Year year({"6 days", 6, {{100, 24}, {250, 24}}, false});
+    year.Pass();
+    Print(year);
+    Hold(year);
+    EXPECT_LT(year.BusiestHour(), 3);
+}
+
+// Behaviour: In a year of a thousand jobs, with outages ...
+TEST(Year, WithCertificatesOfNinetyDays) {
+    Year year({"90 days", 90, {{100, 24}, {200, 7 * 24}}, true});
+    year.Pass();
+    Print(year);
+    Hold(year);
+    EXPECT_LT(year.BusiestDay(), 3);
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing
