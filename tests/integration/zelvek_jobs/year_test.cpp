@@ -1,5 +1,6 @@
-// A year of a panel with a thousand jobs, on the real store with the real decisions; only the clock, the runs
-// and the authority are played. `scripts/test` runs it; the table that it prints is kept in docs/year.md.
+// A year of a panel with many jobs, on the real store with the real decisions; only the clock, the runs and
+// the authority are played. `scripts/year` prints the table for a thousand jobs each, which docs/year.md
+// keeps; with certificates of six days that takes minutes, so otherwise there are fewer of them.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -38,8 +39,7 @@ using vek_date::DateTime;
 
 constexpr int kHour = 3600;  // seconds
 constexpr int kDay = 24 * kHour;
-constexpr int kJobs = 1000;
-constexpr int kBroken = 20;  // whose names are never proved
+constexpr int kOneOf = 50;  // jobs has a name that is never proved
 constexpr int kDays = 365;
 const std::string kBeginning = "2031-01-01 00:00:00";
 
@@ -53,7 +53,14 @@ struct Rules {
     int lifetime;  // of its certificates, days
     std::vector<Outage> outages;
     bool suggests;  // when to renew, to every tenth certificate
+    int jobs;
 };
+
+/// As many jobs, unless somebody wants another number of them.
+int JobsOr(int number) {
+    const char* wanted = std::getenv("YEAR_JOBS");
+    return wanted == nullptr ? number : std::atoi(wanted);
+}
 
 /// What stands in a query's form.
 std::string Encoded(const std::string& value) {
@@ -155,7 +162,7 @@ public:
           turns_(store_, {}, self_),
           authority_(rules) {
         fs::create_directory(folder_ / "answers");
-        for (int i = 0; i < kJobs; ++i) Add(i);
+        for (int i = 0; i < rules.jobs; ++i) Add(i);
     }
     ~Year() { fs::remove_all(folder_); }
     Year(const Year&) = delete;
@@ -242,7 +249,7 @@ private:
     void Add(int number) {
         Played job;
         job.name = "site" + std::to_string(number) + ".example";
-        job.broken = number % (kJobs / kBroken) == 7;
+        job.broken = number % kOneOf == 7;
         const auto added = Ask({{"func", "zelvek.job.add"},
                                 {"domain", job.name},
                                 {"user_name", "user" + std::to_string(number % 100)},
@@ -427,7 +434,8 @@ void Print(const Year& year) {
     for (const Outage& outage : rules.outages)
         outages += "day " + std::to_string(outage.day) + ": " + std::to_string(outage.hours) + " h  ";
     Row("Outages", outages);
-    Row("Jobs, of them broken for good", std::to_string(kJobs) + ", " + std::to_string(kBroken));
+    Row("Jobs, of them broken for good",
+        std::to_string(rules.jobs) + ", " + std::to_string(rules.jobs / kOneOf));
     Row("Runs", std::to_string(year.runs_made));
     Row("Registrations", std::to_string(year.authority().registrations));
     Row("Renewals", std::to_string(year.renewals));
@@ -458,21 +466,25 @@ void Hold(const Year& year) {
 
 // Behaviours of: Scheduling
 
-// Behaviour: In a year of a thousand jobs, with outages of the authority, no name that can be proved is
+// Behaviour: In a year of many jobs, with outages of the authority, no name that can be proved is
 // without a
 //   certificate, no limit of the authority is exceeded, renewals are spread, and broken names are told once
 //   and then weekly
 TEST(Year, WithCertificatesOfSixDays) {
-    Year year({"6 days", 6, {{100, 24}, {250, 24}}, false});
+    Year year({"6 days", 6, {{100, 24}, {250, 24}}, false, JobsOr(100)});
     year.Pass();
     Print(year);
     Hold(year);
-    EXPECT_LT(year.BusiestHour(), 3);
+    // Of a few an hour, chance alone brings together more.
+    if (year.authority().rules().jobs >= 1000) {
+        EXPECT_LT(year.BusiestHour(), 3);
+    }
+    EXPECT_LT(year.BusiestDay(), 3);
 }
 
-// Behaviour: In a year of a thousand jobs, with outages ...
+// Behaviour: In a year of many jobs, with outages ...
 TEST(Year, WithCertificatesOfNinetyDays) {
-    Year year({"90 days", 90, {{100, 24}, {200, 7 * 24}}, true});
+    Year year({"90 days", 90, {{100, 24}, {200, 7 * 24}}, true, JobsOr(1000)});
     year.Pass();
     Print(year);
     Hold(year);
