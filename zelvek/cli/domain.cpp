@@ -53,7 +53,7 @@ int List(const ListOptions& options) {
     if (options.json) {
         PrintJson(json);
     } else {
-        std::cout << Table({"NAME", "USER", "ZONE"}, rows);
+        std::cout << OutputTable({"NAME", "USER", "ZONE"}, rows);
     }
     return kSuccess;
 }

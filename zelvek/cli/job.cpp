@@ -93,7 +93,7 @@ int List(const ListOptions& options) {
     if (options.json) {
         PrintJson(json);
     } else {
-        std::cout << Table(JobHeadings(), rows);
+        std::cout << OutputTable(JobHeadings(), rows);
     }
     return kSuccess;
 }

@@ -3,6 +3,7 @@
 #include <json/json.h>
 
 #include "vek/str.h"
+#include "zelvek/base/html_text.h"
 #include "zelvek/base/job.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/table.h"
@@ -85,9 +86,9 @@ std::string JobTable(const vek_client::Result& shown) {
     for (const auto& reload : shown.xml().GetNodes("/doc/reload")) {
         rows.push_back({"web server", "has an older certificate since " + reload.Value("since") +
                                           " UTC, tried again at " + reload.Value("next") +
-                                          " UTC: " + reload.Value("reason")});
+                                          " UTC: " + TextOfHtml(reload.Value("reason"))});
     }
-    return Table({"JOB", job.Value("id")}, rows);
+    return OutputTable({"JOB", job.Value("id")}, rows);
 }
 
 std::size_t EventCount(const vek_client::Result& shown) { return shown.xml().GetNodes("/doc/event").size(); }
@@ -97,9 +98,9 @@ std::string EventTable(const vek_client::Result& shown, std::size_t first) {
     const auto nodes = shown.xml().GetNodes("/doc/event");
     for (std::size_t i = first; i < nodes.size(); ++i) {
         rows.push_back({nodes[i].Value("time"), nodes[i].Value("state"), nodes[i].Value("event"),
-                        nodes[i].Value("detail")});
+                        TextOfHtml(nodes[i].Value("detail"))});
     }
-    return rows.empty() ? "" : Table({"TIME", "STATE", "EVENT", "DETAIL"}, rows);
+    return rows.empty() ? "" : OutputTable({"TIME", "STATE", "EVENT", "DETAIL"}, rows);
 }
 
 }  // namespace zelvek::cli

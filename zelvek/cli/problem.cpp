@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "vek/str.h"
+#include "zelvek/base/html_text.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/json_output.h"
@@ -27,7 +28,8 @@ Json::Value ToJson(const vek_xml::Node& problem) {
 std::string ParameterLine(const vek_xml::Node& problem) {
     std::string line;
     for (const auto& parameter : problem.Children("parameter")) {
-        line += (line.empty() ? "" : ", ") + parameter.Value("name") + "=" + parameter.Value("value");
+        line +=
+            (line.empty() ? "" : ", ") + parameter.Value("name") + "=" + TextOfHtml(parameter.Value("value"));
     }
     return line;
 }
@@ -51,7 +53,7 @@ int List(const ListOptions& options) {
     if (options.json) {
         PrintJson(json);
     } else {
-        std::cout << Table({"TIME", "LEVEL", "OWNER", "PROBLEM", "PARAMETERS"}, rows);
+        std::cout << OutputTable({"TIME", "LEVEL", "OWNER", "PROBLEM", "PARAMETERS"}, rows);
     }
     return kSuccess;
 }

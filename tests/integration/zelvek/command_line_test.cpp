@@ -266,25 +266,36 @@ TEST_F(CommandLine, AServiceThatDoesNotRunIsNamed) {
                              ": No such file or directory\n");
 }
 
-// Behaviour: A run's log lines are followed while it runs, unless it is to be quiet
+// Behaviour: A run's steps are shown while it runs, unless it is to be quiet
 // Behaviour: A run's outcome is the exit status: 0 installed, 1 failed, 3 waiting, 4 nothing to do
 TEST_F(CommandLine, ARunThatInstallsSucceeds) {
     Start();
     const Ended ended = Run("installs");
     EXPECT_EQ(ended.status, 0) << ended.err;
-    EXPECT_NE(ended.out.find("run of 'installs'\nsecond line\n"), std::string::npos) << "the run's log lines";
-    EXPECT_NE(ended.out.find("2026-01-01 00:00:00  processing  run    number 1\n"), std::string::npos)
+    EXPECT_NE(ended.out.find("  the run begins for the certificate installs\n"), std::string::npos)
         << ended.out;
+    EXPECT_EQ(ended.out.find("second line"), std::string::npos) << "the log as it is";
+    EXPECT_EQ(ended.out.find("number 1"), std::string::npos) << "an event that is no failure";
     EXPECT_NE(ended.out.find("the certificate is installed\n"), std::string::npos);
 }
 
-// Behaviour: A run's log lines are followed while it runs ...
+// Behaviour: A run's log lines are followed while it runs, where that is asked for
+TEST_F(CommandLine, AVerboseRunShowsTheLog) {
+    Start();
+    const Ended ended = Run("installs", {"--verbose"});
+    EXPECT_EQ(ended.status, 0) << ended.err;
+    EXPECT_NE(ended.out.find("run of 'installs'\nsecond line\n"), std::string::npos) << "the run's log lines";
+    EXPECT_NE(ended.out.find("2026-01-01 00:00:00  processing  run    number 1\n"), std::string::npos)
+        << ended.out;
+}
+
+// Behaviour: A run's steps are shown while it runs ...
 TEST_F(CommandLine, AQuietRunShowsNoProgress) {
     Start();
     const Ended ended = Run("installs", {"--quiet"});
     EXPECT_EQ(ended.status, 0);
-    EXPECT_EQ(ended.out.find("second line"), std::string::npos);
-    EXPECT_NE(ended.out.find("number 1"), std::string::npos);
+    EXPECT_EQ(ended.out.find("the run begins"), std::string::npos);
+    EXPECT_NE(ended.out.find("00:00:00  run: number 1\n"), std::string::npos) << ended.out;
 }
 
 // Behaviour: A run's outcome is the exit status: 0 installed ...
@@ -343,7 +354,7 @@ TEST_F(CommandLine, AMissingPlugInIsAFailureThatFreesTheJob) {
 TEST_F(CommandLine, AnInterruptedRunEndsInOrder) {
     Start();
     const std::string id = AddJob({{"certname", "hangs"}});
-    const auto run = StartCommand({ZELVEK_BINARY, "job", "run", id, "--plugin", TEST_PLUGIN});
+    const auto run = StartCommand({ZELVEK_BINARY, "job", "run", id, "--verbose", "--plugin", TEST_PLUGIN});
     EXPECT_TRUE(Eventually([&] { return run->Out().find("second line") != std::string::npos; }));
     run->Signal(SIGTERM);
     const Ended ended = run->Wait();
@@ -356,7 +367,8 @@ TEST_F(CommandLine, ARunThatIsAskedToEndTwiceIsKilled) {
     Start();
     for (const int second : {SIGINT, SIGTERM}) {
         const std::string id = AddJob({{"certname", "stays-" + std::to_string(second)}});
-        const auto run = StartCommand({ZELVEK_BINARY, "job", "run", id, "--plugin", TEST_PLUGIN});
+        const auto run =
+            StartCommand({ZELVEK_BINARY, "job", "run", id, "--verbose", "--plugin", TEST_PLUGIN});
         const auto shown = [&](const std::string& text) {
             return Eventually([&] { return run->Out().find(text) != std::string::npos; });
         };
