@@ -23,6 +23,7 @@ struct Job {
     bool skip_account_check = false;
     bool processing = false;
     int failures = 0;      // runs that failed, one after the other
+    bool paused = false;   // neither run nor renewed until somebody resumes it
     std::string refusal;   // what the panel has refused to the last run, for people to read
     std::string expires;   // when the installed certificate ends; empty where none is known
     std::string renew;     // when the installed certificate is renewed
@@ -104,6 +105,8 @@ inline constexpr std::array kJobFields{
              "Whether somebody asked for a renewal"},
     JobField{"processing", &Job::processing, JobField::Writer::kRun, JobField::kInLists,
              "Whether a run is under way"},
+    JobField{"paused", &Job::paused, JobField::Writer::kService, JobField::kInLists,
+             "Whether the job is neither run nor renewed until somebody resumes it"},
     JobField{"failures", &Job::failures, JobField::Writer::kService, JobField::kInLists,
              "Runs that failed, one after the other"},
     JobField{"refusal", &Job::refusal, JobField::Writer::kService, JobField::kInLists,

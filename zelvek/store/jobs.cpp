@@ -8,6 +8,7 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/store/accounts.h"
+#include "zelvek/store/job_names.h"
 
 namespace zelvek::jobs {
 
@@ -141,10 +142,13 @@ std::string FolderOf(const Job& job) {
 /// Each state has an index of its own, so that a page of a few jobs among many does not read all of them.
 std::string Condition(State state) {
     switch (state) {
-        case State::kVerified: return " AND job.verified = 1";
-        case State::kFailed: return " AND job.failed = 1 AND job.verified = 0";
-        case State::kRunning: return " AND job.processing = 1 AND job.verified = 0 AND job.failed = 0";
-        case State::kWaiting: return " AND job.verified = 0 AND job.failed = 0 AND job.processing = 0";
+        case State::kVerified: return " AND job.verified = 1 AND job.paused = 0";
+        case State::kFailed: return " AND job.failed = 1 AND job.verified = 0 AND job.paused = 0";
+        case State::kRunning:
+            return " AND job.processing = 1 AND job.verified = 0 AND job.failed = 0 AND job.paused = 0";
+        case State::kWaiting:
+            return " AND job.verified = 0 AND job.failed = 0 AND job.processing = 0 AND job.paused = 0";
+        case State::kPaused: return " AND job.paused = 1";
         case State::kAny: break;
     }
     return "";
@@ -158,6 +162,7 @@ int Add(Transaction& transaction, const Job& job) {
     Give(insert, job, NewFields());
     int id = 0;
     insert.Into(id).Next();
+    job_names::Set(transaction, id, job.aliases);
     return id;
 }
 
@@ -195,11 +200,19 @@ Job FindShown(Transaction& transaction, int id) {
 
 std::vector<Job> List(Transaction& transaction, const Selection& selection) {
     const std::string of_user = selection.user_name.empty() ? "" : "job.user_name = :user AND ";
-    Statement select =
-        transaction.Prepare(SelectText(ShownFields()) + "WHERE " + of_user + "job.id > :after" +
-                            Condition(selection.state) + " ORDER BY job.id LIMIT :most");
-    if (!of_user.empty()) select.With(selection.user_name);
-    return Read(select.With(selection.after).With(selection.limit), ShownFields());
+    const std::string condition =
+        of_user + "job.id > :after" + Condition(selection.state) + " ORDER BY job.id LIMIT :most";
+    return Select(transaction, condition, [&](Statement& select) {
+        if (!of_user.empty()) select.With(selection.user_name);
+        select.With(selection.after).With(selection.limit);
+    });
+}
+
+std::vector<Job> Select(Transaction& transaction, const std::string& condition,
+                        const std::function<void(Statement&)>& give) {
+    Statement select = transaction.Prepare(SelectText(ShownFields()) + "WHERE " + condition);
+    give(select);
+    return Read(select, ShownFields());
 }
 
 void Save(Transaction& transaction, const Job& job) {

@@ -226,13 +226,60 @@ UPDATE domain SET parent = substr(ascii, instr(ascii, '.') + 1);
 CREATE INDEX domain_by_parent ON domain (parent, user_name);
 )sql";
 
+// Paused jobs are out of everything that starts jobs. Jobs are listed by what needs attention, and by their
+// names. These are kept with the last label first, "example.shop.www.", so that what lies below a domain
+// stands together; SQL has no ASCII form of them, so they come afterwards, as the setting says.
+constexpr const char* kAttention = R"sql(
+ALTER TABLE job ADD COLUMN paused INTEGER NOT NULL DEFAULT 0;
+DROP INDEX job_due;
+DROP INDEX job_waiting;
+DROP INDEX job_failed;
+DROP INDEX job_verified;
+DROP INDEX job_waiting_by_user;
+DROP INDEX job_failed_by_user;
+DROP INDEX job_verified_by_user;
+DROP INDEX job_by_last_run;
+DROP INDEX job_by_renewal;
+DROP INDEX job_stopped;
+CREATE INDEX job_due ON job (due, id)
+    WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0;
+CREATE INDEX job_waiting ON job (id)
+    WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0;
+CREATE INDEX job_failed ON job (id) WHERE failed = 1 AND paused = 0;
+CREATE INDEX job_verified ON job (id) WHERE verified = 1 AND paused = 0;
+CREATE INDEX job_waiting_by_user ON job (user_name, id)
+    WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0;
+CREATE INDEX job_failed_by_user ON job (user_name, id) WHERE failed = 1 AND paused = 0;
+CREATE INDEX job_verified_by_user ON job (user_name, id) WHERE verified = 1 AND paused = 0;
+CREATE INDEX job_by_last_run ON job (last_run, due)
+    WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0;
+CREATE INDEX job_by_renewal ON job (renew, id) WHERE verified = 1 AND paused = 0;
+CREATE INDEX job_stopped ON job (due, id) WHERE failed = 1 AND verified = 0 AND paused = 0;
+CREATE INDEX job_paused ON job (id) WHERE paused = 1;
+CREATE INDEX job_paused_by_user ON job (user_name, id) WHERE paused = 1;
+CREATE INDEX job_failing ON job (due, id)
+    WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0 AND failures > 0;
+CREATE INDEX job_on_its_way ON job (due, id)
+    WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0 AND failures = 0;
+CREATE INDEX job_by_end ON job (expires, id) WHERE verified = 1 AND paused = 0;
+CREATE INDEX job_ending ON job (expires, id) WHERE expires > '';
+CREATE INDEX job_ending_of_user ON job (user_name, expires, id) WHERE expires > '';
+CREATE TABLE job_name (
+    labels TEXT NOT NULL,
+    job INTEGER NOT NULL REFERENCES job (id) ON DELETE CASCADE,
+    PRIMARY KEY (labels, job)
+) STRICT;
+CREATE INDEX job_name_by_job ON job_name (job);
+INSERT INTO setting (name, value) VALUES ('names_missing', '');
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
     static const std::vector<const char*> migrations{
         kPanelRecords, kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
         kFolders,      kClock,     kAnsweredQueries,    kRenewals,           kRetries,
-        kParents};
+        kParents,      kAttention};
     return migrations;
 }
 

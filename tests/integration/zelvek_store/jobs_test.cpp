@@ -45,6 +45,7 @@ std::vector<std::string> WronglyShown(const Job& shown, const Job& job) {
 }
 
 jobs::State StateOf(const Job& job) {
+    if (job.paused) return jobs::State::kPaused;
     if (job.verified) return jobs::State::kVerified;
     if (job.failed) return jobs::State::kFailed;
     return job.processing ? jobs::State::kRunning : jobs::State::kWaiting;
