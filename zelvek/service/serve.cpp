@@ -9,6 +9,7 @@
 #include <optional>
 #include <thread>
 
+#include "vek/date.h"
 #include "vek/proc.h"
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
@@ -112,8 +113,14 @@ void Serve(const ServeOptions& options) {
     const RetryPolicy retry{options.retry_interval};
     Reloader reloader(store, options.reload);
     const install::Settings installed = InstallSettings(options);
-    Services services{
-        store, publisher, backend.get(), installed, reloader, retry, options.retention.history_entries};
+    Services services{store,
+                      publisher,
+                      backend.get(),
+                      installed,
+                      reloader,
+                      retry,
+                      options.retention.history_entries,
+                      {vek_date::DateTime().AsDateTime(), options.database, options.scheduler}};
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });
     std::optional<Responder> responder;

@@ -25,6 +25,15 @@ std::vector<Event> Of(Transaction& transaction, int job) {
     return events;
 }
 
+std::optional<Event> LastFailure(Transaction& transaction, int job) {
+    Event event;
+    Statement select = transaction.Prepare(
+        "SELECT time, state, event, detail FROM job_event WHERE job = :job AND state = 'failed'"
+        " ORDER BY id DESC LIMIT 1");
+    select.With(job).Into(event.time).Into(event.state).Into(event.event).Into(event.detail);
+    return select.Next() ? std::optional(event) : std::nullopt;
+}
+
 void Shorten(Transaction& transaction, int job, int most) {
     long long newest_too_many = 0;
     {

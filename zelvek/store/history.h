@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +17,9 @@ struct Event {
 void Add(Transaction& transaction, int job, const Event& event);
 
 std::vector<Event> Of(Transaction& transaction, int job);
+
+/// The newest event of the job whose state is "failed"; nothing where none is remembered.
+std::optional<Event> LastFailure(Transaction& transaction, int job);
 
 /// Keeps the job's newest `most` events.
 void Shorten(Transaction& transaction, int job, int most);

@@ -111,9 +111,9 @@ std::string InsertText() {
     return "INSERT INTO job (" + columns + ") VALUES (" + places + ") RETURNING id";
 }
 
-std::string UpdateText() {
+std::string UpdateText(const Fields& fields) {
     std::string changes;
-    for (const JobField& field : ChangingFields()) {
+    for (const JobField& field : fields) {
         str::inpl::Append(changes, std::string(field.key) + " = :" + field.key, ", ");
     }
     return "UPDATE job SET " + changes + " WHERE id = :id";
@@ -216,11 +216,22 @@ std::vector<Job> Select(Transaction& transaction, const std::string& condition,
 }
 
 void Save(Transaction& transaction, const Job& job) {
-    static const std::string text = UpdateText();
+    static const std::string text = UpdateText(ChangingFields());
     Statement update = transaction.Prepare(text);
     Give(update, job, ChangingFields());
     update.With(job.id).Run();
     accounts::SetOfJob(transaction, job.id, {job.kid, job.acmekey, job.modulus});
+}
+
+void Edit(Transaction& transaction, const Job& job) {
+    static const Fields fields = FieldsWith([](const JobField& field) {
+        return field.writer == JobField::Writer::kPanel && field.key != std::string("time_started");
+    });
+    static const std::string text = UpdateText(fields);
+    Statement update = transaction.Prepare(text);
+    Give(update, job, fields);
+    update.With(job.id).Run();
+    job_names::Set(transaction, job.id, job.aliases);
 }
 
 std::vector<Job> Running(Transaction& transaction) {

@@ -50,6 +50,9 @@ std::vector<Job> Select(Transaction& transaction, const std::string& condition,
 /// The job must be one that `Find` has given.
 void Save(Transaction& transaction, const Job& job);
 
+/// Stores what somebody may change of a job that is there: all that the panel sets, but its start.
+void Edit(Transaction& transaction, const Job& job);
+
 /// The jobs that are "processing": their fields are those of lists, `last_run` and the holder.
 std::vector<Job> Running(Transaction& transaction);
 

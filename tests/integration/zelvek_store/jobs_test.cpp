@@ -279,6 +279,24 @@ TEST_P(StoredJobs, KnowWhatWasRefused) {
     EXPECT_EQ(FindJob(id).refusal, "no zone");
 }
 
+// Behaviour: An edited job has all that the panel sets, but for its start, from then on; the rest stays
+TEST_P(StoredJobs, AreEdited) {
+    const Job before = FilledJob("a");
+    const int id = AddJob(before);
+    Job edited = FilledJob("b");
+    edited.id = id;
+    Do([&](Transaction& transaction) { jobs::Edit(transaction, edited); });
+    for (const JobField& field : kJobFields) {
+        const bool changes =
+            field.writer == JobField::Writer::kPanel && field.key != std::string("time_started");
+        const Job& expected = changes ? edited : before;
+        const Job found = FindJob(id);
+        EXPECT_TRUE(std::visit([&](auto member) { return found.*member == expected.*member; }, field.member))
+            << field.key;
+    }
+    EXPECT_EQ(Rows("job_name"), 2) << "the new names alone";
+}
+
 }  // namespace
 
 }  // namespace zelvek::testing

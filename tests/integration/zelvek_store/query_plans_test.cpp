@@ -190,6 +190,8 @@ Operations JobOperations() {
         {"restarts::Pause", [](Transaction& transaction) { restarts::Pause(transaction, 1); }},
         {"restarts::Resume",
          [](Transaction& transaction) { restarts::Resume(transaction, 1, "2026-01-01 00:00:00"); }},
+        {"jobs::Edit", [](Transaction& transaction) { jobs::Edit(transaction, jobs::Find(transaction, 1)); }},
+        {"history::LastFailure", [](Transaction& transaction) { history::LastFailure(transaction, 1); }},
         {"jobs::Find", [](Transaction& transaction) { jobs::Find(transaction, 1); }}  // namespace
         ,
         {"jobs::FindShown", [](Transaction& transaction) { jobs::FindShown(transaction, 1); }},

@@ -1,0 +1,300 @@
+// What an administrator does with jobs at the command line: looks for them, edits, pauses and removes them.
+#include <SQLiteCpp/Database.h>
+#include <json/json.h>
+
+#include <memory>
+
+#include "service.h"
+#include "vek/date.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+std::string InDays(int days) { return vek_date::DateTime().AddDays(days).AsDateTime(); }
+
+class JobCommands : public ServiceTest {
+protected:
+    Json::Value Json(std::vector<std::string> words) {
+        words.emplace_back("--json");
+        const Ended ended = Zelvek(words);
+        EXPECT_EQ(ended.status, 0) << ended.err;
+        Json::Value value;
+        std::string errors;
+        const std::unique_ptr<Json::CharReader> reader(Json::CharReaderBuilder().newCharReader());
+        EXPECT_TRUE(reader->parse(ended.out.data(), ended.out.data() + ended.out.size(), &value, &errors))
+            << errors << ended.out;
+        return value;
+    }
+
+    /// The ids of the jobs that `job list` shows, in its order.
+    std::string Listed(std::vector<std::string> options = {}) {
+        options.insert(options.begin(), {"job", "list"});
+        std::string ids;
+        for (const Json::Value& job : Json(options)) ids += (ids.empty() ? "" : " ") + job["id"].asString();
+        return ids;
+    }
+
+    std::string ErrorOfCommand(const std::vector<std::string>& words) {
+        const Ended ended = Zelvek(words);
+        EXPECT_EQ(ended.status, 1) << ended.out;
+        return ended.err;
+    }
+
+    /// Changes the database of the service, which is started anew.
+    void Change(const std::string& statements) {
+        Stop();
+        SQLite::Database(Database().string(), SQLite::OPEN_READWRITE).exec(statements);
+        Start();
+    }
+
+    /// Jobs in every state: what needs attention first is 7 6 5 4 3 2 1.
+    void AddOfEveryState() {
+        for (const char* name : {"paused", "late", "early", "fresh", "failing", "again", "stopped"})
+            AddJob({{"domain", std::string(name) + ".example"}, {"certname", name}});
+        Change(
+            "UPDATE job SET paused = 1 WHERE id = 1;"
+            "UPDATE job SET verified = 1, expires = '" +
+            InDays(60) +
+            "', renew = '2999-02-03 04:05:06' WHERE id = 2;"
+            "UPDATE job SET verified = 1, expires = '" +
+            InDays(20) +
+            "', renew = '' WHERE id = 3;"
+            "UPDATE job SET due = '2999-01-02 03:04:05' WHERE id = 4;"
+            "UPDATE job SET failures = 1, due = '2998-01-03 00:00:00', next_attempt = due, last_run = "
+            "time_started, refusal = 'the panel says no' WHERE id = 5;"
+            "UPDATE job SET failures = 2, due = time_started, expires = '" +
+            InDays(1) +
+            "' WHERE id = 6;"
+            "UPDATE job SET failed = 1, failures = 3, due = '2997-01-01 10:20:30' WHERE id = 7;"
+            "INSERT INTO job_event (job, time, state, event, detail) VALUES"
+            " (7, '2026-01-01 00:00:00', 'failed', 'challenge_fail', '<p><b>Return code:</b> 403</p>'),"
+            " (7, '2026-01-01 00:00:01', 'processing', 'authorization_try', '')");
+    }
+};
+
+// Behaviours of: Command line
+
+// Behaviour: Jobs are listed by what needs attention: stopped ones, failing ones, waiting ones, runs,
+// installed
+//   certificates by their end, paused ones
+TEST_F(JobCommands, JobsAreListedByWhatNeedsAttention) {
+    Start();
+    AddOfEveryState();
+    EXPECT_EQ(Listed(), "7 6 5 4 3 2 1");
+    EXPECT_EQ(Listed({"--state", "all"}), "7 6 5 4 3 2 1");
+    const std::string table = Zelvek({"job", "list"}).out;
+    EXPECT_NE(table.find("ID  CERTIFICATE  USER  CHECK  STATE     EXPIRES     NEXT STEP\n"),
+              std::string::npos)
+        << table;
+    EXPECT_NE(table.find("7   stopped      anna  http   failed                begins anew 2997-01-01 10:20 "
+                         "(3 failures)\n"),
+              std::string::npos)
+        << table;
+    EXPECT_NE(table.find("runs now (2 failures)\n"), std::string::npos) << table;
+    EXPECT_NE(table.find("renews 2999-02-03\n"), std::string::npos) << table;
+    EXPECT_NE(table.find("1   paused       anna  http   paused                none until it is resumed\n"),
+              std::string::npos)
+        << table;
+}
+
+// Behaviour: A list of jobs has those of a state, of a user, with a name, or whose certificates end soon
+TEST_F(JobCommands, JobsAreFoundByWhatTheyAre) {
+    Start();
+    AddOfEveryState();
+    AddJob({{"domain", "www.bücher.example"}, {"aliases", "early.example"}, {"user_name", "bob"}});
+    const std::map<std::vector<std::string>, std::string> lists{
+        {{"--state", "failed"}, "7"},
+        {{"--state", "waiting"}, "6 5 8 4"},
+        {{"--state", "due"}, "6 8"},
+        {{"--state", "running"}, ""},
+        {{"--state", "verified"}, "3 2"},
+        {{"--state", "paused"}, "1"},
+        {{"--state", "expiring"}, "6 3"},
+        {{"--state", "waiting", "--user", "anna"}, "4 5 6"},
+        {{"--user", "anna"}, "7 4 5 6 2 3 1"},
+        {{"--user", "bob"}, "8"},
+        {{"--expires-within", "5"}, "6"},
+        {{"--expires-within", "100"}, "6 3 2"},
+        {{"--expires-within", "100", "--user", "bob"}, ""},
+        {{"--name", "EARLY.example"}, "3 8"},
+        {{"--name", "early.example", "--user", "bob"}, "8"},
+        {{"--name", "early.example", "--limit", "1"}, "3"},
+        {{"--name", "www.bücher.example"}, "8"},
+        {{"--name", "www.xn--bcher-kva.example"}, "8"},
+        {{"--name", "bücher.example"}, ""}};
+    for (const auto& [options, ids] : lists)
+        EXPECT_EQ(Listed(options), ids) << ::testing::PrintToString(options);
+    EXPECT_EQ(ErrorOfCommand({"job", "list", "--state", "failed", "--name", "a.example"}),
+              "zelvek: --state, --name and --expires-within: choose one\n");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.attention&state=perhaps"), "value");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.attention&state=failed&name=a.example"), "value");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.attention&expires_within=-1"), "value");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.attention&limit=1001"), "value");
+}
+
+// Behaviour: A list by attention goes on after a job, wherever that stands, whatever the size of the pages
+TEST_F(JobCommands, AListGoesOnAfterAJob) {
+    Start();
+    AddOfEveryState();
+    EXPECT_EQ(Listed({"--limit", "3"}), "7 6 5");
+    EXPECT_EQ(Listed({"--limit", "3", "--after", "5"}), "4 3 2");
+    EXPECT_EQ(Listed({"--after", "2"}), "1");
+    EXPECT_EQ(Listed({"--after", "1"}), "");
+    EXPECT_EQ(Listed({"--user", "anna", "--after", "5"}), "6 2 3 1");
+    std::string place, found;
+    for (int page = 0; page < 8; ++page) {
+        const auto answer = Ask("func=zelvek.job.attention&limit=1", {{"after", place}});
+        for (const auto& job : answer.xml().GetNodes("/doc/elem")) {
+            place = job.Value("place");
+            found += job.Value("id");
+        }
+    }
+    EXPECT_EQ(found, "7654321");
+    EXPECT_EQ(ErrorOfCommand({"job", "list", "--after", "99"}), "zelvek: there is no job 99\n");
+    for (const char* wrong : {"x", "9/x/1", "0/1", "/", "0//", "0//x", "-1//1"})
+        EXPECT_EQ(ErrorOf("func=zelvek.job.attention", {{"after", wrong}}), "value") << wrong;
+}
+
+// Behaviour: The status shows the service, how many jobs are in which state, what expires next and why jobs
+//   failed
+TEST_F(JobCommands, TheStatusIsOneScreen) {
+    Start();
+    AddOfEveryState();
+    const Json::Value status = Json({"status"});
+    EXPECT_EQ(status["database"].asString(), Database().string());
+    EXPECT_FALSE(status["scheduler"].asBool());
+    EXPECT_EQ(status["runs"].asInt(), 0);
+    EXPECT_FALSE(status["version"].asString().empty());
+    EXPECT_EQ(status["authority"].asString().substr(0, 8), "https://");
+    for (const auto& [state, count] : std::map<std::string, int>{
+             {"failed", 1}, {"failing", 2}, {"waiting", 1}, {"running", 0}, {"verified", 2}, {"paused", 1}})
+        EXPECT_EQ(status["jobs"][state].asInt(), count) << state;
+    ASSERT_EQ(status["ending"].size(), 3U);
+    EXPECT_EQ(status["ending"][0]["id"].asInt(), 6);
+    ASSERT_EQ(status["failures"].size(), 3U);
+    EXPECT_EQ(status["failures"][0]["reason"].asString(),
+              "the authority refuses a name's proof: Return code: 403");
+    EXPECT_EQ(status["failures"][1]["reason"].asString(), "the run ended without saying why");
+    EXPECT_EQ(status["failures"][2]["reason"].asString(), "the panel says no");
+    const std::string screen = Zelvek({"status"}).out;
+    for (const std::string line :
+         {"scheduler        off: no run starts by itself\n", "default account  none yet\n",
+          "jobs             1 failed, 2 failing, 1 waiting, 0 running, 2 verified, 1 paused\n",
+          "\nWhat expires next\nID  CERTIFICATE  USER  EXPIRES\n6   again        anna  ",
+          "\nWhat failed\nID  CERTIFICATE  USER  WHY\n7   stopped      anna  the authority refuses a name's "
+          "proof"}) {
+        EXPECT_NE(screen.find(line), std::string::npos) << screen;
+    }
+    const std::string id = AddJob({{"domain", "run.example"}, {"certname", "run"}});
+    ReadJob(id);
+    EXPECT_EQ(Json({"status"})["runs"].asInt(), 1);
+    EXPECT_EQ(Json({"status"})["jobs"]["running"].asInt(), 1);
+    Write(id, {{"kid", "https://ca.example/1"}, {"acmekey", "SECRET"}, {"update_default_account", "on"}});
+    const std::string account = Zelvek({"status"}).out;
+    EXPECT_NE(account.find("default account  https://ca.example/1\n"), std::string::npos);
+    EXPECT_EQ(account.find("SECRET"), std::string::npos);
+}
+
+// Behaviour: A job that is edited begins anew with what is said, and keeps all else, its certificate's times
+// too
+TEST_F(JobCommands, AnEditedJobBeginsAnew) {
+    Start();
+    Zelvek({"domain", "add", "shop.example", "--user", "anna"});
+    Zelvek({"job", "add", "shop.example", "--user", "anna", "--alias", "www.shop.example", "--alias",
+            "a.shop.example", "--csr", "key_type=ec", "--csr", "country=DE", "--res-name", "team",
+            "--max-account-checks", "5", "--skip-account-check"});
+    ReadJob("1");
+    Write("1", {{"verified", "on"}, {"kid", "k"}, {"acmekey", "SECRET"}});
+    Change(
+        "UPDATE job SET expires = '2999-01-01 00:00:00', renew = '2998-01-01 00:00:00', failures = 3,"
+        " time_started = '2026-01-01 00:00:00' WHERE id = 1");
+    EXPECT_EQ(Zelvek({"job", "edit", "1", "--alias", "b.shop.example"}).out,
+              "job 1 edited: it begins anew, its certificate stays until the new one is there\n");
+    Json::Value job = Json({"job", "show", "1"});
+    EXPECT_EQ(job["aliases"].asString(), "shop.example b.shop.example");
+    EXPECT_FALSE(job["verified"].asBool());
+    EXPECT_EQ(job["failures"].asInt(), 0);
+    EXPECT_EQ(job["expires"].asString(), "2999-01-01 00:00:00");
+    EXPECT_EQ(job["kid"].asString(), "k");
+    EXPECT_NE(job["time_started"].asString(), "2026-01-01 00:00:00");
+    EXPECT_EQ(job["events"][0]["event"].asString(), "job_edited");
+    EXPECT_EQ(Listed({"--name", "b.shop.example"}), "1");
+    EXPECT_EQ(Listed({"--name", "a.shop.example"}), "");
+    const auto record = [] { return Ask("func=ambrin.data.edit&elid=1&out=xml"); };
+    EXPECT_EQ(record().value("csr_internal_request"), "certname_ascii=shop.example&country=DE&key_type=ec");
+    EXPECT_EQ(record().value("max_account_check_attempts"), "5");
+    EXPECT_EQ(record().value("skip_account_check"), "on");
+    EXPECT_EQ(record().value("res_name"), "team");
+    EXPECT_EQ(record().value("acmekey"), "SECRET");
+    Write("1", {{"kid", "k"}, {"acmekey", "SECRET"}});
+
+    EXPECT_EQ(Json({"job", "edit", "1", "--name", "www.shop.example", "--no-aliases", "--check", "dns",
+                    "--csr", "key_size=4096", "--res-name", "others"})["aliases"]
+                  .asString(),
+              "www.shop.example");
+    EXPECT_EQ(record().value("csr_internal_request"), "certname_ascii=shop.example&key_size=4096");
+    EXPECT_EQ(record().value("check_type"), "dns");
+    EXPECT_EQ(record().value("res_name"), "others");
+    EXPECT_EQ(record().value("certname"), "shop.example");
+    Write("1", {{"kid", "k"}, {"acmekey", "SECRET"}});
+    EXPECT_EQ(Json({"job", "edit", "1", "--plain-csr"})["domain"].asString(), "www.shop.example");
+    EXPECT_EQ(record().value("csr_internal_request"), "certname_ascii=shop.example");
+}
+
+// Behaviour: What could not be added is refused when a job is edited, too, and the job stays as it was
+TEST_F(JobCommands, AnEditIsCheckedLikeANewJob) {
+    Start();
+    Zelvek({"domain", "add", "shop.example", "--user", "anna"});
+    Zelvek({"domain", "add", "blog.example", "--user", "bob"});
+    Zelvek({"job", "add", "other.example", "--user", "anna", "--foreign-names"});
+    for (const std::vector<std::string>& options :
+         std::vector<std::vector<std::string>>{{"--alias", "blog.example"},
+                                               {"--alias", "*.shop.example"},
+                                               {"--alias", "no name"},
+                                               {"--name", "-"},
+                                               {"--csr", "key_type=dsa"},
+                                               {"--csr", "colour=red"},
+                                               {"--foreign-names"},
+                                               {}}) {
+        std::vector<std::string> words{"job", "edit", "1"};
+        words.insert(words.end(), options.begin(), options.end());
+        EXPECT_NE(ErrorOfCommand(words), "");
+        EXPECT_EQ(Json({"job", "show", "1"})["events"].size(), 0U);
+    }
+    EXPECT_EQ(ErrorOf("func=zelvek.job.edit&elid=1&certname=x"), "value");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.edit&elid=1&user_name=bob"), "value");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.edit&elid=9&domain=shop.example"), "missed");
+    EXPECT_EQ(Zelvek({"job", "edit", "1", "--alias", "shop.example"}).status, 0)
+        << "a name that it has already is not asked for its owner";
+    EXPECT_EQ(Zelvek({"job", "edit", "1", "--alias", "blog.example", "--foreign-names"}).status, 0);
+    ReadJob("1");
+    EXPECT_EQ(ErrorOfCommand({"job", "edit", "1", "--check", "dns"}), "zelvek: job 1 is running already\n");
+}
+
+// Behaviour: A paused job is not run, by hand neither, until it is resumed
+TEST_F(JobCommands, APausedJobIsNotRun) {
+    Start();
+    const std::string id = AddJob({{"certname", "installs"}});
+    EXPECT_EQ(Zelvek({"job", "pause", id}).out, "job 1 paused: no run of it begins until it is resumed\n");
+    const std::string refused = "zelvek: job 1 is paused; \"zelvek job resume 1\" ends that\n";
+    EXPECT_EQ(ErrorOfCommand({"job", "run", id, "--plugin", TEST_PLUGIN}), refused);
+    EXPECT_EQ(ErrorOfCommand({"job", "retry", id}), refused);
+    EXPECT_EQ(ErrorOfCommand({"job", "renew", id}), refused);
+    EXPECT_EQ(Zelvek({"job", "retry", "--all"}).out, "0 jobs tried again\n");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.pause&elid=9"), "missed");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.resume&elid=9"), "missed");
+    Stop();
+    Start({{"--scheduler", "on"}, {"--scheduler-interval", "0.05"}});
+    const std::string other = AddJob({{"domain", "other.example"}, {"certname", "installs-2"}});
+    EXPECT_TRUE(
+        Eventually([&] { return Ask("func=zelvek.job.show&elid=" + other).value("verified") == "on"; }));
+    EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("attempt_count"), "0")
+        << "the one that was added first";
+    EXPECT_EQ(Json({"job", "resume", id})["paused"].asBool(), false);
+    EXPECT_TRUE(Eventually([&] { return Ask("func=zelvek.job.show&elid=" + id).value("verified") == "on"; }));
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing

@@ -1,0 +1,118 @@
+// Jobs added, edited, removed.
+#include <algorithm>
+#include <array>
+#include <map>
+
+#include "vek/client.h"
+#include "vek/date.h"
+#include "vek/str.h"
+#include "zelvek/base/error.h"
+#include "zelvek/base/names.h"
+#include "zelvek/panel/functions.h"
+#include "zelvek/panel/job_form.h"
+#include "zelvek/panel/living_runs.h"
+#include "zelvek/panel/repetition.h"
+#include "zelvek/store/history.h"
+#include "zelvek/store/jobs.h"
+#include "zelvek/store/publications.h"
+#include "zelvek/store/restarts.h"
+
+namespace zelvek {
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+void Add(Services& services, const Query& query, XmlAnswer& answer) {
+    const Job job = NewJob(query);
+    Transaction transaction(services.store);
+    if (AnsweredBefore(transaction, query, answer)) return;
+    if (!TakesForeignNames(query)) CheckOwner(transaction, job.user_name, str::Split(job.aliases, " "));
+    CheckCertificateIsNew(transaction, job);
+    answer.Doc().Value("id", jobs::Add(transaction, job));
+    RememberAnswer(transaction, query, answer);
+    transaction.Commit();
+}
+
+/// What cannot be edited: whose the certificate is and where it lies.
+constexpr std::array kFixed{"certname", "user_name"};
+
+/// What the job becomes: its own parameters, but for what the query says. Of the request everything is new
+/// where any of it is; "plain_csr" alone leaves nothing of it.
+Job EditedJob(const Query& query, const Job& before) {
+    std::map<std::string, std::string> form = FormOf(before);
+    const auto says = [&](const std::string& beginning) {
+        const auto& all = query.parameters.All();
+        return std::any_of(all.begin(), all.end(),
+                           [&](const auto& one) { return one.first.starts_with(beginning); });
+    };
+    if (says("csr_") || says("plain_csr"))
+        std::erase_if(form, [](const auto& one) { return one.first.starts_with("csr_"); });
+    for (const auto& [key, value] : query.parameters.All()) {
+        const bool fixed = std::find(kFixed.begin(), kFixed.end(), key) != kFixed.end();
+        if (fixed)
+            throw Error(Code::kValue, key, value,
+                        "the \"" + key + "\" of a job stays as it is: add another job");
+        form[key] = value;
+    }
+    return NewJob({Parameters(vek_client::Bind("func=zelvek.job.edit", form)), query.caller});
+}
+
+/// Names that the job did not have before.
+Names NewNames(const Job& edited, const Job& before) {
+    Names known;
+    for (const std::string& name : str::Split(before.aliases, " ")) known.push_back(names::Canonical(name));
+    Names fresh;
+    for (const std::string& name : str::Split(edited.aliases, " ")) {
+        if (std::find(known.begin(), known.end(), names::Canonical(name)) == known.end())
+            fresh.push_back(name);
+    }
+    return fresh;
+}
+
+/// The job begins anew with its new parameters; the certificate that it has installed stays until the new one
+/// is there. Names that it had already are not asked for their owner again.
+void Edit(Services& services, const Query& query, XmlAnswer& answer) {
+    const int id = Number(query, "elid");
+    const std::string now = vek_date::DateTime().AsDateTime();
+    {
+        LivingRuns transaction(services);
+        if (AnsweredBefore(transaction, query, answer)) return;
+        FindIdle(transaction, id);
+        const Job before = jobs::Find(transaction, id);
+        Job edited = EditedJob(query, before);
+        edited.id = id;
+        if (!TakesForeignNames(query)) CheckOwner(transaction, before.user_name, NewNames(edited, before));
+        publications::SetUnwanted(transaction, id);
+        jobs::Edit(transaction, edited);
+        restarts::StartAnew(transaction, id, now, false);
+        restarts::Retry(transaction, id, now);
+        history::Add(transaction, id, {now, "processing", "job_edited", edited.aliases});
+        answer.Doc().Value("id", id);
+        RememberAnswer(transaction, query, answer);
+        transaction.Commit();
+    }
+    services.publisher.RemoveUnwanted(id);
+}
+
+void Remove(Services& services, const Query& query, XmlAnswer& answer) {
+    const int id = Number(query, "elid");
+    {
+        LivingRuns transaction(services);
+        if (AnsweredBefore(transaction, query, answer)) return;
+        FindIdle(transaction, id);
+        publications::SetUnwanted(transaction, id);
+        jobs::Remove(transaction, id);
+        RememberAnswer(transaction, query, answer);
+        transaction.Commit();
+    }
+    services.publisher.RemoveUnwanted(id);
+}
+
+}  // namespace
+
+Functions functions::JobChanges() {
+    return {{"zelvek.job.add", &Add}, {"zelvek.job.edit", &Edit}, {"zelvek.job.remove", &Remove}};
+}
+
+}  // namespace zelvek
