@@ -1,7 +1,4 @@
 // The service and its jobs in short.
-#include <array>
-#include <utility>
-
 #include "vek/date.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/living_runs.h"
@@ -29,11 +26,9 @@ void AddService(const Services& services, XmlAnswer& answer) {
 }
 
 void AddCounts(Transaction& transaction, XmlAnswer& answer) {
-    constexpr std::array kinds{std::pair{Kind::kFailed, "failed"},     std::pair{Kind::kFailing, "failing"},
-                               std::pair{Kind::kOnItsWay, "waiting"},  std::pair{Kind::kRunning, "running"},
-                               std::pair{Kind::kVerified, "verified"}, std::pair{Kind::kPaused, "paused"}};
     XmlAnswer::Element counts = answer.Doc().Child("jobs");
-    for (const auto& [kind, word] : kinds) counts.Value(word, job_lists::Count(transaction, kind));
+    for (const Kind kind : job_lists::kByAttention)
+        counts.Value(job_lists::Word(kind), job_lists::Count(transaction, kind));
     answer.Doc().Value("runs", static_cast<long long>(jobs::Running(transaction).size()));
 }
 

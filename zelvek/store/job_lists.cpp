@@ -82,9 +82,27 @@ Kind KindOf(const Job& job) {
     return job.failures > 0 ? Kind::kFailing : Kind::kOnItsWay;
 }
 
+const char* Word(Kind kind) {
+    switch (kind) {
+        case Kind::kFailed: return "failed";
+        case Kind::kFailing: return "failing";
+        case Kind::kOnItsWay:
+        case Kind::kWaiting:
+        case Kind::kDue: return "waiting";
+        case Kind::kRunning: return "running";
+        case Kind::kPaused: return "paused";
+        case Kind::kVerified:
+        case Kind::kEnding: break;
+    }
+    return "verified";
+}
+
 long long Count(Transaction& transaction, Kind kind) {
     long long count = 0;
-    transaction.Prepare("SELECT count(*) FROM job WHERE " + ListOf(kind).condition).Into(count).Next();
+    transaction.Prepare("SELECT jobs FROM job_count WHERE state = :state")
+        .With(Word(kind))
+        .Into(count)
+        .Next();
     return count;
 }
 

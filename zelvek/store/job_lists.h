@@ -50,7 +50,11 @@ Place PlaceOf(const Selection& selection, const Job& job);
 /// Which list of `kByAttention` the job is in.
 Kind KindOf(const Job& job);
 
-/// How many jobs the list has, everybody's. Not for kDue and kEnding.
+/// The word for a list of `kByAttention`: "failed", "failing", "waiting" (kOnItsWay), "running", "verified",
+/// "paused".
+const char* Word(Kind kind);
+
+/// How many jobs a list of `kByAttention` has, everybody's; they are not read for that.
 long long Count(Transaction& transaction, Kind kind);
 
 }  // namespace zelvek::job_lists

@@ -273,13 +273,71 @@ CREATE INDEX job_name_by_job ON job_name (job);
 INSERT INTO setting (name, value) VALUES ('names_missing', '');
 )sql";
 
+// How many jobs are in which state: counting them anew would read them all.
+constexpr const char* kCounts = R"sql(
+CREATE TABLE job_count (
+    state TEXT PRIMARY KEY,
+    jobs INTEGER NOT NULL
+) STRICT;
+INSERT INTO job_count (state, jobs)
+    VALUES ('paused', 0), ('verified', 0), ('failed', 0), ('running', 0), ('failing', 0), ('waiting', 0);
+UPDATE job_count SET jobs = (SELECT count(*) FROM job WHERE job_count.state =
+        CASE WHEN job.paused = 1 THEN 'paused' WHEN job.verified = 1 THEN 'verified'
+        WHEN job.failed = 1 THEN 'failed' WHEN job.processing = 1 THEN 'running'
+        WHEN job.failures > 0 THEN 'failing' ELSE 'waiting' END);
+CREATE TRIGGER job_added AFTER INSERT ON job BEGIN
+    UPDATE job_count SET jobs = jobs + 1 WHERE state =
+        CASE WHEN NEW.paused = 1 THEN 'paused' WHEN NEW.verified = 1 THEN 'verified'
+        WHEN NEW.failed = 1 THEN 'failed' WHEN NEW.processing = 1 THEN 'running'
+        WHEN NEW.failures > 0 THEN 'failing' ELSE 'waiting' END
+    ; END;
+CREATE TRIGGER job_changed AFTER UPDATE OF paused, verified, failed, processing, failures ON job BEGIN
+    UPDATE job_count SET jobs = jobs - 1 WHERE state =
+        CASE WHEN OLD.paused = 1 THEN 'paused' WHEN OLD.verified = 1 THEN 'verified'
+        WHEN OLD.failed = 1 THEN 'failed' WHEN OLD.processing = 1 THEN 'running'
+        WHEN OLD.failures > 0 THEN 'failing' ELSE 'waiting' END
+    ; UPDATE job_count SET jobs = jobs + 1 WHERE state =
+        CASE WHEN NEW.paused = 1 THEN 'paused' WHEN NEW.verified = 1 THEN 'verified'
+        WHEN NEW.failed = 1 THEN 'failed' WHEN NEW.processing = 1 THEN 'running'
+        WHEN NEW.failures > 0 THEN 'failing' ELSE 'waiting' END
+    ; END;
+CREATE TRIGGER job_removed AFTER DELETE ON job BEGIN
+    UPDATE job_count SET jobs = jobs - 1 WHERE state =
+        CASE WHEN OLD.paused = 1 THEN 'paused' WHEN OLD.verified = 1 THEN 'verified'
+        WHEN OLD.failed = 1 THEN 'failed' WHEN OLD.processing = 1 THEN 'running'
+        WHEN OLD.failures > 0 THEN 'failing' ELSE 'waiting' END
+    ; END;
+)sql";
+
+// What the web servers serve of the installed certificates.
+constexpr const char* kServed = R"sql(
+CREATE TABLE served (
+    user_name TEXT NOT NULL,
+    folder TEXT NOT NULL,
+    state TEXT NOT NULL,
+    time TEXT NOT NULL,
+    detail TEXT NOT NULL,
+    PRIMARY KEY (user_name, folder)
+) STRICT;
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
-    static const std::vector<const char*> migrations{
-        kPanelRecords, kProcesses, kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
-        kFolders,      kClock,     kAnsweredQueries,    kRenewals,           kRetries,
-        kParents,      kAttention};
+    static const std::vector<const char*> migrations{kPanelRecords,
+                                                     kProcesses,
+                                                     kAccountsAndIndexes,
+                                                     kPublicationsOfRuns,
+                                                     kReloads,
+                                                     kFolders,
+                                                     kClock,
+                                                     kAnsweredQueries,
+                                                     kRenewals,
+                                                     kRetries,
+                                                     kParents,
+                                                     kAttention,
+                                                     kCounts,
+                                                     kServed};
     return migrations;
 }
 

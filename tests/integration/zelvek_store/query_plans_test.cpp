@@ -23,6 +23,7 @@
 #include "zelvek/store/requests.h"
 #include "zelvek/store/restarts.h"
 #include "zelvek/store/runs.h"
+#include "zelvek/store/served.h"
 
 namespace zelvek::testing {
 
@@ -187,6 +188,10 @@ Operations JobOperations() {
              transaction.Prepare("INSERT INTO setting (name, value) VALUES ('names_missing', '')").Run();
              job_names::FillIn(transaction);
          }},
+        {"served::Set", [](Transaction& transaction) { served::Set(transaction, "anna", "f", {}); }},
+        {"served::Find", [](Transaction& transaction) { served::Find(transaction, "anna", "f"); }},
+        {"served::Forget", [](Transaction& transaction) { served::Forget(transaction, "anna", "f"); }},
+        {"domains::Remove", [](Transaction& transaction) { domains::Remove(transaction, 1); }},
         {"restarts::Pause", [](Transaction& transaction) { restarts::Pause(transaction, 1); }},
         {"restarts::Resume",
          [](Transaction& transaction) { restarts::Resume(transaction, 1, "2026-01-01 00:00:00"); }},
