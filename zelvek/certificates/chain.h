@@ -36,4 +36,16 @@ CertificateChain SortChain(const std::string& certificates, const std::string& k
 /// Of the first certificate of a PEM text. Errors: Error of code kBadChain.
 Lifetime LifetimeOf(const std::string& certificates);
 
+/// What people want to know of a certificate.
+struct Description {
+    std::vector<std::string> names;  // DNS names, lower case
+    std::string issuer;              // as "CN=Authority"; any text
+    Lifetime lifetime;
+    std::string key_kind;  // "rsa", "ec", or OpenSSL's name of another
+    int key_size = 0;      // bits
+};
+
+/// The same of the first certificate.
+Description Describe(const std::string& certificates);
+
 }  // namespace zelvek

@@ -32,6 +32,23 @@ int Add(const AddOptions& options) {
     return kSuccess;
 }
 
+struct RemoveOptions {
+    std::string name;
+    bool json = false;
+};
+
+int Remove(const RemoveOptions& options) {
+    Ask("zelvek.domain.remove", {{"name", options.name}});
+    if (options.json) {
+        Json::Value json;
+        json["name"] = options.name;
+        PrintJson(json);
+    } else {
+        std::cout << "domain " << WithoutControls(options.name, ' ') << " removed\n";
+    }
+    return kSuccess;
+}
+
 struct ListOptions {
     std::string user;
     bool json = false;
@@ -66,6 +83,14 @@ void AddAddCommand(Command& noun) {
     add.AddOption("--user", options->user, "Its owner").Required();
 }
 
+void AddRemoveCommand(Command& noun) {
+    const auto options = std::make_shared<RemoveOptions>();
+    Command remove = noun.AddCommand("remove", "Takes a domain that no job needs from its user",
+                                     [options] { return Remove(*options); });
+    AddJsonFlag(remove, options->json);
+    remove.AddOption("NAME", options->name, "Domain name, Unicode or ASCII").Required();
+}
+
 void AddListCommand(Command& noun) {
     const auto options = std::make_shared<ListOptions>();
     Command list = noun.AddCommand("list", "Shows domains", [options] { return List(*options); });
@@ -78,6 +103,7 @@ void AddListCommand(Command& noun) {
 void AddDomainCommands(Command& root) {
     Command noun = root.AddGroup("domain", "Users' domains");
     AddAddCommand(noun);
+    AddRemoveCommand(noun);
     AddListCommand(noun);
 }
 

@@ -10,6 +10,7 @@
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/request_keys.h"
+#include "zelvek/base/text.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/job_list.h"
@@ -180,14 +181,32 @@ int Pause(const JobOptions& options) {
 
 int Resume(const JobOptions& options) { return Change(options, "zelvek.job.resume", "resumed"); }
 
-int Remove(const JobOptions& options) {
-    Ask("zelvek.job.remove", {{"elid", str::Str(options.id)}});
+struct RemoveOptions {
+    int id = 0;
+    bool certificate = false;
+    bool json = false;
+};
+
+std::string TextOfRemoval(const RemoveOptions& options, const std::string& place) {
+    const std::string job = "job " + str::Str(options.id) + " removed";
+    if (place.empty()) return job + "; no certificate of it was installed";
+    if (!options.certificate) return job + "; its certificate stays in " + place;
+    return job + " with its certificate: the web server's configuration must not name " + place +
+           " any more, then have it reloaded";
+}
+
+int Remove(const RemoveOptions& options) {
+    std::map<std::string, std::string> parameters{{"elid", str::Str(options.id)}};
+    if (options.certificate) parameters["certificate"] = "on";
+    const std::string place = Ask("zelvek.job.remove", parameters).value("place");
     if (!options.json) {
-        std::cout << "job " << options.id << " removed\n";
+        std::cout << WithoutControls(TextOfRemoval(options, place), ' ') << "\n";
         return kSuccess;
     }
     Json::Value json;
     json["id"] = options.id;
+    json["certificate"] = place;
+    json["certificate_removed"] = options.certificate && !place.empty();
     PrintJson(json);
     return kSuccess;
 }
@@ -270,6 +289,16 @@ void AddJobCommand(Command& noun, const std::string& name, const std::string& de
     command.AddOption("ID", options->id, "The job's number").Required();
 }
 
+void AddRemoveCommand(Command& noun) {
+    const auto options = std::make_shared<RemoveOptions>();
+    Command remove = noun.AddCommand("remove", "Forgets a job; its certificate stays, unless it is to go",
+                                     [options] { return Remove(*options); });
+    AddJsonFlag(remove, options->json);
+    remove.AddOption("ID", options->id, "The job's number").Required();
+    remove.AddFlag("--certificate", options->certificate,
+                   "Its installed certificate, too; the web server is not reloaded");
+}
+
 }  // namespace
 
 void AddJobCommands(Command& root) {
@@ -283,7 +312,7 @@ void AddJobCommands(Command& root) {
     AddRetryCommand(noun);
     AddJobCommand(noun, "pause", "Starts no run of a job until it is resumed", &Pause);
     AddJobCommand(noun, "resume", "Ends a job's pause", &Resume);
-    AddJobCommand(noun, "remove", "Forgets a job; its certificate stays", &Remove);
+    AddRemoveCommand(noun);
 }
 
 }  // namespace zelvek::cli

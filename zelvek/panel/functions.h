@@ -68,6 +68,7 @@ Functions AnswerFiles();
 Functions Records();
 Functions Domains();
 Functions Certificates();
+Functions CertificateList();
 Functions Problems();
 Functions Accounts();
 Functions ServiceStatus();

@@ -1,6 +1,8 @@
 // Jobs added, edited, removed.
 #include <algorithm>
 #include <array>
+#include <exception>
+#include <filesystem>
 #include <map>
 
 #include "vek/client.h"
@@ -8,6 +10,7 @@
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
+#include "zelvek/certificates/install.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_form.h"
 #include "zelvek/panel/living_runs.h"
@@ -15,7 +18,9 @@
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/publications.h"
+#include "zelvek/store/reloads.h"
 #include "zelvek/store/restarts.h"
+#include "zelvek/store/served.h"
 
 namespace zelvek {
 
@@ -95,18 +100,56 @@ void Edit(Services& services, const Query& query, XmlAnswer& answer) {
     services.publisher.RemoveUnwanted(id);
 }
 
+/// Of versions that let several jobs have one certificate.
+void CheckNobodyElseHas(Transaction& transaction, const Job& job) {
+    const auto other = jobs::OfFolder(transaction, job.user_name, job.folder);
+    if (!other || job.folder.empty()) return;
+    throw Error(Code::kBusy, "certname", job.certname,
+                "job " + std::to_string(*other) + " has the certificate \"" + job.certname + "\", too");
+}
+
+/// The job is gone by then, whatever becomes of its certificate.
+void RemoveCertificate(Services& services, const Job& job, const std::string& place) {
+    try {
+        install::Remove(services.install, job.user_name, job.certname);
+    } catch (const Error& error) {
+        throw Error(error.code(), "job " + std::to_string(job.id) +
+                                      " is removed, but its certificate is not: " + error.what() +
+                                      "; remove " + place + " by hand");
+    }
+    Transaction transaction(services.store);
+    reloads::Finish(transaction, job.user_name, str::puny::Encode(job.certname));
+    served::Forget(transaction, job.user_name, job.folder);
+    transaction.Commit();
+}
+
+/// Where the job's certificate lies; empty where none does.
+std::string PlaceOfCertificate(const Services& services, const Job& job) try {
+    const auto place = install::PlaceOf(services.install, job.user_name, job.certname);
+    return std::filesystem::exists(place) ? place.string() : "";
+} catch (const std::exception&) {
+    return "";
+}
+
 void Remove(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
+    const bool certificate = query.parameters.Has("certificate") && Flag(query, "certificate");
+    Job job;
+    std::string place;
     {
         LivingRuns transaction(services);
         if (AnsweredBefore(transaction, query, answer)) return;
-        FindIdle(transaction, id);
+        job = FindIdle(transaction, id);
+        place = PlaceOfCertificate(services, job);
         publications::SetUnwanted(transaction, id);
         jobs::Remove(transaction, id);
+        if (certificate) CheckNobodyElseHas(transaction, job);
+        answer.Doc().Value("id", id).Value("place", names::MakeText(place));
         RememberAnswer(transaction, query, answer);
         transaction.Commit();
     }
     services.publisher.RemoveUnwanted(id);
+    if (certificate) RemoveCertificate(services, job, place);
 }
 
 }  // namespace

@@ -117,7 +117,7 @@ TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
     EXPECT_EQ(Json({"job", "list", "--user", "bob"})[0]["id"].asInt(), 2);
     EXPECT_EQ(Json({"job", "list", "--state", "waiting"}).size(), 2U);
     EXPECT_EQ(Json({"job", "list", "--state", "verified"}).size(), 0U);
-    EXPECT_EQ(Zelvek({"job", "remove", "1"}).out, "job 1 removed\n");
+    EXPECT_EQ(Zelvek({"job", "remove", "1"}).out, "job 1 removed; no certificate of it was installed\n");
     const Ended missed = Zelvek({"job", "show", "1", "--json"});
     EXPECT_EQ(missed.status, 1);
     EXPECT_EQ(missed.out, "");
