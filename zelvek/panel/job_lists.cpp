@@ -124,13 +124,15 @@ Start StartOf(Transaction& transaction, const Query& query, const Sequence& sequ
     std::string text = query.parameters.Get("after");
     if (text.empty()) return {};
     if (IsNumber(text)) return StartAfterJob(transaction, sequence, user, Number(query, "after"));
-    const Error wrong(Code::kValue, "after", text,
-                      "\"" + text + "\" is neither a job nor a place in this list");
+    const std::string given = text;
     const std::string list = str::GetWord(text, '/');
     const bool whole = text.find('/') != std::string::npos;
     const std::string id = str::RGetWord(text, '/');
     const bool known = IsNumber(list) && str::Int(list) < static_cast<int>(sequence.kinds.size());
-    if (!whole || !known || !IsNumber(id)) throw wrong;
+    if (!whole || !known || !IsNumber(id)) {
+        throw Error(Code::kValue, "after", given,
+                    "\"" + given + "\" is neither a job nor a place in this list");
+    }
     return {static_cast<std::size_t>(str::Int(list)), {text, str::Int(id)}};
 }
 

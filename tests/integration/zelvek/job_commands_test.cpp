@@ -1,9 +1,14 @@
 // What an administrator does with jobs at the command line: looks for them, edits, pauses and removes them.
 #include <SQLiteCpp/Database.h>
+#include <fcntl.h>
 #include <json/json.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <sstream>
 
 #include "service.h"
 #include "vek/date.h"
@@ -294,6 +299,54 @@ TEST_F(JobCommands, APausedJobIsNotRun) {
         << "the one that was added first";
     EXPECT_EQ(Json({"job", "resume", id})["paused"].asBool(), false);
     EXPECT_TRUE(Eventually([&] { return Ask("func=zelvek.job.show&elid=" + id).value("verified") == "on"; }));
+}
+
+/// What a command writes to a terminal of that width.
+std::string OnTerminal(const std::vector<std::string>& words, unsigned short columns) {
+    const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(::grantpt(terminal) + ::unlockpt(terminal), 0);
+    const int end = ::open(::ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    const winsize size{24, columns, 0, 0};
+    EXPECT_EQ(::ioctl(end, TIOCSWINSZ, &size), 0);
+    std::vector<const char*> all{"zelvek"};
+    for (const std::string& word : words) all.push_back(word.c_str());
+    all.push_back(nullptr);
+    EXPECT_EQ(InChild([&] {
+                  ::dup2(end, STDOUT_FILENO);
+                  ::execv(ZELVEK_BINARY, const_cast<char* const*>(all.data()));
+              }),
+              0);
+    std::string text(4000, ' ');
+    text.resize(static_cast<std::size_t>(std::max<ssize_t>(::read(terminal, text.data(), text.size()), 0)));
+    ::close(end);
+    ::close(terminal);
+    return text;
+}
+
+// Behaviour: On a terminal no table is wider ...
+TEST_F(JobCommands, TablesFitIntoATerminal) {
+    Start();
+    const std::string name(60, 'x');
+    const std::string id = AddJob({{"certname", name}});
+    ReadJob(id);
+    Write(id, {{"log", "2026-01-01 00:00:00,failed,challenge_fail,<p><b>Details:</b> " +
+                           std::string(150, 'y') + "</p>"}});
+    const auto widest = [](const std::string& text) {
+        std::istringstream lines(text);
+        std::size_t most = 0;
+        for (std::string line; std::getline(lines, line);)
+            most = std::max(most, line.find_last_not_of("\r\n") + 1);
+        return most;
+    };
+    for (const auto& [columns, most] :
+         std::map<unsigned short, std::size_t>{{80, 80}, {200, 100}, {0, 100}}) {
+        const std::string shown = OnTerminal({"job", "show", id}, columns);
+        EXPECT_GT(shown.size(), 200U);
+        EXPECT_LE(widest(shown), most) << shown;
+        EXPECT_EQ(shown.find('<'), std::string::npos) << shown;
+        EXPECT_LE(widest(OnTerminal({"job", "list"}, columns)), most + 2) << "\"…\" has three bytes";
+    }
+    EXPECT_NE(Zelvek({"job", "list"}).out.find(name), std::string::npos) << "whole where it is no terminal";
 }
 
 // Behaviour: A domain is removed once no job needs it; those that do are named
