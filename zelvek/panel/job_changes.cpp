@@ -93,7 +93,6 @@ void Edit(Services& services, const Query& query, XmlAnswer& answer) {
         restarts::StartAnew(transaction, id, now, false);
         restarts::Retry(transaction, id, now);
         history::Add(transaction, id, {now, "processing", "job_edited", edited.aliases});
-        answer.Doc().Value("id", id);
         RememberAnswer(transaction, query, answer);
         transaction.Commit();
     }
@@ -144,7 +143,7 @@ void Remove(Services& services, const Query& query, XmlAnswer& answer) {
         publications::SetUnwanted(transaction, id);
         jobs::Remove(transaction, id);
         if (certificate) CheckNobodyElseHas(transaction, job);
-        answer.Doc().Value("id", id).Value("place", names::MakeText(place));
+        if (!place.empty()) answer.Doc().Value("place", names::MakeText(place));
         RememberAnswer(transaction, query, answer);
         transaction.Commit();
     }
