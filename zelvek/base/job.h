@@ -23,6 +23,7 @@ struct Job {
     bool skip_account_check = false;
     bool processing = false;
     int failures = 0;         // runs that failed, one after the other
+    bool paused = false;      // neither run nor renewed until somebody resumes it
     std::string refusal;      // what the panel has refused to the last run, for people to read
     std::string postponed;    // why the service makes the next run wait, for people to read
     std::string expires;      // when the installed certificate ends; empty where none is known
@@ -108,6 +109,8 @@ inline constexpr std::array kJobFields{
              "Whether somebody asked for a renewal"},
     JobField{"processing", &Job::processing, JobField::Writer::kRun, JobField::kInLists,
              "Whether a run is under way"},
+    JobField{"paused", &Job::paused, JobField::Writer::kService, JobField::kInLists,
+             "Whether the job is neither run nor renewed until somebody resumes it"},
     JobField{"failures", &Job::failures, JobField::Writer::kService, JobField::kInLists,
              "Runs that failed, one after the other"},
     JobField{"refusal", &Job::refusal, JobField::Writer::kService, JobField::kInLists,

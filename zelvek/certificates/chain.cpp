@@ -158,6 +158,20 @@ std::string RenewalNameOf(const std::string& certificates) {
     return Base64Url(key) + "." + Base64Url(SerialOf(certificate));
 }
 
+Description Describe(const std::string& certificates) {
+    const openssl::Certificate leaf = std::move(ReadCertificates(certificates).front());
+    const EVP_PKEY* key = X509_get0_pubkey(leaf.get());
+    if (key == nullptr) throw BadChain("a certificate's key cannot be read: " + openssl::Reason());
+    const char* name = OBJ_nid2sn(EVP_PKEY_get_base_id(key));
+    const bool rsa = EVP_PKEY_get_base_id(key) == EVP_PKEY_RSA;
+    const bool ec = EVP_PKEY_get_base_id(key) == EVP_PKEY_EC;
+    return {DnsNames(leaf), openssl::Issuer(leaf), ReadLifetime(leaf),
+            rsa  ? "rsa"
+            : ec ? "ec"
+                 : name,
+            EVP_PKEY_get_bits(key)};
+}
+
 bool CertificateChain::Covers(const std::string& name) const {
     const auto holds = [this](const std::string& wanted) {
         return std::find(names.begin(), names.end(), wanted) != names.end();

@@ -40,4 +40,16 @@ Lifetime LifetimeOf(const std::string& certificates);
 /// where it does not say who issued it. Errors: Error of code kBadChain.
 std::string RenewalNameOf(const std::string& certificates);
 
+/// What people want to know of a certificate.
+struct Description {
+    std::vector<std::string> names;  // DNS names, lower case
+    std::string issuer;              // as "CN=Authority"; any text
+    Lifetime lifetime;
+    std::string key_kind;  // "rsa", "ec", or OpenSSL's name of another
+    int key_size = 0;      // bits
+};
+
+/// The same of the first certificate.
+Description Describe(const std::string& certificates);
+
 }  // namespace zelvek

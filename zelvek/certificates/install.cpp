@@ -190,12 +190,6 @@ void CheckNames(const CertificateChain& chain, const std::vector<std::string>& n
         throw Error(Code::kBadNames, "the certificate is not for all names: " + missing + " missing");
 }
 
-/// The folder's owner may have put anything there.
-std::optional<std::string> InstalledLeaf(const Settings& settings, const std::string& user,
-                                         const std::string& certname) {
-    return ReadSmallFile(PlaceOf(settings, user, certname) / "cert.pem", kLargestCertificate);
-}
-
 }  // namespace
 
 std::filesystem::path PlaceOf(const Settings& settings, const std::string& user,
@@ -229,25 +223,65 @@ InstalledCertificate Install(const Settings& settings, const Request& request) {
     }
 }
 
+bool Remove(const Settings& settings, const std::string& user, const std::string& certname) {
+    const std::string owner = names::FolderName("the user's name", user);
+    const std::string certificate = names::CertificateFolder(certname);
+    const Folder directory = OpenDirectory(settings);
+    const FileLock lock = Lock(settings);
+    if (directory.Status(owner).st_mode == 0) return false;
+    const Folder parent = directory.Open(owner);
+    CheckTrusted(settings, parent);
+    const std::string target = PreviousFolder(parent, certificate);
+    if (!target.empty() && CertificateOfStaging(target) != certificate) {
+        throw Error(Code::kIo, (parent.path() / certificate).string() + " stays: it leads to " +
+                                   Printable(target) + ", which is no installation");
+    }
+    std::vector<std::string> names = parent.Names();
+    std::erase_if(names, [&](const std::string& name) { return CertificateOfStaging(name) != certificate; });
+    if (target.empty() && names.empty()) return false;
+    // The link first: nobody is to find half a certificate.
+    parent.Remove(certificate);
+    for (const std::string& name : names) parent.Remove(name);
+    parent.Sync();
+    return true;
+}
+
 bool IsInstalled(const Settings& settings, const Request& request) {
     const auto leaf =
         ReadSmallFile(PlaceOf(settings, request.user, request.certname) / "cert.pem", kLargestCertificate);
     return leaf && !leaf->empty() && request.certificates.find(*leaf) != std::string::npos;
 }
 
+namespace {
+
+/// What `read` makes of the certificate that is installed there. The folder's owner may have put anything
+/// there.
+template <class Made>
+std::optional<Made> OfInstalled(const fs::path& place, Made (*read)(const std::string&)) {
+    const auto certificate = ReadSmallFile(place / "cert.pem", kLargestCertificate);
+    if (!certificate) return std::nullopt;
+    return read(*certificate);
+}
+
+}  // namespace
+
 std::optional<Lifetime> InstalledLifetime(const Settings& settings, const std::string& user,
                                           const std::string& certname) try {
-    const auto certificate = InstalledLeaf(settings, user, certname);
-    if (!certificate) return std::nullopt;
-    return LifetimeOf(*certificate);
+    return OfInstalled(PlaceOf(settings, user, certname), &LifetimeOf);
+} catch (const Error&) {
+    return std::nullopt;
+}
+
+std::optional<Description> DescribeInstalled(const Settings& settings, const std::string& user,
+                                             const std::string& certname) try {
+    return OfInstalled(PlaceOf(settings, user, certname), &Describe);
 } catch (const Error&) {
     return std::nullopt;
 }
 
 std::string InstalledRenewalName(const Settings& settings, const std::string& user,
                                  const std::string& certname) try {
-    const auto certificate = InstalledLeaf(settings, user, certname);
-    return certificate ? RenewalNameOf(*certificate) : "";
+    return OfInstalled(PlaceOf(settings, user, certname), &RenewalNameOf).value_or("");
 } catch (const Error&) {
     return "";
 }

@@ -54,6 +54,15 @@ std::optional<Lifetime> InstalledLifetime(const Settings& settings, const std::s
 std::string InstalledRenewalName(const Settings& settings, const std::string& user,
                                  const std::string& certname);
 
+/// What is installed there; nothing where none can be read.
+std::optional<Description> DescribeInstalled(const Settings& settings, const std::string& user,
+                                             const std::string& certname);
+
+/// Removes what `Install` has put there: the link to the installation, and the folders of installations. What
+/// else stands in the way stays, as does whatever a link leads to that is no installation's. Says whether
+/// there was anything. Errors: Error of code kValue, kIo (as `Install`), kBusy.
+bool Remove(const Settings& settings, const std::string& user, const std::string& certname);
+
 /// Removes what killed services have left of installations. Errors: Error of code kIo, kBusy.
 void RemoveLeftovers(const Settings& settings);
 

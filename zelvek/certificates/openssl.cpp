@@ -55,10 +55,22 @@ std::string Pem(const Key& key) {
     return Text(bio);
 }
 
-std::string Subject(const Certificate& certificate) {
+namespace {
+
+std::string NameText(const X509_NAME* name) {
     const Bio bio = Memory(BIO_s_mem());
-    Must(X509_NAME_print_ex(bio.get(), X509_get_subject_name(certificate.get()), 0, XN_FLAG_RFC2253) >= 0);
+    Must(X509_NAME_print_ex(bio.get(), name, 0, XN_FLAG_RFC2253) >= 0);
     return Text(bio);
+}
+
+}  // namespace
+
+std::string Subject(const Certificate& certificate) {
+    return NameText(X509_get_subject_name(certificate.get()));
+}
+
+std::string Issuer(const Certificate& certificate) {
+    return NameText(X509_get_issuer_name(certificate.get()));
 }
 
 }  // namespace zelvek::openssl

@@ -38,7 +38,8 @@ std::string Pem(const Certificate& certificate);
 std::string Pem(const Request& request);
 std::string Pem(const Key& key);
 
-/// The subject for a person to read, as "CN=example.org".
+/// Subject and issuer for a person to read, as "CN=example.org".
 std::string Subject(const Certificate& certificate);
+std::string Issuer(const Certificate& certificate);
 
 }  // namespace zelvek::openssl

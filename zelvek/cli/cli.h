@@ -12,9 +12,11 @@ void AddDomainCommands(Command& root);
 void AddJobCommands(Command& root);
 void AddProblemCommands(Command& root);
 void AddAccountCommands(Command& root);
+void AddCertificateCommands(Command& root);
+void AddStatusCommand(Command& root);
 
 /// All of them, in the order in which the help shows them.
-inline constexpr std::array kEveryNoun{&AddDomainCommands, &AddJobCommands, &AddProblemCommands,
-                                       &AddAccountCommands};
+inline constexpr std::array kEveryNoun{&AddStatusCommand,       &AddDomainCommands,  &AddJobCommands,
+                                       &AddCertificateCommands, &AddProblemCommands, &AddAccountCommands};
 
 }  // namespace zelvek::cli

@@ -32,6 +32,23 @@ int Add(const AddOptions& options) {
     return kSuccess;
 }
 
+struct RemoveOptions {
+    std::string name;
+    bool json = false;
+};
+
+int Remove(const RemoveOptions& options) {
+    Ask("zelvek.domain.remove", {{"name", options.name}});
+    if (options.json) {
+        Json::Value json;
+        json["name"] = options.name;
+        PrintJson(json);
+    } else {
+        std::cout << "domain " << WithoutControls(options.name, ' ') << " removed\n";
+    }
+    return kSuccess;
+}
+
 struct ListOptions {
     std::string user;
     bool json = false;
@@ -53,7 +70,7 @@ int List(const ListOptions& options) {
     if (options.json) {
         PrintJson(json);
     } else {
-        std::cout << Table({"NAME", "USER", "ZONE"}, rows);
+        std::cout << OutputTable({"NAME", "USER", "ZONE"}, rows);
     }
     return kSuccess;
 }
@@ -64,6 +81,14 @@ void AddAddCommand(Command& noun) {
     AddJsonFlag(add, options->json);
     add.AddOption("NAME", options->name, "Domain name, Unicode or ASCII").Required();
     add.AddOption("--user", options->user, "Its owner").Required();
+}
+
+void AddRemoveCommand(Command& noun) {
+    const auto options = std::make_shared<RemoveOptions>();
+    Command remove = noun.AddCommand("remove", "Takes a domain that no job needs from its user",
+                                     [options] { return Remove(*options); });
+    AddJsonFlag(remove, options->json);
+    remove.AddOption("NAME", options->name, "Domain name, Unicode or ASCII").Required();
 }
 
 void AddListCommand(Command& noun) {
@@ -78,6 +103,7 @@ void AddListCommand(Command& noun) {
 void AddDomainCommands(Command& root) {
     Command noun = root.AddGroup("domain", "Users' domains");
     AddAddCommand(noun);
+    AddRemoveCommand(noun);
     AddListCommand(noun);
 }
 

@@ -10,13 +10,13 @@
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/request_keys.h"
+#include "zelvek/base/text.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
+#include "zelvek/cli/job_list.h"
 #include "zelvek/cli/job_run.h"
 #include "zelvek/cli/job_view.h"
 #include "zelvek/cli/json_output.h"
-#include "zelvek/cli/pages.h"
-#include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
 
@@ -34,6 +34,25 @@ struct AddOptions {
     bool json = false;
 };
 
+/// Names are separated by blanks: what holds one, or nothing, is refused here.
+std::string Joined(const std::vector<std::string>& aliases) {
+    std::string joined;
+    for (const auto& alias : aliases) {
+        if (alias.empty() || alias.find(' ') != std::string::npos) {
+            throw Error(Code::kValue, "alias", alias, "\"" + alias + "\" is no domain name");
+        }
+        str::inpl::Append(joined, alias, " ");
+    }
+    return joined;
+}
+
+void AddRequest(std::map<std::string, std::string>& parameters, const std::vector<std::string>& csr) {
+    for (std::string entry : csr) {
+        const std::string key = str::GetWord(entry, '=');
+        parameters["csr_" + key] = entry;
+    }
+}
+
 std::map<std::string, std::string> Parameters(const AddOptions& job) {
     std::map<std::string, std::string> parameters{
         {"domain", job.name},
@@ -44,17 +63,8 @@ std::map<std::string, std::string> Parameters(const AddOptions& job) {
         {"skip_account_check", job.skip_account_check ? "on" : "off"},
         {"max_account_check_attempts", str::Str(job.max_account_checks)}};
     if (job.foreign_names) parameters["foreign_names"] = "on";
-    for (const auto& alias : job.aliases) {
-        // Names are separated by blanks: what holds one, or nothing, is refused here.
-        if (alias.empty() || alias.find(' ') != std::string::npos) {
-            throw Error(Code::kValue, "alias", alias, "\"" + alias + "\" is no domain name");
-        }
-        str::inpl::Append(parameters["aliases"], alias, " ");
-    }
-    for (std::string entry : job.csr) {
-        const std::string key = str::GetWord(entry, '=');
-        parameters["csr_" + key] = entry;
-    }
+    if (!job.aliases.empty()) parameters["aliases"] = Joined(job.aliases);
+    AddRequest(parameters, job.csr);
     return parameters;
 }
 
@@ -68,32 +78,38 @@ int Add(const AddOptions& options) {
     return kSuccess;
 }
 
-struct ListOptions {
-    Part part;
-    std::string user;
-    std::string state;
+/// What is not given stays as it is.
+struct EditOptions {
+    int id = 0;
+    std::string name, check, res_name;
+    std::vector<std::string> aliases, csr;
+    bool no_aliases = false;
+    bool plain_csr = false;
+    bool foreign_names = false;
     bool json = false;
 };
 
-int List(const ListOptions& options) {
-    const auto ask = [&](std::map<std::string, std::string> parameters) {
-        if (!options.user.empty()) parameters["user_name"] = options.user;
-        if (!options.state.empty()) parameters["state"] = options.state;
-        return Ask("zelvek.job.list", parameters);
-    };
-    Json::Value json(Json::arrayValue);
-    std::vector<std::vector<std::string>> rows;
-    ForEachEntry(ask, "id", options.part, [&](const vek_xml::Node& job) {
-        if (options.json) {
-            json.append(JobJson(job));
-        } else {
-            rows.push_back(JobRow(job));
-        }
-    });
+std::map<std::string, std::string> Parameters(const EditOptions& job) {
+    std::map<std::string, std::string> parameters;
+    if (!job.name.empty()) parameters["domain"] = job.name;
+    if (!job.check.empty()) parameters["check_type"] = job.check;
+    if (!job.res_name.empty()) parameters["res_name"] = job.res_name;
+    if (!job.aliases.empty() || job.no_aliases) parameters["aliases"] = Joined(job.aliases);
+    if (job.plain_csr) parameters["plain_csr"] = "on";
+    AddRequest(parameters, job.csr);
+    if (parameters.empty()) throw Error(Code::kValue, "say what is to be changed of the job (--help)");
+    if (job.foreign_names) parameters["foreign_names"] = "on";
+    parameters["elid"] = str::Str(job.id);
+    return parameters;
+}
+
+int Edit(const EditOptions& options) {
+    Ask("zelvek.job.edit", Parameters(options));
     if (options.json) {
-        PrintJson(json);
+        PrintJson(JobJson(AskForJob(options.id)));
     } else {
-        std::cout << Table(JobHeadings(), rows);
+        std::cout << "job " << options.id
+                  << " edited: it begins anew, its certificate stays until the new one is there\n";
     }
     return kSuccess;
 }
@@ -149,14 +165,48 @@ int Show(const JobOptions& options) {
     return kSuccess;
 }
 
-int Remove(const JobOptions& options) {
-    Ask("zelvek.job.remove", {{"elid", str::Str(options.id)}});
+int Change(const JobOptions& options, const std::string& function, const std::string& done) {
+    Ask(function, {{"elid", str::Str(options.id)}});
+    if (options.json) {
+        PrintJson(JobJson(AskForJob(options.id)));
+    } else {
+        std::cout << "job " << options.id << " " << done << "\n";
+    }
+    return kSuccess;
+}
+
+int Pause(const JobOptions& options) {
+    return Change(options, "zelvek.job.pause", "paused: no run of it begins until it is resumed");
+}
+
+int Resume(const JobOptions& options) { return Change(options, "zelvek.job.resume", "resumed"); }
+
+struct RemoveOptions {
+    int id = 0;
+    bool certificate = false;
+    bool json = false;
+};
+
+std::string TextOfRemoval(const RemoveOptions& options, const std::string& place) {
+    const std::string job = "job " + str::Str(options.id) + " removed";
+    if (place.empty()) return job + "; no certificate of it was installed";
+    if (!options.certificate) return job + "; its certificate stays in " + place;
+    return job + " with its certificate: the web server's configuration must not name " + place +
+           " any more, then have it reloaded";
+}
+
+int Remove(const RemoveOptions& options) {
+    std::map<std::string, std::string> parameters{{"elid", str::Str(options.id)}};
+    if (options.certificate) parameters["certificate"] = "on";
+    const std::string place = Ask("zelvek.job.remove", parameters).value("place");
     if (!options.json) {
-        std::cout << "job " << options.id << " removed\n";
+        std::cout << WithoutControls(TextOfRemoval(options, place), ' ') << "\n";
         return kSuccess;
     }
     Json::Value json;
     json["id"] = options.id;
+    json["certificate"] = place;
+    json["certificate_removed"] = options.certificate && !place.empty();
     PrintJson(json);
     return kSuccess;
 }
@@ -165,6 +215,12 @@ std::string CsrHelp() {
     std::string help = "KEY=VALUE for the request, such as key_type=ec; repeatable";
     for (const RequestKey& one : kRequestKeys) help += std::string("\n") + one.key + ": " + one.values;
     return help;
+}
+
+void AddCsrOption(Command& command, std::vector<std::string>& csr) {
+    command.AddOption("--csr", csr, CsrHelp()).Check([](const std::string& text) {
+        return text.find('=') == std::string::npos ? "\"" + text + "\" is no KEY=VALUE" : std::string();
+    });
 }
 
 void AddAddCommand(Command& noun) {
@@ -177,9 +233,7 @@ void AddAddCommand(Command& noun) {
     add.AddOption("--check", options->check, "How names are proved: http or dns").OneOf({"http", "dns"});
     add.AddOption("--certname", options->certname, "Name of the certificate; without it, NAME");
     add.AddOption("--res-name", options->res_name, "A further addressee of notifications");
-    add.AddOption("--csr", options->csr, CsrHelp()).Check([](const std::string& text) {
-        return text.find('=') == std::string::npos ? "\"" + text + "\" is no KEY=VALUE" : std::string();
-    });
+    AddCsrOption(add, options->csr);
     add.AddFlag("--foreign-names", options->foreign_names, "Names may lie outside the owner's domains");
     add.AddFlag("--skip-account-check", options->skip_account_check, "Use the account without asking for it");
     add.AddOption("--max-account-checks", options->max_account_checks,
@@ -187,13 +241,20 @@ void AddAddCommand(Command& noun) {
         .NonNegative();
 }
 
-void AddListCommand(Command& noun) {
-    const auto options = std::make_shared<ListOptions>();
-    Command list = noun.AddCommand("list", "Shows the jobs", [options] { return List(*options); });
-    AddJsonFlag(list, options->json);
-    AddPartOptions(list, options->part, "Only jobs with a greater number than this");
-    list.AddOption("--user", options->user, "Of this user alone");
-    list.AddOption("--state", options->state, "In this state alone").OneOf(JobStates());
+void AddEditCommand(Command& noun) {
+    const auto options = std::make_shared<EditOptions>();
+    Command edit = noun.AddCommand("edit", "Changes what is given of a job, which begins anew",
+                                   [options] { return Edit(*options); });
+    AddJsonFlag(edit, options->json);
+    edit.AddOption("ID", options->id, "The job's number").Required();
+    edit.AddOption("--name", options->name, "Another main domain name").NotEmpty();
+    edit.AddOption("--alias", options->aliases, "A further name, instead of all it had; repeatable");
+    edit.AddFlag("--no-aliases", options->no_aliases, "No further names");
+    edit.AddOption("--check", options->check, "How names are proved: http or dns").OneOf({"http", "dns"});
+    edit.AddOption("--res-name", options->res_name, "Another further addressee of notifications").NotEmpty();
+    AddCsrOption(edit, options->csr);
+    edit.AddFlag("--plain-csr", options->plain_csr, "Nothing in the request but what --csr says");
+    edit.AddFlag("--foreign-names", options->foreign_names, "New names may lie outside the owner's domains");
 }
 
 void AddChoice(Command& command, ChosenJobs& jobs) {
@@ -228,17 +289,30 @@ void AddJobCommand(Command& noun, const std::string& name, const std::string& de
     command.AddOption("ID", options->id, "The job's number").Required();
 }
 
+void AddRemoveCommand(Command& noun) {
+    const auto options = std::make_shared<RemoveOptions>();
+    Command remove = noun.AddCommand("remove", "Forgets a job; its certificate stays, unless it is to go",
+                                     [options] { return Remove(*options); });
+    AddJsonFlag(remove, options->json);
+    remove.AddOption("ID", options->id, "The job's number").Required();
+    remove.AddFlag("--certificate", options->certificate,
+                   "Its installed certificate, too; the web server is not reloaded");
+}
+
 }  // namespace
 
 void AddJobCommands(Command& root) {
     Command noun = root.AddGroup("job", "Certificate jobs");
     AddAddCommand(noun);
-    AddListCommand(noun);
+    AddJobListCommand(noun);
     AddJobCommand(noun, "show", "Shows a job and its history", &Show);
     AddJobRunCommand(noun);
+    AddEditCommand(noun);
     AddRenewCommand(noun);
     AddRetryCommand(noun);
-    AddJobCommand(noun, "remove", "Forgets a job; its certificate stays", &Remove);
+    AddJobCommand(noun, "pause", "Starts no run of a job until it is resumed", &Pause);
+    AddJobCommand(noun, "resume", "Ends a job's pause", &Resume);
+    AddRemoveCommand(noun);
 }
 
 }  // namespace zelvek::cli

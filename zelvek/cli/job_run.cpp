@@ -18,6 +18,7 @@
 #include "zelvek/cli/job_view.h"
 #include "zelvek/cli/json_output.h"
 #include "zelvek/cli/log_follower.h"
+#include "zelvek/cli/steps.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
@@ -37,6 +38,7 @@ struct RunOptions {
     std::filesystem::path plugin = PluginBesideProgram();
     bool json = false;
     bool quiet = false;
+    bool verbose = false;
 };
 
 std::atomic<int> end_asked{0};  // how often
@@ -66,12 +68,35 @@ std::filesystem::path LogFile() {
     return std::filesystem::path(set ? directory : "/var/log/vek") / "ambrin.log";
 }
 
-/// Shows lines of the log, which may hold texts from outside that would control the terminal.
-void Show(const std::string& lines) {
-    std::string rest = lines;
-    while (!rest.empty()) std::cout << WithoutControls(str::GetWord(rest, '\n'), ' ') << "\n";
-    std::cout << std::flush;
-}
+/// Shows what a run does while it does it. The log may hold texts from outside that would control the
+/// terminal.
+class Progress {
+public:
+    explicit Progress(const RunOptions& options)
+        : silent_(options.json || options.quiet), raw_(options.verbose) {}
+
+    /// `lines` are the log's news.
+    void Show(const std::string& lines) {
+        if (silent_) return;
+        std::string rest = lines;
+        while (!rest.empty()) ShowLine(str::GetWord(rest, '\n'));
+        std::cout << std::flush;
+    }
+
+    /// Whether any step was shown: a log that cannot be read tells of none.
+    bool shown() const { return shown_; }
+
+private:
+    void ShowLine(const std::string& line) {
+        const std::string text = raw_ ? WithoutControls(line, ' ') : StepOfLine(line);
+        if (!text.empty()) std::cout << text << "\n";
+        shown_ = shown_ || !text.empty();
+    }
+
+    bool silent_;
+    bool raw_;
+    bool shown_ = false;
+};
 
 /// The first time the run is asked to end, in order and with its record written back. Whoever asks again does
 /// not want to wait for that: the run is killed when its object is destroyed.
@@ -81,13 +106,12 @@ void HandOnRequest(const PluginRun& run, int times) {
 }
 
 /// Waits for the run's end; returns its exit status. Errors: Error where it is to be killed.
-int Follow(const RunOptions& options, LogFollower log) {
+int Follow(const RunOptions& options, LogFollower log, Progress& progress) {
     const SignalsToRun signals;
     PluginRun run(options.plugin, options.id);
-    const bool silent = options.json || options.quiet;
     for (int asked = 0;;) {
         const auto status = run.Status();
-        if (!silent) Show(log.Next(run.pid()));
+        progress.Show(log.Next(run.pid()));
         if (status) return *status;
         if (asked < end_asked) HandOnRequest(run, ++asked);
         pollfd ending{run.ending(), POLLIN, 0};
@@ -115,15 +139,22 @@ Outcome Judge(int exit_status, bool verified_before, const vek_xml::Node& job) {
     return {kWaiting, "waiting", "waiting" + (next.empty() ? "" : ", next attempt " + next + " UTC")};
 }
 
-void Print(const vek_client::Result& shown, std::size_t events_before, const Outcome& outcome,
-           int exit_status) {
-    const auto job = shown.xml().GetNode("/doc");
-    std::cout << EventTable(shown, events_before) << "\n"
-              << Table({"JOB", job.Value("id")}, {{"certificate", job.Value("certname")},
-                                                  {"outcome", outcome.text},
-                                                  {"state", StateOf(job)},
-                                                  {"attempts", job.Value("attempt_count")},
-                                                  {"exit status", std::to_string(exit_status)}});
+/// What the run has told the service: all of it, or, where its steps were shown, what failed.
+void PrintEvents(const vek_client::Result& shown, std::size_t events_before, bool failed_alone) {
+    const auto events = shown.xml().GetNodes("/doc/event");
+    for (std::size_t i = events_before; i < events.size(); ++i) {
+        if (!failed_alone || events[i].Value("state") == "failed")
+            std::cout << StepOfEvent(events[i]) << "\n";
+    }
+}
+
+void PrintOutcome(const vek_xml::Node& job, const Outcome& outcome, int exit_status) {
+    std::cout << "\n"
+              << OutputTable({"JOB", job.Value("id")}, {{"certificate", job.Value("certname")},
+                                                        {"outcome", outcome.text},
+                                                        {"state", StateOf(job)},
+                                                        {"attempts", job.Value("attempt_count")},
+                                                        {"exit status", std::to_string(exit_status)}});
 }
 
 int Run(const RunOptions& options) {
@@ -131,12 +162,19 @@ int Run(const RunOptions& options) {
     const bool verified_before = before.value("verified") == "on";
     // As long as this process has the job the service starts no run for it.
     Ask("zelvek.job.claim", {{"elid", str::Str(options.id)}});
-    const int exit_status = Follow(options, LogFollower(LogFile(), LogFollower::EndOf(LogFile())));
+    Progress progress(options);
+    const int exit_status = Follow(options, LogFollower(LogFile(), LogFollower::EndOf(LogFile())), progress);
 
     const auto after = AskForJob(options.id);
-    const Outcome outcome = Judge(exit_status, verified_before, after.xml().GetNode("/doc"));
+    const auto job = after.xml().GetNode("/doc");
+    const Outcome outcome = Judge(exit_status, verified_before, job);
     if (!options.json) {
-        Print(after, EventCount(before), outcome, exit_status);
+        if (options.verbose) {
+            std::cout << EventTable(after, EventCount(before));
+        } else {
+            PrintEvents(after, EventCount(before), progress.shown());
+        }
+        PrintOutcome(job, outcome, exit_status);
         return outcome.status;
     }
     Json::Value json = JobJson(after);
@@ -156,6 +194,7 @@ void AddJobRunCommand(Command& noun) {
     AddJsonFlag(run, options->json);
     run.AddOption("ID", options->id, "The job's number").Required();
     run.AddFlag("--quiet", options->quiet, "No progress");
+    run.AddFlag("--verbose", options->verbose, "The log's lines as they are, and the events as a table");
     run.AddOption("--plugin", options->plugin, "The ACME plug-in");
 }
 

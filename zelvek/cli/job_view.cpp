@@ -2,18 +2,20 @@
 
 #include <json/json.h>
 
+#include "vek/date.h"
 #include "vek/str.h"
+#include "zelvek/base/html_text.h"
 #include "zelvek/base/job.h"
 #include "zelvek/cli/ask.h"
+#include "zelvek/cli/next_step.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
 
 vek_client::Result AskForJob(int id) { return Ask("zelvek.job.show", {{"elid", str::Str(id)}}); }
 
-std::vector<std::string> JobStates() { return {"verified", "failed", "running", "waiting"}; }
-
 std::string StateOf(const vek_xml::Node& job) {
+    if (job.Value("paused") == "on") return "paused";
     for (const char* state : {"verified", "failed"}) {
         if (job.Value(state) == "on") return state;
     }
@@ -49,45 +51,27 @@ Json::Value JobJson(const vek_client::Result& shown) {
     return json;
 }
 
-std::string NextRun(const vek_xml::Node& job) {
-    const std::string state = StateOf(job);
-    if (state == "verified") return job.Value("renew");
-    return state == "waiting" ? job.Value("due") : "";
-}
-
-std::vector<std::string> JobHeadings() {
-    return {"ID", "CERTIFICATE", "USER", "CHECK", "STATE", "EXPIRES", "NEXT RUN"};
-}
-
-std::vector<std::string> JobRow(const vek_xml::Node& job) {
-    return {job.Value("id"),
-            job.Value("certname"),
-            job.Value("user_name"),
-            job.Value("check_type"),
-            StateOf(job),
-            job.Value("expires"),
-            NextRun(job)};
-}
-
 std::string JobTable(const vek_client::Result& shown) {
     const auto job = shown.xml().GetNode("/doc");
-    std::vector<std::vector<std::string>> rows{{"certificate", job.Value("certname")},
-                                               {"names", job.Value("aliases")},
-                                               {"user", job.Value("user_name")},
-                                               {"check", job.Value("check_type")},
-                                               {"state", StateOf(job)},
-                                               {"started", job.Value("time_started")},
-                                               {"attempts", job.Value("attempt_count")},
-                                               {"next run", NextRun(job)},
-                                               {"expires", job.Value("expires")},
-                                               {"account", job.Value("kid")},
-                                               {"order", job.Value("finalize_check")}};
+    std::vector<std::vector<std::string>> rows{
+        {"certificate", job.Value("certname")},
+        {"names", job.Value("aliases")},
+        {"user", job.Value("user_name")},
+        {"check", job.Value("check_type")},
+        {"state", StateOf(job)},
+        {"started", job.Value("time_started")},
+        {"attempts", job.Value("attempt_count")},
+        {"next step", NextStep(job, vek_date::DateTime().AsDateTime())},
+        {"expires", job.Value("expires")},
+        {"account", job.Value("kid")},
+        {"order", job.Value("finalize_check")}};
+    if (!job.Value("refusal").empty()) rows.push_back({"refused", TextOfHtml(job.Value("refusal"))});
     for (const auto& reload : shown.xml().GetNodes("/doc/reload")) {
         rows.push_back({"web server", "has an older certificate since " + reload.Value("since") +
                                           " UTC, tried again at " + reload.Value("next") +
-                                          " UTC: " + reload.Value("reason")});
+                                          " UTC: " + TextOfHtml(reload.Value("reason"))});
     }
-    return Table({"JOB", job.Value("id")}, rows);
+    return OutputTable({"JOB", job.Value("id")}, rows);
 }
 
 std::size_t EventCount(const vek_client::Result& shown) { return shown.xml().GetNodes("/doc/event").size(); }
@@ -97,9 +81,9 @@ std::string EventTable(const vek_client::Result& shown, std::size_t first) {
     const auto nodes = shown.xml().GetNodes("/doc/event");
     for (std::size_t i = first; i < nodes.size(); ++i) {
         rows.push_back({nodes[i].Value("time"), nodes[i].Value("state"), nodes[i].Value("event"),
-                        nodes[i].Value("detail")});
+                        TextOfHtml(nodes[i].Value("detail"))});
     }
-    return rows.empty() ? "" : Table({"TIME", "STATE", "EVENT", "DETAIL"}, rows);
+    return rows.empty() ? "" : OutputTable({"TIME", "STATE", "EVENT", "DETAIL"}, rows);
 }
 
 }  // namespace zelvek::cli

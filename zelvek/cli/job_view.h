@@ -15,8 +15,7 @@ namespace zelvek::cli {
 
 vek_client::Result AskForJob(int id);
 
-/// The words for a job's state: verified, failed, running, waiting.
-std::vector<std::string> JobStates();
+/// The word for a job's state: paused, verified, failed, running, waiting.
 std::string StateOf(const vek_xml::Node& job);
 
 /// One job of a list.
@@ -24,10 +23,6 @@ Json::Value JobJson(const vek_xml::Node& job);
 
 /// The answer of `AskForJob`: the job with its events.
 Json::Value JobJson(const vek_client::Result& shown);
-
-/// The columns of a table of jobs, and one job's row in it.
-std::vector<std::string> JobHeadings();
-std::vector<std::string> JobRow(const vek_xml::Node& job);
 
 /// The answer of `AskForJob` without the events, as a table with a row for each value.
 std::string JobTable(const vek_client::Result& shown);

@@ -1,6 +1,7 @@
 #include "zelvek/cli/pages.h"
 
 #include <algorithm>
+#include <limits>
 
 #include "vek/str.h"
 
@@ -50,6 +51,26 @@ void ForEachEntry(const AskPage& ask, const std::string& number, const Part& par
         const int last = entries.empty() ? 0 : str::Int(entries.back().Value(number));
         more = entries.size() == static_cast<std::size_t>(asked) && rest.limit != 0 && last > rest.after;
         rest.after = last;
+    }
+}
+
+void ForEachPlaced(const AskPage& ask, const PlacedPart& part,
+                   const std::function<void(const vek_xml::Node&)>& take) {
+    int rest = part.limit.value_or(std::numeric_limits<int>::max());
+    std::string after = part.after;
+    for (bool more = true; more;) {
+        const int asked = std::min(rest, kPage);
+        std::map<std::string, std::string> parameters{{"limit", str::Str(asked)}};
+        if (!after.empty()) parameters["after"] = after;
+        const vek_client::Result answer = ask(parameters);
+        const auto entries = answer.xml().GetNodes("/doc/elem");
+        for (const auto& entry : entries) take(entry);
+        rest -= asked;
+        const std::string last = entries.empty() ? "" : entries.back().Value("place");
+        // A page that does not get beyond the one before would come again for ever.
+        more =
+            entries.size() == static_cast<std::size_t>(asked) && rest > 0 && !last.empty() && last != after;
+        after = last;
     }
 }
 

@@ -16,6 +16,12 @@ struct Part {
     std::optional<int> after;  // only entries with a greater number
 };
 
+/// The same of a list whose entries have places instead of numbers.
+struct PlacedPart {
+    std::optional<int> limit;
+    std::string after = {};  // only entries after this place, or whatever else the service takes for one
+};
+
 /// Adds the options "--limit" and "--after". `after` describes the latter.
 void AddPartOptions(Command& command, Part& part, const std::string& after);
 
@@ -27,5 +33,9 @@ using AskPage = std::function<vek_client::Result(const std::map<std::string, std
 /// and answers with everything is asked once. Errors: those of `ask`.
 void ForEachEntry(const AskPage& ask, const std::string& number, const Part& part,
                   const std::function<void(const vek_xml::Node&)>& take);
+
+/// The same for a list whose entries tell their places in the element "place".
+void ForEachPlaced(const AskPage& ask, const PlacedPart& part,
+                   const std::function<void(const vek_xml::Node&)>& take);
 
 }  // namespace zelvek::cli

@@ -9,6 +9,7 @@
 
 #include "vek/str.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/html_text.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/json_output.h"
@@ -34,7 +35,8 @@ Json::Value ToJson(const vek_xml::Node& problem) {
 std::string ParameterLine(const vek_xml::Node& problem) {
     std::string line;
     for (const auto& parameter : problem.Children("parameter")) {
-        line += (line.empty() ? "" : ", ") + parameter.Value("name") + "=" + parameter.Value("value");
+        line +=
+            (line.empty() ? "" : ", ") + parameter.Value("name") + "=" + TextOfHtml(parameter.Value("value"));
     }
     return line;
 }
@@ -61,7 +63,8 @@ int List(const ListOptions& options) {
     if (options.json) {
         PrintJson(json);
     } else {
-        std::cout << Table({"NUMBER", "TIME", "STATE", "LEVEL", "OWNER", "PROBLEM", "PARAMETERS"}, rows);
+        std::cout << OutputTable({"NUMBER", "TIME", "STATE", "LEVEL", "OWNER", "PROBLEM", "PARAMETERS"},
+                                 rows);
     }
     return kSuccess;
 }

@@ -1,8 +1,16 @@
-// Users' domains: added, listed, and as runs ask for them.
+// Users' domains: added, removed, listed, and as runs ask for them.
 #include "zelvek/store/domains.h"
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "vek/str.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/repetition.h"
+#include "zelvek/store/job_names.h"
 
 namespace zelvek {
 
@@ -30,6 +38,51 @@ void Add(Services& services, const Query& query, XmlAnswer& answer) {
     transaction.Commit();
 }
 
+constexpr int kNamesAtOnce = 100;
+constexpr std::size_t kJobsNamed = 5;
+
+/// Some of the jobs that have names in this domain, and in none that is longer.
+std::vector<int> JobsIn(Transaction& transaction, const domains::Domain& domain) {
+    std::vector<int> jobs;
+    job_names::Named last;
+    for (bool more = true; more && jobs.size() < kJobsNamed;) {
+        const auto some = job_names::Below(transaction, domain.ascii, domain.user_name, last, kNamesAtOnce);
+        for (const job_names::Named& named : some) {
+            const auto holder = domains::Holding(transaction, names::WithoutWildcard(named.name));
+            const bool known = std::find(jobs.begin(), jobs.end(), named.job) != jobs.end();
+            if (holder && holder->id == domain.id && !known && jobs.size() < kJobsNamed)
+                jobs.push_back(named.job);
+        }
+        more = some.size() == static_cast<std::size_t>(kNamesAtOnce);
+        if (!some.empty()) last = some.back();
+    }
+    return jobs;
+}
+
+/// Without the domain such a job could neither publish records nor be renewed for its user.
+void CheckIsNotNeeded(Transaction& transaction, const domains::Domain& domain) {
+    const std::vector<int> jobs = JobsIn(transaction, domain);
+    if (jobs.empty()) return;
+    std::string numbers;
+    for (const int job : jobs) str::inpl::Append(numbers, std::to_string(job), ", ");
+    const std::string which = jobs.size() == 1 ? "job " + numbers + " has" : "jobs " + numbers + " have";
+    throw Error(Code::kBusy, "domain", domain.name,
+                which + " names in the domain \"" + domain.name +
+                    "\": edit or remove what needs it before (\"zelvek job edit\", \"zelvek job remove\")");
+}
+
+void Remove(Services& services, const Query& query, XmlAnswer& answer) {
+    const std::string& name = query.parameters.Get("name");
+    Transaction transaction(services.store);
+    if (AnsweredBefore(transaction, query, answer)) return;
+    const auto domain = domains::Find(transaction, names::Canonical(name, "name"));
+    if (!domain) throw Error(Code::kMissed, "domain", name, "there is no domain \"" + name + "\"");
+    CheckIsNotNeeded(transaction, *domain);
+    domains::Remove(transaction, domain->id);
+    RememberAnswer(transaction, query, answer);
+    transaction.Commit();
+}
+
 void List(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string& user = query.parameters.Get("user_name");
     const Page page(query);
@@ -48,7 +101,10 @@ void List(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::Domains() {
-    return {{"domain", &OfUser}, {"zelvek.domain.add", &Add}, {"zelvek.domain.list", &List}};
+    return {{"domain", &OfUser},
+            {"zelvek.domain.add", &Add},
+            {"zelvek.domain.remove", &Remove},
+            {"zelvek.domain.list", &List}};
 }
 
 }  // namespace zelvek

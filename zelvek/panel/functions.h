@@ -18,6 +18,13 @@
 /// beside their bodies.
 namespace zelvek {
 
+/// What the service's status tells of its process.
+struct ServiceFacts {
+    std::string started = {};  // date-time
+    std::string database = {};
+    bool scheduler = false;
+};
+
 /// What the functions work with.
 struct Services {
     Store& store;
@@ -27,6 +34,7 @@ struct Services {
     Reloader& reloader;
     RetryPolicy retry;
     int history_entries = 1000;  // of a job, the newest ones
+    ServiceFacts facts = {};
 };
 
 struct Query {
@@ -54,12 +62,16 @@ namespace functions {
 
 Functions JobRecord();
 Functions Jobs();
+Functions JobChanges();
+Functions JobLists();
 Functions AnswerFiles();
 Functions Records();
 Functions Domains();
 Functions Certificates();
+Functions CertificateList();
 Functions Problems();
 Functions Accounts();
+Functions ServiceStatus();
 
 }  // namespace functions
 

@@ -9,6 +9,7 @@
 #include <optional>
 #include <thread>
 
+#include "vek/date.h"
 #include "vek/proc.h"
 #include "zelvek/base/authority.h"
 #include "zelvek/base/durable.h"
@@ -114,8 +115,14 @@ void Serve(const ServeOptions& options) {
     const RetryPolicy retry{options.retry_interval};
     Reloader reloader(store, options.reload);
     const install::Settings installed = InstallSettings(options);
-    Services services{
-        store, publisher, backend.get(), installed, reloader, retry, options.retention.history_entries};
+    Services services{store,
+                      publisher,
+                      backend.get(),
+                      installed,
+                      reloader,
+                      retry,
+                      options.retention.history_entries,
+                      {vek_date::DateTime().AsDateTime(), options.database, options.scheduler}};
     notices::Notifier notifier(store, options.notify);
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });

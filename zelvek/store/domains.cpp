@@ -29,6 +29,10 @@ void Add(Transaction& transaction, const Domain& domain) {
     }
 }
 
+void Remove(Transaction& transaction, int id) {
+    transaction.Prepare("DELETE FROM domain WHERE id = :id").With(id).Run();
+}
+
 std::optional<Domain> Find(Transaction& transaction, const std::string& ascii) {
     Statement select =
         transaction.Prepare("SELECT id, name, ascii, user_name FROM domain WHERE ascii = :ascii");

@@ -19,6 +19,9 @@ struct Domain {
 /// Errors: Error of code kExists: a domain belongs to one user.
 void Add(Transaction& transaction, const Domain& domain);
 
+/// The domain is nobody's any more.
+void Remove(Transaction& transaction, int id);
+
 /// A domain by its canonical name; nothing where it is nobody's.
 std::optional<Domain> Find(Transaction& transaction, const std::string& ascii);
 

@@ -31,8 +31,7 @@ std::optional<Event> LastFailure(Transaction& transaction, int job) {
         "SELECT time, state, event, detail FROM job_event WHERE job = :job AND state = 'failed'"
         " ORDER BY id DESC LIMIT 1");
     select.With(job).Into(event.time).Into(event.state).Into(event.event).Into(event.detail);
-    if (!select.Next()) return std::nullopt;
-    return event;
+    return select.Next() ? std::optional(event) : std::nullopt;
 }
 
 void Shorten(Transaction& transaction, int job, int most) {

@@ -18,7 +18,7 @@ void Add(Transaction& transaction, int job, const Event& event);
 
 std::vector<Event> Of(Transaction& transaction, int job);
 
-/// The newest event with the state "failed".
+/// The newest event of the job whose state is "failed"; nothing where none is remembered.
 std::optional<Event> LastFailure(Transaction& transaction, int job);
 
 /// Keeps the job's newest `most` events.

@@ -6,6 +6,7 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/store/accounts.h"
+#include "zelvek/store/job_names.h"
 
 namespace zelvek::jobs {
 
@@ -108,9 +109,9 @@ std::string InsertText() {
     return "INSERT INTO job (" + columns + ") VALUES (" + places + ") RETURNING id";
 }
 
-std::string UpdateText() {
+std::string UpdateText(const Fields& fields) {
     std::string changes;
-    for (const JobField& field : ChangingFields()) {
+    for (const JobField& field : fields) {
         str::inpl::Append(changes, std::string(field.key) + " = :" + field.key, ", ");
     }
     return "UPDATE job SET " + changes + " WHERE id = :id";
@@ -130,10 +131,13 @@ std::vector<Job> SomeAfter(Transaction& transaction, int id) {
 /// Each state has an index of its own, so that a page of a few jobs among many does not read all of them.
 std::string Condition(State state) {
     switch (state) {
-        case State::kVerified: return " AND job.verified = 1";
-        case State::kFailed: return " AND job.failed = 1 AND job.verified = 0";
-        case State::kRunning: return " AND job.processing = 1 AND job.verified = 0 AND job.failed = 0";
-        case State::kWaiting: return " AND job.verified = 0 AND job.failed = 0 AND job.processing = 0";
+        case State::kVerified: return " AND job.verified = 1 AND job.paused = 0";
+        case State::kFailed: return " AND job.failed = 1 AND job.verified = 0 AND job.paused = 0";
+        case State::kRunning:
+            return " AND job.processing = 1 AND job.verified = 0 AND job.failed = 0 AND job.paused = 0";
+        case State::kWaiting:
+            return " AND job.verified = 0 AND job.failed = 0 AND job.processing = 0 AND job.paused = 0";
+        case State::kPaused: return " AND job.paused = 1";
         case State::kAny: break;
     }
     return "";
@@ -148,6 +152,7 @@ int Add(Transaction& transaction, const Job& job) {
     transaction.NoteDue(job.due);
     int id = 0;
     insert.Into(id).Next();
+    job_names::Set(transaction, id, job.aliases);
     return id;
 }
 
@@ -185,20 +190,39 @@ Job FindShown(Transaction& transaction, int id) {
 
 std::vector<Job> List(Transaction& transaction, const Selection& selection) {
     const std::string of_user = selection.user_name.empty() ? "" : "job.user_name = :user AND ";
-    Statement select =
-        transaction.Prepare(SelectText(ShownFields()) + "WHERE " + of_user + "job.id > :after" +
-                            Condition(selection.state) + " ORDER BY job.id LIMIT :most");
-    if (!of_user.empty()) select.With(selection.user_name);
-    return Read(select.With(selection.after).With(selection.limit), ShownFields());
+    const std::string condition =
+        of_user + "job.id > :after" + Condition(selection.state) + " ORDER BY job.id LIMIT :most";
+    return Select(transaction, condition, [&](Statement& select) {
+        if (!of_user.empty()) select.With(selection.user_name);
+        select.With(selection.after).With(selection.limit);
+    });
+}
+
+std::vector<Job> Select(Transaction& transaction, const std::string& condition,
+                        const std::function<void(Statement&)>& give) {
+    Statement select = transaction.Prepare(SelectText(ShownFields()) + "WHERE " + condition);
+    give(select);
+    return Read(select, ShownFields());
 }
 
 void Save(Transaction& transaction, const Job& job) {
-    static const std::string text = UpdateText();
+    static const std::string text = UpdateText(ChangingFields());
     Statement update = transaction.Prepare(text);
     Give(update, job, ChangingFields());
     update.With(job.id).Run();
     transaction.NoteDue(job.verified ? job.renew : job.due);
     accounts::SetOfJob(transaction, job.id, {job.kid, job.acmekey, job.modulus});
+}
+
+void Edit(Transaction& transaction, const Job& job) {
+    static const Fields fields = FieldsWith([](const JobField& field) {
+        return field.writer == JobField::Writer::kPanel && field.key != std::string("time_started");
+    });
+    static const std::string text = UpdateText(fields);
+    Statement update = transaction.Prepare(text);
+    Give(update, job, fields);
+    update.With(job.id).Run();
+    job_names::Set(transaction, job.id, job.aliases);
 }
 
 std::vector<Job> Running(Transaction& transaction) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,7 +28,7 @@ Job Find(Transaction& transaction, int id);
 /// `Find`.
 Job FindShown(Transaction& transaction, int id);
 
-enum class State { kAny, kVerified, kFailed, kRunning, kWaiting };
+enum class State { kAny, kVerified, kFailed, kRunning, kWaiting, kPaused };
 
 /// Which jobs a list has: those with ids above `after`, at most `limit`, of one user unless that is empty.
 struct Selection {
@@ -40,9 +41,17 @@ struct Selection {
 /// By id, as `FindShown` has them.
 std::vector<Job> List(Transaction& transaction, const Selection& selection);
 
+/// For the store's own lists: the jobs that a condition selects, which ends with an order and a limit, as
+/// `FindShown` has them. `give` binds the condition's values.
+std::vector<Job> Select(Transaction& transaction, const std::string& condition,
+                        const std::function<void(Statement&)>& give);
+
 /// Stores what changes after a job was added: what a run may write, with its account, `last_run` and `due`.
 /// The job must be one that `Find` has given.
 void Save(Transaction& transaction, const Job& job);
+
+/// Stores what somebody may change of a job that is there: all that the panel sets, but its start.
+void Edit(Transaction& transaction, const Job& job);
 
 /// The jobs that are "processing": their fields are those of lists, `last_run` and the holder.
 std::vector<Job> Running(Transaction& transaction);

@@ -2,9 +2,22 @@
 
 #include <algorithm>
 
+#include "vek/date.h"
+#include "vek/err.h"
 #include "zelvek/store/jobs.h"
 
 namespace zelvek::restarts {
+
+namespace {
+
+/// A start that cannot be read counts as long ago.
+bool DayIsOver(const std::string& started, const std::string& now) try {
+    return vek_date::DateTime(started).AddDays(1) <= vek_date::DateTime(now);
+} catch (const vek_err::Error&) {
+    return true;
+}
+
+}  // namespace
 
 void SetValidity(Transaction& transaction, const std::string& user, const std::string& folder,
                  const Validity& validity) {
@@ -25,7 +38,7 @@ void SetValidity(Transaction& transaction, const std::string& user, const std::s
 long long PlannedBetween(Transaction& transaction, const std::string& from, const std::string& before) {
     long long count = 0;
     Statement select = transaction.Prepare(
-        "SELECT count(*) FROM job WHERE verified = 1 AND renew >= :from AND renew < :before");
+        "SELECT count(*) FROM job WHERE verified = 1 AND paused = 0 AND renew >= :from AND renew < :before");
     select.With(from).With(before).Into(count).Next();
     return count;
 }
@@ -45,14 +58,16 @@ std::vector<Job> RenewalToAskFor(Transaction& transaction, const std::string& no
 
 std::vector<int> RenewalDue(Transaction& transaction, const std::string& now, int limit) {
     Statement select = transaction.Prepare(
-        "SELECT id FROM job WHERE verified = 1 AND renew > '' AND renew <= :now AND processing = 0"
+        "SELECT id FROM job WHERE verified = 1 AND renew > '' AND renew <= :now AND processing = 0 AND "
+        "paused = 0"
         " ORDER BY renew, id LIMIT :most");
     return select.With(now).With(limit).Numbers();
 }
 
 std::vector<int> StoppedDue(Transaction& transaction, const std::string& now, int limit) {
     Statement select = transaction.Prepare(
-        "SELECT id FROM job WHERE failed = 1 AND verified = 0 AND processing = 0 AND due <= :now"
+        "SELECT id FROM job WHERE failed = 1 AND verified = 0 AND processing = 0 AND paused = 0 AND due <= "
+        ":now"
         " ORDER BY due, id LIMIT :most");
     return select.With(now).With(limit).Numbers();
 }
@@ -95,8 +110,8 @@ std::vector<int> ToRenew(Transaction& transaction, const Renewable& which) {
     const std::string of_user = which.user_name.empty() ? "" : "user_name = :user AND ";
     const std::string ending = which.before.empty() ? "" : " AND expires < :before";
     Statement select = transaction.Prepare("SELECT id FROM job WHERE " + of_user +
-                                           "id > :after AND verified = 1 AND processing = 0" + ending +
-                                           " ORDER BY id LIMIT :most");
+                                           "id > :after AND verified = 1 AND processing = 0 AND paused = 0" +
+                                           ending + " ORDER BY id LIMIT :most");
     if (!of_user.empty()) select.With(which.user_name);
     select.With(which.after);
     if (!ending.empty()) select.With(which.before);
@@ -120,6 +135,18 @@ void StartAnew(Transaction& transaction, int id, const std::string& now, bool fo
 
 void Revive(Transaction& transaction, int id) {
     transaction.Prepare("UPDATE job SET failed = 0 WHERE id = :id").With(id).Run();
+}
+
+void Pause(Transaction& transaction, int id) {
+    transaction.Prepare("UPDATE job SET paused = 1 WHERE id = :id").With(id).Run();
+}
+
+void Resume(Transaction& transaction, int id, const std::string& now) {
+    const Job job = jobs::FindShown(transaction, id);
+    transaction.Prepare("UPDATE job SET paused = 0 WHERE id = :id").With(id).Run();
+    // A run that began now would stop it for good.
+    if (!job.verified && !job.failed && !job.processing && DayIsOver(job.time_started, now))
+        StartAnew(transaction, id, now, job.force_update);
 }
 
 }  // namespace zelvek::restarts

@@ -29,14 +29,14 @@ long long PlannedBetween(Transaction& transaction, const std::string& from, cons
 /// user, folder, expires and renew alone.
 std::vector<Job> RenewalToAskFor(Transaction& transaction, const std::string& now, int limit);
 
-/// Verified jobs whose renewal is due at `now`, the longest due first, at most `limit`.
+/// Verified jobs, not paused, whose renewal is due at `now`, the longest due first, at most `limit`.
 std::vector<int> RenewalDue(Transaction& transaction, const std::string& now, int limit);
 
-/// Stopped jobs that are due at `now`, the longest due first, at most `limit`.
+/// Stopped jobs, not paused, that are due at `now`, the longest due first, at most `limit`.
 std::vector<int> StoppedDue(Transaction& transaction, const std::string& now, int limit);
 
-/// Jobs without a certificate of which no run is under way, with ids above `after`, at most `limit`, of one
-/// user unless that is empty.
+/// Jobs without a certificate, not paused, of which no run is under way, with ids above `after`, at most
+/// `limit`, of one user unless that is empty.
 std::vector<int> ToRetry(Transaction& transaction, int after, int limit, const std::string& user);
 
 /// The job is due at once, with no failures counted; a stopped one begins anew.
@@ -46,7 +46,7 @@ void Retry(Transaction& transaction, int id, const std::string& now);
 /// alone.
 std::vector<Job> OfUnknownEnd(Transaction& transaction, int limit);
 
-/// Which jobs are to be renewed by hand: verified, idle, with ids above `after`, at most `limit`.
+/// Which jobs are to be renewed by hand: verified, idle, not paused, with ids above `after`, at most `limit`.
 struct Renewable {
     int after = 0;
     int limit = 0;
@@ -61,5 +61,10 @@ void StartAnew(Transaction& transaction, int id, const std::string& now, bool fo
 
 /// Gives a stopped job another try: no longer "failed".
 void Revive(Transaction& transaction, int id);
+
+/// A paused job is neither run nor renewed. One whose pause ends goes on where it was, or begins anew where
+/// its day is over at `now`.
+void Pause(Transaction& transaction, int id);
+void Resume(Transaction& transaction, int id, const std::string& now);
 
 }  // namespace zelvek::restarts

@@ -51,7 +51,8 @@ std::vector<int> Due(Transaction& transaction, const std::string& now, int limit
         "SELECT id FROM (SELECT id, due, row_number() OVER (PARTITION BY user_name ORDER BY due, id)"
         " + (SELECT count(*) FROM job AS run WHERE run.processing = 1 AND run.user_name = job.user_name) AS "
         "turn"
-        " FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND due <= :now) AS waiting"
+        " FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0 AND due <= :now)"
+        " AS waiting"
         " ORDER BY turn, due, id LIMIT :most");
     return select.With(now).With(limit).Numbers();
 }
@@ -59,7 +60,7 @@ std::vector<int> Due(Transaction& transaction, const std::string& now, int limit
 std::vector<int> WaitingTooLong(Transaction& transaction, const std::string& now, const std::string& latest,
                                 int limit) {
     const std::string waiting =
-        "SELECT id FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND ";
+        "SELECT id FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0 AND ";
     std::set<int> found;
     const auto find = [&](const std::string& reason, const std::string& time) {
         int id = 0;
@@ -105,7 +106,8 @@ bool ClaimIfDue(Transaction& transaction, int id, const Process& process, const 
     return transaction
                .Prepare(
                    "UPDATE job SET processing = 1, postponed = '', holder_pid = :pid, holder_start = :start"
-                   " WHERE id = :id AND verified = 0 AND failed = 0 AND processing = 0 AND due <= :now")
+                   " WHERE id = :id AND verified = 0 AND failed = 0 AND processing = 0 AND paused = 0"
+                   " AND due <= :now")
                .With(process.pid)
                .With(process.start)
                .With(id)
@@ -116,11 +118,13 @@ bool ClaimIfDue(Transaction& transaction, int id, const Process& process, const 
 std::string NextDue(Transaction& transaction, const std::string& now) {
     std::string next;
     for (const char* text :
-         {"SELECT due FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND due > :now"
+         {"SELECT due FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0 AND due > "
+          ":now"
           " ORDER BY due LIMIT 1",
-          "SELECT due FROM job WHERE failed = 1 AND verified = 0 AND processing = 0 AND due > :now"
+          "SELECT due FROM job WHERE failed = 1 AND verified = 0 AND processing = 0 AND paused = 0 AND due > "
+          ":now"
           " ORDER BY due LIMIT 1",
-          "SELECT renew FROM job WHERE verified = 1 AND renew > :now AND processing = 0"
+          "SELECT renew FROM job WHERE verified = 1 AND renew > :now AND processing = 0 AND paused = 0"
           " ORDER BY renew LIMIT 1"}) {
         std::string time;
         Statement select = transaction.Prepare(text);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <functional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -10,6 +11,7 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/job.h"
 #include "zelvek/base/log.h"
+#include "zelvek/store/job_names.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/migrations.h"
 
@@ -31,21 +33,6 @@ std::vector<std::string> Statements(const std::string& migration) {
     return statements;
 }
 
-void Migrate(Connection& connection) {
-    const auto& migrations = Migrations();
-    const auto version = static_cast<std::size_t>(connection.Version());
-    if (version > migrations.size()) {
-        throw Error(Code::kIo, "its version " + std::to_string(version) + " is newer than this program's, " +
-                                   std::to_string(migrations.size()));
-    }
-    for (std::size_t next = version; next < migrations.size(); ++next) {
-        connection.Begin();
-        connection.Execute(Statements(migrations[next]));
-        connection.SetVersion(static_cast<long long>(next) + 1);
-        connection.Commit();
-    }
-}
-
 /// The column of a job's field, with what a new job has there.
 std::string ColumnText(const JobField& field) {
     const Job fresh;
@@ -58,15 +45,46 @@ std::string ColumnText(const JobField& field) {
     return std::string(field.key) + " INTEGER NOT NULL DEFAULT " + std::to_string(number);
 }
 
-/// A new field of a job needs no migration of its own.
-void AddMissingColumns(Connection& connection) {
+/// What adds the columns of those fields that the table does not have yet.
+std::vector<std::string> MissingColumns(Connection& connection,
+                                        const std::function<bool(const JobField&)>& wanted) {
     const std::vector<std::string> columns = connection.Columns("job");
     std::vector<std::string> changes;
     for (const JobField& field : kJobFields) {
         const bool there = std::find(columns.begin(), columns.end(), field.key) != columns.end();
-        if (there || field.kept == JobField::Kept::kWithAccount) continue;
+        if (there || field.kept == JobField::Kept::kWithAccount || !wanted(field)) continue;
         changes.push_back("ALTER TABLE job ADD COLUMN " + ColumnText(field));
     }
+    return changes;
+}
+
+/// Columns that a migration has indexes for, though no migration makes them.
+std::vector<std::string> NeededColumns(Connection& connection, std::size_t migration) {
+    constexpr std::size_t kIndexesFailures = 17;
+    if (migration != kIndexesFailures) return {};
+    return MissingColumns(connection,
+                          [](const JobField& field) { return field.key == std::string("failures"); });
+}
+
+void Migrate(Connection& connection) {
+    const auto& migrations = Migrations();
+    const auto version = static_cast<std::size_t>(connection.Version());
+    if (version > migrations.size()) {
+        throw Error(Code::kIo, "its version " + std::to_string(version) + " is newer than this program's, " +
+                                   std::to_string(migrations.size()));
+    }
+    for (std::size_t next = version; next < migrations.size(); ++next) {
+        connection.Begin();
+        connection.Execute(NeededColumns(connection, next));
+        connection.Execute(Statements(migrations[next]));
+        connection.SetVersion(static_cast<long long>(next) + 1);
+        connection.Commit();
+    }
+}
+
+/// A new field of a job needs no migration of its own.
+void AddMissingColumns(Connection& connection) {
+    const auto changes = MissingColumns(connection, [](const JobField&) { return true; });
     if (changes.empty()) return;
     connection.Begin();
     connection.Execute(changes);
@@ -80,6 +98,7 @@ Store::Store(const std::filesystem::path& file) try : connection_(file) {
     AddMissingColumns(connection_);
     Transaction transaction(*this);
     jobs::NameFolders(transaction);
+    job_names::FillIn(transaction);
     transaction.Commit();
 } catch (const Error& error) {
     throw Error(error.code(), "database " + file.string() + ": " + error.what());

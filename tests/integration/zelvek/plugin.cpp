@@ -43,6 +43,7 @@ int zelmain(int, char** argv) {
     std::string certname = record.value("certname");
     const std::string way = str::GetWord(certname, '-');
     const int attempts = str::Int(record.value("attempt_count")) + 1;
+    log.Write(vek_log::kTrace, "plugin:1 start '%s' cert verification", record.value("certname"));
     log.Write(vek_log::kTrace, "run of '%s'\nsecond line", record.value("certname"));
 
     std::map<std::string, std::string> entries;

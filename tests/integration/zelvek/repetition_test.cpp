@@ -82,8 +82,8 @@ TEST_F(Repetition, OfARefusedQueryIsCarriedOut) {
     EXPECT_EQ(Ask("func=zelvek.job.show&elid=" + id).value("kid"), "k");
 }
 
-// Behaviour: Adding, claiming and removing a job and adding a domain are done once for one query, however
-//   often it comes
+// Behaviour: Adding, claiming and removing a job, adding and removing a domain are done once for one query,
+//   however often it comes
 TEST_F(Repetition, OfAnOperatorsQueryChangesNothing) {
     const std::string added = Deliver(kIdentity, kAdd + "shop.example");
     EXPECT_NE(added.find("<id>1</id>"), std::string::npos) << added;
@@ -94,12 +94,27 @@ TEST_F(Repetition, OfAnOperatorsQueryChangesNothing) {
 
     int number = 0;
     for (const std::string query : {"func=zelvek.job.claim&elid=1", "func=zelvek.job.remove&elid=2",
-                                    "func=zelvek.domain.add&name=shop.example&user_name=anna"}) {
+                                    "func=zelvek.domain.add&name=other.example&user_name=anna",
+                                    "func=zelvek.domain.remove&name=other.example"}) {
         const std::string identity(32, static_cast<char>('0' + ++number));
         EXPECT_EQ(Deliver(identity, query), kDone) << query;
         EXPECT_EQ(Deliver(identity, query), kDone) << query;
         EXPECT_NE(Deliver(std::string(32, 'c'), query).find("<error "), std::string::npos) << query;
     }
+}
+
+// Behaviour: Editing a job is done once for one query, however often it comes
+TEST_F(Repetition, OfAnEditChangesNothing) {
+    const std::string id = AddJob();
+    const std::string edit = "func=zelvek.job.edit&check_type=dns&elid=" + id;
+    const auto events = [&] {
+        return Ask("func=zelvek.job.show&elid=" + id).xml().GetNodes("/doc/event").size();
+    };
+    EXPECT_EQ(Deliver(kIdentity, edit), kDone);
+    EXPECT_EQ(Deliver(kIdentity, edit), kDone);
+    EXPECT_EQ(events(), 1U);
+    EXPECT_EQ(Deliver(kOther, edit), kDone);
+    EXPECT_EQ(events(), 2U);
 }
 
 // Behaviour: What the service cannot do because the database is locked is answered with status 503 and

@@ -398,4 +398,56 @@ TEST_F(Installation, LeftoversOfAllCertificatesAreRemoved) {
     EXPECT_THAT(Entries(settings_.directory / "bob"), SizeIs(0));
 }
 
+// Behaviour: An installed certificate is removed with all that its installations have made, and nothing else
+TEST_F(Installation, IsRemovedWithAllItsFolders) {
+    EXPECT_FALSE(zelvek::install::Remove(settings_, "alice", "shop.example"));
+    EXPECT_FALSE(fs::exists(user_));
+    Install(settings_, RequestFor(pki_));
+    Install(settings_, RequestFor(pki_));
+    Request other = RequestFor(pki_);
+    other.certname = "b.shop.example";
+    Install(settings_, other);
+    Put(user_ / "notes", "mine");
+    EXPECT_TRUE(zelvek::install::Remove(settings_, "alice", "shop.example"));
+    EXPECT_THAT(Entries(user_), SizeIs(3)) << "the other certificate's link and folder, and the notes";
+    EXPECT_EQ(Content(user_ / "b.shop.example" / "cert.pem"), pki_.leaf.Pem());
+    EXPECT_FALSE(zelvek::install::Remove(settings_, "alice", "shop.example"));
+}
+
+// Behaviour: What is no installation stays when a certificate is removed, and nothing that a link leads to is
+//   touched
+TEST_F(Installation, WhatIsNoneStaysWhenACertificateIsRemoved) {
+    const auto refusal = [&] {
+        return FailureOf([&] { zelvek::install::Remove(settings_, "alice", "shop.example"); }).code;
+    };
+    const fs::path elsewhere = folder_.path() / "elsewhere";
+    fs::create_directories(elsewhere);
+    fs::create_directories(user_);
+    Put(elsewhere / "cert.pem", "somebody's");
+    for (const fs::path& target :
+         {elsewhere, fs::path("../../elsewhere"), fs::path(".other.example.0123abcd"), fs::path("/")}) {
+        fs::create_symlink(target, place_);
+        EXPECT_EQ(refusal(), zelvek::Code::kIo) << target;
+        EXPECT_TRUE(fs::is_symlink(place_));
+        fs::remove(place_);
+    }
+    fs::create_directory(place_);
+    Put(place_ / "cert.pem", "somebody's");
+    EXPECT_EQ(refusal(), zelvek::Code::kIo);
+    EXPECT_EQ(Content(place_ / "cert.pem"), "somebody's");
+    fs::remove_all(place_);
+    // In the place of an installation's folder.
+    fs::create_symlink(elsewhere, user_ / ".shop.example.0123abcd");
+    fs::create_symlink(".shop.example.0123abcd", place_);
+    EXPECT_TRUE(zelvek::install::Remove(settings_, "alice", "shop.example"));
+    EXPECT_TRUE(Entries(user_).empty());
+    EXPECT_EQ(Content(elsewhere / "cert.pem"), "somebody's");
+    fs::remove_all(user_);
+    fs::create_symlink(elsewhere, user_);
+    EXPECT_EQ(refusal(), zelvek::Code::kIo) << "the user's folder";
+    EXPECT_EQ(FailureOf([&] { zelvek::install::Remove(settings_, "..", "x"); }).code, zelvek::Code::kValue);
+    EXPECT_EQ(FailureOf([&] { zelvek::install::Remove(settings_, "alice", "../x"); }).code,
+              zelvek::Code::kValue);
+}
+
 }  // namespace

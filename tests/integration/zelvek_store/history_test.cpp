@@ -113,6 +113,25 @@ TEST_P(StoredHistory, OfOldIsForgottenInSteps) {
     EXPECT_THAT(Names(id), ElementsAre("6"));
 }
 
+// Behaviour: The newest failure of a job is found among its events
+TEST_P(StoredHistory, TellsTheNewestFailure) {
+    const int id = AddJob();
+    const auto last = [&] {
+        return Do([&](Transaction& transaction) { return history::LastFailure(transaction, id); });
+    };
+    Add(id, "2026-01-01 00:00:00");
+    EXPECT_FALSE(last());
+    for (const std::string event : {"first", "second"}) {
+        Do([&](Transaction& transaction) {
+            history::Add(transaction, id, {"2026-01-01 00:00:00", "failed", event, "why"});
+        });
+    }
+    Add(id, "2026-01-02 00:00:00");
+    ASSERT_TRUE(last());
+    EXPECT_EQ(last()->event, "second");
+    EXPECT_EQ(last()->detail, "why");
+}
+
 // Behaviour: Old events are forgotten though an event of a wrong clock, far ahead, stands before them
 TEST_P(StoredHistory, OfOldIsForgottenBehindATimeFarAhead) {
     const int id = AddJob();

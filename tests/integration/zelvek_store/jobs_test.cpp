@@ -45,6 +45,7 @@ std::vector<std::string> WronglyShown(const Job& shown, const Job& job) {
 }
 
 jobs::State StateOf(const Job& job) {
+    if (job.paused) return jobs::State::kPaused;
     if (job.verified) return jobs::State::kVerified;
     if (job.failed) return jobs::State::kFailed;
     return job.processing ? jobs::State::kRunning : jobs::State::kWaiting;
@@ -277,6 +278,24 @@ TEST_P(StoredJobs, KnowWhatWasRefused) {
     const int id = AddJob();
     Do([&](Transaction& transaction) { jobs::SetRefusal(transaction, id, "no zone"); });
     EXPECT_EQ(FindJob(id).refusal, "no zone");
+}
+
+// Behaviour: An edited job has all that the panel sets, but for its start, from then on; the rest stays
+TEST_P(StoredJobs, AreEdited) {
+    const Job before = FilledJob("a");
+    const int id = AddJob(before);
+    Job edited = FilledJob("b");
+    edited.id = id;
+    Do([&](Transaction& transaction) { jobs::Edit(transaction, edited); });
+    for (const JobField& field : kJobFields) {
+        const bool changes =
+            field.writer == JobField::Writer::kPanel && field.key != std::string("time_started");
+        const Job& expected = changes ? edited : before;
+        const Job found = FindJob(id);
+        EXPECT_TRUE(std::visit([&](auto member) { return found.*member == expected.*member; }, field.member))
+            << field.key;
+    }
+    EXPECT_EQ(Rows("job_name"), 2) << "the new names alone";
 }
 
 }  // namespace

@@ -113,5 +113,55 @@ TEST_F(Pages, WithoutNumbersAreShownOnce) {
     EXPECT_THAT(asked_, ElementsAre("500/"));
 }
 
+/// A service with a list of so many entries with places, and what it is asked.
+class PlacedPages : public ::testing::Test {
+protected:
+    vek_client::Result Answer(const std::map<std::string, std::string>& parameters) {
+        const std::string after = parameters.count("after") == 0 ? "" : parameters.at("after");
+        const int limit = str::Int(parameters.at("limit"));
+        asked_.push_back(parameters.at("limit") + "/" + after);
+        const int first = stuck_ || after.empty() ? 1 : str::Int(after.substr(1)) + 1;
+        std::string text = "<doc>";
+        for (int number = first; number <= entries_ && number < first + limit; ++number)
+            text += "<elem><place>p" + str::Str(number) + "</place></elem>";
+        return vek_client::Result(text + "</doc>");
+    }
+
+    std::size_t Shown(const PlacedPart& part = {}) {
+        std::size_t shown = 0;
+        ForEachPlaced([this](const auto& parameters) { return Answer(parameters); }, part,
+                      [&](const vek_xml::Node&) { ++shown; });
+        return shown;
+    }
+
+    int entries_ = 1200;
+    bool stuck_ = false;
+    std::vector<std::string> asked_;  // "limit/after"
+};
+
+// Behaviour: A list whose entries have places is asked for page by page, each page after the last place
+// before
+TEST_F(PlacedPages, AreAskedForUntilOneIsShort) {
+    EXPECT_EQ(Shown(), 1200U);
+    EXPECT_THAT(asked_, ElementsAre("500/", "500/p500", "500/p1000"));
+}
+
+// Behaviour: A list whose entries have places ...
+TEST_F(PlacedPages, HaveNoMoreThanTheLimit) {
+    EXPECT_EQ(Shown({700, "p100"}), 700U);
+    EXPECT_EQ(Shown({500, ""}), 500U);
+    EXPECT_THAT(asked_, ElementsAre("500/p100", "200/p600", "500/"));
+    entries_ = 0;
+    EXPECT_EQ(Shown(), 0U);
+}
+
+// Behaviour: A list whose entries have places ...
+TEST_F(PlacedPages, ThatRepeatThemselvesEnd) {
+    entries_ = 500;
+    stuck_ = true;
+    EXPECT_EQ(Shown(), 1000U);
+    EXPECT_THAT(asked_, ElementsAre("500/", "500/p500"));
+}
+
 }  // namespace
 }  // namespace zelvek::cli

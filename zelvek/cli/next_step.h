@@ -1,0 +1,17 @@
+#pragma once
+
+#include <string>
+
+#include "vek/client.h"
+
+/// When things happen to jobs, in few words.
+namespace zelvek::cli {
+
+/// What happens to the job next, and when: "renews 2031-02-03", "next try 12:30 (2 failures)". `now` is a
+/// date-time, and the day that is not named.
+std::string NextStep(const vek_xml::Node& job, const std::string& now);
+
+/// The day of a date-time; any other text as it is.
+std::string DayOf(const std::string& time);
+
+}  // namespace zelvek::cli

@@ -1,0 +1,111 @@
+#include <json/json.h>
+
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "vek/str.h"
+#include "zelvek/base/html_text.h"
+#include "zelvek/cli/ask.h"
+#include "zelvek/cli/cli.h"
+#include "zelvek/cli/json_output.h"
+#include "zelvek/cli/next_step.h"
+#include "zelvek/cli/steps.h"
+#include "zelvek/cli/table.h"
+
+namespace zelvek::cli {
+
+namespace {
+
+constexpr const char* kStates[] = {"failed", "failing", "waiting", "running", "verified", "paused"};
+
+/// Why a job has no certificate, in one sentence.
+std::string ReasonOf(const vek_xml::Node& failure) {
+    const std::string refusal = failure.Value("refusal");
+    if (!refusal.empty()) return TextOfHtml(refusal);
+    const std::string words = WordsOfEvent(failure.Value("event"), failure.Value("detail"));
+    return words.empty() ? "the run ended without saying why" : words;
+}
+
+std::string AccountText(const vek_client::Result& status) {
+    const std::string kid = status.value("kid");
+    if (kid.empty()) return "none yet";
+    return kid + (status.value("key") == "on" ? "" : ", without a key");
+}
+
+std::string CountsText(const vek_client::Result& status) {
+    const auto counts = status.xml().GetNode("/doc/jobs");
+    std::string text;
+    for (const char* state : kStates) str::inpl::Append(text, counts.Value(state) + " " + state, ", ");
+    return text;
+}
+
+Json::Value ToJson(const vek_client::Result& status) {
+    Json::Value json;
+    for (const char* key : {"version", "started", "now", "database", "authority", "kid"})
+        json[key] = status.value(key);
+    for (const char* key : {"scheduler", "key"}) json[key] = status.value(key) == "on";
+    json["runs"] = str::Int(status.value("runs"));
+    const auto counts = status.xml().GetNode("/doc/jobs");
+    for (const char* state : kStates) json["jobs"][state] = str::Int(counts.Value(state));
+    json["ending"] = json["failures"] = Json::arrayValue;
+    for (const auto& node : status.xml().GetNodes("/doc/ending")) {
+        Json::Value job;
+        job["id"] = str::Int(node.Value("id"));
+        for (const char* key : {"certname", "user_name", "expires"}) job[key] = node.Value(key);
+        json["ending"].append(job);
+    }
+    for (const auto& node : status.xml().GetNodes("/doc/failure")) {
+        Json::Value job;
+        for (const char* key : {"id", "failures"}) job[key] = str::Int(node.Value(key));
+        for (const char* key : {"certname", "user_name", "due", "refusal", "event", "detail"})
+            job[key] = node.Value(key);
+        job["failed"] = node.Value("failed") == "on";
+        job["reason"] = ReasonOf(node);
+        json["failures"].append(job);
+    }
+    return json;
+}
+
+void Print(const vek_client::Result& status) {
+    std::cout << OutputTable(
+        {"SERVICE", "zelvek " + status.value("version")},
+        {{"since", status.value("started") + " UTC"},
+         {"database", status.value("database")},
+         {"scheduler", status.value("scheduler") == "on" ? "on" : "off: no run starts by itself"},
+         {"runs under way", status.value("runs")},
+         {"authority", status.value("authority")},
+         {"default account", AccountText(status)},
+         {"jobs", CountsText(status)}});
+    std::vector<std::vector<std::string>> ending;
+    for (const auto& node : status.xml().GetNodes("/doc/ending"))
+        ending.push_back({node.Value("id"), node.Value("certname"), node.Value("user_name"),
+                          DayOf(node.Value("expires"))});
+    if (!ending.empty())
+        std::cout << "\nWhat expires next\n" << OutputTable({"ID", "CERTIFICATE", "USER", "EXPIRES"}, ending);
+    std::vector<std::vector<std::string>> failures;
+    for (const auto& node : status.xml().GetNodes("/doc/failure"))
+        failures.push_back(
+            {node.Value("id"), node.Value("certname"), node.Value("user_name"), ReasonOf(node)});
+    if (!failures.empty())
+        std::cout << "\nWhat failed\n" << OutputTable({"ID", "CERTIFICATE", "USER", "WHY"}, failures);
+}
+
+}  // namespace
+
+void AddStatusCommand(Command& root) {
+    const auto json = std::make_shared<bool>(false);
+    Command status = root.AddCommand("status", "Shows the service and its jobs in short", [json] {
+        const auto answer = Ask("zelvek.status", {});
+        if (*json) {
+            PrintJson(ToJson(answer));
+        } else {
+            Print(answer);
+        }
+        return kSuccess;
+    });
+    AddJsonFlag(status, *json);
+}
+
+}  // namespace zelvek::cli

@@ -1,0 +1,32 @@
+#include "zelvek/panel/living_runs.h"
+
+#include "vek/date.h"
+#include "zelvek/base/error.h"
+#include "zelvek/store/jobs.h"
+
+namespace zelvek {
+
+LivingRuns::LivingRuns(Services& services) : Transaction(services.store) {
+    FreeJobsOfTheDead(*this, vek_date::DateTime().AsDateTime(), services.retry);
+}
+
+Job FindIdle(Transaction& transaction, int id) {
+    Job job = jobs::FindShown(transaction, id);
+    if (job.processing) {
+        throw Error(Code::kBusy, "ambrin.data", std::to_string(id),
+                    "job " + std::to_string(id) + " is running already");
+    }
+    return job;
+}
+
+Job FindStartable(Transaction& transaction, int id) {
+    Job job = FindIdle(transaction, id);
+    if (job.paused) {
+        const std::string number = std::to_string(id);
+        throw Error(Code::kBusy, "ambrin.data", number,
+                    "job " + number + " is paused; \"zelvek job resume " + number + "\" ends that");
+    }
+    return job;
+}
+
+}  // namespace zelvek

@@ -1,0 +1,89 @@
+// The service and its jobs in short.
+#include "vek/date.h"
+#include "zelvek/base/authority.h"
+#include "zelvek/panel/functions.h"
+#include "zelvek/panel/living_runs.h"
+#include "zelvek/store/accounts.h"
+#include "zelvek/store/history.h"
+#include "zelvek/store/job_lists.h"
+#include "zelvek/store/jobs.h"
+
+namespace zelvek {
+
+namespace {
+
+using job_lists::Kind;
+
+constexpr int kFew = 5;
+
+void AddService(const Services& services, XmlAnswer& answer) {
+    answer.Doc()
+        .Value("version", ZELVEK_VERSION)
+        .Value("started", services.facts.started)
+        .Value("now", vek_date::DateTime().AsDateTime())
+        .Value("database", services.facts.database)
+        .Flag("scheduler", services.facts.scheduler)
+        .Value("authority", DirectoryUrl());
+}
+
+void AddCounts(Transaction& transaction, XmlAnswer& answer) {
+    XmlAnswer::Element counts = answer.Doc().Child("jobs");
+    for (const Kind kind : job_lists::kByAttention)
+        counts.Value(job_lists::Word(kind), job_lists::Count(transaction, kind));
+    answer.Doc().Value("runs", static_cast<long long>(jobs::Running(transaction).size()));
+}
+
+void AddEnding(Transaction& transaction, XmlAnswer& answer) {
+    const job_lists::Selection soonest{Kind::kEnding, "", {}, kFew, "9999-12-31 23:59:59"};
+    for (const Job& job : job_lists::Some(transaction, soonest)) {
+        answer.Doc()
+            .Child("ending")
+            .Value("id", job.id)
+            .Value("certname", job.certname)
+            .Value("user_name", job.user_name)
+            .Value("expires", job.expires);
+    }
+}
+
+void AddFailure(Transaction& transaction, const Job& job, XmlAnswer& answer) {
+    const auto event = history::LastFailure(transaction, job.id);
+    answer.Doc()
+        .Child("failure")
+        .Value("id", job.id)
+        .Value("certname", job.certname)
+        .Value("user_name", job.user_name)
+        .Value("failures", job.failures)
+        .Flag("failed", job.failed)
+        .Value("due", job.due)
+        .Value("refusal", job.refusal)
+        .Value("event", event ? event->event : "")
+        .Value("detail", event ? event->detail : "");
+}
+
+void AddFailures(Transaction& transaction, XmlAnswer& answer) {
+    int rest = kFew;
+    for (const Kind kind : {Kind::kFailed, Kind::kFailing}) {
+        if (rest == 0) return;
+        for (const Job& job : job_lists::Some(transaction, {kind, "", {}, rest})) {
+            AddFailure(transaction, job, answer);
+            --rest;
+        }
+    }
+}
+
+void Show(Services& services, const Query&, XmlAnswer& answer) {
+    LivingRuns transaction(services);
+    AddService(services, answer);
+    AddCounts(transaction, answer);
+    AddEnding(transaction, answer);
+    AddFailures(transaction, answer);
+    const auto account = accounts::Default(transaction);
+    answer.Doc().Value("kid", account.kid).Flag("key", !account.acmekey.empty());
+    transaction.Commit();
+}
+
+}  // namespace
+
+Functions functions::ServiceStatus() { return {{"zelvek.status", &Show}}; }
+
+}  // namespace zelvek
