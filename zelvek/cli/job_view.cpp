@@ -4,6 +4,7 @@
 
 #include "vek/str.h"
 #include "zelvek/base/job.h"
+#include "zelvek/base/text.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/table.h"
 
@@ -35,6 +36,10 @@ Json::Value JobJson(const vek_xml::Node& job) {
 
 Json::Value JobJson(const vek_client::Result& shown) {
     Json::Value json = JobJson(shown.xml().GetNode("/doc"));
+    json["sentence"] = shown.value("sentence");
+    json["findings"] = Json::arrayValue;
+    for (const auto& finding : shown.xml().GetNodes("/doc/finding"))
+        json["findings"].append(finding.Value("text"));
     json["events"] = Json::arrayValue;
     for (const auto& node : shown.xml().GetNodes("/doc/event")) {
         Json::Value event;
@@ -88,6 +93,18 @@ std::string JobTable(const vek_client::Result& shown) {
                                           " UTC: " + reload.Value("reason")});
     }
     return Table({"JOB", job.Value("id")}, rows);
+}
+
+std::string JobSentence(const vek_client::Result& shown) {
+    const std::string sentence = WithoutControls(shown.value("sentence"), ' ');
+    return sentence.empty() ? "" : sentence + "\n";
+}
+
+std::string JobFindings(const vek_client::Result& shown) {
+    std::string lines;
+    for (const auto& finding : shown.xml().GetNodes("/doc/finding"))
+        lines += WithoutControls(finding.Value("text"), ' ') + "\n";
+    return lines;
 }
 
 std::size_t EventCount(const vek_client::Result& shown) { return shown.xml().GetNodes("/doc/event").size(); }

@@ -8,6 +8,7 @@
 #include "zelvek/panel/job_fields.h"
 #include "zelvek/panel/repetition.h"
 #include "zelvek/store/accounts.h"
+#include "zelvek/store/findings.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/publications.h"
@@ -96,6 +97,7 @@ void Write(Services& services, const Query& query, XmlAnswer& answer) {
     PlanNextRun(job, OutcomeOf(events, !job.refusal.empty()), services.retry, now);
     WaitForRecords(transaction, job);
     NoteEnd(transaction, job, events, now);
+    if (job.verified) findings::Forget(transaction, job.id);
     jobs::Save(transaction, job);
     KeepHistory(services, transaction, id, events);
     KeepDefaultAccount(transaction, query, job);

@@ -10,11 +10,13 @@
 #include "zelvek/base/names.h"
 #include "zelvek/base/request_keys.h"
 #include "zelvek/certificates/request.h"
+#include "zelvek/jobs/reason.h"
 #include "zelvek/jobs/registration.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
 #include "zelvek/panel/repetition.h"
 #include "zelvek/store/domains.h"
+#include "zelvek/store/findings.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/publications.h"
@@ -189,10 +191,15 @@ void ListJobs(Services& services, const Query& query, XmlAnswer& answer) {
     transaction.Commit();
 }
 
-/// The installed certificate, where the web server has not taken it over.
+/// Of the installed certificate, where the web server has not taken it over.
+std::optional<reloads::Reload> FailedReload(Transaction& transaction, const Job& job) {
+    auto reload = reloads::Find(transaction, job.user_name, str::puny::Encode(job.certname));
+    return reload && reload->failures > 0 ? std::move(reload) : std::nullopt;
+}
+
 void AddReload(Transaction& transaction, const Job& job, XmlAnswer& answer) {
-    const auto reload = reloads::Find(transaction, job.user_name, str::puny::Encode(job.certname));
-    if (!reload || reload->failures == 0) return;
+    const auto reload = FailedReload(transaction, job);
+    if (!reload) return;
     answer.Doc()
         .Child("reload")
         .Value("since", reload->since)
@@ -201,12 +208,25 @@ void AddReload(Transaction& transaction, const Job& job, XmlAnswer& answer) {
         .Value("reason", names::MakeText(reload->reason));
 }
 
+/// What the job does next, or what is wrong with it, in words.
+void AddReason(Transaction& transaction, const Job& job, const std::vector<history::Event>& events,
+               XmlAnswer& answer) {
+    JobFacts facts{job, events, findings::Of(transaction, job.id), FailedReload(transaction, job),
+                   vek_date::DateTime().AsDateTime()};
+    const Reason reason = ReasonOf(facts);
+    answer.Doc().Value("sentence", names::MakeText(reason.sentence));
+    for (const std::string& detail : reason.details)
+        answer.Doc().Child("finding").Value("text", names::MakeText(detail));
+}
+
 void ShowJob(Services& services, const Query& query, XmlAnswer& answer) {
     LivingRuns transaction(services);
     const int id = Number(query, "elid");
     const Job job = jobs::FindShown(transaction, id);
+    const auto events = history::Of(transaction, id);
     WriteFields(job, JobField::kInLists, answer.Doc().Value("id", id));
-    for (const auto& event : history::Of(transaction, id)) {
+    AddReason(transaction, job, events, answer);
+    for (const auto& event : events) {
         answer.Doc()
             .Child("event")
             .Value("time", event.time)

@@ -246,22 +246,32 @@ constexpr const char* kSettling = R"sql(
 ALTER TABLE publication ADD COLUMN seen_by_all TEXT NOT NULL DEFAULT '';
 )sql";
 
+// Jobs whose names were not proved are examined, and what that has found is kept until they succeed.
+constexpr const char* kExaminations = R"sql(
+CREATE TABLE examination (
+    job INTEGER PRIMARY KEY REFERENCES job (id) ON DELETE CASCADE,
+    asked TEXT NOT NULL
+) STRICT;
+CREATE INDEX examination_by_time ON examination (asked, job);
+CREATE TABLE finding (
+    job INTEGER NOT NULL REFERENCES job (id) ON DELETE CASCADE,
+    number INTEGER NOT NULL,
+    name TEXT NOT NULL,
+    place TEXT NOT NULL,
+    state TEXT NOT NULL,
+    detail TEXT NOT NULL,
+    time TEXT NOT NULL,
+    PRIMARY KEY (job, number)
+) STRICT;
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
-    static const std::vector<const char*> migrations{kPanelRecords,
-                                                     kProcesses,
-                                                     kAccountsAndIndexes,
-                                                     kPublicationsOfRuns,
-                                                     kReloads,
-                                                     kFolders,
-                                                     kClock,
-                                                     kAnsweredQueries,
-                                                     kRenewals,
-                                                     kRetries,
-                                                     kParents,
-                                                     kAuthorityUse,
-                                                     kSettling};
+    static const std::vector<const char*> migrations{
+        kPanelRecords, kProcesses,    kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
+        kFolders,      kClock,        kAnsweredQueries,    kRenewals,           kRetries,
+        kParents,      kAuthorityUse, kSettling,           kExaminations};
     return migrations;
 }
 
