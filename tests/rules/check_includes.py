@@ -34,8 +34,9 @@ ROOMS = {
     "certificates": {"base", "store"},
     "publishing": {"base", "store"},
     "jobs": {"base", "store"},
+    "examination": {"base", "store", "publishing", "jobs"},
     "panel": {"base", "store", "certificates", "publishing", "jobs"},
-    "service": {"base", "store", "certificates", "publishing", "jobs", "panel"},
+    "service": {"base", "store", "certificates", "publishing", "jobs", "examination", "panel"},
     "cli": {"base"},
     "main": {"base", "cli", "service"},
 }

@@ -5,6 +5,7 @@ namespace zelvek::finding_state {
 
 inline constexpr const char* kThere = "there";           // just what should be there
 inline constexpr const char* kOther = "other";           // something else
+inline constexpr const char* kRedirect = "redirect";     // a place elsewhere, which the authority goes on to
 inline constexpr const char* kMissing = "missing";       // a name server that does not have the record
 inline constexpr const char* kUnreached = "unreached";   // no answer
 inline constexpr const char* kNoAddress = "no_address";  // a host without an address in the public DNS

@@ -78,6 +78,8 @@ std::string Told(const Finding& finding) {
     if (is(finding_state::kOther)) {
         return name + " points to " + place + ", where instead of this server's answer stood: " + detail;
     }
+    if (is(finding_state::kRedirect))
+        return name + " points to " + place + ", which sends visitors on to " + detail;
     if (is(finding_state::kMissing))
         return "the name server " + place + " does not have the TXT record of " + name;
     if (is(finding_state::kUnreached)) return place + " does not answer for " + name + ": " + detail;
@@ -89,12 +91,18 @@ std::string Told(const Finding& finding) {
     return "";
 }
 
+/// What tells most: an authority follows a redirect, so that may be as it should be.
 std::string Told(const std::vector<Finding>& findings) {
+    std::string redirect;
     for (const Finding& finding : findings) {
         std::string told = Told(finding);
-        if (!told.empty()) return told;
+        if (finding.state == finding_state::kRedirect) {
+            redirect = told;
+        } else if (!told.empty()) {
+            return told;
+        }
     }
-    return "";
+    return redirect;
 }
 
 std::string DetailOf(const Finding& finding) {

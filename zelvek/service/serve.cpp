@@ -17,6 +17,7 @@
 #include "zelvek/base/periodic.h"
 #include "zelvek/base/run_directory.h"
 #include "zelvek/base/text.h"
+#include "zelvek/examination/examiner.h"
 #include "zelvek/jobs/scheduler.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/publisher.h"
@@ -89,6 +90,21 @@ fs::path WithParent(const fs::path& file) {
     return file;
 }
 
+/// Looks at what failed, now and then.
+class Examination {
+public:
+    Examination(Store& store, Publisher& publisher, const ServeOptions& options)
+        : examiner_(store, publisher, {options.public_resolvers}, FindProcess(::getpid()).value()),
+          looks_("examination", options.sweep_interval, [this] { examiner_.ExamineSome(); }) {}
+    ~Examination() { examiner_.End(); }
+    Examination(const Examination&) = delete;
+    Examination& operator=(const Examination&) = delete;
+
+private:
+    Examiner examiner_;
+    Periodic looks_;
+};
+
 void CheckPlugin(const ServeOptions& options) {
     if (options.scheduler && ::access(options.plugin.c_str(), X_OK) != 0) {
         throw IoError("plug-in", options.plugin, errno);
@@ -122,6 +138,9 @@ void Serve(const ServeOptions& options) {
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
     const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
+    std::optional<Examination> examination;
+    if (options.public_resolvers != std::vector<std::string>{"off"})
+        examination.emplace(store, publisher, options);
     std::optional<Scheduler> scheduler;
     if (options.scheduler) {
         scheduler.emplace(store, Scheduler::Settings{options.plugin,

@@ -32,6 +32,7 @@ struct ServeOptions {
     std::chrono::milliseconds sweep_interval{5000};
     std::chrono::seconds run_limit{3600};
     Retention retention;
+    std::vector<std::string> public_resolvers{"1.1.1.1", "8.8.8.8", "9.9.9.9"};  // or "off" alone
     dns::Settings dns;  // without a back end, records cannot be published
 };
 

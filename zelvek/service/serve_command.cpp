@@ -71,6 +71,8 @@ void AddServeCommand(Command& root) {
     serve.AddOption("--reload-pause", options->reload.first_pause,
                     "Seconds until a failed one is tried again; doubled with each failure, up to an hour");
     serve.AddOption("--http-responder", options->responder, "ADDR:PORT to serve the answer files on");
+    serve.AddOption("--public-resolvers", options->public_resolvers,
+                    "Name servers to ask what others see of a name that was not proved; repeatable, or off");
     AddJobOptions(serve, *options);
     AddRetentionOptions(serve, options->retention);
     for (const dns::BackendKind& kind : dns::BackendKinds()) {

@@ -127,10 +127,14 @@ ServiceTest::~ServiceTest() {
 }
 
 std::vector<std::string> ServiceTest::ServeCommand(const std::map<std::string, std::string>& options) const {
-    std::map<std::string, std::string> all{
-        {"--database", Database()}, {"--answers-dir", Path("answers")},      {"--certs-dir", Path("certs")},
-        {"--plugin", TEST_PLUGIN},  {"--dns-records-file", Path("records")}, {"--scheduler", "off"},
-        {"--sweep-interval", "0.1"}};
+    std::map<std::string, std::string> all{{"--database", Database()},
+                                           {"--answers-dir", Path("answers")},
+                                           {"--certs-dir", Path("certs")},
+                                           {"--plugin", TEST_PLUGIN},
+                                           {"--dns-records-file", Path("records")},
+                                           {"--scheduler", "off"},
+                                           {"--sweep-interval", "0.1"},
+                                           {"--public-resolvers", "off"}};
     for (const auto& [option, value] : options) all[option] = value;
     std::vector<std::string> words{ZELVEK_BINARY, "serve"};
     for (const auto& [option, value] : all) {

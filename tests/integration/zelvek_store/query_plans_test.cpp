@@ -301,6 +301,7 @@ Operations OtherOperations() {
          [entry](Transaction& transaction) { publications::Drop(transaction, entry.item, 2); }},
         {"publications::Of",
          [entry](Transaction& transaction) { publications::Of(transaction, entry.item); }},
+        {"publications::OfJob", [](Transaction& transaction) { publications::OfJob(transaction, 2); }},
         {"publications::RecordsOf",
          [](Transaction& transaction) { publications::RecordsOf(transaction, "anna", "n", "v"); }},
         {"publications::SetUnwanted",

@@ -198,6 +198,9 @@ TEST(ReasonOfAJob, AFailedCheckIsToldWithWhatWasFound) {
         StartsWith(check + "shop.example points to 10.0.0.1, which is no address that others reach; "));
     EXPECT_THAT(told(finding_state::kNotLookedUp, "", ""),
                 StartsWith(check + "no public name server told the addresses of shop.example; "));
+    EXPECT_THAT(told(finding_state::kRedirect, "203.0.113.7", "https://a.example/"),
+                StartsWith(check + "shop.example points to 203.0.113.7, which sends visitors on to"
+                                   " https://a.example/; "));
     EXPECT_THAT(told(finding_state::kThere, "203.0.113.7", ""),
                 StartsWith("The authority could not check shop.example (\"no\"); "));
 
