@@ -6,7 +6,7 @@ import threading
 
 from fixture import WorldTest
 from process import wait_until
-from world import FAILURE, WAITING, WEB_ADDRESS
+from world import FAILURE, INSTALLED, WAITING, WEB_ADDRESS
 
 EC = ("--csr", "key_type=ec")
 ELSEWHERE = "203.0.113.7"
@@ -75,3 +75,22 @@ class Reason(WorldTest):
         self.world.dns.update("delete _acme-challenge.shop.example. TXT")
         self.assertEqual(self.world.run_job(job), WAITING)
         self.told(job, "the name server ns.shop.example (127.0.0.1) does not have the TXT record of _acme-challenge.shop.example")
+
+    # Behaviour: Of a web server that goes on serving an older certificate, though its reload has succeeded, the
+    #   administrator and whoever asks for the job are told, until it serves the new one
+    def test_web_server_that_goes_on_serving_an_older_certificate_is_told(self):
+        self.world.start_web({"shop.example": ["shop.example"]})
+        self.world.start_pebble()
+        self.world.start_service("--sweep-interval", "0.05", "--check-sites", f"{WEB_ADDRESS}:443", "--check-pause", "0.05",
+                                 reload_command="true")
+        self.world.add_domain("shop.example")
+        job = self.world.add_job("shop.example", *EC)
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+        sentence = self.told(job, f"the web server at {WEB_ADDRESS}:443 still serves the one of 20")
+        self.assertTrue(sentence.startswith("The new certificate is installed, but "), sentence)
+        alarm = ("old_certificate_served", "root")
+        wait_until(lambda: alarm in self.world.problems(), "the administrator is told")
+
+        subprocess.run([self.world.web.reload_all_command, self.world.certificates], check=True)
+        self.told(job, "The certificate is installed and ends at ")
+        self.assertNotIn(alarm, self.world.problems())

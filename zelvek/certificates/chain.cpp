@@ -124,6 +124,11 @@ Lifetime ReadLifetime(const openssl::Certificate& certificate) {
 
 }  // namespace
 
+Leaf ReadLeaf(const std::string& certificates) {
+    const Certificates read = ReadCertificates(certificates);
+    return {ReadPem(certificates)->front().der, DnsNames(read.front()), ReadLifetime(read.front())};
+}
+
 Lifetime LifetimeOf(const std::string& certificates) {
     return ReadLifetime(ReadCertificates(certificates).front());
 }

@@ -239,6 +239,13 @@ Reason Stopped(const JobFacts& facts) {
     return {Sentence({"the job was stopped", "look at its history", NextRun(facts)}), {}};
 }
 
+Reason OldOneServed(const served::Served& served) {
+    return {
+        Sentence({"the new certificate is installed, but " + Line(served.detail),
+                  "reload that web server, and see that its configuration names the certificate's folder"}),
+        {"Looked at " + Printable(served.time) + " UTC"}};
+}
+
 Reason Installed(const JobFacts& facts) {
     const Job& job = facts.job;
     const std::string renewal = job.renew.empty() ? "" : "it is renewed " + At(job.renew);
@@ -248,6 +255,7 @@ Reason Installed(const JobFacts& facts) {
                           "mend that; its reload is tried again " + At(facts.reload->next)}),
                 {renewal.empty() ? "" : "The certificate ends " + At(job.expires) + ", " + renewal}};
     }
+    if (facts.served && facts.served->state == served::kOlder) return OldOneServed(*facts.served);
     if (job.expires.empty()) return {Sentence({"the certificate is installed", renewal}), {}};
     if (job.expires <= facts.now) {
         return {Sentence({"the certificate has ended " + At(job.expires),
@@ -275,6 +283,10 @@ Reason ReasonOf(const JobFacts& facts) {
             reason.details.push_back("The certificate of before is still installed, and ends " +
                                      At(job.expires));
         if (!job.processing && job.failures > 0) reason.details.push_back(Retry(job));
+    }
+    if (job.verified && facts.served && facts.served->state == served::kUnreachable) {
+        reason.details.push_back("Whether the web server shows the certificate could not be seen: " +
+                                 Line(facts.served->detail));
     }
     std::erase(reason.details, "");
     return reason;

@@ -8,6 +8,7 @@
 #include "zelvek/store/findings.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/reloads.h"
+#include "zelvek/store/served.h"
 
 namespace zelvek {
 
@@ -17,6 +18,7 @@ struct JobFacts {
     std::vector<history::Event> events;          // the newest ones, in their order
     std::vector<findings::Finding> findings;     // of the last examination
     std::optional<reloads::Reload> reload = {};  // where the web server lacks the installed certificate
+    std::optional<served::Served> served = {};   // what the web server shows of the installed certificate
     std::string now;                             // date and time
 };
 

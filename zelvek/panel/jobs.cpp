@@ -23,6 +23,7 @@
 #include "zelvek/store/reloads.h"
 #include "zelvek/store/restarts.h"
 #include "zelvek/store/runs.h"
+#include "zelvek/store/served.h"
 
 namespace zelvek {
 
@@ -191,6 +192,15 @@ void ListJobs(Services& services, const Query& query, XmlAnswer& answer) {
     transaction.Commit();
 }
 
+/// Empty for a name that cannot be installed: older versions took longer ones.
+std::string FolderOf(const Job& job) {
+    try {
+        return names::ComparedFolder(job.certname);
+    } catch (const Error&) {
+        return "";
+    }
+}
+
 /// Of the installed certificate, where the web server has not taken it over.
 std::optional<reloads::Reload> FailedReload(Transaction& transaction, const Job& job) {
     auto reload = reloads::Find(transaction, job.user_name, str::puny::Encode(job.certname));
@@ -211,7 +221,11 @@ void AddReload(Transaction& transaction, const Job& job, XmlAnswer& answer) {
 /// What the job does next, or what is wrong with it, in words.
 void AddReason(Transaction& transaction, const Job& job, const std::vector<history::Event>& events,
                XmlAnswer& answer) {
-    JobFacts facts{job, events, findings::Of(transaction, job.id), FailedReload(transaction, job),
+    JobFacts facts{job,
+                   events,
+                   findings::Of(transaction, job.id),
+                   FailedReload(transaction, job),
+                   served::Find(transaction, job.user_name, FolderOf(job)),
                    vek_date::DateTime().AsDateTime()};
     const Reason reason = ReasonOf(facts);
     answer.Doc().Value("sentence", names::MakeText(reason.sentence));
@@ -314,7 +328,8 @@ void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
     {
         LivingRuns transaction(services);
         if (AnsweredBefore(transaction, query, answer)) return;
-        FindIdle(transaction, id);
+        const Job job = FindIdle(transaction, id);
+        ForgetSite(transaction, job.user_name, FolderOf(job));
         publications::SetUnwanted(transaction, id);
         jobs::Remove(transaction, id);
         RememberAnswer(transaction, query, answer);

@@ -90,6 +90,26 @@ fs::path WithParent(const fs::path& file) {
     return file;
 }
 
+SiteWatch::Settings WatchSettings(const ServeOptions& options) {
+    SiteWatch::Settings settings = options.site_watch;
+    if (options.check_sites != "name") settings.site = ReadSite(options.check_sites);
+    return settings;
+}
+
+/// Looks what web servers show, now and then.
+class Watching {
+public:
+    Watching(SiteWatch& sites, std::chrono::milliseconds interval)
+        : sites_(sites), looks_("sites", interval, [this] { sites_.LookAtDue(); }) {}
+    ~Watching() { sites_.End(); }
+    Watching(const Watching&) = delete;
+    Watching& operator=(const Watching&) = delete;
+
+private:
+    SiteWatch& sites_;
+    Periodic looks_;
+};
+
 /// Looks at what failed, now and then.
 class Examination {
 public:
@@ -130,6 +150,8 @@ void Serve(const ServeOptions& options) {
     const install::Settings installed = InstallSettings(options);
     Services services{
         store, publisher, backend.get(), installed, reloader, retry, options.retention.history_entries};
+    std::optional<SiteWatch> sites;
+    if (options.check_sites != "off") services.sites = &sites.emplace(store, WatchSettings(options));
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });
     std::optional<Responder> responder;
@@ -138,6 +160,8 @@ void Serve(const ServeOptions& options) {
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
     const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
+    std::optional<Watching> watching;
+    if (sites) watching.emplace(*sites, options.sweep_interval);
     std::optional<Examination> examination;
     if (options.public_resolvers != std::vector<std::string>{"off"})
         examination.emplace(store, publisher, options);

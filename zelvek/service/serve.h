@@ -10,6 +10,7 @@
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/reloader.h"
+#include "zelvek/certificates/site_watch.h"
 #include "zelvek/jobs/limits.h"
 #include "zelvek/publishing/dns_backends.h"
 #include "zelvek/service/sweep.h"
@@ -22,6 +23,8 @@ struct ServeOptions {
     install::Settings install{"/var/lib/zelvek/certs"};
     std::vector<std::string> certs_owners;  // names of users
     Reloader::Settings reload;
+    std::string check_sites = "off";  // address and port, "name", or "off"
+    SiteWatch::Settings site_watch;
     std::string responder;  // address and port; empty: answer files are served by another web server
     std::filesystem::path plugin = PluginBesideProgram();
     bool scheduler = true;

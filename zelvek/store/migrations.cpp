@@ -265,13 +265,41 @@ CREATE TABLE finding (
 ) STRICT;
 )sql";
 
+// Whether web servers show the installed certificates.
+constexpr const char* kServed = R"sql(
+CREATE TABLE served (
+    user_name TEXT NOT NULL,
+    folder TEXT NOT NULL,
+    state TEXT NOT NULL,
+    time TEXT NOT NULL,
+    detail TEXT NOT NULL,
+    PRIMARY KEY (user_name, folder)
+) STRICT;
+)sql";
+
+// Those that are still to be looked for.
+constexpr const char* kSiteChecks = R"sql(
+CREATE TABLE site_check (
+    user_name TEXT NOT NULL,
+    folder TEXT NOT NULL,
+    certname TEXT NOT NULL,
+    directory TEXT NOT NULL,
+    since TEXT NOT NULL,
+    next TEXT NOT NULL,
+    looks INTEGER NOT NULL,
+    PRIMARY KEY (user_name, folder)
+) STRICT;
+CREATE INDEX site_check_by_next ON site_check (next);
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
     static const std::vector<const char*> migrations{
         kPanelRecords, kProcesses,    kAccountsAndIndexes, kPublicationsOfRuns, kReloads,
         kFolders,      kClock,        kAnsweredQueries,    kRenewals,           kRetries,
-        kParents,      kAuthorityUse, kSettling,           kExaminations};
+        kParents,      kAuthorityUse, kSettling,           kExaminations,       kServed,
+        kSiteChecks};
     return migrations;
 }
 

@@ -22,6 +22,7 @@
 #include "zelvek/store/requests.h"
 #include "zelvek/store/restarts.h"
 #include "zelvek/store/runs.h"
+#include "zelvek/store/served.h"
 #include "zelvek/store/usage.h"
 
 namespace zelvek::testing {
@@ -51,9 +52,10 @@ const std::set<std::string> kHoldsWhatIsLookedFor{"job_running",
                                                   "examination_by_time"};
 
 // Indexes over times, of which all that is older, or newer, than a time is looked for.
-const std::set<std::string> kOverTimes{"answered_query_by_time", "csr_by_time",          "job_by_last_run",
-                                       "job_by_renewal",         "job_event_by_time",    "problem_by_time",
-                                       "reload_by_next",         "authority_use_by_time"};
+const std::set<std::string> kOverTimes{
+    "answered_query_by_time", "csr_by_time",           "job_by_last_run",
+    "job_by_renewal",         "job_event_by_time",     "problem_by_time",
+    "reload_by_next",         "authority_use_by_time", "site_check_by_next"};
 
 // Tables that stay small: the sweep forgets readers that have died, and "waiting" is what is due.
 const std::set<std::string> kSmallTables{"reader", "waiting"};
@@ -338,6 +340,26 @@ Operations OtherOperations() {
          }},
         {"findings::Of", [](Transaction& transaction) { findings::Of(transaction, 5); }},
         {"findings::Forget", [](Transaction& transaction) { findings::Forget(transaction, 5); }},
+        {"served::Set",
+         [](Transaction& transaction) {
+             served::Set(transaction, "anna", "f", {"s", "t", "d"});
+         }},
+        {"served::Find", [](Transaction& transaction) { served::Find(transaction, "anna", "f"); }},
+        {"served::Expect",
+         [](Transaction& transaction) {
+             served::Expect(transaction, {"anna", "f", "c", "d", "t", "t"});
+         }},
+        {"served::IsExpected",
+         [](Transaction& transaction) {
+             served::IsExpected(transaction, {"anna", "f", "c", "d", "t", "t"});
+         }},
+        {"served::Postpone",
+         [](Transaction& transaction) {
+             served::Postpone(transaction, {"anna", "f", "c", "d", "t", "t"}, "u");
+         }},
+        {"served::Finish", [](Transaction& transaction) { served::Finish(transaction, "anna", "f"); }},
+        {"served::Due", [](Transaction& transaction) { served::Due(transaction, "t", "u", 10); }},
+        {"served::Forget", [](Transaction& transaction) { served::Forget(transaction, "anna", "f"); }},
         {"publications::SetFound",
          [entry](Transaction& transaction) { publications::SetFound(transaction, entry.item); }},
         {"publications::Missing",

@@ -26,7 +26,7 @@ const std::string kDue = "; the next run is due at 2026-03-01 13:00:00 UTC.";
 
 /// A job that waits after a failed run.
 JobFacts Facts(const std::vector<history::Event>& events = {}) {
-    JobFacts facts{{}, events, {}, {}, kNow};
+    JobFacts facts{{}, events, {}, {}, {}, kNow};
     facts.job.id = 7;
     facts.job.aliases = "shop.example";
     facts.job.check_type = "http";
@@ -305,6 +305,29 @@ TEST(ReasonOfAJob, AnInstalledCertificateIsToldWithItsEnd) {
         SentenceOf(facts),
         "The certificate has ended at 2026-02-01 00:00:00 UTC; \"zelvek job renew 7\" asks for a new one at"
         " once.");
+}
+
+// Behaviour: A web server that still shows an older certificate is told, and one where nothing could be seen
+TEST(ReasonOfAJob, AnOlderCertificateThatIsServedIsTold) {
+    JobFacts facts = Facts();
+    facts.job.verified = true;
+    facts.served =
+        served::Served{served::kOlder, kNow, "the web server at 192.0.2.1:443 still serves the one of x"};
+    EXPECT_EQ(
+        SentenceOf(facts),
+        "The new certificate is installed, but the web server at 192.0.2.1:443 still serves the one of x;"
+        " reload that web server, and see that its configuration names the certificate's folder.");
+    EXPECT_THAT(ReasonOf(facts).details, ElementsAre("Looked at 2026-03-01 12:00:00 UTC"));
+    facts.served->state = served::kUnreachable;
+    EXPECT_EQ(SentenceOf(facts), "The certificate is installed.");
+    EXPECT_THAT(ReasonOf(facts).details,
+                ElementsAre(StartsWith("Whether the web server shows the certificate could"
+                                       " not be seen: the web server at ")));
+    facts.served->state = served::kServed;
+    EXPECT_THAT(ReasonOf(facts).details, IsEmpty());
+    facts.served->state = served::kOlder;
+    facts.job.verified = false;
+    EXPECT_EQ(SentenceOf(facts), "Nothing is wrong" + kDue);
 }
 
 // Behaviour: Texts from outside become one plain, short line, and decide nothing
