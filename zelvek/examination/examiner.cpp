@@ -109,6 +109,7 @@ void Examiner::ExamineSome() {
     std::vector<Patient> patients = Take();
     {
         std::vector<std::jthread> threads;
+        threads.reserve(patients.size());
         for (Patient& patient : patients) threads.emplace_back([&] { Examine(patient); });
     }
     for (const Patient& patient : patients) Keep(patient);
@@ -183,7 +184,7 @@ void Examiner::LookAtRecord(Patient& patient, const PublishedItem& record, const
     Shorten(addresses, kMostAddresses);
     for (const std::string& address : addresses) {
         if (ending_ || steady_clock::now() > patient.end_by) return;
-        const std::string place = server + " (" + address + ")";
+        const std::string place = str::Append(server, "(" + address + ")", " ");
         std::string reason;
         const auto values = dns_.TxtAt(address, record.name, reason);
         if (!values) {

@@ -58,7 +58,7 @@ std::string HeaderOf(const Answer& answer, const std::string& name) {
 /// The first line of the body in which a person reads something.
 std::string FirstLine(const std::string& body) {
     for (const std::string& line : str::Split(body.substr(0, kLookedAt), "\n")) {
-        const std::string shown = Shown(line);
+        std::string shown = Shown(line);
         if (!shown.empty()) return shown;
     }
     return "";
