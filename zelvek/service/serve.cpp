@@ -17,11 +17,11 @@
 #include "zelvek/base/periodic.h"
 #include "zelvek/base/run_directory.h"
 #include "zelvek/base/text.h"
-#include "zelvek/examination/examiner.h"
 #include "zelvek/jobs/scheduler.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/publishing/responder.h"
+#include "zelvek/service/looks.h"
 #include "zelvek/service/query_server.h"
 #include "zelvek/service/socket.h"
 #include "zelvek/service/sweep.h"
@@ -90,41 +90,6 @@ fs::path WithParent(const fs::path& file) {
     return file;
 }
 
-SiteWatch::Settings WatchSettings(const ServeOptions& options) {
-    SiteWatch::Settings settings = options.site_watch;
-    if (options.check_sites != "name") settings.site = ReadSite(options.check_sites);
-    return settings;
-}
-
-/// Looks what web servers show, now and then.
-class Watching {
-public:
-    Watching(SiteWatch& sites, std::chrono::milliseconds interval)
-        : sites_(sites), looks_("sites", interval, [this] { sites_.LookAtDue(); }) {}
-    ~Watching() { sites_.End(); }
-    Watching(const Watching&) = delete;
-    Watching& operator=(const Watching&) = delete;
-
-private:
-    SiteWatch& sites_;
-    Periodic looks_;
-};
-
-/// Looks at what failed, now and then.
-class Examination {
-public:
-    Examination(Store& store, Publisher& publisher, const ServeOptions& options)
-        : examiner_(store, publisher, {options.public_resolvers}, FindProcess(::getpid()).value()),
-          looks_("examination", options.sweep_interval, [this] { examiner_.ExamineSome(); }) {}
-    ~Examination() { examiner_.End(); }
-    Examination(const Examination&) = delete;
-    Examination& operator=(const Examination&) = delete;
-
-private:
-    Examiner examiner_;
-    Periodic looks_;
-};
-
 void CheckPlugin(const ServeOptions& options) {
     if (options.scheduler && ::access(options.plugin.c_str(), X_OK) != 0) {
         throw IoError("plug-in", options.plugin, errno);
@@ -150,8 +115,8 @@ void Serve(const ServeOptions& options) {
     const install::Settings installed = InstallSettings(options);
     Services services{
         store, publisher, backend.get(), installed, reloader, retry, options.retention.history_entries};
-    std::optional<SiteWatch> sites;
-    if (options.check_sites != "off") services.sites = &sites.emplace(store, WatchSettings(options));
+    Looks looks(store, publisher, options);
+    services.sites = looks.sites();
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });
     std::optional<Responder> responder;
@@ -160,11 +125,6 @@ void Serve(const ServeOptions& options) {
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
     const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
-    std::optional<Watching> watching;
-    if (sites) watching.emplace(*sites, options.sweep_interval);
-    std::optional<Examination> examination;
-    if (options.public_resolvers != std::vector<std::string>{"off"})
-        examination.emplace(store, publisher, options);
     std::optional<Scheduler> scheduler;
     if (options.scheduler) {
         scheduler.emplace(store, Scheduler::Settings{options.plugin,
