@@ -92,6 +92,15 @@ void Easy::Post(const std::string& data) {
     Set(CURLOPT_COPYPOSTFIELDS, data.c_str());
 }
 
+void Easy::ConnectTo(const std::string& address) {
+    const bool ipv6 = address.find(':') != std::string::npos;
+    // Whatever host and port the URL has, this address and the same port.
+    const std::string rule = "::" + (ipv6 ? "[" + address + "]" : address) + ":";
+    connect_to_.reset(curl_slist_append(nullptr, rule.c_str()));
+    if (!connect_to_) throw std::bad_alloc();
+    Set(CURLOPT_CONNECT_TO, connect_to_.get());
+}
+
 void Easy::Receive(Answer& answer) {
     answer_ = &answer;
     Set(CURLOPT_HEADERFUNCTION, &TakeHeader);

@@ -40,6 +40,9 @@ public:
     void AddHeader(const std::string& line);
     void Post(const std::string& data);
 
+    /// Numeric, in the place of the URL's host.
+    void ConnectTo(const std::string& address);
+
     /// Lets the transfer write into `answer`, which has to outlive it.
     void Receive(Answer& answer);
 
@@ -61,6 +64,7 @@ private:
     };
 
     std::unique_ptr<curl_slist, Free> headers_;  // outlives the handle that reads it
+    std::unique_ptr<curl_slist, Free> connect_to_;
     std::unique_ptr<CURL, Free> handle_;
     const Answer* answer_ = nullptr;
     char error_[CURL_ERROR_SIZE] = "";

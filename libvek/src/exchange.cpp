@@ -85,6 +85,7 @@ void SetRequest(Easy& easy, const Request& request) {
         easy.AddHeader(line);
     }
     if (request.content != nullptr) easy.Post(*request.content);
+    if (!request.address.empty()) easy.ConnectTo(request.address);
 }
 
 // A transfer that runs in a multi handle, and leaves it however it ends.

@@ -19,6 +19,7 @@ struct Request {
     std::string url;
     std::vector<std::string> headers;      // "Name: value"
     const std::string* content = nullptr;  // POST where there is one
+    std::string address{};                 // numeric, to connect to; empty for the host's own
 };
 
 struct Response {

@@ -347,6 +347,28 @@ TEST_F(Http, KnowsHttpUrlsOnly) {
     }
 }
 
+// Behaviour: An exchange connects to an address that was given for it, which is a number
+TEST_F(Http, ConnectsToTheAddressThatItWasGiven) {
+    const std::string url = world.PrepareExchange("GET", {200, "", "body"});
+    vek_rpc::HttpQuery query;
+    query.ConnectTo("127.0.0.1");
+    std::ostringstream out;
+    query.Get(url, out);
+    EXPECT_EQ(out.str(), "body");
+    for (const std::string text : {"", "localhost", "shop.example", "127.0.0.1 x"})
+        EXPECT_EQ(TypeOfError([&] { vek_rpc::HttpQuery().ConnectTo(text); }), "address") << text;
+}
+
+// Behaviour: An answer that is larger than it was to be is an error
+TEST_F(Http, RefusesAnAnswerBeyondItsLimit) {
+    const std::string url = world.PrepareExchange("GET", {200, "", std::string(3000, 'x')});
+    vek_rpc::HttpQuery query;
+    query.Limit(std::chrono::seconds{60}, 2000);
+    std::ostringstream out;
+    EXPECT_EQ(TypeOfError([&] { query.Get(url, out); }), "exchange");
+    EXPECT_EQ(out.str(), "");
+}
+
 // Behaviours of: Keys and signatures
 
 // Behaviour: Random bytes are as many as asked for and differ each time

@@ -1,5 +1,8 @@
 #include "vek/rpc.h"
 
+#include <cstdint>
+#include <string>
+
 #include "double/state.h"
 #include "vek/err.h"
 
@@ -9,6 +12,7 @@ struct HttpQuery::Exchange {
     bool header = false;
     bool any_status = false;
     int status = 0;
+    std::size_t most = SIZE_MAX;  // bytes of an answer's body
 
     void Carry(const std::string& method, const std::string& url, const std::string* body, std::ostream& out);
 };
@@ -28,6 +32,7 @@ void HttpQuery::Exchange::Carry(const std::string& method, const std::string& ur
     status = answer.status;
     if (!any_status && status >= 400)
         throw vek_err::Error("http", "status", request + ": " + std::to_string(status));
+    if (answer.body.size() > most) throw vek_err::Error("http", "exchange", "the answer is too large");
     if (!answer.raw.empty()) {
         out << answer.raw;
         return;
@@ -41,6 +46,16 @@ HttpQuery::~HttpQuery() = default;
 void HttpQuery::AddHeader(const std::string& line) { vek_double::Note("header", line); }
 void HttpQuery::AcceptHeader() { exchange_->header = true; }
 void HttpQuery::AcceptAnyResponse() { exchange_->any_status = true; }
+void HttpQuery::ConnectTo(const std::string& address) {
+    // As the real one does, though it takes some texts for addresses that are none.
+    if (address.empty() || address.find_first_not_of("0123456789abcdefABCDEF.:") != std::string::npos)
+        throw vek_err::Error("http", "address", "\"" + address + "\" is no address");
+    vek_double::Note("connect to", address);
+}
+void HttpQuery::Limit(std::chrono::seconds total, std::size_t bytes) {
+    vek_double::Note("http limit", std::to_string(total.count()) + " " + std::to_string(bytes));
+    exchange_->most = bytes;
+}
 void HttpQuery::Get(const std::string& url, std::ostream& out) { exchange_->Carry("GET", url, nullptr, out); }
 void HttpQuery::Post(const std::string& url, const std::string& data, std::ostream& out) {
     exchange_->Carry("POST", url, &data, out);

@@ -15,6 +15,7 @@ namespace vek_double {
 /// One thing that the code under test asked for. Kinds and their texts:
 ///   panel         the query text; detail: "service/module"        http     "GET url" or "POST url"
 ///   header        one request header line                         body     what a POST carried
+///   connect to    the address for exchanges         http limit    "seconds bytes"
 ///   child         the command line; detail: its mode in decimal   input    what the child was fed
 ///   limit, sleep  milliseconds                                    open log "name level"
 ///   log           "level text"; detail: "component/module"        random   how many bytes

@@ -35,8 +35,9 @@ ROOMS = {
     "publishing": {"base", "store"},
     "jobs": {"base", "store"},
     "notices": {"base", "store"},
+    "examination": {"base", "store", "publishing", "jobs"},
     "panel": {"base", "store", "certificates", "publishing", "jobs", "notices"},
-    "service": {"base", "store", "certificates", "publishing", "jobs", "notices", "panel"},
+    "service": {"base", "store", "certificates", "publishing", "jobs", "notices", "examination", "panel"},
     "cli": {"base"},
     "main": {"base", "cli", "service"},
 }

@@ -144,6 +144,11 @@ std::string Base64Url(const std::string& bytes) {
 
 }  // namespace
 
+Leaf ReadLeaf(const std::string& certificates) {
+    const Certificates read = ReadCertificates(certificates);
+    return {ReadPem(certificates)->front().der, DnsNames(read.front()), ReadLifetime(read.front())};
+}
+
 Lifetime LifetimeOf(const std::string& certificates) {
     return ReadLifetime(ReadCertificates(certificates).front());
 }

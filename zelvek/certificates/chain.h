@@ -33,7 +33,15 @@ struct CertificateChain {
 /// other).
 CertificateChain SortChain(const std::string& certificates, const std::string& key);
 
+/// What a certificate says of itself.
+struct Leaf {
+    std::string der;
+    std::vector<std::string> names;  // DNS names, lower case
+    Lifetime lifetime;
+};
+
 /// Of the first certificate of a PEM text. Errors: Error of code kBadChain.
+Leaf ReadLeaf(const std::string& certificates);
 Lifetime LifetimeOf(const std::string& certificates);
 
 /// The name of the first certificate at its authority's renewal information (RFC 9773 section 4.1); empty

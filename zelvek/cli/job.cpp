@@ -159,7 +159,11 @@ int Show(const JobOptions& options) {
         PrintJson(JobJson(shown));
         return kSuccess;
     }
+    const std::string sentence = JobSentence(shown);
+    if (!sentence.empty()) std::cout << sentence << "\n";
     std::cout << JobTable(shown);
+    const std::string findings = JobFindings(shown);
+    if (!findings.empty()) std::cout << "\n" << findings;
     const std::string events = EventTable(shown, 0);
     if (!events.empty()) std::cout << "\n" << events;
     return kSuccess;

@@ -37,6 +37,10 @@ Json::Value JobJson(const vek_xml::Node& job) {
 
 Json::Value JobJson(const vek_client::Result& shown) {
     Json::Value json = JobJson(shown.xml().GetNode("/doc"));
+    json["sentence"] = shown.value("sentence");
+    json["findings"] = Json::arrayValue;
+    for (const auto& finding : shown.xml().GetNodes("/doc/finding"))
+        json["findings"].append(finding.Value("text"));
     json["events"] = Json::arrayValue;
     for (const auto& node : shown.xml().GetNodes("/doc/event")) {
         Json::Value event;
@@ -72,6 +76,18 @@ std::string JobTable(const vek_client::Result& shown) {
                                           " UTC: " + TextOfHtml(reload.Value("reason"))});
     }
     return OutputTable({"JOB", job.Value("id")}, rows);
+}
+
+std::string JobSentence(const vek_client::Result& shown) {
+    const std::string sentence = shown.value("sentence");
+    return sentence.empty() ? "" : OutputText(sentence);
+}
+
+std::string JobFindings(const vek_client::Result& shown) {
+    std::string lines;
+    for (const auto& finding : shown.xml().GetNodes("/doc/finding"))
+        lines += OutputText(finding.Value("text"));
+    return lines;
 }
 
 std::size_t EventCount(const vek_client::Result& shown) { return shown.xml().GetNodes("/doc/event").size(); }

@@ -24,6 +24,12 @@ Json::Value JobJson(const vek_xml::Node& job);
 /// The answer of `AskForJob`: the job with its events.
 Json::Value JobJson(const vek_client::Result& shown);
 
+/// What the job does next, or what is wrong with it: a line; empty where the service says nothing.
+std::string JobSentence(const vek_client::Result& shown);
+
+/// What there is to say beside that, a line each; empty for nothing.
+std::string JobFindings(const vek_client::Result& shown);
+
 /// The answer of `AskForJob` without the events, as a table with a row for each value.
 std::string JobTable(const vek_client::Result& shown);
 

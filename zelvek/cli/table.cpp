@@ -139,4 +139,6 @@ std::string OutputTable(const std::vector<std::string>& headings,
     return Table(headings, rows, OutputWidth());
 }
 
+std::string OutputText(const std::string& text) { return OutputTable({text}, {}); }
+
 }  // namespace zelvek::cli

@@ -22,4 +22,7 @@ std::size_t OutputWidth();
 std::string OutputTable(const std::vector<std::string>& headings,
                         const std::vector<std::vector<std::string>>& rows);
 
+/// A text for standard output, in as many lines as it needs there.
+std::string OutputText(const std::string& text);
+
 }  // namespace zelvek::cli

@@ -6,6 +6,7 @@
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
+#include "zelvek/jobs/outcome.h"
 #include "zelvek/store/accounts.h"
 #include "zelvek/store/usage.h"
 
@@ -63,9 +64,7 @@ std::optional<std::string> RoomFrom(Transaction& transaction, Kind kind, const s
 bool Is(const history::Event& event, const std::string& name) { return event.event == name; }
 
 bool HasFailedAuthorization(const std::vector<history::Event>& events) {
-    return std::any_of(events.begin(), events.end(), [](const history::Event& event) {
-        return event.state == "failed" && (Is(event, "challenge_fail") || Is(event, "challenge_req_attempt"));
-    });
+    return std::any_of(events.begin(), events.end(), &IsFailedCheck);
 }
 
 bool HasOrder(const std::vector<history::Event>& events) {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "vek/str.h"
+#include "zelvek/jobs/authority_answer.h"
 
 namespace zelvek {
 
@@ -12,12 +12,6 @@ constexpr int kTooManyRequests = 429;
 constexpr int kFirstServerError = 500;
 constexpr int kUnavailable = 503;
 constexpr int kLastServerError = 599;
-
-/// The return code with which a detail of an authority's refusal begins; 0 for any other detail.
-int ReturnCode(const std::string& detail) {
-    const std::string beginning = "<p><b>Return code:</b> ";
-    return detail.starts_with(beginning) ? str::Int(detail.substr(beginning.size())) : 0;
-}
 
 Outcome OfFailure(const history::Event& event) {
     const int code = ReturnCode(event.detail);
@@ -39,6 +33,11 @@ Outcome OutcomeOf(const std::vector<history::Event>& events, bool panel_refused)
     // Whatever else failed, an authority that asks for patience gets it.
     const bool limited = std::find(failures.begin(), failures.end(), Outcome::kLimited) != failures.end();
     return limited ? Outcome::kLimited : failures.back();
+}
+
+bool IsFailedCheck(const history::Event& event) {
+    return event.state == "failed" &&
+           (event.event == "challenge_fail" || event.event == "challenge_req_attempt");
 }
 
 }  // namespace zelvek

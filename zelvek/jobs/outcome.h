@@ -18,4 +18,7 @@ enum class Outcome {
 /// By the run's events and return codes; `panel_refused` says whether a query of the run was refused.
 Outcome OutcomeOf(const std::vector<history::Event>& events, bool panel_refused);
 
+/// Whether the authority has found a name not proved.
+bool IsFailedCheck(const history::Event& event);
+
 }  // namespace zelvek

@@ -57,8 +57,8 @@ std::vector<Shown> Page(Services& services, const Query& query, int limit) {
 }
 
 std::string WordOf(const std::optional<served::Served>& served) {
-    if (!served || served->state == served::State::kUnreachable) return "unknown";
-    return served->state == served::State::kServed ? "yes" : "no";
+    if (!served || served->state == served::kUnreachable) return "unknown";
+    return served->state == served::kServed ? "yes" : "no";
 }
 
 void AddCertificate(const Services& services, const Shown& shown, XmlAnswer& answer) {

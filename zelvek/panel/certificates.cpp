@@ -92,6 +92,7 @@ void InstallCertificate(Services& services, const Query& query, XmlAnswer&) {
         const InstalledCertificate installed = install::Install(services.install, request);
         NoteValidity(services, user, name);
         services.reloader.Reload(installed);
+        if (services.sites != nullptr) services.sites->Expect(user, name, installed.directory);
     } catch (const Error&) {
         // Where a disk failed, the certificate may be in place all the same.
         if (!install::IsInstalled(services.install, request)) services.reloader.Forget(user, name);

@@ -8,6 +8,7 @@
 #include "zelvek/base/process.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/reloader.h"
+#include "zelvek/certificates/site_watch.h"
 #include "zelvek/jobs/next_run.h"
 #include "zelvek/panel/xml_answer.h"
 #include "zelvek/publishing/dns_backend.h"
@@ -35,6 +36,7 @@ struct Services {
     RetryPolicy retry;
     int history_entries = 1000;  // of a job, the newest ones
     ServiceFacts facts = {};
+    SiteWatch* sites = nullptr;  // null: nobody looks what web servers show
 };
 
 struct Query {

@@ -11,6 +11,7 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/certificates/install.h"
+#include "zelvek/certificates/site_watch.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_form.h"
 #include "zelvek/panel/living_runs.h"
@@ -21,7 +22,6 @@
 #include "zelvek/store/publications.h"
 #include "zelvek/store/reloads.h"
 #include "zelvek/store/restarts.h"
-#include "zelvek/store/served.h"
 
 namespace zelvek {
 
@@ -119,7 +119,7 @@ void RemoveCertificate(Services& services, const Job& job, const std::string& pl
     }
     Transaction transaction(services.store);
     reloads::Finish(transaction, job.user_name, str::puny::Encode(job.certname));
-    served::Forget(transaction, job.user_name, job.folder);
+    ForgetSite(transaction, job.user_name, names::ComparedFolderIfAny(job.certname));
     transaction.Commit();
 }
 
@@ -142,7 +142,9 @@ void Remove(Services& services, const Query& query, XmlAnswer& answer) {
         job = FindIdle(transaction, id);
         place = PlaceOfCertificate(services, job);
         publications::SetUnwanted(transaction, id);
-        problems::ResolveOfCertificate(transaction, job.user_name, names::ComparedFolderIfAny(job.certname));
+        const std::string folder = names::ComparedFolderIfAny(job.certname);
+        problems::ResolveOfCertificate(transaction, job.user_name, folder);
+        ForgetSite(transaction, job.user_name, folder);
         jobs::Remove(transaction, id);
         if (certificate) CheckNobodyElseHas(transaction, job);
         if (!place.empty()) answer.Doc().Value("place", names::MakeText(place));

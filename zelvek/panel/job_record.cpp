@@ -1,14 +1,18 @@
 // The job record: read at the start of a plug-in's run, written back at its end.
+#include <algorithm>
+
 #include "vek/date.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/jobs/limits.h"
+#include "zelvek/jobs/outcome.h"
 #include "zelvek/jobs/run_log.h"
 #include "zelvek/panel/account_notices.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
 #include "zelvek/panel/repetition.h"
 #include "zelvek/store/accounts.h"
+#include "zelvek/store/findings.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/problems.h"
@@ -82,6 +86,18 @@ void WaitForRecords(Transaction& transaction, Job& job) {
     job.postponed = "name servers may go on saying for a while that the new records are not there";
 }
 
+/// Somebody looks later what stands where the names were not found proved, or the records not seen.
+void AskForExamination(Transaction& transaction, const Job& job, const std::vector<history::Event>& events,
+                       const std::string& now) {
+    const bool refused = std::any_of(events.begin(), events.end(), &IsFailedCheck);
+    const bool paused = job.check_type == "dns" && !job.challenges.empty() && job.next_attempt > now;
+    if (job.verified) {
+        findings::Forget(transaction, job.id);
+    } else if (refused || paused) {
+        findings::Ask(transaction, job.id, now);
+    }
+}
+
 void Write(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     // A program that ends before it has read a record writes back all the same, for job 0.
@@ -99,6 +115,7 @@ void Write(Services& services, const Query& query, XmlAnswer& answer) {
     PlanNextRun(job, OutcomeOf(events, !job.refusal.empty()), services.retry, now);
     WaitForRecords(transaction, job);
     NoteEnd(transaction, job, events, now);
+    AskForExamination(transaction, job, events, now);
     jobs::Save(transaction, job);
     if (job.verified) problems::ResolveOfCertificate(transaction, job.user_name, job.folder);
     KeepHistory(services, transaction, id, events);

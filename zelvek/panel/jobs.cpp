@@ -3,15 +3,18 @@
 #include "vek/date.h"
 #include "vek/str.h"
 #include "zelvek/base/names.h"
+#include "zelvek/jobs/reason.h"
 #include "zelvek/jobs/registration.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
 #include "zelvek/panel/living_runs.h"
 #include "zelvek/panel/repetition.h"
+#include "zelvek/store/findings.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/reloads.h"
 #include "zelvek/store/restarts.h"
 #include "zelvek/store/runs.h"
+#include "zelvek/store/served.h"
 
 namespace zelvek {
 
@@ -19,10 +22,24 @@ namespace {
 
 constexpr int kStartedAtOnce = 500;
 
-/// The installed certificate, where the web server has not taken it over.
+/// Empty for a name that cannot be installed: older versions took longer ones.
+std::string FolderOf(const Job& job) {
+    try {
+        return names::ComparedFolder(job.certname);
+    } catch (const Error&) {
+        return "";
+    }
+}
+
+/// Of the installed certificate, where the web server has not taken it over.
+std::optional<reloads::Reload> FailedReload(Transaction& transaction, const Job& job) {
+    auto reload = reloads::Find(transaction, job.user_name, str::puny::Encode(job.certname));
+    return reload && reload->failures > 0 ? std::move(reload) : std::nullopt;
+}
+
 void AddReload(Transaction& transaction, const Job& job, XmlAnswer& answer) {
-    const auto reload = reloads::Find(transaction, job.user_name, str::puny::Encode(job.certname));
-    if (!reload || reload->failures == 0) return;
+    const auto reload = FailedReload(transaction, job);
+    if (!reload) return;
     answer.Doc()
         .Child("reload")
         .Value("since", reload->since)
@@ -31,12 +48,29 @@ void AddReload(Transaction& transaction, const Job& job, XmlAnswer& answer) {
         .Value("reason", names::MakeText(reload->reason));
 }
 
+/// What the job does next, or what is wrong with it, in words.
+void AddReason(Transaction& transaction, const Job& job, const std::vector<history::Event>& events,
+               XmlAnswer& answer) {
+    JobFacts facts{job,
+                   events,
+                   findings::Of(transaction, job.id),
+                   FailedReload(transaction, job),
+                   served::Find(transaction, job.user_name, FolderOf(job)),
+                   vek_date::DateTime().AsDateTime()};
+    const Reason reason = ReasonOf(facts);
+    answer.Doc().Value("sentence", names::MakeText(reason.sentence));
+    for (const std::string& detail : reason.details)
+        answer.Doc().Child("finding").Value("text", names::MakeText(detail));
+}
+
 void ShowJob(Services& services, const Query& query, XmlAnswer& answer) {
     LivingRuns transaction(services);
     const int id = Number(query, "elid");
     const Job job = jobs::FindShown(transaction, id);
+    const auto events = history::Of(transaction, id);
     WriteFields(job, JobField::kInLists, answer.Doc().Value("id", id));
-    for (const auto& event : history::Of(transaction, id)) {
+    AddReason(transaction, job, events, answer);
+    for (const auto& event : events) {
         answer.Doc()
             .Child("event")
             .Value("time", event.time)

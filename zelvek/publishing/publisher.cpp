@@ -160,9 +160,12 @@ Publisher::Outcome Publisher::TryPublishAgain(const Publication& entry) {
         if (error.code() != Code::kExists) outcome = Report("publishing", entry.item, error);
     }
     if (outcome != Outcome::kDone) return outcome;
-    Transaction transaction(store_);
-    publications::SetMissing(transaction, entry.item, false);
-    transaction.Commit();
+    {
+        // Over before the next one begins: it would wait for this one for ever.
+        Transaction transaction(store_);
+        publications::SetMissing(transaction, entry.item, false);
+        transaction.Commit();
+    }
     NoteWhenSeen(entry.item);
     return outcome;
 }

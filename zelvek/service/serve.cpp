@@ -23,6 +23,7 @@
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/publishing/responder.h"
+#include "zelvek/service/looks.h"
 #include "zelvek/service/query_server.h"
 #include "zelvek/service/renewal_watch.h"
 #include "zelvek/service/socket.h"
@@ -124,6 +125,8 @@ void Serve(const ServeOptions& options) {
                       options.retention.history_entries,
                       {vek_date::DateTime().AsDateTime(), options.database, options.scheduler}};
     notices::Notifier notifier(store, options.notify);
+    Looks looks(store, publisher, options);
+    services.sites = looks.sites();
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });
     std::optional<Responder> responder;

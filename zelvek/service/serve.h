@@ -10,6 +10,7 @@
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/reloader.h"
+#include "zelvek/certificates/site_watch.h"
 #include "zelvek/jobs/limits.h"
 #include "zelvek/notices/notifier.h"
 #include "zelvek/publishing/dns_backends.h"
@@ -23,6 +24,8 @@ struct ServeOptions {
     install::Settings install{"/var/lib/zelvek/certs"};
     std::vector<std::string> certs_owners;  // names of users
     Reloader::Settings reload;
+    std::string check_sites = "off";  // address and port, "name", or "off"
+    SiteWatch::Settings site_watch;
     std::string responder;  // address and port; empty: answer files are served by another web server
     std::filesystem::path plugin = PluginBesideProgram();
     bool scheduler = true;
@@ -35,6 +38,7 @@ struct ServeOptions {
     bool renewal_info = true;
     Retention retention;
     notices::Notifier::Settings notify;
+    std::vector<std::string> public_resolvers{"1.1.1.1", "8.8.8.8", "9.9.9.9"};  // or "off" alone
     dns::Settings dns;  // without a back end, records cannot be published
 };
 

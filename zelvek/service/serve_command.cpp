@@ -89,7 +89,15 @@ void AddServeCommand(Command& root) {
     serve.AddOption("--reload-timeout", options->reload.limit, "Seconds that it may take");
     serve.AddOption("--reload-pause", options->reload.first_pause,
                     "Seconds until a failed one is tried again; doubled with each failure, up to an hour");
+    serve
+        .AddOption("--check-sites", options->check_sites,
+                   "ADDR:PORT where new certificates are looked for after their reload, name, or off")
+        .NotEmpty();
+    serve.AddOption("--check-pause", options->site_watch.first_pause,
+                    "Seconds until the first look; each further pause is twice as long, up to an hour");
     serve.AddOption("--http-responder", options->responder, "ADDR:PORT to serve the answer files on");
+    serve.AddOption("--public-resolvers", options->public_resolvers,
+                    "Name servers to ask what others see of a name that was not proved; repeatable, or off");
     AddJobOptions(serve, *options);
     AddRetentionOptions(serve, options->retention);
     AddNoticeOptions(serve, options->notify);

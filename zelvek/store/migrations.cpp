@@ -394,6 +394,40 @@ CREATE TABLE served (
 ) STRICT;
 )sql";
 
+// Jobs whose names were not proved are examined, and what that has found is kept until they succeed.
+constexpr const char* kExaminations = R"sql(
+CREATE TABLE examination (
+    job INTEGER PRIMARY KEY REFERENCES job (id) ON DELETE CASCADE,
+    asked TEXT NOT NULL
+) STRICT;
+CREATE INDEX examination_by_time ON examination (asked, job);
+CREATE TABLE finding (
+    job INTEGER NOT NULL REFERENCES job (id) ON DELETE CASCADE,
+    number INTEGER NOT NULL,
+    name TEXT NOT NULL,
+    place TEXT NOT NULL,
+    state TEXT NOT NULL,
+    detail TEXT NOT NULL,
+    time TEXT NOT NULL,
+    PRIMARY KEY (job, number)
+) STRICT;
+)sql";
+
+// Installed certificates that web servers are still to show.
+constexpr const char* kSiteChecks = R"sql(
+CREATE TABLE site_check (
+    user_name TEXT NOT NULL,
+    folder TEXT NOT NULL,
+    certname TEXT NOT NULL,
+    directory TEXT NOT NULL,
+    since TEXT NOT NULL,
+    next TEXT NOT NULL,
+    looks INTEGER NOT NULL,
+    PRIMARY KEY (user_name, folder)
+) STRICT;
+CREATE INDEX site_check_by_next ON site_check (next);
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
@@ -416,7 +450,9 @@ const std::vector<const char*>& Migrations() {
                                                      kDeliveries,
                                                      kAttention,
                                                      kCounts,
-                                                     kServed};
+                                                     kServed,
+                                                     kExaminations,
+                                                     kSiteChecks};
     return migrations;
 }
 

@@ -91,6 +91,11 @@ std::vector<Publication> Of(Transaction& transaction, const PublishedItem& item)
     return Read(select.With(item.zone).With(item.name).With(item.value));
 }
 
+std::vector<Publication> OfJob(Transaction& transaction, int job) {
+    Statement select = transaction.Prepare(kSelect + "WHERE job = :job AND unwanted = 0 ORDER BY id");
+    return Read(select.With(job));
+}
+
 std::vector<Publication> RecordsOf(Transaction& transaction, const std::string& user, const std::string& name,
                                    const std::string& value) {
     Statement select = transaction.Prepare(

@@ -43,6 +43,9 @@ void Drop(Transaction& transaction, const PublishedItem& item, int job);
 /// The entries of one item.
 std::vector<Publication> Of(Transaction& transaction, const PublishedItem& item);
 
+/// What is published for the job and still wanted, by id.
+std::vector<Publication> OfJob(Transaction& transaction, int job);
+
 /// The user's TXT records of this name and value, in whatever zones.
 std::vector<Publication> RecordsOf(Transaction& transaction, const std::string& user, const std::string& name,
                                    const std::string& value);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <memory>
 #include <ostream>
 #include <string>
@@ -27,6 +29,15 @@ public:
 
     /// Every status is a result; without this a status of 400 or more is an error.
     void AcceptAnyResponse();
+
+    /// Connects to this address, IPv4 or IPv6, in the place of those that the URL's host has; a redirect, a
+    /// certificate and the request's host stay those of the URL. Errors: vek_err::Error("http", "address",
+    /// text) for what is no numeric address.
+    void ConnectTo(const std::string& address);
+
+    /// The exchange may take so long, and its answer have so many bytes of header and as many of body. More
+    /// is an error.
+    void Limit(std::chrono::seconds total, std::size_t bytes);
 
     void Get(const std::string& url, std::ostream& out);
     void Post(const std::string& url, const std::string& data, std::ostream& out);

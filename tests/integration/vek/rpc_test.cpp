@@ -70,6 +70,28 @@ std::string ErrorFor(const std::string& answer) {
 
 // Behaviours of: HTTP exchanges
 
+// Behaviour: An exchange connects to an address that was given for it, whatever its host's addresses are, and
+//   asks for the URL's host there
+TEST(HttpExchange, ConnectsToAnotherAddressThanItsHosts) {
+    std::vector<HttpRequest> requests;
+    const Server server(Notes(requests));
+    const std::string port = std::to_string(server.port());
+    HttpQuery query;
+    query.ConnectTo("127.0.0.1");
+    std::ostringstream out;
+    query.Get("http://no-such-name.invalid:" + port + "/a", out);
+    query.Get("http://192.0.2.1:" + port + "/b", out);
+    ASSERT_EQ(requests.size(), 2U);
+    EXPECT_THAT(requests[0].head, HasSubstr("\r\nHost: no-such-name.invalid:" + port + "\r\n"));
+    HttpQuery ipv6;
+    ipv6.ConnectTo("::1");
+    EXPECT_THROW(ipv6.Get("http://127.0.0.1:" + port + "/", out), vek_err::Error) << "nobody listens there";
+    for (const std::string& text : {std::string(), std::string("[::1]"), std::string("1.2.3"),
+                                    std::string("127.0.0.1:80"), std::string("127.0.0.1\0x", 11)}) {
+        EXPECT_THROW(HttpQuery().ConnectTo(text), vek_err::Error) << text;
+    }
+}
+
 // Behaviour: An exchange is HTTP/1.1 with a User-Agent that names the framework and its version
 TEST(HttpExchange, NamesTheFrameworkAndItsVersion) {
     std::vector<HttpRequest> requests;

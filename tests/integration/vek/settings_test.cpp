@@ -50,6 +50,20 @@ TEST(TransferSettings, GiveAnExchangeFiveMinutesAndStepsOfItLess) {
     EXPECT_EQ(LastSetting(CURLOPT_LOW_SPEED_LIMIT), 1);
 }
 
+// Behaviour: An exchange can be given less time
+TEST(TransferSettings, GiveAnExchangeLessTimeWhereItIsToldSo) {
+    const vek_test::Server server([](vek_test::Connection& connection) {
+        connection.ReadRequest();
+        connection.Write(vek_test::Answer(200, "", "ok"));
+    });
+    vek_rpc::HttpQuery query;
+    query.Limit(std::chrono::seconds{5}, 1000);
+    std::ostringstream out;
+    query.Get(server.url(), out);
+    EXPECT_EQ(LastSetting(CURLOPT_TIMEOUT), 5);
+    EXPECT_EQ(LastSetting(CURLOPT_CONNECTTIMEOUT), 5);
+}
+
 // Behaviour: Every exchange has a connection of its own ...
 TEST(TransferSettings, KeepATransferToItsThreadAndItsConnection) {
     Exchange();

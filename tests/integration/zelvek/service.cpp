@@ -134,7 +134,8 @@ std::vector<std::string> ServiceTest::ServeCommand(const std::map<std::string, s
                                            {"--dns-records-file", Path("records")},
                                            {"--scheduler", "off"},
                                            {"--sweep-interval", "0.1"},
-                                           {"--renewal-info", "off"}};
+                                           {"--renewal-info", "off"},
+                                           {"--public-resolvers", "off"}};
     for (const auto& [option, value] : options) all[option] = value;
     std::vector<std::string> words{ZELVEK_BINARY, "serve"};
     for (const auto& [option, value] : all) {

@@ -9,7 +9,7 @@ using renewal_info::Suggestion;
 using renewal_info::Window;
 using vek_date::DateTime;
 
-const std::string kNow = "2031-01-01 00:00:00";
+const std::string kToday = "2031-01-01 00:00:00";
 
 Job Installed() {
     Job job;
@@ -28,22 +28,22 @@ Suggestion Between(const std::string& start, const std::string& end, int retry_a
 // means now
 TEST(SuggestedRenewal, LiesInTheWindow) {
     const auto later =
-        Suggested(Installed(), "k.1", Between("2031-01-25 00:00:00", "2031-01-26 00:00:00"), kNow);
+        Suggested(Installed(), "k.1", Between("2031-01-25 00:00:00", "2031-01-26 00:00:00"), kToday);
     EXPECT_GE(later.renew, "2031-01-25 00:00:00");
     EXPECT_LE(later.renew, "2031-01-26 00:00:00");
     EXPECT_EQ(later.expires, Installed().expires);
     EXPECT_EQ(
-        Suggested(Installed(), "k.1", Between("2030-12-01 00:00:00", "2030-12-02 00:00:00"), kNow).renew,
-        kNow);
+        Suggested(Installed(), "k.1", Between("2030-12-01 00:00:00", "2030-12-02 00:00:00"), kToday).renew,
+        kToday);
 }
 
 // Behaviour: A window that lasts until the certificate has ended, and an authority that suggests none, change
 // nothing
 TEST(SuggestedRenewal, NeverComesTooLate) {
     EXPECT_EQ(
-        Suggested(Installed(), "k.1", Between("2031-01-25 00:00:00", "2031-02-01 00:00:00"), kNow).renew,
+        Suggested(Installed(), "k.1", Between("2031-01-25 00:00:00", "2031-02-01 00:00:00"), kToday).renew,
         Installed().renew);
-    EXPECT_EQ(Suggested(Installed(), "k.1", {}, kNow).renew, Installed().renew);
+    EXPECT_EQ(Suggested(Installed(), "k.1", {}, kToday).renew, Installed().renew);
 }
 
 // Behaviour: The authority is asked at most twice a day, less often where it says so, and every three days at
@@ -51,7 +51,7 @@ TEST(SuggestedRenewal, NeverComesTooLate) {
 TEST(SuggestedRenewal, IsAskedForTwiceADayAtMost) {
     const auto ask = [](int retry_after) {
         return Suggested(Installed(), "k.1",
-                         Between("2031-01-25 00:00:00", "2031-01-26 00:00:00", retry_after), kNow)
+                         Between("2031-01-25 00:00:00", "2031-01-26 00:00:00", retry_after), kToday)
             .ask;
     };
     EXPECT_EQ(ask(0), "2031-01-01 12:00:00");

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+
+#include "zelvek/store/history.h"
+
+namespace zelvek {
+
+/// What an authority has said to a run, as its history has it.
+struct AuthorityAnswer {
+    int code = 0;       // the status; 0 where it said none, or said nothing at all
+    std::string type;   // of its problem, one of RFC 8555 section 6.7 such as "rateLimited"; empty for others
+    std::string words;  // for people: one line of plain text, cut to 200 bytes
+};
+
+/// The status with which the detail of an authority's refusal begins; 0 for any other detail.
+int ReturnCode(const std::string& detail);
+
+/// Reads the detail of an event.
+AuthorityAnswer ReadAnswer(const history::Event& event);
+
+/// What a person reads of a text that may be HTML: without its tags, comments, styles and scripts, white
+/// space and character references resolved, on one line.
+std::string WithoutMarkup(const std::string& text);
+
+}  // namespace zelvek
