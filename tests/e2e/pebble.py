@@ -15,7 +15,8 @@ ISSUED = re.compile(r"Issued certificate serial (\w+) for order (\S+)")
 class Pebble:
     """Validates over the network: http-01 on port 80, dns-01 at `dns_server` (or the system's resolver)."""
 
-    def __init__(self, folder, authority, log, dns_server=None):
+    def __init__(self, folder, authority, log, dns_server=None, refused_nonces=0):
+        """`refused_nonces`: how many of a hundred good nonces are refused all the same."""
         os.makedirs(folder)
         certificate, key = authority.server(ADDRESS)
         config = os.path.join(folder, "pebble.json")
@@ -25,7 +26,7 @@ class Pebble:
                 "certificate": certificate, "privateKey": key, "httpPort": 80, "tlsPort": 443,
                 "ocspResponderURL": "", "externalAccountBindingRequired": False}}, file)
         # What differs from the production authority without need: refused good nonces, random waits, reused authorizations.
-        environment = os.environ | {"PEBBLE_WFE_NONCEREJECT": "0", "PEBBLE_VA_NOSLEEP": "1", "PEBBLE_AUTHZREUSE": "0"}
+        environment = os.environ | {"PEBBLE_WFE_NONCEREJECT": str(refused_nonces), "PEBBLE_VA_NOSLEEP": "1", "PEBBLE_AUTHZREUSE": "0"}
         command = ["pebble", "-config", config] + (["-dnsserver", dns_server] if dns_server else [])
         self._context = ssl.create_default_context(cafile=authority.root)
         self._process = Background("pebble", command, log, environment)
