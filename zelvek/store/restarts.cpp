@@ -144,6 +144,7 @@ void Pause(Transaction& transaction, int id) {
 void Resume(Transaction& transaction, int id, const std::string& now) {
     const Job job = jobs::FindShown(transaction, id);
     transaction.Prepare("UPDATE job SET paused = 0 WHERE id = :id").With(id).Run();
+    transaction.NoteDue(job.verified ? job.renew : job.due);
     // A run that began now would stop it for good.
     if (!job.verified && !job.failed && !job.processing && DayIsOver(job.time_started, now))
         StartAnew(transaction, id, now, job.force_update);

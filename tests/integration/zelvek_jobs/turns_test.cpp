@@ -155,6 +155,24 @@ TEST_P(ClaimedTurns, ChangesAreTold) {
     store().TellOfDue({});
 }
 
+// Behaviour: A change that makes a job due ...
+TEST_P(ClaimedTurns, TheEndOfAPauseIsTold) {
+    const int waiting = AddWithAccount("anna", "2031-05-01 11:00:00");
+    const int stopped = AddDue("2031-05-03 00:00:00", &Job::failed);
+    Job job;
+    job.verified = true;
+    job.renew = "2031-05-04 00:00:00";
+    const int installed = AddJob(job);
+    std::vector<std::string> told;
+    store().TellOfDue([&](const std::string& due) { told.push_back(due); });
+    for (const int id : {waiting, stopped, installed}) {
+        Do([&](Transaction& transaction) { restarts::Pause(transaction, id); });
+        Do([&](Transaction& transaction) { restarts::Resume(transaction, id, kNow); });
+    }
+    EXPECT_THAT(told, ElementsAre("2031-05-01 11:00:00", "2031-05-03 00:00:00", "2031-05-04 00:00:00"));
+    store().TellOfDue({});
+}
+
 }  // namespace
 
 }  // namespace zelvek::testing
