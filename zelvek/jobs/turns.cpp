@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "vek/date.h"
+#include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
 #include "zelvek/jobs/registration.h"
 #include "zelvek/jobs/renewal.h"
@@ -19,6 +20,17 @@ constexpr int kCandidates = 64;
 
 std::string Now() { return vek_date::DateTime().AsDateTime(); }
 
+std::optional<Job> FindIfAny(Transaction& transaction, int id) try {
+    return jobs::FindShown(transaction, id);
+} catch (const Error& error) {
+    if (error.code() != Code::kMissed) throw;
+    return std::nullopt;
+}
+
+bool IsDue(const Job& job, const std::string& now) {
+    return !job.verified && !job.failed && !job.processing && !job.paused && job.due <= now;
+}
+
 }  // namespace
 
 Turns::Turns(Store& store, Settings settings, Process self)
@@ -29,8 +41,16 @@ std::vector<int> Turns::Claim(std::size_t slots, const UnderWay& under_way, bool
     std::vector<int> claimed;
     Transaction transaction(store_);
     FreeLostJobs(transaction, under_way, now);
-    if (look || candidates_.empty()) LookAround(transaction, now);
-    while (claimed.size() < slots && !candidates_.empty()) {
+    bool looked = look || candidates_.empty();
+    if (looked) LookAround(transaction, now);
+    while (claimed.size() < slots) {
+        if (candidates_.empty()) {
+            if (looked) break;
+            // There may be more than the last look has taken, and nothing else would tell of it.
+            looked = true;
+            LookAround(transaction, now);
+            continue;
+        }
         const int job = candidates_.front();
         candidates_.pop_front();
         // A run that has written its record back may still be on its way out: its job can be due already.
@@ -64,9 +84,10 @@ void Turns::FreeLostJobs(Transaction& transaction, const UnderWay& under_way, co
 }
 
 bool Turns::ClaimOne(Transaction& transaction, int id, const std::string& now) {
-    const Job job = jobs::FindShown(transaction, id);
-    if (MustWait(transaction, job, now) || !runs::ClaimIfDue(transaction, id, self_, now)) return false;
-    NoteRun(transaction, job, now);
+    const auto job = FindIfAny(transaction, id);
+    if (!job || !IsDue(*job, now)) return false;  // changed since the last look
+    if (MustWait(transaction, *job, now) || !runs::ClaimIfDue(transaction, id, self_, now)) return false;
+    NoteRun(transaction, *job, now);
     return true;
 }
 

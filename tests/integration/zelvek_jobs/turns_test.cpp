@@ -121,6 +121,23 @@ TEST_P(ClaimedTurns, WhatTheLastLookHasFoundIsUsedFirst) {
     EXPECT_THAT(Claim(1, false), ElementsAre(newer));
 }
 
+// Behaviour: What has been removed or paused since the last look takes no place, and what is due behind it
+// does not
+//   wait
+TEST_P(ClaimedTurns, WhatIsGoneSinceTheLastLookTakesNoPlace) {
+    const int first = AddWithAccount("anna", "2031-05-01 09:00:00");
+    const int removed = AddWithAccount("anna", "2031-05-01 10:00:00");
+    const int paused = AddWithAccount("anna", "2031-05-01 11:00:00");
+    EXPECT_THAT(Claim(1), ElementsAre(first));
+    const int newer = AddWithAccount("bert", "2031-05-01 09:00:00");
+    Do([&](Transaction& transaction) {
+        jobs::Remove(transaction, removed);
+        restarts::Pause(transaction, paused);
+    });
+    EXPECT_FALSE(turns_.UsedUp());
+    EXPECT_THAT(Claim(9, false), ElementsAre(newer));
+}
+
 // Behaviour: The next time to look is the earliest of what is due, stopped or to be renewed later
 TEST_P(ClaimedTurns, TheNextTimeIsTheEarliestOne) {
     EXPECT_EQ(turns_.Next(), std::nullopt);
