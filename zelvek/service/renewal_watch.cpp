@@ -27,7 +27,7 @@ restarts::Validity Suggested(const Job& job, const std::string& name,
                              const renewal_info::Suggestion& suggestion, const std::string& now) {
     restarts::Validity validity{job.expires, job.renew,
                                 After(now, std::clamp(suggestion.retry_after, kHalfDay, kLongest))};
-    if (!suggestion.window) return validity;
+    if (!suggestion.window || job.renew <= now) return validity;
     const std::string moment =
         renewal_info::Within(*suggestion.window, renewal_info::ShareOf(name)).AsDateTime();
     // Whatever is suggested: a site is not to be without a certificate.
@@ -54,7 +54,7 @@ void AskForRenewals(Services& services, renewal_info::Authority& authority) {
             away = dynamic_cast<const Error*>(&error) == nullptr;
         }
         Transaction transaction(services.store);
-        restarts::SetValidity(transaction, job.user_name, job.folder, validity);
+        restarts::SetRenewal(transaction, job, validity.renew, validity.ask);
         transaction.Commit();
     }
 }

@@ -10,8 +10,8 @@
 namespace zelvek {
 
 /// What the authority's answer makes of a certificate's times: renewed in the suggested window where that
-/// ends before the certificate does, asked for again after half a day at the soonest, or when the authority
-/// says. `name` is the certificate's name there.
+/// ends before the certificate does, unless it is due already; asked for again after half a day at the
+/// soonest, or when the authority says. `name` is the certificate's name there.
 restarts::Validity Suggested(const Job& job, const std::string& name,
                              const renewal_info::Suggestion& suggestion, const std::string& now);
 

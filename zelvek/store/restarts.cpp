@@ -35,6 +35,24 @@ void SetValidity(Transaction& transaction, const std::string& user, const std::s
         .Run();
 }
 
+void SetRenewal(Transaction& transaction, const Job& asked, const std::string& renew,
+                const std::string& ask) {
+    transaction.NoteDue(renew);
+    transaction
+        .Prepare(
+            "UPDATE job SET notice_due = CASE WHEN renew = :same THEN notice_due ELSE :look END,"
+            " renew = :renew, ask_renewal = :ask"
+            " WHERE user_name = :user AND folder = :folder AND expires = :expires")
+        .With(renew)
+        .With(renew)
+        .With(renew)
+        .With(ask)
+        .With(asked.user_name)
+        .With(asked.folder)
+        .With(asked.expires)
+        .Run();
+}
+
 long long PlannedBetween(Transaction& transaction, const std::string& from, const std::string& before) {
     long long count = 0;
     Statement select = transaction.Prepare(

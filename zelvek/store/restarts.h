@@ -22,6 +22,11 @@ struct Validity {
 void SetValidity(Transaction& transaction, const std::string& user, const std::string& folder,
                  const Validity& validity);
 
+/// The authority was asked about the certificate of `asked`, as `RenewalToAskFor` has given it, and when it
+/// is to be asked again. Nothing changes where another certificate was installed meanwhile. What was told of
+/// this one's end stays told.
+void SetRenewal(Transaction& transaction, const Job& asked, const std::string& renew, const std::string& ask);
+
 /// How many renewals are planned from that time on, before the other.
 long long PlannedBetween(Transaction& transaction, const std::string& from, const std::string& before);
 

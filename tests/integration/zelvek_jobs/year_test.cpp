@@ -400,7 +400,7 @@ private:
                     std::max<int>(asked_most, std::count_if(asked_[job.id].begin(), asked_[job.id].end(),
                                                             [&](int time) { return time > now_ - kDay; }));
             }
-            restarts::SetValidity(transaction, job.user_name, job.folder, validity);
+            restarts::SetRenewal(transaction, job, validity.renew, validity.ask);
         }
         transaction.Commit();
     }

@@ -265,6 +265,13 @@ Operations JobOperations() {
          [](Transaction& transaction) {
              restarts::SetValidity(transaction, "anna", "f", {"e", "r"});
          }},
+        {"restarts::SetRenewal",
+         [](Transaction& transaction) {
+             Job asked;
+             asked.user_name = "anna";
+             asked.folder = "f";
+             restarts::SetRenewal(transaction, asked, "r", "a");
+         }},
         {"restarts::PlannedBetween",
          [](Transaction& transaction) { restarts::PlannedBetween(transaction, "s", "t"); }},
         {"restarts::RenewalToAskFor",

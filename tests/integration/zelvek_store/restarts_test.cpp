@@ -42,6 +42,42 @@ TEST_P(StoredRestarts, KnowWhenTheirCertificatesEnd) {
     EXPECT_EQ(FindJob(other).expires, "");
 }
 
+// Behaviour: An authority's word about a renewal changes nothing where another certificate was installed
+//   meanwhile
+TEST_P(StoredRestarts, AreNotPlannedByAWordAboutAnEarlierCertificate) {
+    Job asked;
+    asked.user_name = "anna";
+    asked.folder = "a";
+    asked.expires = "5";
+    asked.renew = "3";
+    const int id = AddJob(asked);
+    Do([](Transaction& transaction) { restarts::SetValidity(transaction, "anna", "a", {"9", "7", "2"}); });
+    Do([&](Transaction& transaction) { restarts::SetRenewal(transaction, asked, "4", "8"); });
+    EXPECT_EQ(FindJob(id).expires + FindJob(id).renew + FindJob(id).ask_renewal, "972");
+    asked.expires = "9";
+    Do([&](Transaction& transaction) { restarts::SetRenewal(transaction, asked, "4", "8"); });
+    EXPECT_EQ(FindJob(id).expires + FindJob(id).renew + FindJob(id).ask_renewal, "948");
+}
+
+// Behaviour: What was told of a certificate's end is not told again since the authority was asked when to
+//   renew it
+TEST_P(StoredRestarts, KeepWhatWasToldOfAnEnd) {
+    Job job;
+    job.user_name = "anna";
+    job.folder = "a";
+    job.expires = "5";
+    job.renew = "3";
+    job.notice_step = 7;
+    job.notice_due = "4";
+    const int id = AddJob(job);
+    Do([&](Transaction& transaction) { restarts::SetRenewal(transaction, job, "3", "8"); });
+    EXPECT_EQ(FindJob(id).notice_step, 7);
+    EXPECT_EQ(FindJob(id).notice_due, "4");
+    Do([&](Transaction& transaction) { restarts::SetRenewal(transaction, job, "2", "8"); });
+    EXPECT_EQ(FindJob(id).notice_step, 7);
+    EXPECT_EQ(FindJob(id).notice_due, "2") << "a renewal's time is when to look again";
+}
+
 // Behaviour: Installed certificates are to be renewed at their times, the longest due first, and no others
 TEST_P(StoredRestarts, AreRenewedAtTheirTimes) {
     const auto add = [&](const std::string& renew, bool verified, bool processing = false) {

@@ -37,6 +37,15 @@ TEST(SuggestedRenewal, LiesInTheWindow) {
         kToday);
 }
 
+// Behaviour: A renewal that is due already stays so, whatever is suggested
+TEST(SuggestedRenewal, LeavesADueOneAlone) {
+    Job due = Installed();
+    due.renew = "2030-12-31 00:00:00";
+    for (const auto& window : {Between("2031-01-25 00:00:00", "2031-01-26 00:00:00"),
+                               Between("2030-12-01 00:00:00", "2030-12-02 00:00:00")})
+        EXPECT_EQ(Suggested(due, "k.1", window, kToday).renew, due.renew);
+}
+
 // Behaviour: A window that lasts until the certificate has ended, and an authority that suggests none, change
 // nothing
 TEST(SuggestedRenewal, NeverComesTooLate) {
