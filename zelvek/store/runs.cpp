@@ -69,7 +69,8 @@ std::vector<int> WaitingTooLong(Transaction& transaction, const std::string& now
         while (select.Next()) found.insert(id);
     };
     find("last_run > :now", now);
-    find("last_run = '' AND next_attempt = '' AND due > :now", now);
+    // One that the service itself makes wait is due when it has said.
+    find("last_run = '' AND next_attempt = '' AND postponed = '' AND due > :now", now);
     find("due > :latest", latest);
     return {found.begin(), found.end()};
 }

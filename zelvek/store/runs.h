@@ -35,8 +35,8 @@ std::string NextDue(Transaction& transaction, const std::string& now);
 void Postpone(Transaction& transaction, int id, const std::string& until, const std::string& reason);
 
 /// Waiting jobs, at most `limit` for each reason, that would be due much too late: their last run is to end
-/// after `now`, they have had none and are due after `now` though nothing was asked for, or they are due
-/// after `latest`. Texts that are no times count where they sort.
+/// after `now`, they have had none and are due after `now` though neither a run nor `Postpone` has said so,
+/// or they are due after `latest`. Texts that are no times count where they sort.
 std::vector<int> WaitingTooLong(Transaction& transaction, const std::string& now, const std::string& latest,
                                 int limit);
 

@@ -99,6 +99,24 @@ TEST_P(ClaimedTurns, AJobWaitsForALimit) {
     EXPECT_EQ(FindJob(id).postponed, "");
 }
 
+// Behaviour: A new job that waits for a limit is left alone until then: its time is no wrong clock's
+TEST_P(ClaimedTurns, ANewJobThatWaitsForALimitIsLeftAlone) {
+    const int id = AddWithAccount("anna", kNow);
+    const Job job = FindJob(id);
+    Do([&](Transaction& transaction) {
+        for (int i = 0; i < 4; ++i)
+            NoteEnd(transaction, job, {{kNow, "failed", "challenge_req_attempt", ""}}, kNow);
+    });
+    EXPECT_THAT(Claim(9), IsEmpty());
+    std::vector<std::string> told;
+    store().TellOfDue([&](const std::string& due) { told.push_back(due); });
+    EXPECT_THAT(Claim(9), IsEmpty());
+    EXPECT_THAT(told, IsEmpty());
+    EXPECT_EQ(FindJob(id).due, "2031-05-01 13:00:01");
+    EXPECT_NE(FindJob(id).postponed, "");
+    store().TellOfDue({});
+}
+
 // Behaviour: A user with 120 failing jobs does not delay another's only one
 TEST_P(ClaimedTurns, AUserWithManyJobsDoesNotDelayAnothersOnlyOne) {
     GivePanelAnAccount();
