@@ -1,4 +1,4 @@
-"""The demonstration: from an empty machine to a certificate that a TLS client accepts. Started by scripts/demo."""
+"""The demonstration: jobs are added, and the service does the rest by itself. Started by scripts/demo."""
 import argparse
 import os
 import subprocess
@@ -7,21 +7,31 @@ import textwrap
 
 import deployment
 import sandbox
-from world import HOSTS, INSTALLED, RESOLVERS, WAITING, WEB_ADDRESS, World
+from process import wait_until
+from web import WebServer
+from world import HOSTS, RESOLVERS, WEB_ADDRESS, World
 
-SITES = {"shop.example": ["shop.example", "www.shop.example"], "blog.example": ["blog.example"]}
-ZONES = {"shop.example": {"@": WEB_ADDRESS, "www": WEB_ADDRESS}}
+# One site for each way to prove a name, and one whose name leads to somebody else's server.
+HTTP_SITE, DNS_SITE, MOVED_SITE = "shop.example", "blog.example", "moved.example"
+ELSEWHERE = "203.0.113.7"
+SITES = {HTTP_SITE: [HTTP_SITE, f"www.{HTTP_SITE}"], DNS_SITE: [DNS_SITE]}
+ZONES = {HTTP_SITE: {"@": WEB_ADDRESS, "www": WEB_ADDRESS}, DNS_SITE: {"@": WEB_ADDRESS}, MOVED_SITE: {"@": ELSEWHERE}}
+
+# Certificates live so many seconds, so that a renewal comes while somebody is looking on: the first one of a job after a
+# sixth to a half of that, by chance.
+LIFETIME = 120
+LIMIT = 600  # seconds; for slow machines, never a time that is waited in full
 
 LOOK = """openssl s_client -connect {name}:443 -servername {name} </dev/null 2>/dev/null |
-        openssl x509 -noout -subject -issuer -ext subjectAltName -dates"""
+        openssl x509 -noout -subject -issuer -serial -ext subjectAltName -dates"""
+# Without a certificate that the client accepts, neither line is printed.
 CHECK = """openssl s_client -connect {name}:443 -servername {name} -verify_hostname {name} \\
-        -CAfile {root} </dev/null 2>/dev/null | grep '^Verif'"""
+        -CAfile {root} </dev/null 2>/dev/null | grep -E '^Verif(ication: OK|ied peername)'"""
 
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--binaries", required=True, type=os.path.abspath)
-    parser.add_argument("--dns", action="store_true", help="a dns-01 job instead of an http-01 job")
     parser.add_argument("--inside", help=argparse.SUPPRESS)
     options = parser.parse_args()
     if options.inside is None:
@@ -31,100 +41,138 @@ def main():
 
 class Demonstration:
     def __init__(self, options):
-        sandbox.set_up_network(options.inside, HOSTS, RESOLVERS)
-        self.dns = options.dns
+        sandbox.set_up_network(options.inside, HOSTS, (*RESOLVERS, ELSEWHERE))
         # Without root there is one user: everything is that user's.
         kind = deployment.DeployedWorld if deployment.possible() else World
         self.world = kind(os.path.join(options.inside, "world"), options.binaries)
         self.environment = self.world.environment() | {"PATH": f"{options.binaries}:{os.environ['PATH']}"}
+        self.root = self.world.path("pebble-root.pem")
+        self.elsewhere = None
         self.steps = 0
 
     def run(self):
         try:
-            self.start()
-            if self.dns:
-                self.dns_job()
-            else:
-                self.http_job()
-                self.second_job()
+            self.start_servers()
+            self.start_service()
+            self.show_placeholder(HTTP_SITE)
+            http_job, dns_job, moved_job = self.add_jobs()
+            first = self.watch_installation(http_job, HTTP_SITE)
+            self.watch_failure(moved_job)
+            self.show_patience(dns_job)
+            self.watch_installation(dns_job, DNS_SITE)
+            self.watch_renewal(http_job, HTTP_SITE, first)
         finally:
-            self.world.close()
+            self.stop()
         self.step("Everything is stopped; nothing stays on the machine.")
         return 0
 
-    def start(self):
+    # What is there before the first job.
+
+    def start_servers(self):
         self.step("A private network: the certificate authority's public address, the sites and the public resolvers "
                   "lie on this namespace's loopback device. Nothing leaves it.")
-        if self.dns:
-            self.step("The name server (BIND), authoritative for the sites' zones, takes updates signed with a key.")
-            self.world.start_dns(ZONES)
-        self.step("The certificate authority (pebble) and the web server (nginx).")
-        self.world.start_pebble()
+        self.step("The name server (BIND), authoritative for the sites' zones, takes updates signed with a key.")
+        self.world.start_dns(ZONES)
+        self.step(f"The certificate authority (pebble), whose certificates live {LIFETIME} seconds here, and the web server "
+                  "(nginx).")
+        self.world.start_pebble(LIFETIME)
         self.world.start_web(SITES)
-        self.step("The service, as a user of its own: root reloads the web server when the service asks for it.")
-        self.world.start_service()
+        self.start_elsewhere()
+
+    def start_elsewhere(self):
+        """Somebody else's web server, which knows none of our answers."""
+        answers = self.world.path("no-answers")
+        os.makedirs(answers)
+        self.elsewhere = WebServer(self.world.path("elsewhere"), ELSEWHERE, answers, {MOVED_SITE: [MOVED_SITE]})
+
+    def start_service(self):
+        self.step("The service with its scheduler, as a user of its own: root reloads the web server when the service asks "
+                  "for it.")
+        self.world.start_service(scheduler="on")
         command = " ".join(self.world.service.command).replace(self.world.binary("zelvek"), "zelvek")
         print(textwrap.fill(command, 114, initial_indent="    $ ", subsequent_indent="        ", break_on_hyphens=False))
 
-    def http_job(self):
-        self.placeholder("shop.example")
-        self.step("A domain and a certificate job for it, with an alias; then one run of the job.")
-        self.type("zelvek domain add shop.example --user anna")
-        self.type("zelvek job add shop.example --user anna --alias www.shop.example")
-        self.type("zelvek job run 1 --quiet")
-        self.installed("shop.example")
-        self.step("The notifications, for the administrator and for the domain's user.")
-        self.type("zelvek problem list --state all")
-
-    def second_job(self):
-        # Pebble takes no account check, so the job leaves it out; the account is the one that the first job registered.
-        self.step("A second job: it takes the panel's default account, which the first job registered.")
-        self.type("zelvek account show")
-        self.type("zelvek domain add blog.example --user anna")
-        self.type("zelvek job add blog.example --user anna --skip-account-check")
-        self.type("zelvek job run 2 --quiet")
-        self.installed("blog.example")
-        self.step("Both jobs.")
-        self.type("zelvek job list")
-
-    def dns_job(self):
-        record = f"dig +noall +answer @{RESOLVERS[0]} TXT _acme-challenge.shop.example"
-        self.placeholder("shop.example")
-        self.step("A domain and a dns-01 job for it and every name below. The first run publishes the TXT records.")
-        self.type("zelvek domain add shop.example --user anna")
-        self.type("zelvek job add shop.example --user anna --alias '*.shop.example' --check dns")
-        self.type("zelvek job run 1 --quiet", WAITING)
-        self.type(record)
-        self.step("The next run looks the records up, and goes on to the certificate. The records are gone then.")
-        self.type("zelvek job run 1 --quiet")
-        self.type(record)
-        self.installed("shop.example")
-        self.step("The history of the job.")
-        self.type("zelvek job show 1")
-
-    def placeholder(self, name):
+    def show_placeholder(self, name):
         self.step(f"What a TLS client sees at https://{name}/ before: a self-signed placeholder.")
         self.type(LOOK.format(name=name))
 
-    def installed(self, name):
+    def stop(self):
+        if self.elsewhere:
+            self.elsewhere.stop()
+        self.world.close()
+
+    # The jobs.
+
+    def add_jobs(self):
+        """Returns the jobs' numbers, which the service counts from 1."""
+        self.step("Three certificates are asked for; nobody will do more than that. The first is proved by http-01.")
+        self.add_job(HTTP_SITE, "--alias", f"www.{HTTP_SITE}")
+        self.step("The second one has a wildcard, which needs dns-01.")
+        self.add_job(DNS_SITE, "--alias", f"'*.{DNS_SITE}'", "--check", "dns")
+        self.step(f"The third one's name leads to another server, {ELSEWHERE}, so it must fail.")
+        self.add_job(MOVED_SITE)
+        self.type("zelvek status")
+        return 1, 2, 3
+
+    def add_job(self, name, *options):
+        self.type(f"zelvek domain add {name} --user anna")
+        # Pebble answers no account check, so the jobs leave it out.
+        self.type(" ".join(["zelvek job add", name, "--user anna --skip-account-check", *options]))
+
+    def watch_installation(self, job, name):
+        """Returns the certificate, PEM, that is shown afterwards."""
+        # So it is again after each renewal: a slow machine sees it late, and does not miss it.
+        self.wait(lambda: self.world.job(job)["verified"], f"{name} has a certificate")
+        self.world.web.wait_trusted(name, self.root)
+        self.step(f"The service has installed the certificate of {name}.")
+        self.type("zelvek status")
         self.step(f"What a TLS client sees at https://{name}/ now; it accepts the certificate if it trusts the authority.")
-        root = self.world.path("pebble-root.pem")
-        self.world.web.wait_trusted(name, root)
+        self.look(name)
+        # Taken after the one that has been printed, so whatever differs from this one differs from that one too.
+        return self.world.web.wait_trusted(name, self.root)
+
+    def watch_failure(self, job):
+        self.wait(lambda: ELSEWHERE in self.world.job(job)["sentence"], f"the service says where {MOVED_SITE} leads")
+        self.step(f"Why {MOVED_SITE} has none: the service has looked for itself what others see of that name.")
+        self.type(f"zelvek job show {job}")
+
+    def show_patience(self, job):
+        # On a slow machine it may have its certificate by now.
+        self.wait(lambda: "TXT records" in self.world.job(job)["sentence"] or self.world.job(job)["verified"],
+                  f"the records of {DNS_SITE} are published")
+        self.step(f"How {DNS_SITE} comes along: name servers need some time to show a record that was published.")
+        self.type(f"zelvek job show {job} | head -n 1")
+
+    def watch_renewal(self, job, name, first):
+        self.step(f"Certificates that live so short are renewed at half their life, a job's first one earlier by chance. So "
+                  f"https://{name}/ shows another one by now, or soon: with another serial number, and later dates.")
+        self.wait(lambda: self.world.web.wait_trusted(name, self.root) != first, f"{name} shows another certificate")
+        self.look(name)
+        self.step("The service's log: its scheduler has started every run, the renewals' too.")
+        self.type(f"grep 'job {job}:' {self.world.log_path('service')}")
+        self.type("zelvek status")
+
+    def look(self, name):
         self.type(LOOK.format(name=name))
-        self.type(CHECK.format(name=name, root=root))
+        self.type(CHECK.format(name=name, root=self.root))
+
+    # How it is shown.
 
     def step(self, text):
         self.steps += 1
         print("\n" + textwrap.fill(f"== {self.steps}. {text}", 110, subsequent_indent="   "), flush=True)
 
-    def type(self, line, status=INSTALLED):
+    def type(self, line):
         """Runs a command line as it is shown."""
         print(f"    $ {line}", flush=True)
         done = subprocess.run(["sh", "-c", line], env=self.environment, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                               stderr=subprocess.STDOUT, text=True, check=False)
         print(textwrap.indent(done.stdout, "      "), end="", flush=True)
-        if done.returncode != status:
-            raise SystemExit(f"demo: that command ended with status {done.returncode}, not {status}")
+        if done.returncode != 0:
+            raise SystemExit(f"demo: that command ended with status {done.returncode}")
+
+    def wait(self, condition, what):
+        wait_until(condition, what, LIMIT)
 
 
 if __name__ == "__main__":

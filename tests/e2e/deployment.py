@@ -9,7 +9,7 @@ from ca import read
 from world import World
 
 USER, NAME = 64321, "zelvek"  # the service's; nobody's on the machine
-PACKAGING = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "packaging")
+PACKAGING = os.path.abspath(os.path.join(os.path.dirname(__file__), "..", "..", "packaging"))
 
 
 def possible():

@@ -61,7 +61,7 @@ class Soak:
             self.world.close()
 
     def start(self):
-        self.world.start_pebble(REFUSED_NONCES)
+        self.world.start_pebble(refused_nonces=REFUSED_NONCES)
         # The limits of the production authority would be reached within the first minute.
         self.world.start_service(
             "--http-responder", f"{WEB_ADDRESS}:80", "--retry-interval", "1", "--runs-at-once", "8",

@@ -62,10 +62,9 @@ class World:
         self.dns = NameServer(self.path("dns"), self.log_path("named"), zones, resolvers)
         self._stopping.callback(self.dns.stop)
 
-    def start_pebble(self, refused_nonces=0):
-        """Pebble, with the synchronous front at the production directory's address."""
-        self.pebble = Pebble(self.path("pebble"), self.ca, self.log_path("pebble"), "127.0.0.1:53" if self.dns else None,
-                             refused_nonces)
+    def start_pebble(self, **kind):
+        """Pebble, of a kind of its own perhaps, with the synchronous front at the production directory's address."""
+        self.pebble = Pebble(self.path("pebble"), self.ca, self.log_path("pebble"), "127.0.0.1:53" if self.dns else None, **kind)
         self._stopping.callback(self.pebble.stop)
         self.front = Front(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca, self.pebble)
         self._stopping.callback(self.front.stop)
