@@ -75,7 +75,7 @@ class Demonstration:
         self.world.start_dns(ZONES)
         self.step(f"The certificate authority (pebble), whose certificates live {LIFETIME} seconds here, and the web server "
                   "(nginx).")
-        self.world.start_pebble(LIFETIME)
+        self.world.start_pebble(lifetime=LIFETIME)
         self.world.start_web(SITES)
         self.start_elsewhere()
 
