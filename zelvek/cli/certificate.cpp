@@ -47,7 +47,9 @@ std::vector<std::string> Row(const vek_xml::Node& certificate) {
             str::Append(certificate.Value("key_kind"), certificate.Value("key_size"), " "),
             certificate.Value("served"),
             certificate.Value("issuer"),
-            readable ? certificate.Value("names") + " in " + path : "no readable certificate in " + path};
+            readable       ? certificate.Value("names") + " in " + path
+            : path.empty() ? "no certificate can have this name"
+                           : "no readable certificate in " + path};
 }
 
 int List(const ListOptions& options) {

@@ -49,8 +49,7 @@ std::vector<Shown> Page(Services& services, const Query& query, int limit) {
                                          PlaceAfter(transaction, query), limit, "9999-12-31 23:59:59"};
     std::vector<Shown> page;
     for (Job& job : job_lists::Some(transaction, selection)) {
-        auto served = served::Find(transaction, job.user_name,
-                                   job.folder.empty() ? names::ComparedFolder(job.certname) : job.folder);
+        auto served = served::Find(transaction, job.user_name, names::ComparedFolderIfAny(job.certname));
         page.push_back({std::move(job), std::move(served)});
     }
     return page;
@@ -61,6 +60,13 @@ std::string WordOf(const std::optional<served::Served>& served) {
     return served->state == served::kServed ? "yes" : "no";
 }
 
+/// Empty for a name that cannot be installed: older versions took such ones.
+std::string PathOf(const Services& services, const Job& job) try {
+    return install::PlaceOf(services.install, job.user_name, job.certname);
+} catch (const Error&) {
+    return "";
+}
+
 void AddCertificate(const Services& services, const Shown& shown, XmlAnswer& answer) {
     const Job& job = shown.job;
     XmlAnswer::Element element = answer.Elem();
@@ -68,7 +74,7 @@ void AddCertificate(const Services& services, const Shown& shown, XmlAnswer& ans
         .Value("place", names::MakeText(job.expires + "/" + std::to_string(job.id)))
         .Value("certname", job.certname)
         .Value("user_name", job.user_name)
-        .Value("path", names::MakeText(install::PlaceOf(services.install, job.user_name, job.certname)))
+        .Value("path", names::MakeText(PathOf(services, job)))
         .Value("served", WordOf(shown.served))
         .Value("served_time", shown.served ? shown.served->time : "")
         .Value("served_detail", shown.served ? names::MakeText(shown.served->detail) : "");

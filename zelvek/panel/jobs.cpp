@@ -22,17 +22,9 @@ namespace {
 
 constexpr int kStartedAtOnce = 500;
 
-/// Empty for a name that cannot be installed: older versions took longer ones.
-std::string FolderOf(const Job& job) {
-    try {
-        return names::ComparedFolder(job.certname);
-    } catch (const Error&) {
-        return "";
-    }
-}
-
 /// Of the installed certificate, where the web server has not taken it over.
 std::optional<reloads::Reload> FailedReload(Transaction& transaction, const Job& job) {
+    if (names::ComparedFolderIfAny(job.certname).empty()) return std::nullopt;
     auto reload = reloads::Find(transaction, job.user_name, str::puny::Encode(job.certname));
     return reload && reload->failures > 0 ? std::move(reload) : std::nullopt;
 }
@@ -55,7 +47,7 @@ void AddReason(Transaction& transaction, const Job& job, const std::vector<histo
                    events,
                    findings::Of(transaction, job.id),
                    FailedReload(transaction, job),
-                   served::Find(transaction, job.user_name, FolderOf(job)),
+                   served::Find(transaction, job.user_name, names::ComparedFolderIfAny(job.certname)),
                    vek_date::DateTime().AsDateTime()};
     const Reason reason = ReasonOf(facts);
     answer.Doc().Value("sentence", names::MakeText(reason.sentence));

@@ -440,6 +440,25 @@ TEST_F(CertificateCommands, InstalledCertificatesAreListed) {
     EXPECT_EQ(ErrorOf("func=zelvek.certificate.list&limit=501"), "value");
 }
 
+// Behaviour: A certificate that cannot be installed, of a job that an older version took, hides no other one
+TEST_F(CertificateCommands, OneThatCannotBeInstalledHidesNoOther) {
+    Start();
+    AddInstalled("a.example", "ec -pkeyopt ec_paramgen_curve:P-256", "30");
+    const std::vector<std::string> names{std::string(300, 'y'), "a/b", "xn--\u00e9.example"};
+    for (const std::string& name : names) {
+        const std::string id = AddJob({{"certname", "older"}});
+        Change("UPDATE job SET verified = 1, expires = '2026-01-01 00:00:00', folder = '', certname = '" +
+               name + "' WHERE id = " + id);
+        EXPECT_EQ(Zelvek({"job", "show", id}).status, 0) << name;
+    }
+    const Json::Value list = Json({"certificate", "list"});
+    ASSERT_EQ(list.size(), 4U);
+    EXPECT_EQ(list[0]["certname"].asString(), names[0]);
+    EXPECT_FALSE(list[0]["readable"].asBool());
+    EXPECT_EQ(list[3]["certname"].asString(), "a.example");
+    EXPECT_TRUE(list[3]["readable"].asBool());
+}
+
 // Behaviour: A removed job's certificate stays and is named, unless it is to go, too
 TEST_F(CertificateCommands, ARemovedJobsCertificateStaysUnlessItIsToGo) {
     Start();
