@@ -71,9 +71,7 @@ void Reloader::Reload(const InstalledCertificate& installed) {
     const auto reload = reloads::Find(transaction, installed.user, installed.name);
     if (!reload) return;  // somebody else's reload has done it meanwhile
     if (reason.empty()) {
-        reloads::Finish(transaction, installed.user, installed.name);
-        problems::Resolve(transaction, "web_server_reload", reload->user_name,
-                          names::ComparedFolder(reload->certname));
+        EndReload(transaction, installed.user, installed.name);
     } else {
         const auto pause = settings_.first_pause * (1 << std::min(reload->failures, kMostDoublings));
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(pause);
@@ -99,7 +97,7 @@ void Reloader::RetryDue() {
             kTriedAtOnce);
         if (settings_.command.empty()) {
             for (const reloads::Reload& reload : due)
-                reloads::Finish(transaction, reload.user_name, reload.certname);
+                EndReload(transaction, reload.user_name, reload.certname);
             transaction.Commit();
             return;
         }
@@ -109,6 +107,11 @@ void Reloader::RetryDue() {
         const auto key = ReadSmallFile(std::filesystem::path(reload.directory) / "privkey.pem", kLargestKey);
         Reload({reload.directory, reload.certname, reload.user_name, key.value_or("")});
     }
+}
+
+void EndReload(Transaction& transaction, const std::string& user, const std::string& certname) {
+    reloads::Finish(transaction, user, certname);
+    problems::Resolve(transaction, "web_server_reload", user, names::ComparedFolder(certname));
 }
 
 }  // namespace zelvek

@@ -42,4 +42,8 @@ private:
     Settings settings_;
 };
 
+/// Nobody waits any more for the reload with this certificate, whose name is in its ASCII form, and nobody is
+/// told about it.
+void EndReload(Transaction& transaction, const std::string& user, const std::string& certname);
+
 }  // namespace zelvek

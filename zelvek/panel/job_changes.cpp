@@ -11,6 +11,7 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/certificates/install.h"
+#include "zelvek/certificates/reloader.h"
 #include "zelvek/certificates/site_watch.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_form.h"
@@ -20,7 +21,6 @@
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/problems.h"
 #include "zelvek/store/publications.h"
-#include "zelvek/store/reloads.h"
 #include "zelvek/store/restarts.h"
 
 namespace zelvek {
@@ -118,7 +118,7 @@ void RemoveCertificate(Services& services, const Job& job, const std::string& pl
                                       "; remove " + place + " by hand");
     }
     Transaction transaction(services.store);
-    reloads::Finish(transaction, job.user_name, str::puny::Encode(job.certname));
+    EndReload(transaction, job.user_name, str::puny::Encode(job.certname));
     ForgetSite(transaction, job.user_name, names::ComparedFolderIfAny(job.certname));
     transaction.Commit();
 }

@@ -459,6 +459,23 @@ TEST_F(CertificateCommands, OneThatCannotBeInstalledHidesNoOther) {
     EXPECT_TRUE(list[3]["readable"].asBool());
 }
 
+// Behaviour: A reload that failed is no trouble any more when its certificate is removed, or when there is no
+//   reload command any more
+TEST_F(CertificateCommands, AReloadThatNobodyTriesAgainIsNoTrouble) {
+    Start({{"--reload-command", "false"}});
+    for (const char* name : {"a.example", "b.example"})
+        AddInstalled(name, "ec -pkeyopt ec_paramgen_curve:P-256", "30");
+    EXPECT_EQ(Json({"problem", "list"}).size(), 2U);
+    Zelvek({"job", "remove", "1", "--certificate"});
+    const Json::Value left = Json({"problem", "list"});
+    ASSERT_EQ(left.size(), 1U);
+    EXPECT_EQ(left[0]["parameters"]["certname"].asString(), "b.example");
+    Stop();
+    Change("UPDATE reload SET next = '2026-01-01 00:00:00'");
+    Start();
+    EXPECT_TRUE(Eventually([&] { return Json({"problem", "list"}).empty(); }));
+}
+
 // Behaviour: A removed job's certificate stays and is named, unless it is to go, too
 TEST_F(CertificateCommands, ARemovedJobsCertificateStaysUnlessItIsToGo) {
     Start();
