@@ -52,13 +52,21 @@ std::vector<std::string> CheckedNames(const Job& job) {
 /// A run with challenges from an earlier one goes on with their order.
 bool WillOrder(const Job& job) { return job.attempt_count == 0 || job.challenges.empty(); }
 
+/// What is allowed: so many uses by one subject within so many seconds.
+struct Allowance {
+    Kind kind;
+    int most;
+    int window;
+};
+
 /// When there is room for one more within the window; nothing where there is room now.
-std::optional<std::string> RoomFrom(Transaction& transaction, Kind kind, const std::string& subject, int most,
-                                    int window, const std::string& now) {
-    const auto oldest = usage::TimeOf(transaction, kind, subject, After(now, -window), most - 1);
+std::optional<std::string> RoomFrom(Transaction& transaction, const Allowance& allowance,
+                                    const std::string& subject, const std::string& now) {
+    const auto oldest = usage::TimeOf(transaction, allowance.kind, subject, After(now, -allowance.window),
+                                      allowance.most - 1);
     if (!oldest) return std::nullopt;
     // A time in the future is another clock's.
-    return After(std::min(*oldest, now), window + 1);
+    return After(std::min(*oldest, now), allowance.window + 1);
 }
 
 bool Is(const history::Event& event, const std::string& name) { return event.event == name; }
@@ -77,15 +85,15 @@ bool HasOrder(const std::vector<history::Event>& events) {
 std::optional<Hold> HeldBack(Transaction& transaction, const Job& job, const Limits& limits,
                              const std::string& now) {
     if (WillOrder(job)) {
-        const auto from = RoomFrom(transaction, Kind::kOrder, AccountOf(transaction, job), limits.orders,
-                                   kOrderWindow, now);
+        const auto from = RoomFrom(transaction, {Kind::kOrder, limits.orders, kOrderWindow},
+                                   AccountOf(transaction, job), now);
         if (from) {
             return Hold{*from, "the account has placed " + std::to_string(limits.orders) +
                                    " orders within three hours, and the authority allows few more"};
         }
     }
     for (const std::string& name : CheckedNames(job)) {
-        const auto from = RoomFrom(transaction, Kind::kFailure, name, limits.failures, kFailureWindow, now);
+        const auto from = RoomFrom(transaction, {Kind::kFailure, limits.failures, kFailureWindow}, name, now);
         if (from) {
             return Hold{*from, "checks of " + name + " have failed " + std::to_string(limits.failures) +
                                    " times within an hour, and the authority allows few more"};

@@ -1,7 +1,5 @@
 #include "zelvek/jobs/turns.h"
 
-#include <utility>
-
 #include "vek/date.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
@@ -34,7 +32,7 @@ bool IsDue(const Job& job, const std::string& now) {
 }  // namespace
 
 Turns::Turns(Store& store, Settings settings, Process self)
-    : store_(store), settings_(std::move(settings)), self_(self) {}
+    : store_(store), settings_(settings), self_(self) {}
 
 std::vector<int> Turns::Claim(std::size_t slots, const UnderWay& under_way, bool look) {
     const std::string now = Now();
