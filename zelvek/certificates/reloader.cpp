@@ -103,6 +103,7 @@ void Reloader::RetryDue() {
         }
     }
     for (const reloads::Reload& reload : due) {
+        if (ending_) return;
         // The folder's owner may have put anything there.
         const auto key = ReadSmallFile(std::filesystem::path(reload.directory) / "privkey.pem", kLargestKey);
         Reload({reload.directory, reload.certname, reload.user_name, key.value_or("")});

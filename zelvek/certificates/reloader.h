@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <string>
@@ -37,9 +38,13 @@ public:
     /// Tries again what has failed and whose time has come.
     void RetryDue();
 
+    /// `RetryDue` begins no further reload, on whatever thread it is.
+    void End() { ending_ = true; }
+
 private:
     Store& store_;
     Settings settings_;
+    std::atomic<bool> ending_{false};
 };
 
 /// Nobody waits any more for the reload with this certificate, whose name is in its ASCII form, and nobody is

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <ctime>
 #include <functional>
@@ -26,6 +27,7 @@ using vek_date::DateTime;
 constexpr int kSuccess = 200;
 constexpr int kDay = 24 * 3600;  // seconds
 constexpr std::size_t kLongestBody = 100'000;
+constexpr std::chrono::seconds kLimit{20};  // a service that ends waits for one exchange
 
 Error Strange(const std::string& what) { return Error(Code::kProtocol, "the authority's " + what); }
 
@@ -60,6 +62,7 @@ Answer Get(const std::string& url, const std::string& what) {
     vek_rpc::HttpQuery query;
     query.AcceptHeader();
     query.AcceptAnyResponse();
+    query.Limit(kLimit, kLongestBody);
     query.Get(url, out);
     if (query.Status() != kSuccess) throw Strange(what + " has status " + std::to_string(query.Status()));
     const std::string text = out.str();

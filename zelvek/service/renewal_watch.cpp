@@ -44,6 +44,7 @@ void AskForRenewals(Services& services, renewal_info::Authority& authority) {
     }
     bool away = false;
     for (const Job& job : some) {
+        if (authority.Ending()) return;
         restarts::Validity validity{job.expires, job.renew, After(now, kHalfDay)};
         const std::string name = install::InstalledRenewalName(services.install, job.user_name, job.certname);
         try {

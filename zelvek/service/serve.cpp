@@ -151,7 +151,10 @@ void Serve(const ServeOptions& options) {
                                                      options.run_limit});
     }
     std::cout << "zelvek: ready" << std::endl;
-    Log("ending on signal " + std::to_string(signals.Wait()));
+    const int signal = signals.Wait();
+    reloader.End();
+    authority.End();
+    Log("ending on signal " + std::to_string(signal));
 }
 
 }  // namespace zelvek

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <map>
@@ -194,6 +195,26 @@ TEST_F(Certificate, AnExchangedKeyHoldsNoReloadUp) {
     const auto before = ReadFile(Path("tries")).size();
     EXPECT_TRUE(Eventually([&] { return ReadFile(Path("tries")).size() > before + 4; }));
     Stop();
+}
+
+// Behaviour: A service that is to end while reloads are tried again waits for the one under way alone
+TEST_F(Certificate, AnEndBeginsNoFurtherReload) {
+    Start();
+    Stop();
+    SQLite::Database(Database().string(), SQLite::OPEN_READWRITE)
+        .exec(
+            "INSERT INTO reload (user_name, certname, directory, since, failures, next, reason) VALUES"
+            " ('anna', 'a', '/a', '2026-01-01 00:00:00', 1, '2026-01-01 00:00:00', ''),"
+            " ('anna', 'b', '/b', '2026-01-01 00:00:00', 1, '2026-01-01 00:00:00', '')");
+    const std::string tries = Path("tries");
+    Start({{"--reload-command", "echo x >>" + tries + "; until test -e " + Path("go").string() +
+                                    "; do sleep 0.01; done; false"}});
+    EXPECT_TRUE(Eventually([&] { return ReadFile(tries) == "x\n"; }));
+    service().Signal(SIGTERM);
+    EXPECT_TRUE(Eventually([&] { return service().Err().find("ending on signal") != std::string::npos; }));
+    std::ofstream{Path("go")};
+    EXPECT_EQ(service().Wait().status, 0);
+    EXPECT_EQ(ReadFile(tries), "x\n");
 }
 
 // Behaviour: An installation that fails leaves no reload to be repeated

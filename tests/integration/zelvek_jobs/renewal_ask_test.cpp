@@ -1,0 +1,51 @@
+// When an authority is asked for the times of renewals.
+#include "moved_clock.h"
+#include "zelvek/publishing/publisher.h"
+#include "zelvek/service/renewal_watch.h"
+#include "zelvek/store/jobs.h"
+#include "zelvek_store/engine.h"
+
+namespace zelvek::testing {
+
+namespace {
+
+class AskedRenewals : public StoreTest {
+protected:
+    int AddToAskFor() {
+        Job job;
+        job.user_name = "anna";
+        job.certname = job.folder = std::to_string(++names_) + ".example";
+        job.verified = true;
+        job.expires = "2031-07-01 00:00:00";
+        job.renew = "2031-06-01 00:00:00";
+        job.ask_renewal = "2031-05-01 11:00:00";
+        return AddJob(job);
+    }
+
+    MovedClock clock_{kNow};
+    Publisher publisher_{store(), "answers", nullptr};
+    Reloader reloader_{store(), {}};
+    Services services_{store(), publisher_, nullptr, {"certs"}, reloader_, {}};
+    renewal_info::Authority authority_{"no URL"};
+    int names_ = 0;
+};
+
+INSTANTIATE_TEST_SUITE_P(Engines, AskedRenewals, ::testing::ValuesIn(Engines()), EngineName);
+
+// Behaviours of: Scheduling
+
+// Behaviour: The authority is asked for many certificates one after the other; a service that is to end asks
+// for no further one
+TEST_P(AskedRenewals, EndWithTheService) {
+    const int asked = AddToAskFor();
+    AskForRenewals(services_, authority_);
+    EXPECT_EQ(FindJob(asked).ask_renewal, "2031-05-02 00:00:00");
+    const int left = AddToAskFor();
+    authority_.End();
+    AskForRenewals(services_, authority_);
+    EXPECT_EQ(FindJob(left).ask_renewal, "2031-05-01 11:00:00");
+}
+
+}  // namespace
+
+}  // namespace zelvek::testing
