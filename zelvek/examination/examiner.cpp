@@ -184,6 +184,11 @@ void Examiner::LookAtRecord(Patient& patient, const PublishedItem& record, const
     Shorten(addresses, kMostAddresses);
     for (const std::string& address : addresses) {
         if (ending_ || steady_clock::now() > patient.end_by) return;
+        // Where its host points is up to whoever has that name, as with a web server's.
+        if (settings_.public_only && !IsPublicAddress(address)) {
+            patient.Note(server, address, finding_state::kNotPublic);
+            continue;
+        }
         const std::string place = str::Append(server, "(" + address + ")", " ");
         std::string reason;
         const auto values = dns_.TxtAt(address, record.name, reason);

@@ -30,11 +30,11 @@ struct Block {
     int bits;  // that all its addresses have in common
 };
 
-constexpr std::array kBlocks{Block{"0.0.0.0", 8},      Block{"10.0.0.0", 8},     Block{"100.64.0.0", 10},
-                             Block{"127.0.0.0", 8},    Block{"169.254.0.0", 16}, Block{"172.16.0.0", 12},
-                             Block{"192.168.0.0", 16}, Block{"224.0.0.0", 3},    Block{"::", 96},
-                             Block{"64:ff9b::", 32},   Block{"fc00::", 7},       Block{"fe80::", 9},
-                             Block{"ff00::", 8}};
+constexpr std::array kBlocks{
+    Block{"0.0.0.0", 8},      Block{"10.0.0.0", 8},    Block{"100.64.0.0", 10}, Block{"127.0.0.0", 8},
+    Block{"169.254.0.0", 16}, Block{"172.16.0.0", 12}, Block{"192.0.0.0", 24},  Block{"192.168.0.0", 16},
+    Block{"198.18.0.0", 15},  Block{"224.0.0.0", 3},   Block{"::", 96},         Block{"64:ff9b::", 32},
+    Block{"2002::", 16},      Block{"fc00::", 7},      Block{"fe80::", 9},      Block{"ff00::", 8}};
 
 bool Holds(const Block& block, const Address& address) {
     const Address first = Read(block.first).value_or(Address{});

@@ -194,6 +194,13 @@ TEST_F(Examination, AsksEachNameServerForEachRecord) {
         "update delete _acme-challenge.a.example.test.");
 }
 
+// Behaviour: A name server at an address that is not public is told, and not asked
+TEST_F(Examination, AsksNoNameServerInsideAPrivateNetwork) {
+    const int job = AddJob("a.example.test", "dns");
+    Publish(job, "_acme-challenge.a.example.test", "one");
+    EXPECT_THAT(Texts(Examine(job, 1, true)), ElementsAre("ns.example.test|127.0.0.1|not_public|"));
+}
+
 // Behaviour: A job is examined once for each run that asks for it; one that was removed meanwhile, or has its
 //   certificate, keeps no findings
 TEST_F(Examination, IsMadeOnceForEachRun) {
