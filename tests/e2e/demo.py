@@ -61,6 +61,9 @@ class Demonstration:
             self.show_patience(dns_job)
             self.watch_installation(dns_job, DNS_SITE)
             self.watch_renewal(http_job, HTTP_SITE, first)
+        except (AssertionError, SystemExit):
+            print(self.world.describe())
+            raise
         finally:
             self.stop()
         self.step("Everything is stopped; nothing stays on the machine.")
