@@ -105,16 +105,18 @@ std::optional<Hold> HeldBack(Transaction& transaction, const Job& job, const Lim
 void NoteRun(Transaction& transaction, const Job& job, const std::string& now) {
     usage::DropOpen(transaction, job.id);
     if (WillOrder(job))
-        usage::Note(transaction, job.id, Kind::kOrder, {AccountOf(transaction, job)}, now, true);
-    usage::Note(transaction, job.id, Kind::kFailure, CheckedNames(job), now, true);
+        usage::Note(transaction, job.id, {Kind::kOrder, AccountOf(transaction, job), now, true});
+    for (const std::string& name : CheckedNames(job))
+        usage::Note(transaction, job.id, {Kind::kFailure, name, now, true});
 }
 
 void NoteEnd(Transaction& transaction, const Job& job, const std::vector<history::Event>& events,
              const std::string& now) {
     usage::DropOpen(transaction, job.id);
-    if (HasOrder(events)) usage::Note(transaction, job.id, Kind::kOrder, {job.kid}, now, false);
-    if (HasFailedAuthorization(events))
-        usage::Note(transaction, job.id, Kind::kFailure, CheckedNames(job), now, false);
+    if (HasOrder(events)) usage::Note(transaction, job.id, {Kind::kOrder, job.kid, now, false});
+    if (!HasFailedAuthorization(events)) return;
+    for (const std::string& name : CheckedNames(job))
+        usage::Note(transaction, job.id, {Kind::kFailure, name, now, false});
 }
 
 void NoteDeath(Transaction& transaction, int job) {

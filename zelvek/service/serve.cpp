@@ -99,6 +99,14 @@ void CheckPlugin(const ServeOptions& options) {
     }
 }
 
+Scheduler::Settings SchedulerSettings(const ServeOptions& options) {
+    return {options.plugin,
+            options.scheduler_interval,
+            static_cast<std::size_t>(options.runs_at_once),
+            {{options.retry_interval}, options.limits},
+            options.run_limit};
+}
+
 }  // namespace
 
 void Serve(const ServeOptions& options) {
@@ -113,7 +121,6 @@ void Serve(const ServeOptions& options) {
     const auto backend = dns::MakeBackend(options.dns);
 
     Publisher publisher(store, options.answers, backend.get());
-    const RetryPolicy retry{options.retry_interval};
     Reloader reloader(store, options.reload);
     const install::Settings installed = InstallSettings(options);
     Services services{store,
@@ -121,7 +128,7 @@ void Serve(const ServeOptions& options) {
                       backend.get(),
                       installed,
                       reloader,
-                      retry,
+                      {options.retry_interval},
                       options.retention.history_entries,
                       {vek_date::DateTime().AsDateTime(), options.database, options.scheduler}};
     notices::Notifier notifier(store, options.notify);
@@ -135,25 +142,15 @@ void Serve(const ServeOptions& options) {
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
     notifier.Start(options.sweep_interval);
-    renewal_info::Authority authority(DirectoryUrl());
-    std::optional<Periodic> asking;
-    if (options.renewal_info) {
-        asking.emplace("renewal information", options.sweep_interval,
-                       [&] { AskForRenewals(services, authority); });
-    }
+    std::optional<RenewalWatch> asking;
+    if (options.renewal_info) asking.emplace(services, DirectoryUrl(), options.sweep_interval);
     const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
     std::optional<Scheduler> scheduler;
-    if (options.scheduler) {
-        scheduler.emplace(store, Scheduler::Settings{options.plugin,
-                                                     options.scheduler_interval,
-                                                     static_cast<std::size_t>(options.runs_at_once),
-                                                     {retry, options.limits},
-                                                     options.run_limit});
-    }
+    if (options.scheduler) scheduler.emplace(store, SchedulerSettings(options));
     std::cout << "zelvek: ready" << std::endl;
     const int signal = signals.Wait();
     reloader.End();
-    authority.End();
+    if (asking) asking->End();
     Log("ending on signal " + std::to_string(signal));
 }
 

@@ -9,20 +9,17 @@ std::string Word(Kind kind) { return kind == Kind::kOrder ? "order" : "failure";
 
 }  // namespace
 
-void Note(Transaction& transaction, int job, Kind kind, const std::vector<std::string>& subjects,
-          const std::string& time, bool open) {
-    for (const std::string& subject : subjects) {
-        transaction
-            .Prepare(
-                "INSERT INTO authority_use (kind, subject, time, job, open)"
-                " VALUES (:kind, :subject, :time, :job, :open)")
-            .With(Word(kind))
-            .With(subject)
-            .With(time)
-            .With(job)
-            .With(open)
-            .Run();
-    }
+void Note(Transaction& transaction, int job, const Use& use) {
+    transaction
+        .Prepare(
+            "INSERT INTO authority_use (kind, subject, time, job, open)"
+            " VALUES (:kind, :subject, :time, :job, :open)")
+        .With(Word(use.kind))
+        .With(use.subject)
+        .With(use.time)
+        .With(job)
+        .With(use.open)
+        .Run();
 }
 
 void DropOpen(Transaction& transaction, int job) {

@@ -2,7 +2,6 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "zelvek/store/store.h"
 
@@ -15,9 +14,15 @@ enum class Kind {
     kFailure,  // a failed authorization; its subject is the name
 };
 
-/// One use by the job for each subject. What is `open` may turn out not to be one: a run is under way.
-void Note(Transaction& transaction, int job, Kind kind, const std::vector<std::string>& subjects,
-          const std::string& time, bool open);
+struct Use {
+    Kind kind;
+    std::string subject;
+    std::string time;
+    bool open;  // it may turn out not to be one: a run is under way
+};
+
+/// The job has used that.
+void Note(Transaction& transaction, int job, const Use& use);
 
 /// The job's run is over: what is open of it was no use.
 void DropOpen(Transaction& transaction, int job);

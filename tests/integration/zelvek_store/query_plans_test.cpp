@@ -439,7 +439,7 @@ Operations OtherOperations() {
          [](Transaction& transaction) { publications::SeenByAll(transaction, 2); }},
         {"usage::Note",
          [](Transaction& transaction) {
-             usage::Note(transaction, 1, usage::Kind::kOrder, {"k"}, "t", true);
+             usage::Note(transaction, 1, {usage::Kind::kOrder, "k", "t", true});
          }},
         {"usage::DropOpen", [](Transaction& transaction) { usage::DropOpen(transaction, 1); }},
         {"usage::CountOpen",
