@@ -47,13 +47,14 @@ void ForgetDeadProcesses(Transaction& transaction) {
 }
 
 std::vector<int> Due(Transaction& transaction, const std::string& now, int limit) {
+    // Runs are counted once for each user, not once for each job that is due.
     Statement select = transaction.Prepare(
-        "SELECT id FROM (SELECT id, due, row_number() OVER (PARTITION BY user_name ORDER BY due, id)"
-        " + (SELECT count(*) FROM job AS run WHERE run.processing = 1 AND run.user_name = job.user_name) AS "
-        "turn"
-        " FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0 AND due <= :now)"
-        " AS waiting"
-        " ORDER BY turn, due, id LIMIT :most");
+        "WITH waiting AS (SELECT id, user_name, due, row_number() OVER (PARTITION BY user_name ORDER BY due, "
+        "id) AS turn FROM job"
+        " WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0 AND due <= :now),"
+        " busy AS (SELECT user_name, count(*) AS runs FROM job WHERE processing = 1 GROUP BY user_name)"
+        " SELECT waiting.id FROM waiting LEFT JOIN busy ON busy.user_name = waiting.user_name"
+        " ORDER BY waiting.turn + coalesce(busy.runs, 0), waiting.due, waiting.id LIMIT :most");
     return select.With(now).With(limit).Numbers();
 }
 
