@@ -99,6 +99,14 @@ void CheckPlugin(const ServeOptions& options) {
     }
 }
 
+/// What the service works with outside its database is there, and can be used.
+void CheckPlaces(const ServeOptions& options) {
+    UseDirectory("the answers' directory", options.answers);
+    durable::RemoveLeftovers(options.answers);
+    UseDirectory("the certificates' directory", options.install.directory);
+    CheckPlugin(options);
+}
+
 Scheduler::Settings SchedulerSettings(const ServeOptions& options) {
     return {options.plugin,
             options.scheduler_interval,
@@ -114,10 +122,7 @@ void Serve(const ServeOptions& options) {
     const EndSignals signals;
     ServiceSocket socket(RunDirectory());
     Store store(WithParent(options.database));
-    UseDirectory("the answers' directory", options.answers);
-    durable::RemoveLeftovers(options.answers);
-    UseDirectory("the certificates' directory", options.install.directory);
-    CheckPlugin(options);
+    CheckPlaces(options);
     const auto backend = dns::MakeBackend(options.dns);
 
     Publisher publisher(store, options.answers, backend.get());
