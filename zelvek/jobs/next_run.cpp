@@ -41,6 +41,12 @@ seconds PauseOf(const Job& job, const DateTime& now) {
     return std::clamp<seconds>(pause, seconds{0}, kLongestPause);
 }
 
+/// A stopped job has had its day.
+seconds PauseOfStopped(const RetryPolicy& policy) {
+    constexpr int kMany = 100;  // failures
+    return std::min<seconds>(PauseAfter(Outcome::kRefused, kMany, policy, RandomSpread()), kLongestPause);
+}
+
 void LogTimes(const Job& job, const std::string& what) {
     Log("job " + std::to_string(job.id) + ": " + what + ": started \"" + job.time_started +
         "\", last run \"" + job.last_run + "\", next attempt \"" + job.next_attempt + "\", due \"" + job.due +
@@ -80,10 +86,11 @@ void PlanNextRun(Job& job, Outcome outcome, const RetryPolicy& policy, const std
     if (job.failures > 0 && job.notice_due.empty()) job.notice_due = now;
     job.due = NextDue(job, policy, now);
     if (!failed || job.next_attempt > now) return;
-    constexpr int kMany = 100;  // a stopped job has had its day
-    const seconds pause = PauseAfter(job.failed ? Outcome::kRefused : outcome,
-                                     job.failed ? kMany : job.failures, policy, RandomSpread());
-    job.due = After(DateTime(now), std::min<seconds>(pause, kLongestPause)).AsDateTime();
+    const seconds pause =
+        job.failed
+            ? PauseOfStopped(policy)
+            : std::min<seconds>(PauseAfter(outcome, job.failures, policy, RandomSpread()), kLongestPause);
+    job.due = After(DateTime(now), pause).AsDateTime();
 }
 
 bool MakeTimesReadable(Job& job, const std::string& now) {
@@ -104,7 +111,8 @@ void MendTimes(Transaction& transaction, const std::string& now, const RetryPoli
     for (const int id : runs::WaitingTooLong(transaction, now, latest, kMendedAtOnce)) {
         Job job = jobs::FindShown(transaction, id);
         if (!MakeTimesReadable(job, now)) LogTimes(job, "a time lies in the future, was the clock set back?");
-        job.due = NextDue(job, policy, now);
+        job.due = job.failed ? After(DateTime(now), PauseOfStopped(policy)).AsDateTime()
+                             : NextDue(job, policy, now);
         job.next_attempt = std::min(job.next_attempt, job.due);
         job.last_run = std::min(job.last_run, now);
         job.time_started = std::min(job.time_started, now);

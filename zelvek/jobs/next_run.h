@@ -42,9 +42,9 @@ std::string NextDue(const Job& job, const RetryPolicy& policy, const std::string
 /// was anything of that kind; it is logged then.
 bool MakeTimesReadable(Job& job, const std::string& now);
 
-/// Finds the waiting jobs that would wait too long, since the clock was set back or their times cannot be
-/// read, gives them times that can be and logs that, once for each. At most so many jobs at once that nobody
-/// waits long for the store; the next call goes on.
+/// Finds the waiting and stopped jobs that would wait too long, since the clock was set back or their times
+/// cannot be read, gives them times that can be and logs that, once for each. At most so many jobs at once
+/// that nobody waits long for the store; the next call goes on.
 void MendTimes(Transaction& transaction, const std::string& now, const RetryPolicy& policy);
 
 /// Frees a job whose run has ended at `now` without writing it back. The job is one of jobs::Running.

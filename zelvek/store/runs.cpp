@@ -60,19 +60,21 @@ std::vector<int> Due(Transaction& transaction, const std::string& now, int limit
 
 std::vector<int> WaitingTooLong(Transaction& transaction, const std::string& now, const std::string& latest,
                                 int limit) {
-    const std::string waiting =
-        "SELECT id FROM job WHERE verified = 0 AND failed = 0 AND processing = 0 AND paused = 0 AND ";
+    const std::string some = "SELECT id FROM job WHERE ";
+    const std::string waiting = some + "verified = 0 AND failed = 0 AND processing = 0 AND paused = 0 AND ";
+    const std::string stopped = some + "failed = 1 AND verified = 0 AND processing = 0 AND paused = 0 AND ";
     std::set<int> found;
     const auto find = [&](const std::string& reason, const std::string& time) {
         int id = 0;
-        Statement select = transaction.Prepare(waiting + reason + " LIMIT :most");
+        Statement select = transaction.Prepare(reason + " LIMIT :most");
         select.With(time).With(limit).Into(id);
         while (select.Next()) found.insert(id);
     };
-    find("last_run > :now", now);
+    find(waiting + "last_run > :now", now);
     // One that the service itself makes wait is due when it has said.
-    find("last_run = '' AND next_attempt = '' AND postponed = '' AND due > :now", now);
-    find("due > :latest", latest);
+    find(waiting + "last_run = '' AND next_attempt = '' AND postponed = '' AND due > :now", now);
+    find(waiting + "due > :latest", latest);
+    find(stopped + "due > :latest", latest);
     return {found.begin(), found.end()};
 }
 

@@ -36,7 +36,7 @@ void Postpone(Transaction& transaction, int id, const std::string& until, const 
 
 /// Waiting jobs, at most `limit` for each reason, that would be due much too late: their last run is to end
 /// after `now`, they have had none and are due after `now` though neither a run nor `Postpone` has said so,
-/// or they are due after `latest`. Texts that are no times count where they sort.
+/// or they are due after `latest`; and stopped ones that are. Texts that are no times count where they sort.
 std::vector<int> WaitingTooLong(Transaction& transaction, const std::string& now, const std::string& latest,
                                 int limit);
 

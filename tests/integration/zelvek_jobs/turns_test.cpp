@@ -99,6 +99,23 @@ TEST_P(ClaimedTurns, AJobWaitsForALimit) {
     EXPECT_EQ(FindJob(id).postponed, "");
 }
 
+// Behaviour: A stopped job whose time a wrong clock has put off begins anew about a day later
+TEST_P(ClaimedTurns, AStoppedJobDoesNotWaitForAWrongClocksTime) {
+    Job job;
+    job.failed = true;
+    job.failures = 3;
+    job.last_run = "2035-01-01 00:00:00";
+    job.time_started = "2034-12-31 00:00:00";
+    job.due = "2035-01-02 00:00:00";
+    const int id = AddJob(job);
+    const int soon = AddDue("2031-05-02 06:00:00", &Job::failed);
+    EXPECT_THAT(Claim(9), IsEmpty());
+    EXPECT_GT(FindJob(id).due, "2031-05-02 00:00:00");
+    EXPECT_LE(FindJob(id).due, "2031-05-02 12:00:00");
+    EXPECT_TRUE(FindJob(id).failed);
+    EXPECT_EQ(FindJob(soon).due, "2031-05-02 06:00:00");
+}
+
 // Behaviour: A new job that waits for a limit is left alone until then: its time is no wrong clock's
 TEST_P(ClaimedTurns, ANewJobThatWaitsForALimitIsLeftAlone) {
     const int id = AddWithAccount("anna", kNow);

@@ -30,7 +30,7 @@ INSTANTIATE_TEST_SUITE_P(Engines, StoredRuns, ::testing::ValuesIn(Engines()), En
 
 // Behaviours of: Store
 
-// Behaviour: Waiting jobs whose times lie too far in the future are found, others are not
+// Behaviour: Waiting and stopped jobs whose times lie too far in the future are found, others are not
 TEST_P(StoredRuns, WithTimesInTheFutureAreFound) {
     const auto add = [&](const std::string& last_run, const std::string& next, const std::string& due,
                          bool Job::*flag = nullptr) {
@@ -46,22 +46,27 @@ TEST_P(StoredRuns, WithTimesInTheFutureAreFound) {
     const std::string later = "2026-01-02 12:00:00";
     const std::string latest = "2026-01-03 00:00:00";
     const std::string too_late = "2026-01-03 00:00:01";
-    const std::vector<int> expected{add(later, "", later),  add(later, later, later),
-                                    add("", "", later),     add(past, too_late, too_late),
-                                    add("never", "", past), add(past, "", "never")};
+    const std::vector<int> expected{add(later, "", later),
+                                    add(later, later, later),
+                                    add("", "", later),
+                                    add(past, too_late, too_late),
+                                    add("never", "", past),
+                                    add(past, "", "never"),
+                                    add(later, "", too_late, &Job::failed)};
     for (const std::string& due : {past, now, later, latest}) {
         add(past, due, due);
         add(now, due, due);
         add("", due, due);
     }
     add("", "", now);
-    for (bool Job::*flag : {&Job::verified, &Job::failed, &Job::processing}) add(later, "", "never", flag);
+    for (bool Job::*flag : {&Job::verified, &Job::processing}) add(later, "", "never", flag);
+    add(later, "", latest, &Job::failed);
     const auto find = [&](int limit) {
         return Do(
             [&](Transaction& transaction) { return runs::WaitingTooLong(transaction, now, latest, limit); });
     };
     EXPECT_EQ(find(100), expected);
-    EXPECT_EQ(find(1).size(), 3U) << "one for each reason";
+    EXPECT_EQ(find(1).size(), 4U) << "one for each reason";
 }
 
 // Behaviour: A job's times are stored, and nothing else of it
