@@ -7,8 +7,8 @@
 #include "vek/rpc.h"
 #include "vek/str.h"
 #include "zelvek/base/finding_state.h"
+#include "zelvek/base/html_text.h"
 #include "zelvek/base/text.h"
-#include "zelvek/jobs/authority_answer.h"
 
 namespace zelvek {
 
@@ -24,7 +24,7 @@ constexpr int kOk = 200;
 
 /// One line without controls, of at most so many characters.
 std::string Shown(const std::string& text) {
-    const std::string line = WithoutControls(WithoutMarkup(text), '?');
+    const std::string line = WithoutControls(TextOfHtml(text), '?');
     std::size_t at = 0;
     for (std::size_t count = 0; at < line.size() && count < kShown; ++count) {
         const auto character = CharacterAt(line, at);

@@ -19,8 +19,4 @@ int ReturnCode(const std::string& detail);
 /// Reads the detail of an event.
 AuthorityAnswer ReadAnswer(const history::Event& event);
 
-/// What a person reads of a text that may be HTML: without its tags, comments, styles and scripts, white
-/// space and character references resolved, on one line.
-std::string WithoutMarkup(const std::string& text);
-
 }  // namespace zelvek

@@ -6,6 +6,7 @@
 #include "vek/err.h"
 #include "vek/str.h"
 #include "zelvek/base/finding_state.h"
+#include "zelvek/base/html_text.h"
 #include "zelvek/base/text.h"
 #include "zelvek/jobs/advice.h"
 #include "zelvek/jobs/authority_answer.h"
@@ -25,7 +26,7 @@ constexpr int kSameRun = 30;  // seconds between the failures of one run; anothe
 std::string Quoted(const std::string& words) { return words.empty() ? "" : " (\"" + words + "\")"; }
 
 /// One line of a text that somebody else has written.
-std::string Line(const std::string& text) { return Printable(WithoutMarkup(text)); }
+std::string Line(const std::string& text) { return Printable(TextOfHtml(text)); }
 
 bool IsFailure(const Event& event) { return event.state == "failed"; }
 

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "vek/str.h"
+#include "zelvek/base/html_text.h"
 #include "zelvek/notices/escalation.h"
 #include "zelvek/store/history.h"
 #include "zelvek/store/jobs.h"
@@ -15,19 +16,12 @@ namespace {
 
 constexpr int kLookedAtOnce = 100;
 
-/// The details of a run's failure come with the marks of the page that shows them.
-std::string WithoutMarks(std::string text) {
-    str::inpl::Replace(text, "</br>", "; ");
-    for (const char* mark : {"<p>", "</p>", "<b>", "</b>"}) str::inpl::Replace(text, mark, "");
-    return text;
-}
-
 /// Why the last run that failed did.
 std::string ReasonOf(Transaction& transaction, const Job& job) {
     if (!job.refusal.empty()) return job.refusal;
     const auto failure = history::LastFailure(transaction, job.id);
     if (!failure) return "";
-    return failure->event + (failure->detail.empty() ? "" : ": " + WithoutMarks(failure->detail));
+    return failure->event + (failure->detail.empty() ? "" : ": " + TextOfHtml(failure->detail));
 }
 
 problems::Problem NoticeOf(Transaction& transaction, const Job& job, const Escalation& escalation,

@@ -112,7 +112,7 @@ TEST_F(Watch, TellsEverybodyOfACertificateThatIsNotRenewed) {
         EXPECT_THAT(
             notice.parameters,
             ElementsAre(Pair("days", "7"), Pair("expires", "2026-03-31 00:00:00"), Pair("name", "shop"),
-                        Pair("reason", "order_failed: Return code: 403; Details: no")));
+                        Pair("reason", "order_failed: Return code: 403 Details: no")));
     }
     EXPECT_EQ(told[0].owner, "anna");
     EXPECT_EQ(told[1].owner, "root");
