@@ -15,7 +15,7 @@ namespace zelvek {
 namespace {
 
 constexpr int kTriedAtOnce = 20;
-constexpr std::size_t kLargestKey = 64UL << 10;
+constexpr std::size_t kLargestKeyFile = 64UL << 10;
 constexpr int kMostDoublings = 20;
 
 // An installation is over by then, so that its own first reload is not preceded by a repeated one.
@@ -105,7 +105,8 @@ void Reloader::RetryDue() {
     for (const reloads::Reload& reload : due) {
         if (ending_) return;
         // The folder's owner may have put anything there.
-        const auto key = ReadSmallFile(std::filesystem::path(reload.directory) / "privkey.pem", kLargestKey);
+        const auto key =
+            ReadSmallFile(std::filesystem::path(reload.directory) / "privkey.pem", kLargestKeyFile);
         Reload({reload.directory, reload.certname, reload.user_name, key.value_or("")});
     }
 }

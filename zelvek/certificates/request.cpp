@@ -22,8 +22,8 @@ using GeneralName = std::unique_ptr<GENERAL_NAME, openssl::Deleter<GENERAL_NAME_
 using GeneralNames = std::unique_ptr<GENERAL_NAMES, openssl::Deleter<GENERAL_NAMES_free>>;
 
 constexpr std::size_t kLongestCommonName = 64;  // RFC 5280 appendix A, ub-common-name
-constexpr unsigned kSmallestKey = 2048;
-constexpr unsigned kLargestKey = 8192;
+constexpr unsigned kFewestBits = 2048;
+constexpr unsigned kMostBits = 8192;
 
 /// `key` is one of kRequestKeys.
 Error WrongValue(const std::string& key, const std::string& value) {
@@ -57,11 +57,11 @@ struct KeyKind {
 };
 
 unsigned RsaBits(const std::string& text) {
-    if (text.empty()) return kSmallestKey;
+    if (text.empty()) return kFewestBits;
     unsigned bits = 0;
     const char* end = text.data() + text.size();
     const auto [stop, error] = std::from_chars(text.data(), end, bits);
-    if (error != std::errc() || stop != end || bits < kSmallestKey || bits > kLargestKey)
+    if (error != std::errc() || stop != end || bits < kFewestBits || bits > kMostBits)
         throw WrongValue("key_size", text);
     return bits;
 }

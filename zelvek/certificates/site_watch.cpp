@@ -21,7 +21,7 @@ using served::Served;
 constexpr int kLookedAtOnce = 20;
 constexpr int kTellAfter = 6;   // looks in vain: with pauses from five seconds on, some minutes
 constexpr int kMostLooks = 40;  // a day and more
-constexpr int kMostDoublings = 20;
+constexpr int kMostDoublingsOfPause = 20;
 constexpr std::size_t kMostAddresses = 4;
 constexpr std::size_t kLargestCertificate = 256UL << 10;
 
@@ -109,7 +109,7 @@ Served SiteWatch::Look(const Check& check) const {
 
 void SiteWatch::Keep(const Check& check, const Served& seen) {
     const bool done = seen.state == served::kServed || check.looks + 1 >= kMostLooks;
-    const auto pause = settings_.first_pause * (1LL << std::min(check.looks, kMostDoublings));
+    const auto pause = settings_.first_pause * (1LL << std::min(check.looks, kMostDoublingsOfPause));
     const std::string next =
         Later(vek_date::DateTime(), std::min<std::chrono::milliseconds>(pause, settings_.longest_pause));
     Transaction transaction(store_);

@@ -16,7 +16,7 @@ struct ShowOptions {
     bool json = false;
 };
 
-int Show(const ShowOptions& options) {
+int ShowAccount(const ShowOptions& options) {
     const auto answer = Ask("zelvek.account.show", {});
     const std::string kid = answer.value("kid");
     const bool key = answer.value("key") == "on";
@@ -38,7 +38,8 @@ int Show(const ShowOptions& options) {
 void AddAccountCommands(Command& root) {
     Command noun = root.AddGroup("account", "The default account at the authority");
     const auto options = std::make_shared<ShowOptions>();
-    Command show = noun.AddCommand("show", "Shows it, without its key", [options] { return Show(*options); });
+    Command show =
+        noun.AddCommand("show", "Shows it, without its key", [options] { return ShowAccount(*options); });
     AddJsonFlag(show, options->json);
 }
 

@@ -18,13 +18,13 @@ namespace zelvek::cli {
 
 namespace {
 
-struct ListOptions {
+struct CertificateListOptions {
     PlacedPart part;
     std::string user;
     bool json = false;
 };
 
-Json::Value ToJson(const vek_xml::Node& certificate) {
+Json::Value CertificateJson(const vek_xml::Node& certificate) {
     Json::Value json;
     json["job"] = str::Int(certificate.Value("id"));
     for (const char* key : {"certname", "user_name", "path", "issuer", "from", "expires", "key_kind",
@@ -37,7 +37,7 @@ Json::Value ToJson(const vek_xml::Node& certificate) {
     return json;
 }
 
-std::vector<std::string> Row(const vek_xml::Node& certificate) {
+std::vector<std::string> CertificateRow(const vek_xml::Node& certificate) {
     const bool readable = certificate.Value("readable") == "on";
     const std::string path = certificate.Value("path");
     return {certificate.Value("id"),
@@ -52,7 +52,7 @@ std::vector<std::string> Row(const vek_xml::Node& certificate) {
                            : "no readable certificate in " + path};
 }
 
-int List(const ListOptions& options) {
+int ListCertificates(const CertificateListOptions& options) {
     const auto ask = [&](std::map<std::string, std::string> parameters) {
         if (!options.user.empty()) parameters["user_name"] = options.user;
         return Ask("zelvek.certificate.list", parameters);
@@ -61,9 +61,9 @@ int List(const ListOptions& options) {
     std::vector<std::vector<std::string>> rows;
     ForEachPlaced(ask, options.part, [&](const vek_xml::Node& certificate) {
         if (options.json) {
-            json.append(ToJson(certificate));
+            json.append(CertificateJson(certificate));
         } else {
-            rows.push_back(Row(certificate));
+            rows.push_back(CertificateRow(certificate));
         }
     });
     if (options.json) {
@@ -79,9 +79,9 @@ int List(const ListOptions& options) {
 
 void AddCertificateCommands(Command& root) {
     Command noun = root.AddGroup("certificate", "Installed certificates");
-    const auto options = std::make_shared<ListOptions>();
+    const auto options = std::make_shared<CertificateListOptions>();
     Command list = noun.AddCommand("list", "Shows them, those that end next first",
-                                   [options] { return List(*options); });
+                                   [options] { return ListCertificates(*options); });
     AddJsonFlag(list, options->json);
     list.AddOption("--limit", options->part.limit, "At most so many").Positive();
     list.AddOption("--after", options->part.after, "Only those that stand after this job's");

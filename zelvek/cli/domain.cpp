@@ -13,13 +13,13 @@ namespace zelvek::cli {
 
 namespace {
 
-struct AddOptions {
+struct NewDomainOptions {
     std::string name;
     std::string user;
     bool json = false;
 };
 
-int Add(const AddOptions& options) {
+int AddDomain(const NewDomainOptions& options) {
     Ask("zelvek.domain.add", {{"name", options.name}, {"user_name", options.user}});
     if (!options.json) {
         std::cout << "domain " << WithoutControls(options.name, ' ') << " added\n";
@@ -32,12 +32,12 @@ int Add(const AddOptions& options) {
     return kSuccess;
 }
 
-struct RemoveOptions {
+struct DomainRemovalOptions {
     std::string name;
     bool json = false;
 };
 
-int Remove(const RemoveOptions& options) {
+int RemoveDomain(const DomainRemovalOptions& options) {
     Ask("zelvek.domain.remove", {{"name", options.name}});
     if (options.json) {
         Json::Value json;
@@ -49,12 +49,12 @@ int Remove(const RemoveOptions& options) {
     return kSuccess;
 }
 
-struct ListOptions {
+struct DomainListOptions {
     std::string user;
     bool json = false;
 };
 
-int List(const ListOptions& options) {
+int ListDomains(const DomainListOptions& options) {
     const auto answer = Ask("zelvek.domain.list", {{"user_name", options.user}});
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
@@ -75,25 +75,26 @@ int List(const ListOptions& options) {
     return kSuccess;
 }
 
-void AddAddCommand(Command& noun) {
-    const auto options = std::make_shared<AddOptions>();
-    Command add = noun.AddCommand("add", "Gives a domain to a user", [options] { return Add(*options); });
+void AddDomainAddCommand(Command& noun) {
+    const auto options = std::make_shared<NewDomainOptions>();
+    Command add =
+        noun.AddCommand("add", "Gives a domain to a user", [options] { return AddDomain(*options); });
     AddJsonFlag(add, options->json);
     add.AddOption("NAME", options->name, "Domain name, Unicode or ASCII").Required();
     add.AddOption("--user", options->user, "Its owner").Required();
 }
 
-void AddRemoveCommand(Command& noun) {
-    const auto options = std::make_shared<RemoveOptions>();
+void AddDomainRemoveCommand(Command& noun) {
+    const auto options = std::make_shared<DomainRemovalOptions>();
     Command remove = noun.AddCommand("remove", "Takes a domain that no job needs from its user",
-                                     [options] { return Remove(*options); });
+                                     [options] { return RemoveDomain(*options); });
     AddJsonFlag(remove, options->json);
     remove.AddOption("NAME", options->name, "Domain name, Unicode or ASCII").Required();
 }
 
 void AddListCommand(Command& noun) {
-    const auto options = std::make_shared<ListOptions>();
-    Command list = noun.AddCommand("list", "Shows domains", [options] { return List(*options); });
+    const auto options = std::make_shared<DomainListOptions>();
+    Command list = noun.AddCommand("list", "Shows domains", [options] { return ListDomains(*options); });
     AddJsonFlag(list, options->json);
     list.AddOption("--user", options->user, "Of this user alone");
 }
@@ -102,8 +103,8 @@ void AddListCommand(Command& noun) {
 
 void AddDomainCommands(Command& root) {
     Command noun = root.AddGroup("domain", "Users' domains");
-    AddAddCommand(noun);
-    AddRemoveCommand(noun);
+    AddDomainAddCommand(noun);
+    AddDomainRemoveCommand(noun);
     AddListCommand(noun);
 }
 

@@ -22,7 +22,7 @@ namespace zelvek::cli {
 
 namespace {
 
-struct AddOptions {
+struct NewJobOptions {
     std::string name, user;
     std::vector<std::string> aliases;
     std::string check = "http";
@@ -53,7 +53,7 @@ void AddRequest(std::map<std::string, std::string>& parameters, const std::vecto
     }
 }
 
-std::map<std::string, std::string> Parameters(const AddOptions& job) {
+std::map<std::string, std::string> Parameters(const NewJobOptions& job) {
     std::map<std::string, std::string> parameters{
         {"domain", job.name},
         {"user_name", job.user},
@@ -68,7 +68,7 @@ std::map<std::string, std::string> Parameters(const AddOptions& job) {
     return parameters;
 }
 
-int Add(const AddOptions& options) {
+int AddJob(const NewJobOptions& options) {
     const std::string id = Ask("zelvek.job.add", Parameters(options)).value("id");
     if (options.json) {
         PrintJson(JobJson(AskForJob(str::Int(id))));
@@ -153,7 +153,7 @@ struct JobOptions {
     bool json = false;
 };
 
-int Show(const JobOptions& options) {
+int ShowJob(const JobOptions& options) {
     const auto shown = AskForJob(options.id);
     if (options.json) {
         PrintJson(JobJson(shown));
@@ -185,13 +185,13 @@ int Pause(const JobOptions& options) {
 
 int Resume(const JobOptions& options) { return Change(options, "zelvek.job.resume", "resumed"); }
 
-struct RemoveOptions {
+struct JobRemovalOptions {
     int id = 0;
     bool certificate = false;
     bool json = false;
 };
 
-std::string TextOfRemoval(const RemoveOptions& options, const std::string& place) {
+std::string TextOfRemoval(const JobRemovalOptions& options, const std::string& place) {
     const std::string job = "job " + str::Str(options.id) + " removed";
     if (place.empty()) return job + "; no certificate of it was installed";
     if (!options.certificate) return job + "; its certificate stays in " + place;
@@ -199,7 +199,7 @@ std::string TextOfRemoval(const RemoveOptions& options, const std::string& place
            " any more, then have it reloaded";
 }
 
-int Remove(const RemoveOptions& options) {
+int RemoveJob(const JobRemovalOptions& options) {
     std::map<std::string, std::string> parameters{{"elid", str::Str(options.id)}};
     if (options.certificate) parameters["certificate"] = "on";
     const std::string place = Ask("zelvek.job.remove", parameters).value("place");
@@ -227,9 +227,9 @@ void AddCsrOption(Command& command, std::vector<std::string>& csr) {
     });
 }
 
-void AddAddCommand(Command& noun) {
-    const auto options = std::make_shared<AddOptions>();
-    Command add = noun.AddCommand("add", "Asks for a certificate", [options] { return Add(*options); });
+void AddJobAddCommand(Command& noun) {
+    const auto options = std::make_shared<NewJobOptions>();
+    Command add = noun.AddCommand("add", "Asks for a certificate", [options] { return AddJob(*options); });
     AddJsonFlag(add, options->json);
     add.AddOption("NAME", options->name, "Main domain name").Required();
     add.AddOption("--user", options->user, "Owner of the certificate").Required();
@@ -293,10 +293,10 @@ void AddJobCommand(Command& noun, const std::string& name, const std::string& de
     command.AddOption("ID", options->id, "The job's number").Required();
 }
 
-void AddRemoveCommand(Command& noun) {
-    const auto options = std::make_shared<RemoveOptions>();
+void AddJobRemoveCommand(Command& noun) {
+    const auto options = std::make_shared<JobRemovalOptions>();
     Command remove = noun.AddCommand("remove", "Forgets a job; its certificate stays, unless it is to go",
-                                     [options] { return Remove(*options); });
+                                     [options] { return RemoveJob(*options); });
     AddJsonFlag(remove, options->json);
     remove.AddOption("ID", options->id, "The job's number").Required();
     remove.AddFlag("--certificate", options->certificate,
@@ -307,16 +307,16 @@ void AddRemoveCommand(Command& noun) {
 
 void AddJobCommands(Command& root) {
     Command noun = root.AddGroup("job", "Certificate jobs");
-    AddAddCommand(noun);
+    AddJobAddCommand(noun);
     AddJobListCommand(noun);
-    AddJobCommand(noun, "show", "Shows a job and its history", &Show);
+    AddJobCommand(noun, "show", "Shows a job and its history", &ShowJob);
     AddJobRunCommand(noun);
     AddEditCommand(noun);
     AddRenewCommand(noun);
     AddRetryCommand(noun);
     AddJobCommand(noun, "pause", "Starts no run of a job until it is resumed", &Pause);
     AddJobCommand(noun, "resume", "Ends a job's pause", &Resume);
-    AddRemoveCommand(noun);
+    AddJobRemoveCommand(noun);
 }
 
 }  // namespace zelvek::cli

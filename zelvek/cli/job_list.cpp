@@ -23,7 +23,7 @@ namespace zelvek::cli {
 
 namespace {
 
-struct ListOptions {
+struct JobListOptions {
     PlacedPart part;
     std::string user;
     std::string state;
@@ -32,7 +32,7 @@ struct ListOptions {
     bool json = false;
 };
 
-std::map<std::string, std::string> Parameters(const ListOptions& options) {
+std::map<std::string, std::string> ListParameters(const JobListOptions& options) {
     std::map<std::string, std::string> parameters;
     if (!options.user.empty()) parameters["user_name"] = options.user;
     if (!options.state.empty()) parameters["state"] = options.state;
@@ -43,13 +43,13 @@ std::map<std::string, std::string> Parameters(const ListOptions& options) {
     return parameters;
 }
 
-std::vector<std::string> Row(const vek_xml::Node& job, const std::string& now) {
+std::vector<std::string> JobRow(const vek_xml::Node& job, const std::string& now) {
     return {job.Value("id"), job.Value("certname"),       job.Value("user_name"), job.Value("check_type"),
             StateOf(job),    DayOf(job.Value("expires")), NextStep(job, now)};
 }
 
-int List(const ListOptions& options) {
-    const auto chosen = Parameters(options);
+int ListJobs(const JobListOptions& options) {
+    const auto chosen = ListParameters(options);
     const auto ask = [&](std::map<std::string, std::string> parameters) {
         parameters.insert(chosen.begin(), chosen.end());
         return Ask("zelvek.job.attention", parameters);
@@ -61,7 +61,7 @@ int List(const ListOptions& options) {
         if (options.json) {
             json.append(JobJson(job));
         } else {
-            rows.push_back(Row(job, now));
+            rows.push_back(JobRow(job, now));
         }
     });
     if (options.json) {
@@ -76,9 +76,9 @@ int List(const ListOptions& options) {
 }  // namespace
 
 void AddJobListCommand(Command& noun) {
-    const auto options = std::make_shared<ListOptions>();
+    const auto options = std::make_shared<JobListOptions>();
     Command list = noun.AddCommand("list", "Shows the jobs, those that need attention first",
-                                   [options] { return List(*options); });
+                                   [options] { return ListJobs(*options); });
     AddJsonFlag(list, options->json);
     list.AddOption("--limit", options->part.limit, "At most so many").Positive();
     list.AddOption("--after", options->part.after, "Only jobs that stand after this one in the list");

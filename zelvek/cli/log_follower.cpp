@@ -12,7 +12,7 @@ namespace zelvek::cli {
 
 namespace {
 
-constexpr std::size_t kTimeLength = 19;  // YYYY-MM-DD HH:MM:SS
+constexpr std::size_t kTimestampLength = 19;  // YYYY-MM-DD HH:MM:SS
 
 /// The text between the brackets of an entry's first line "YYYY-MM-DD HH:MM:SS [pid] ..."; empty for any
 /// other line.
@@ -23,7 +23,7 @@ std::string ProcessOf(const std::string& line) {
         const bool digit = line[i] >= '0' && line[i] <= '9';
         if (form[i] == '0' ? !digit : line[i] != form[i]) return "";
     }
-    const auto end = line.find(']', kTimeLength);
+    const auto end = line.find(']', kTimestampLength);
     return end == std::string::npos ? "" : line.substr(form.size(), end - form.size());
 }
 

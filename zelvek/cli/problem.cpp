@@ -20,7 +20,7 @@ namespace zelvek::cli {
 
 namespace {
 
-Json::Value ToJson(const vek_xml::Node& problem) {
+Json::Value ProblemJson(const vek_xml::Node& problem) {
     Json::Value json;
     json["number"] = str::Int(problem.Value("number"));  // what "--after" takes
     for (const char* key : {"id", "name", "level", "owner", "user_name", "state", "since", "time"})
@@ -41,13 +41,13 @@ std::string ParameterLine(const vek_xml::Node& problem) {
     return line;
 }
 
-struct ListOptions {
+struct ProblemListOptions {
     Part part;
     std::string state = "open";
     bool json = false;
 };
 
-int List(const ListOptions& options) {
+int ListProblems(const ProblemListOptions& options) {
     const auto ask = [&](std::map<std::string, std::string> parameters) {
         parameters["state"] = options.state;
         return Ask("zelvek.problem.list", parameters);
@@ -55,7 +55,7 @@ int List(const ListOptions& options) {
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
     ForEachEntry(ask, "number", options.part, [&](const vek_xml::Node& problem) {
-        json.append(ToJson(problem));
+        json.append(ProblemJson(problem));
         rows.push_back({problem.Value("number"), problem.Value("time"), problem.Value("state"),
                         problem.Value("level"), problem.Value("owner"), problem.Value("name"),
                         ParameterLine(problem)});
@@ -104,8 +104,9 @@ void AddSeenCommand(Command& noun) {
 
 void AddProblemCommands(Command& root) {
     Command noun = root.AddGroup("problem", "Notifications");
-    const auto options = std::make_shared<ListOptions>();
-    Command list = noun.AddCommand("list", "Shows the notifications", [options] { return List(*options); });
+    const auto options = std::make_shared<ProblemListOptions>();
+    Command list =
+        noun.AddCommand("list", "Shows the notifications", [options] { return ListProblems(*options); });
     AddJsonFlag(list, options->json);
     AddPartOptions(list, options->part, "Only notifications with a greater number than this");
     list.AddOption("--state", options->state, "In this state alone")

@@ -41,7 +41,7 @@ std::string CountsText(const vek_client::Result& status) {
     return text;
 }
 
-Json::Value ToJson(const vek_client::Result& status) {
+Json::Value StatusJson(const vek_client::Result& status) {
     Json::Value json;
     for (const char* key : {"version", "started", "now", "database", "authority", "kid"})
         json[key] = status.value(key);
@@ -99,7 +99,7 @@ void AddStatusCommand(Command& root) {
     Command status = root.AddCommand("status", "Shows the service and its jobs in short", [json] {
         const auto answer = Ask("zelvek.status", {});
         if (*json) {
-            PrintJson(ToJson(answer));
+            PrintJson(StatusJson(answer));
         } else {
             Print(answer);
         }

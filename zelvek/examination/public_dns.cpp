@@ -19,8 +19,8 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-constexpr std::chrono::seconds kLimit{6};  // dig's own limit is shorter
-constexpr std::size_t kMost = 16;          // of what one answer holds
+constexpr std::chrono::seconds kDigLimit{6};  // dig's own limit is shorter
+constexpr std::size_t kMost = 16;             // of what one answer holds
 
 /// The response code in dig's line ";; ->>HEADER<<- opcode: QUERY, status: NOERROR, id: 1".
 std::string ResponseCode(const std::string& output) {
@@ -50,7 +50,7 @@ std::optional<Texts> Dig(const std::string& server, int port, const std::string&
     const std::string command = "dig -r @" + server + " -p " + str::Str(port) +
                                 " +tries=1 +retry=0 +time=2 +noall +comments +answer " + question + " -t " +
                                 type;
-    const ToolRun run = RunTool(command, "", kLimit);
+    const ToolRun run = RunTool(command, "", kDigLimit);
     const std::string code = run.status == 0 ? ResponseCode(run.output) : "";
     if (code == "NOERROR" || code == "NXDOMAIN") return DataOf(run.output, type);
     reason = code.empty() ? "no answer" : "the answer is " + Printable(code);

@@ -14,7 +14,7 @@ namespace zelvek {
 
 namespace {
 
-constexpr std::chrono::seconds kLimit{5};
+constexpr std::chrono::seconds kAnswerLimit{5};
 constexpr std::size_t kMostBytes = 128UL << 10;
 constexpr std::size_t kShown = 100;      // characters
 constexpr std::size_t kLookedAt = 4096;  // bytes of a page, for its first line
@@ -81,7 +81,7 @@ WebLook LookAtAnswer(const std::string& host, const std::string& address, const 
     vek_rpc::HttpQuery query;
     query.AcceptHeader();
     query.AcceptAnyResponse();
-    query.Limit(kLimit, kMostBytes);
+    query.Limit(kAnswerLimit, kMostBytes);
     const std::string at = host + (port == 80 ? "" : ":" + str::Str(port));
     std::ostringstream out;
     try {

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "zelvek/jobs/authority_answer.h"
+
 namespace zelvek {
 
 namespace {
@@ -94,10 +96,6 @@ constexpr std::array kEvents{
 
 constexpr Row kUnknown{"", "The last run failed", "look at the job's history"};
 
-constexpr int kTooManyRequests = 429;
-constexpr int kFirstServerError = 500;
-constexpr int kLastServerError = 599;
-
 template <class Rows>
 const Row* Find(const Rows& rows, const std::string& key) {
     const auto row = std::find_if(rows.begin(), rows.end(), [&](const Row& each) { return key == each.key; });
@@ -107,7 +105,7 @@ const Row* Find(const Rows& rows, const std::string& key) {
 /// What a status alone says of any request (RFC 8555 section 6.6; RFC 9110 section 15.6).
 std::string TypeOfStatus(int code) {
     if (code == kTooManyRequests) return "rateLimited";
-    return code >= kFirstServerError && code <= kLastServerError ? "serverInternal" : "";
+    return IsServerError(code) ? "serverInternal" : "";
 }
 
 bool IsOfACheck(const std::string& event) { return event.starts_with("challenge_"); }

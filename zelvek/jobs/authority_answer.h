@@ -13,6 +13,11 @@ struct AuthorityAnswer {
     std::string words;  // for people: one line of plain text, cut to 200 bytes
 };
 
+inline constexpr int kTooManyRequests = 429;
+
+/// Whether a status says that the fault is the authority's own.
+constexpr bool IsServerError(int code) { return code >= 500 && code <= 599; }
+
 /// The status with which the detail of an authority's refusal begins; 0 for any other detail.
 int ReturnCode(const std::string& detail);
 

@@ -17,9 +17,8 @@ namespace {
 using usage::Kind;
 using vek_date::DateTime;
 
-constexpr int kHour = 3600;  // seconds
-constexpr int kFailureWindow = kHour;
-constexpr int kOrderWindow = 3 * kHour;
+constexpr int kFailureWindow = 3600;  // seconds
+constexpr int kOrderWindow = 3 * 3600;
 constexpr int kForgottenAtOnce = 500;
 
 std::string After(const std::string& time, int seconds) {

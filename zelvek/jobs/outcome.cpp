@@ -8,16 +8,12 @@ namespace zelvek {
 
 namespace {
 
-constexpr int kTooManyRequests = 429;
-constexpr int kFirstServerError = 500;
 constexpr int kUnavailable = 503;
-constexpr int kLastServerError = 599;
 
 Outcome OfFailure(const history::Event& event) {
     const int code = ReturnCode(event.detail);
     if (code == kTooManyRequests || code == kUnavailable) return Outcome::kLimited;
-    if (event.event == "http_query_error" || (code >= kFirstServerError && code <= kLastServerError))
-        return Outcome::kUnreached;
+    if (event.event == "http_query_error" || IsServerError(code)) return Outcome::kUnreached;
     return Outcome::kRefused;
 }
 

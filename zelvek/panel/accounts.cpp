@@ -6,7 +6,7 @@ namespace zelvek {
 
 namespace {
 
-void Show(Services& services, const Query&, XmlAnswer& answer) {
+void ShowAccount(Services& services, const Query&, XmlAnswer& answer) {
     Transaction transaction(services.store);
     const auto account = accounts::Default(transaction);
     answer.Doc().Value("kid", account.kid).Flag("key", !account.acmekey.empty());
@@ -14,6 +14,6 @@ void Show(Services& services, const Query&, XmlAnswer& answer) {
 
 }  // namespace
 
-Functions functions::Accounts() { return {{"zelvek.account.show", &Show}}; }
+Functions functions::Accounts() { return {{"zelvek.account.show", &ShowAccount}}; }
 
 }  // namespace zelvek

@@ -8,7 +8,7 @@ namespace zelvek {
 
 namespace {
 
-void Edit(Services& services, const Query& query, XmlAnswer&) {
+void EditAnswers(Services& services, const Query& query, XmlAnswer&) {
     const std::string& action = query.parameters.Get("action");
     const std::string& user = query.parameters.Get("user_name");
     const std::string& token = query.parameters.Get("file_name");
@@ -29,6 +29,6 @@ void Edit(Services& services, const Query& query, XmlAnswer&) {
 
 }  // namespace
 
-Functions functions::AnswerFiles() { return {{"ambrin_challenge", &Edit}}; }
+Functions functions::AnswerFiles() { return {{"ambrin_challenge", &EditAnswers}}; }
 
 }  // namespace zelvek

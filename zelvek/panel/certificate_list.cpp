@@ -20,7 +20,7 @@ namespace {
 
 using job_lists::Place;
 
-constexpr int kMost = 500;  // files that one query reads
+constexpr int kMostFiles = 500;  // files that one query reads
 
 /// "KEY/ID", as a page has given it, or a job's number.
 Place PlaceAfter(Transaction& transaction, const Query& query) {
@@ -43,7 +43,7 @@ struct Shown {
     std::optional<served::Served> served;
 };
 
-std::vector<Shown> Page(Services& services, const Query& query, int limit) {
+std::vector<Shown> FilesShown(Services& services, const Query& query, int limit) {
     Transaction transaction(services.store);
     const job_lists::Selection selection{job_lists::Kind::kEnding, query.parameters.Get("user_name"),
                                          PlaceAfter(transaction, query), limit, "9999-12-31 23:59:59"};
@@ -92,15 +92,15 @@ void AddCertificate(const Services& services, const Shown& shown, XmlAnswer& ans
 }
 
 /// Of the jobs that have installed one, by its end. The files are read while others use the store.
-void List(Services& services, const Query& query, XmlAnswer& answer) {
-    const int limit = query.parameters.Has("limit") ? Number(query, "limit") : kMost;
-    if (limit < 1 || limit > kMost)
+void ListCertificates(Services& services, const Query& query, XmlAnswer& answer) {
+    const int limit = query.parameters.Has("limit") ? Number(query, "limit") : kMostFiles;
+    if (limit < 1 || limit > kMostFiles)
         throw Error(Code::kValue, "limit", std::to_string(limit), "\"limit\" is a number from 1 to 500");
-    for (const Shown& shown : Page(services, query, limit)) AddCertificate(services, shown, answer);
+    for (const Shown& shown : FilesShown(services, query, limit)) AddCertificate(services, shown, answer);
 }
 
 }  // namespace
 
-Functions functions::CertificateList() { return {{"zelvek.certificate.list", &List}}; }
+Functions functions::CertificateList() { return {{"zelvek.certificate.list", &ListCertificates}}; }
 
 }  // namespace zelvek

@@ -26,7 +26,7 @@ void OfUser(Services& services, const Query& query, XmlAnswer& answer) {
     }
 }
 
-void Add(Services& services, const Query& query, XmlAnswer& answer) {
+void AddDomain(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string& name = query.parameters.Get("name");
     const std::string& user = query.parameters.Get("user_name");
     names::CheckDomain(name, false);
@@ -71,7 +71,7 @@ void CheckIsNotNeeded(Transaction& transaction, const domains::Domain& domain) {
                     "\": edit or remove what needs it before (\"zelvek job edit\", \"zelvek job remove\")");
 }
 
-void Remove(Services& services, const Query& query, XmlAnswer& answer) {
+void RemoveDomain(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string& name = query.parameters.Get("name");
     Transaction transaction(services.store);
     if (AnsweredBefore(transaction, query, answer)) return;
@@ -83,7 +83,7 @@ void Remove(Services& services, const Query& query, XmlAnswer& answer) {
     transaction.Commit();
 }
 
-void List(Services& services, const Query& query, XmlAnswer& answer) {
+void ListDomains(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string& user = query.parameters.Get("user_name");
     const Page page(query);
     Transaction transaction(services.store);
@@ -102,9 +102,9 @@ void List(Services& services, const Query& query, XmlAnswer& answer) {
 
 Functions functions::Domains() {
     return {{"domain", &OfUser},
-            {"zelvek.domain.add", &Add},
-            {"zelvek.domain.remove", &Remove},
-            {"zelvek.domain.list", &List}};
+            {"zelvek.domain.add", &AddDomain},
+            {"zelvek.domain.remove", &RemoveDomain},
+            {"zelvek.domain.list", &ListDomains}};
 }
 
 }  // namespace zelvek

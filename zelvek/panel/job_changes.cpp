@@ -29,7 +29,7 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-void Add(Services& services, const Query& query, XmlAnswer& answer) {
+void AddJob(Services& services, const Query& query, XmlAnswer& answer) {
     const Job job = NewJob(query);
     Transaction transaction(services.store);
     if (AnsweredBefore(transaction, query, answer)) return;
@@ -78,7 +78,7 @@ Names NewNames(const Job& edited, const Job& before) {
 
 /// The job begins anew with its new parameters; the certificate that it has installed stays until the new one
 /// is there. Names that it had already are not asked for their owner again.
-void Edit(Services& services, const Query& query, XmlAnswer& answer) {
+void EditJob(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     const std::string now = vek_date::DateTime().AsDateTime();
     {
@@ -131,7 +131,7 @@ std::string PlaceOfCertificate(const Services& services, const Job& job) try {
     return "";
 }
 
-void Remove(Services& services, const Query& query, XmlAnswer& answer) {
+void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     const bool certificate = query.parameters.Has("certificate") && Flag(query, "certificate");
     Job job;
@@ -158,7 +158,7 @@ void Remove(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::JobChanges() {
-    return {{"zelvek.job.add", &Add}, {"zelvek.job.edit", &Edit}, {"zelvek.job.remove", &Remove}};
+    return {{"zelvek.job.add", &AddJob}, {"zelvek.job.edit", &EditJob}, {"zelvek.job.remove", &RemoveJob}};
 }
 
 }  // namespace zelvek

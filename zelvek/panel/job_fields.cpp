@@ -29,18 +29,18 @@ void Set(int& value, const Query& query, const JobField& field) { value = Number
 
 void Set(bool& value, const Query& query, const JobField& field) { value = Flag(query, field.key); }
 
-void Write(XmlAnswer::Element& element, const char* key, const std::string& text) {
+void WriteField(XmlAnswer::Element& element, const char* key, const std::string& text) {
     element.Value(key, text);
 }
-void Write(XmlAnswer::Element& element, const char* key, int number) { element.Value(key, number); }
-void Write(XmlAnswer::Element& element, const char* key, bool on) { element.Flag(key, on); }
+void WriteField(XmlAnswer::Element& element, const char* key, int number) { element.Value(key, number); }
+void WriteField(XmlAnswer::Element& element, const char* key, bool on) { element.Flag(key, on); }
 
 }  // namespace
 
 void WriteFields(const Job& job, JobField::Shown where, XmlAnswer::Element& element) {
     for (const JobField& field : kJobFields) {
         if ((field.shown & where) == 0) continue;
-        std::visit([&](auto member) { Write(element, field.key, job.*member); }, field.member);
+        std::visit([&](auto member) { WriteField(element, field.key, job.*member); }, field.member);
     }
 }
 

@@ -24,7 +24,7 @@ using job_lists::Place;
 constexpr int kSoonDays = 30;
 constexpr int kMostDays = 36500;
 
-jobs::State StateNamed(const std::string& name) {
+jobs::State JobStateNamed(const std::string& name) {
     static const std::map<std::string, jobs::State> states{{"", jobs::State::kAny},
                                                            {"verified", jobs::State::kVerified},
                                                            {"failed", jobs::State::kFailed},
@@ -40,7 +40,7 @@ jobs::State StateNamed(const std::string& name) {
 
 void ByNumber(Services& services, const Query& query, XmlAnswer& answer) {
     const Page page(query);
-    const jobs::State state = StateNamed(query.parameters.Get("state"));
+    const jobs::State state = JobStateNamed(query.parameters.Get("state"));
     LivingRuns transaction(services);
     for (const Job& job :
          jobs::List(transaction, {page.after, page.limit, query.parameters.Get("user_name"), state})) {

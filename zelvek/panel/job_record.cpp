@@ -23,7 +23,7 @@ namespace zelvek {
 
 namespace {
 
-void Read(Services& services, const Query& query, XmlAnswer& answer) {
+void ReadRecord(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     const std::string now = vek_date::DateTime().AsDateTime();
     {
@@ -98,7 +98,7 @@ void AskForExamination(Transaction& transaction, const Job& job, const std::vect
     }
 }
 
-void Write(Services& services, const Query& query, XmlAnswer& answer) {
+void WriteRecordBack(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     // A program that ends before it has read a record writes back all the same, for job 0.
     if (id == 0) return;
@@ -125,17 +125,17 @@ void Write(Services& services, const Query& query, XmlAnswer& answer) {
     transaction.Commit();
 }
 
-void Edit(Services& services, const Query& query, XmlAnswer& answer) {
+void ReadOrWrite(Services& services, const Query& query, XmlAnswer& answer) {
     if (query.parameters.Get("sok") != "ok") {
-        Read(services, query, answer);
+        ReadRecord(services, query, answer);
         return;
     }
-    Write(services, query, answer);
+    WriteRecordBack(services, query, answer);
     services.publisher.RemoveUnwanted(Number(query, "elid"));
 }
 
 }  // namespace
 
-Functions functions::JobRecord() { return {{"ambrin.data.edit", &Edit}}; }
+Functions functions::JobRecord() { return {{"ambrin.data.edit", &ReadOrWrite}}; }
 
 }  // namespace zelvek

@@ -63,7 +63,7 @@ void Register(Services& services, const Query& query, XmlAnswer&) {
     transaction.Commit();
 }
 
-problems::State StateNamed(const std::string& name) {
+problems::State ProblemStateNamed(const std::string& name) {
     using problems::State;
     static const std::map<std::string, State> states{
         {"", State::kOpen},     {"open", State::kOpen},         {"raised", State::kRaised},
@@ -76,9 +76,9 @@ problems::State StateNamed(const std::string& name) {
         "a state is \"open\", \"raised\", \"seen\", \"resolved\", \"news\" or \"all\", not \"" + name + "\"");
 }
 
-void List(Services& services, const Query& query, XmlAnswer& answer) {
+void ListProblems(Services& services, const Query& query, XmlAnswer& answer) {
     const Page page(query);
-    const problems::State state = StateNamed(query.parameters.Get("state"));
+    const problems::State state = ProblemStateNamed(query.parameters.Get("state"));
     Transaction transaction(services.store);
     for (const auto& problem : problems::List(transaction, state, page.after, page.limit)) {
         XmlAnswer::Element element = answer.Elem();
@@ -124,8 +124,9 @@ void SetSeen(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::Problems() {
-    return {
-        {"problems.register", &Register}, {"zelvek.problem.list", &List}, {"zelvek.problem.seen", &SetSeen}};
+    return {{"problems.register", &Register},
+            {"zelvek.problem.list", &ListProblems},
+            {"zelvek.problem.seen", &SetSeen}};
 }
 
 }  // namespace zelvek

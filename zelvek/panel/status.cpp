@@ -71,7 +71,7 @@ void AddFailures(Transaction& transaction, XmlAnswer& answer) {
     }
 }
 
-void Show(Services& services, const Query&, XmlAnswer& answer) {
+void ShowStatus(Services& services, const Query&, XmlAnswer& answer) {
     LivingRuns transaction(services);
     AddService(services, answer);
     AddCounts(transaction, answer);
@@ -84,6 +84,6 @@ void Show(Services& services, const Query&, XmlAnswer& answer) {
 
 }  // namespace
 
-Functions functions::ServiceStatus() { return {{"zelvek.status", &Show}}; }
+Functions functions::ServiceStatus() { return {{"zelvek.status", &ShowStatus}}; }
 
 }  // namespace zelvek

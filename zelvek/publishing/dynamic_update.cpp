@@ -181,7 +181,7 @@ constexpr const char* kKeyFile = "dns-key-file";
 constexpr const char* kZone = "dns-zone";
 constexpr const char* kTtl = "dns-ttl";
 
-std::unique_ptr<Backend> Make(const Settings& settings) {
+std::unique_ptr<Backend> MakeUpdates(const Settings& settings) {
     const Server server{std::get<std::string>(settings.at(kServer)), std::get<int>(settings.at(kPort)),
                         std::get<std::string>(settings.at(kKeyFile)), std::get<int>(settings.at(kTtl))};
     if (!IsHost(server.host)) throw Error(Code::kValue, "the DNS server is no host name or address");
@@ -203,7 +203,7 @@ BackendKind DynamicUpdate() {
              {kKeyFile, "TSIG key, as tsig-keygen writes it", std::string()},
              {kZone, "A zone on that server; repeatable", std::vector<std::string>()},
              {kTtl, "Seconds that records may be cached", 60, 0, 86400}},
-            &Make};
+            &MakeUpdates};
 }
 
 }  // namespace zelvek::dns

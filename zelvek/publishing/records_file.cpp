@@ -65,7 +65,7 @@ private:
 
 constexpr const char* kFile = "dns-records-file";
 
-std::unique_ptr<Backend> Make(const Settings& settings) {
+std::unique_ptr<Backend> MakeFile(const Settings& settings) {
     const auto file = std::filesystem::absolute(std::get<std::string>(settings.at(kFile)));
     if (!std::filesystem::is_directory(file.parent_path())) {
         throw Error(Code::kValue, "the folder of " + file.string() + " is missing");
@@ -76,7 +76,7 @@ std::unique_ptr<Backend> Make(const Settings& settings) {
 }  // namespace
 
 BackendKind RecordsFile() {
-    return {"a file of records", {{kFile, "File of records instead of a server", std::string()}}, &Make};
+    return {"a file of records", {{kFile, "File of records instead of a server", std::string()}}, &MakeFile};
 }
 
 }  // namespace zelvek::dns
