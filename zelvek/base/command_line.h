@@ -79,7 +79,8 @@ public:
     CommandOption AddSwitch(const std::string& name, bool& value, const std::string& description);
 
     /// An option with a file of lines "option=value" (config_file.h): what it says holds where the command
-    /// line says nothing. A mistake there is told with file and line.
+    /// line says nothing. Files conf.d/*.conf beside it are read after it, by their names; what a later file
+    /// says of an option replaces what an earlier one says. A mistake is told with file and line.
     void AddConfigFile(const std::string& name, const std::string& description);
 
 private:
@@ -109,12 +110,18 @@ public:
     Command Root();
 
     /// Reads the arguments, does what they say, and returns the exit status. What fails is one line on
-    /// standard error.
+    /// standard error; where "--json" is among the arguments, that line is a JSON object
+    /// {"error": {"code", "message"}} with the error's word, or "usage".
     int Run(int argc, const char* const* argv);
 
 private:
+    void AddHelp();
+    int Complain(const std::string& code, const std::string& sentence) const;
+
     std::unique_ptr<CLI::App> app_;
     Action chosen_;
+    std::vector<std::string> help_of_;
+    bool json_ = false;
 };
 
 }  // namespace zelvek
