@@ -9,5 +9,6 @@ int main(int argc, char** argv) {
     zelvek::AddServeCommand(root);
     zelvek::AddConfigCommands(root);
     for (const auto& add_commands : zelvek::cli::kEveryNoun) add_commands(root);
+    zelvek::cli::AddGuideCommands(root, line);
     return line.Run(argc, argv);
 }

@@ -27,6 +27,7 @@ namespace {
 
 constexpr double kShortestSeconds = 0.001;
 constexpr double kLongestSeconds = 86400;
+constexpr int kNoEnd = -1;  // of the values that an argument takes
 
 /// The option that a line names.
 CLI::Option& OptionOf(CLI::App& app, const std::string& place, const ConfigLine& line) {
@@ -107,6 +108,33 @@ Json::Value ErrorJson(const std::string& code, const std::string& sentence) {
     return json;
 }
 
+/// The words of "TEXT:{http,dns}".
+std::vector<std::string> ChoicesOf(const std::string& type) {
+    const std::size_t begin = type.find(":{");
+    if (begin == std::string::npos) return {};
+    return str::Split(type.substr(begin + 2, type.find('}') - begin - 2), ",");
+}
+
+OptionText TextOf(const CLI::Option& option) {
+    const std::string type = option.get_type_name();
+    const bool has_value = option.get_type_size_max() > 0;
+    std::string kind = type;
+    return {option.get_positional() ? option.get_name(true) : "--" + option.get_lnames().front(),
+            has_value ? str::GetWord(kind, ':') : "", option.get_description(),
+            // The library has "[]" for a list in which nothing stands.
+            option.get_default_str() == "[]" ? "" : option.get_default_str(), ChoicesOf(type),
+            option.get_required()};
+}
+
+CommandText TextOf(const CLI::App& app) {
+    CommandText text{app.get_name(), app.get_description(), {}, {}, {}};
+    for (const CLI::Option* option : app.get_options()) {
+        (option->get_positional() ? text.arguments : text.options).push_back(TextOf(*option));
+    }
+    for (const CLI::App* command : app.get_subcommands({})) text.commands.push_back(TextOf(*command));
+    return text;
+}
+
 /// The exit status of a command that has come to `status`, when its output has got to where it goes: a script
 /// that writes into a file on a full disk has to hear of it.
 int WithOutput(const std::string& program, int status) {
@@ -145,6 +173,11 @@ CommandOption& CommandOption::OneOf(const std::vector<std::string>& words) {
 
 CommandOption& CommandOption::NotEmpty() {
     option_->check([](const std::string& text) { return text.empty() ? "an empty value" : std::string(); });
+    return *this;
+}
+
+CommandOption& CommandOption::DefaultText(const std::string& text) {
+    option_->default_str(text);
     return *this;
 }
 
@@ -198,6 +231,13 @@ CommandOption Command::AddOption(const std::string& name, std::vector<std::strin
                                  const std::string& description) {
     const CommandOption added = AddValue(name, values, description);
     added.option_->allow_extra_args(false);  // one value each time, so that an argument may follow
+    return added;
+}
+
+CommandOption Command::AddRest(const std::string& name, std::vector<std::string>& values,
+                               const std::string& description) {
+    const CommandOption added = AddValue(name, values, description);
+    added.option_->expected(1, kNoEnd);
     return added;
 }
 
@@ -257,9 +297,11 @@ CommandLine::~CommandLine() = default;
 
 Command CommandLine::Root() { return {app_.get(), &chosen_}; }
 
+CommandText CommandLine::Describe() const { return TextOf(*app_); }
+
 void CommandLine::AddHelp() {
     CLI::App* help = app_->add_subcommand("help", "The same as --help of a command");
-    help->add_option("COMMAND", help_of_, "Its words")->expected(0, -1);
+    help->add_option("COMMAND", help_of_, "Its words")->expected(0, kNoEnd);
     help->callback([this] {
         const CLI::App* about = app_.get();
         std::string name = about->get_name();

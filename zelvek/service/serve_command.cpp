@@ -25,11 +25,15 @@ void AddDnsOption(Command& serve, const dns::Option& option, dns::Settings& sett
 void AddJobOptions(Command& serve, ServeOptions& options) {
     constexpr int kMostRuns = 1000;
     constexpr int kMostOrders = 1000000;
-    serve.AddOption("--plugin", options.plugin, "The ACME plug-in").NotEmpty();
+    serve.AddOption("--plugin", options.plugin, "The ACME plug-in")
+        .NotEmpty()
+        .DefaultText("ambrin beside zelvek");
     serve.AddSwitch("--scheduler", options.scheduler, "Whether due jobs are started: on or off");
     serve.AddOption("--scheduler-interval", options.scheduler_interval,
                     "Seconds between looks at the jobs, where nothing is due before");
-    serve.AddOption("--runs-at-once", options.runs_at_once, "Runs that go on at once").Between(1, kMostRuns);
+    serve.AddOption("--runs-at-once", options.runs_at_once, "Runs that go on at once")
+        .Between(1, kMostRuns)
+        .DefaultText("twice the processors");
     serve.AddOption("--orders-limit", options.limits.orders, "Orders of one account within three hours")
         .Between(1, kMostOrders);
     serve.AddOption("--failures-limit", options.limits.failures, "Failed checks of one name within an hour")
