@@ -7,6 +7,8 @@ int main(int argc, char** argv) {
     zelvek::CommandLine line("zelvek", "The panel's local management service and its command line");
     zelvek::Command root = line.Root();
     zelvek::AddServeCommand(root);
+    zelvek::AddConfigCommands(root);
     for (const auto& add_commands : zelvek::cli::kEveryNoun) add_commands(root);
+    zelvek::cli::AddGuideCommands(root, line);
     return line.Run(argc, argv);
 }

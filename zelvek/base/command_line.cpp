@@ -1,23 +1,33 @@
 #include "zelvek/base/command_line.h"
 
+#include <json/json.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
+#include <filesystem>
 #include <iostream>
 #include <map>
 #include <set>
 #include <sstream>
+#include <system_error>
 
 #include "vek/str.h"
 #include "zelvek/base/config_file.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/json_text.h"
 #include "zelvek/base/text.h"
+#include "zelvek/base/version.h"
 
 namespace zelvek {
+
+namespace fs = std::filesystem;
 
 namespace {
 
 constexpr double kShortestSeconds = 0.001;
 constexpr double kLongestSeconds = 86400;
+constexpr int kNoEnd = -1;  // of the values that an argument takes
 
 /// The option that a line names.
 CLI::Option& OptionOf(CLI::App& app, const std::string& place, const ConfigLine& line) {
@@ -36,25 +46,93 @@ void Apply(CLI::Option& option, const std::string& place, const std::string& val
     }
 }
 
-/// Takes from the file what the command line does not say.
-void ApplyConfig(CLI::App& app, const std::string& file) try {
-    std::set<const CLI::Option*> given;
-    for (const CLI::Option* option : app.get_options()) {
-        if (option->count() > 0) given.insert(option);
+/// The file, then the files of the folder `conf.d` beside it by their names: a package or another program
+/// adds options there without changing a file of the administrator's.
+std::vector<fs::path> FilesOf(const fs::path& file) {
+    std::vector<fs::path> added;
+    std::error_code error;
+    const fs::path folder = file.parent_path() / "conf.d";
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename();
+        if (name.front() != '.' && entry->path().extension() == ".conf") added.push_back(entry->path());
     }
-    std::map<const CLI::Option*, int> seen;  // with their lines
-    for (const ConfigLine& line : ReadConfigFile(file)) {
-        const std::string place = file + ":" + std::to_string(line.number) + ": ";
-        CLI::Option& option = OptionOf(app, place, line);
-        const auto [first, fresh] = seen.emplace(&option, line.number);
-        if (!fresh && option.get_items_expected_max() <= 1) {
-            throw CLI::ConfigError(place + line.name + " stands in line " + std::to_string(first->second) +
-                                   " already");
+    if (error && error != std::errc::no_such_file_or_directory)
+        throw CLI::ConfigError(IoError("cannot read", folder, error.value()).what());
+    std::sort(added.begin(), added.end());
+    added.insert(added.begin(), file);
+    return added;
+}
+
+/// Takes from files what the command line does not say.
+class ConfigFiles {
+public:
+    explicit ConfigFiles(CLI::App& app) : app_(app) {
+        for (const CLI::Option* option : app.get_options()) {
+            if (option->count() > 0) given_.insert(option);
         }
-        if (!given.contains(&option)) Apply(option, place, line.value);
     }
+
+    /// What it says of an option holds instead of what a file before it says.
+    void Take(const std::string& file) {
+        std::map<const CLI::Option*, int> seen;  // with their lines
+        for (const ConfigLine& line : ReadConfigFile(file)) {
+            const std::string place = file + ":" + std::to_string(line.number) + ": ";
+            CLI::Option& option = OptionOf(app_, place, line);
+            const auto [first, fresh] = seen.emplace(&option, line.number);
+            if (!fresh && option.get_items_expected_max() <= 1) {
+                throw CLI::ConfigError(place + line.name + " stands in line " +
+                                       std::to_string(first->second) + " already");
+            }
+            if (given_.contains(&option)) continue;
+            if (fresh) option.clear();
+            Apply(option, place, line.value);
+        }
+    }
+
+private:
+    CLI::App& app_;
+    std::set<const CLI::Option*> given_;
+};
+
+void ApplyConfig(CLI::App& app, const std::string& file) try {
+    ConfigFiles files(app);
+    for (const fs::path& each : FilesOf(file)) files.Take(each);
 } catch (const Error& error) {
     throw CLI::ConfigError(error.what());
+}
+
+Json::Value ErrorJson(const std::string& code, const std::string& sentence) {
+    Json::Value json;
+    json["error"]["code"] = code;
+    json["error"]["message"] = sentence;
+    return json;
+}
+
+/// The words of "TEXT:{http,dns}".
+std::vector<std::string> ChoicesOf(const std::string& type) {
+    const std::size_t begin = type.find(":{");
+    if (begin == std::string::npos) return {};
+    return str::Split(type.substr(begin + 2, type.find('}') - begin - 2), ",");
+}
+
+OptionText TextOf(const CLI::Option& option) {
+    const std::string type = option.get_type_name();
+    const bool has_value = option.get_type_size_max() > 0;
+    std::string kind = type;
+    return {option.get_positional() ? option.get_name(true) : "--" + option.get_lnames().front(),
+            has_value ? str::GetWord(kind, ':') : "", option.get_description(),
+            // The library has "[]" for a list in which nothing stands.
+            option.get_default_str() == "[]" ? "" : option.get_default_str(), ChoicesOf(type),
+            option.get_required()};
+}
+
+CommandText TextOf(const CLI::App& app) {
+    CommandText text{app.get_name(), app.get_description(), {}, {}, {}};
+    for (const CLI::Option* option : app.get_options()) {
+        (option->get_positional() ? text.arguments : text.options).push_back(TextOf(*option));
+    }
+    for (const CLI::App* command : app.get_subcommands({})) text.commands.push_back(TextOf(*command));
+    return text;
 }
 
 /// The exit status of a command that has come to `status`, when its output has got to where it goes: a script
@@ -95,6 +173,11 @@ CommandOption& CommandOption::OneOf(const std::vector<std::string>& words) {
 
 CommandOption& CommandOption::NotEmpty() {
     option_->check([](const std::string& text) { return text.empty() ? "an empty value" : std::string(); });
+    return *this;
+}
+
+CommandOption& CommandOption::DefaultText(const std::string& text) {
+    option_->default_str(text);
     return *this;
 }
 
@@ -151,6 +234,13 @@ CommandOption Command::AddOption(const std::string& name, std::vector<std::strin
     return added;
 }
 
+CommandOption Command::AddRest(const std::string& name, std::vector<std::string>& values,
+                               const std::string& description) {
+    const CommandOption added = AddValue(name, values, description);
+    added.option_->expected(1, kNoEnd);
+    return added;
+}
+
 template <class Duration>
 CommandOption Command::AddSeconds(const std::string& name, Duration& value, const std::string& description) {
     using Seconds = std::chrono::duration<double>;
@@ -199,28 +289,69 @@ CommandLine::CommandLine(const std::string& program, const std::string& descript
     : app_(std::make_unique<CLI::App>(description, program)) {
     app_->require_subcommand(1);
     app_->option_defaults()->always_capture_default();
+    app_->set_version_flag("--version", program + " " + Version());
+    AddHelp();
 }
 
 CommandLine::~CommandLine() = default;
 
 Command CommandLine::Root() { return {app_.get(), &chosen_}; }
 
+CommandText CommandLine::Describe() const { return TextOf(*app_); }
+
+void CommandLine::AddHelp() {
+    CLI::App* help = app_->add_subcommand("help", "The same as --help of a command");
+    help->add_option("COMMAND", help_of_, "Its words")->expected(0, kNoEnd);
+    help->callback([this] {
+        const CLI::App* about = app_.get();
+        std::string name = about->get_name();
+        for (const std::string& word : help_of_) {
+            const auto named =
+                about->get_subcommands([&word](const CLI::App* each) { return each->get_name() == word; });
+            if (named.empty())
+                throw CLI::ValidationError("help", "there is no command \"" + Printable(word) + "\"");
+            about = named.front();
+            str::inpl::Append(name, word, " ");
+        }
+        chosen_ = [about, name] {
+            // Its own help() tells of the command that was chosen, which is this one.
+            std::cout << about->get_formatter()->make_help(about, name, CLI::AppFormatMode::Normal);
+            return kSuccess;
+        };
+    });
+}
+
+int CommandLine::Complain(const std::string& code, const std::string& sentence) const {
+    if (json_) {
+        std::cerr << JsonText(ErrorJson(code, sentence)) << std::endl;
+    } else {
+        std::cerr << app_->get_name() << ": " << WithoutControls(sentence, ' ') << std::endl;
+    }
+    return kFailure;
+}
+
 int CommandLine::Run(int argc, const char* const* argv) {
+    json_ = std::find(argv, argv + argc, std::string("--json")) != argv + argc;
     try {
         app_->parse(argc, argv);
     } catch (const CLI::ParseError& error) {
         // It quotes what was given.
         std::ostringstream complaint;
         const bool help = app_->exit(error, std::cout, complaint) == 0;
+        if (json_ && !help) {
+            Complain("usage", error.what());
+            return kUsage;
+        }
         for (std::string rest = complaint.str(); !rest.empty();)
             std::cerr << WithoutControls(str::GetWord(rest, '\n'), ' ') << "\n";
         return WithOutput(app_->get_name(), help ? kSuccess : kUsage);
     }
     try {
         return WithOutput(app_->get_name(), chosen_());
+    } catch (const Error& error) {
+        return Complain(Word(error.code()), error.sentence());
     } catch (const std::exception& error) {
-        std::cerr << app_->get_name() << ": " << WithoutControls(error.what(), ' ') << std::endl;
-        return kFailure;
+        return Complain(Word(Code::kInternal), error.what());
     }
 }
 

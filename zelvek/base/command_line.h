@@ -15,6 +15,24 @@ class Option;
 
 namespace zelvek {
 
+/// What the help says of an option, or of an argument without a name of its own.
+struct OptionText {
+    std::string name;   // "--user", or "NAME" of an argument
+    std::string value;  // the kind of its value, such as "TEXT"; empty where it has none
+    std::string description;
+    std::string standard = {};  // what holds where it is not given; empty where nothing does
+    std::vector<std::string> choices =
+        {};  // the only values that it takes; empty where others are taken, too
+    bool required = false;
+};
+
+/// What the help says of a command, or of a group of commands.
+struct CommandText {
+    std::string name, description;
+    std::vector<OptionText> options, arguments;  // in the order in which the help has them
+    std::vector<CommandText> commands;           // of a group
+};
+
 /// The exit statuses that every command has; some have more.
 enum CommandStatus : int {
     kSuccess = 0,
@@ -34,6 +52,9 @@ public:
     CommandOption& NonNegative();
     CommandOption& NotEmpty();
     CommandOption& OneOf(const std::vector<std::string>& words);
+
+    /// What the help shows as the default, where its value depends on the machine.
+    CommandOption& DefaultText(const std::string& text);
 
     /// `complaint` says what is wrong with a text; it is empty for one that can be used.
     CommandOption& Check(const std::function<std::string(const std::string&)>& complaint);
@@ -72,6 +93,10 @@ public:
     CommandOption AddOption(const std::string& name, std::chrono::milliseconds& value,
                             const std::string& description);
 
+    /// An argument that takes all further words, at least one; after "--" whatever they look like.
+    CommandOption AddRest(const std::string& name, std::vector<std::string>& values,
+                          const std::string& description);
+
     /// An option without a value.
     CommandOption AddFlag(const std::string& name, bool& value, const std::string& description);
 
@@ -79,7 +104,8 @@ public:
     CommandOption AddSwitch(const std::string& name, bool& value, const std::string& description);
 
     /// An option with a file of lines "option=value" (config_file.h): what it says holds where the command
-    /// line says nothing. A mistake there is told with file and line.
+    /// line says nothing. Files conf.d/*.conf beside it are read after it, by their names; what a later file
+    /// says of an option replaces what an earlier one says. A mistake is told with file and line.
     void AddConfigFile(const std::string& name, const std::string& description);
 
 private:
@@ -108,13 +134,22 @@ public:
     /// The group that holds every other.
     Command Root();
 
+    /// All that the help says.
+    CommandText Describe() const;
+
     /// Reads the arguments, does what they say, and returns the exit status. What fails is one line on
-    /// standard error.
+    /// standard error; where "--json" is among the arguments, that line is a JSON object
+    /// {"error": {"code", "message"}} with the error's word, or "usage".
     int Run(int argc, const char* const* argv);
 
 private:
+    void AddHelp();
+    int Complain(const std::string& code, const std::string& sentence) const;
+
     std::unique_ptr<CLI::App> app_;
     Action chosen_;
+    std::vector<std::string> help_of_;
+    bool json_ = false;
 };
 
 }  // namespace zelvek

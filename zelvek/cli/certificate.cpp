@@ -27,9 +27,9 @@ struct CertificateListOptions {
 Json::Value CertificateJson(const vek_xml::Node& certificate) {
     Json::Value json;
     json["job"] = str::Int(certificate.Value("id"));
-    for (const char* key : {"certname", "user_name", "path", "issuer", "from", "expires", "key_kind",
-                            "served", "served_time", "served_detail"})
+    for (const char* key : {"certname", "user_name", "path", "issuer", "key_kind", "served", "served_detail"})
         json[key] = certificate.Value(key);
+    for (const char* key : {"from", "expires", "served_time"}) json[key] = TimeJson(certificate.Value(key));
     json["key_size"] = str::Int(certificate.Value("key_size"));
     json["readable"] = certificate.Value("readable") == "on";
     json["names"] = Json::arrayValue;

@@ -15,6 +15,9 @@ void AddAccountCommands(Command& root);
 void AddCertificateCommands(Command& root);
 void AddStatusCommand(Command& root);
 
+/// Adds commands that tell of all others: `complete`, for shells, and `manual`.
+void AddGuideCommands(Command& root, const CommandLine& line);
+
 /// All of them, in the order in which the help shows them.
 inline constexpr std::array kEveryNoun{&AddStatusCommand,       &AddDomainCommands,  &AddJobCommands,
                                        &AddCertificateCommands, &AddProblemCommands, &AddAccountCommands};

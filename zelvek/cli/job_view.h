@@ -18,7 +18,11 @@ vek_client::Result AskForJob(int id);
 /// The word for a job's state: paused, verified, failed, running, waiting.
 std::string StateOf(const vek_xml::Node& job);
 
-/// One job of a list.
+/// Why the last run of a job that fails has failed, as its history tells it: plain text, with what was
+/// refused before anything else.
+std::string LastError(const vek_xml::Node& job);
+
+/// One job of a list: its fields, and "state", "next_step" and "last_error" (null unless it fails).
 Json::Value JobJson(const vek_xml::Node& job);
 
 /// The answer of `AskForJob`: the job with its events.

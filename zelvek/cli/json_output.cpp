@@ -3,10 +3,8 @@
 #include <json/json.h>
 
 #include <iostream>
-#include <string>
 
-#include "vek/str.h"
-#include "zelvek/base/text.h"
+#include "zelvek/base/json_text.h"
 
 namespace zelvek::cli {
 
@@ -14,34 +12,14 @@ void AddJsonFlag(Command& command, bool& json) {
     command.AddFlag("--json", json, "One JSON text on standard output");
 }
 
-namespace {
-
-/// The same JSON text with escapes for the control characters that the library writes as they are. They stand
-/// in its strings alone, and none of them lies beyond U+FFFF.
-std::string WithEscapes(const std::string& json) {
-    std::string escaped;
-    for (std::size_t at = 0; at < json.size();) {
-        const auto character = CharacterAt(json, at);
-        const std::size_t length = character ? character->length : 1;
-        if (character && IsControl(character->point)) {
-            const auto point = static_cast<unsigned>(character->point);
-            const std::string bytes{static_cast<char>(point >> 8U), static_cast<char>(point & 0xffU)};
-            escaped += "\\u" + str::hex::Encode(bytes);
-        } else {
-            escaped += json.substr(at, length);
-        }
-        at += length;
-    }
-    return escaped;
+Json::Value TimeJson(const std::string& time) {
+    constexpr std::size_t kDateTime = 19;
+    constexpr std::size_t kDay = 10;
+    if (time.empty()) return Json::nullValue;
+    if (time.size() != kDateTime || time[kDay] != ' ') return time;
+    return time.substr(0, kDay) + "T" + time.substr(kDay + 1) + "Z";
 }
 
-}  // namespace
-
-void PrintJson(const Json::Value& value) {
-    Json::StreamWriterBuilder builder;
-    builder["indentation"] = "";
-    builder["emitUTF8"] = true;
-    std::cout << WithEscapes(Json::writeString(builder, value)) << std::endl;
-}
+void PrintJson(const Json::Value& value) { std::cout << JsonText(value) << std::endl; }
 
 }  // namespace zelvek::cli

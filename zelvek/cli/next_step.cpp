@@ -16,7 +16,7 @@ std::string ShortTime(const std::string& time, const std::string& now) {
     if (time.size() != kDateTime || now.size() != kDateTime) return time;
     const bool today = time.compare(0, kDay, now, 0, kDay) == 0;
     const std::size_t begin = today ? kDay + 1 : 0;
-    return time.substr(begin, kMinute - begin);
+    return time.substr(begin, kMinute - begin) + " UTC";
 }
 
 std::string Failures(const vek_xml::Node& job) {
@@ -26,6 +26,8 @@ std::string Failures(const vek_xml::Node& job) {
 }
 
 }  // namespace
+
+std::string WithZone(const std::string& time) { return time.empty() ? "" : time + " UTC"; }
 
 std::string DayOf(const std::string& time) { return time.size() == kDateTime ? time.substr(0, kDay) : time; }
 

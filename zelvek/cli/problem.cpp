@@ -23,8 +23,9 @@ namespace {
 Json::Value ProblemJson(const vek_xml::Node& problem) {
     Json::Value json;
     json["number"] = str::Int(problem.Value("number"));  // what "--after" takes
-    for (const char* key : {"id", "name", "level", "owner", "user_name", "state", "since", "time"})
+    for (const char* key : {"id", "name", "level", "owner", "user_name", "state"})
         json[key] = problem.Value(key);
+    for (const char* key : {"since", "time"}) json[key] = TimeJson(problem.Value(key));
     json["times"] = str::Int(problem.Value("times"));
     json["parameters"] = Json::objectValue;
     for (const auto& parameter : problem.Children("parameter"))
@@ -63,41 +64,44 @@ int ListProblems(const ProblemListOptions& options) {
     if (options.json) {
         PrintJson(json);
     } else {
-        std::cout << OutputTable({"NUMBER", "TIME", "STATE", "LEVEL", "OWNER", "PROBLEM", "PARAMETERS"},
+        std::cout << OutputTable({"NUMBER", "TIME (UTC)", "STATE", "LEVEL", "OWNER", "PROBLEM", "PARAMETERS"},
                                  rows);
     }
     return kSuccess;
 }
 
-struct SeenOptions {
+/// Which notifications are meant: just one, or all.
+struct ChosenProblems {
     std::optional<int> number;
     bool all = false;
     bool json = false;
 };
 
-int SetSeen(const SeenOptions& options) {
+int ChangeProblems(const std::string& function, const std::string& done, const ChosenProblems& options) {
     if (options.number.has_value() == options.all)
         throw Error(Code::kValue, "say just once which notifications are meant: by NUMBER or by --all");
     std::map<std::string, std::string> parameters;
     if (options.number) parameters["number"] = str::Str(*options.number);
-    const int count = str::Int(Ask("zelvek.problem.seen", parameters).value("count"));
+    const int count = str::Int(Ask(function, parameters).value("count"));
     if (options.json) {
         Json::Value json;
         json["count"] = count;
         PrintJson(json);
     } else {
-        std::cout << count << (count == 1 ? " notification" : " notifications") << " seen\n";
+        std::cout << count << (count == 1 ? " notification " : " notifications ") << done << "\n";
     }
     return kSuccess;
 }
 
-void AddSeenCommand(Command& noun) {
-    const auto options = std::make_shared<SeenOptions>();
-    Command seen = noun.AddCommand("seen", "Takes note of notifications, which stay open until they are over",
-                                   [options] { return SetSeen(*options); });
-    AddJsonFlag(seen, options->json);
-    seen.AddOption("NUMBER", options->number, "The notification's number");
-    seen.AddFlag("--all", options->all, "All");
+void AddProblemChange(Command& noun, const std::string& name, const std::string& description,
+                      const std::string& done) {
+    const auto options = std::make_shared<ChosenProblems>();
+    Command change = noun.AddCommand(name, description, [name, done, options] {
+        return ChangeProblems("zelvek.problem." + name, done, *options);
+    });
+    AddJsonFlag(change, options->json);
+    change.AddOption("NUMBER", options->number, "The notification's number");
+    change.AddFlag("--all", options->all, "All");
 }
 
 }  // namespace
@@ -111,7 +115,10 @@ void AddProblemCommands(Command& root) {
     AddPartOptions(list, options->part, "Only notifications with a greater number than this");
     list.AddOption("--state", options->state, "In this state alone")
         .OneOf({"open", "raised", "seen", "resolved", "news", "all"});
-    AddSeenCommand(noun);
+    AddProblemChange(noun, "seen", "Takes note of notifications, which stay open until they are over",
+                     "seen");
+    AddProblemChange(noun, "clear", "Dismisses notifications; what comes again of a cause is raised anew",
+                     "cleared");
 }
 
 }  // namespace zelvek::cli

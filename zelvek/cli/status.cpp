@@ -6,12 +6,11 @@
 #include <vector>
 
 #include "vek/str.h"
-#include "zelvek/base/html_text.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
+#include "zelvek/cli/job_view.h"
 #include "zelvek/cli/json_output.h"
 #include "zelvek/cli/next_step.h"
-#include "zelvek/cli/steps.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
@@ -19,14 +18,6 @@ namespace zelvek::cli {
 namespace {
 
 constexpr const char* kStates[] = {"failed", "failing", "waiting", "running", "verified", "paused"};
-
-/// Why a job has no certificate, in one sentence.
-std::string ReasonOf(const vek_xml::Node& failure) {
-    const std::string refusal = failure.Value("refusal");
-    if (!refusal.empty()) return TextOfHtml(refusal);
-    const std::string words = WordsOfEvent(failure.Value("event"), failure.Value("detail"));
-    return words.empty() ? "the run ended without saying why" : words;
-}
 
 std::string AccountText(const vek_client::Result& status) {
     const std::string kid = status.value("kid");
@@ -43,8 +34,8 @@ std::string CountsText(const vek_client::Result& status) {
 
 Json::Value StatusJson(const vek_client::Result& status) {
     Json::Value json;
-    for (const char* key : {"version", "started", "now", "database", "authority", "kid"})
-        json[key] = status.value(key);
+    for (const char* key : {"version", "database", "authority", "kid"}) json[key] = status.value(key);
+    for (const char* key : {"started", "now"}) json[key] = TimeJson(status.value(key));
     for (const char* key : {"scheduler", "key"}) json[key] = status.value(key) == "on";
     json["runs"] = str::Int(status.value("runs"));
     const auto counts = status.xml().GetNode("/doc/jobs");
@@ -53,16 +44,17 @@ Json::Value StatusJson(const vek_client::Result& status) {
     for (const auto& node : status.xml().GetNodes("/doc/ending")) {
         Json::Value job;
         job["id"] = str::Int(node.Value("id"));
-        for (const char* key : {"certname", "user_name", "expires"}) job[key] = node.Value(key);
+        for (const char* key : {"certname", "user_name"}) job[key] = node.Value(key);
+        job["expires"] = TimeJson(node.Value("expires"));
         json["ending"].append(job);
     }
     for (const auto& node : status.xml().GetNodes("/doc/failure")) {
         Json::Value job;
         for (const char* key : {"id", "failures"}) job[key] = str::Int(node.Value(key));
-        for (const char* key : {"certname", "user_name", "due", "refusal", "event", "detail"})
-            job[key] = node.Value(key);
+        for (const char* key : {"certname", "user_name"}) job[key] = node.Value(key);
+        job["due"] = TimeJson(node.Value("due"));
         job["failed"] = node.Value("failed") == "on";
-        job["reason"] = ReasonOf(node);
+        job["last_error"] = LastError(node);
         json["failures"].append(job);
     }
     return json;
@@ -87,7 +79,7 @@ void Print(const vek_client::Result& status) {
     std::vector<std::vector<std::string>> failures;
     for (const auto& node : status.xml().GetNodes("/doc/failure"))
         failures.push_back(
-            {node.Value("id"), node.Value("certname"), node.Value("user_name"), ReasonOf(node)});
+            {node.Value("id"), node.Value("certname"), node.Value("user_name"), LastError(node)});
     if (!failures.empty())
         std::cout << "\nWhat failed\n" << OutputTable({"ID", "CERTIFICATE", "USER", "WHY"}, failures);
 }

@@ -71,15 +71,21 @@ std::map<std::string, std::string> ReadAddressFile(const std::filesystem::path& 
     return addresses;
 }
 
-Notifier::Notifier(Store& store, Settings settings) : store_(store), settings_(std::move(settings)) {
-    if (!settings_.texts.empty()) texts_ = Texts(settings_.texts);
-    if (!settings_.administrator.empty()) CheckAddress("--notify-mail", settings_.administrator);
-    if (!settings_.addresses.empty()) addresses_ = ReadAddressFile(settings_.addresses);
-    if (settings_.from.empty()) settings_.from = OwnAddress();
-    CheckAddress("--notify-from", settings_.from);
-    if (!settings_.smtp.empty() && !IsSmtpUrl(settings_.smtp))
+void CheckSettings(const Notifier::Settings& settings) {
+    if (!settings.texts.empty()) Texts{settings.texts};
+    if (!settings.administrator.empty()) CheckAddress("--notify-mail", settings.administrator);
+    if (!settings.addresses.empty()) ReadAddressFile(settings.addresses);
+    if (!settings.from.empty()) CheckAddress("--notify-from", settings.from);
+    if (!settings.smtp.empty() && !IsSmtpUrl(settings.smtp))
         throw Error(Code::kValue,
                     "--notify-smtp takes smtp://host:port or smtps://host:port, without a user");
+}
+
+Notifier::Notifier(Store& store, Settings settings) : store_(store), settings_(std::move(settings)) {
+    CheckSettings(settings_);
+    if (!settings_.texts.empty()) texts_ = Texts(settings_.texts);
+    if (!settings_.addresses.empty()) addresses_ = ReadAddressFile(settings_.addresses);
+    if (settings_.from.empty()) settings_.from = OwnAddress();
     if (!settings_.administrator.empty() || !settings_.addresses.empty()) {
         mail_ = settings_.smtp.empty() ? SendmailChannel(settings_.sendmail, settings_.limit)
                                        : SmtpChannel(settings_.smtp, settings_.limit);

@@ -84,4 +84,7 @@ private:
 /// and line.
 std::map<std::string, std::string> ReadAddressFile(const std::filesystem::path& file);
 
+/// Errors: Error for settings that a Notifier cannot use, as far as can be said without delivering.
+void CheckSettings(const Notifier::Settings& settings);
+
 }  // namespace zelvek::notices

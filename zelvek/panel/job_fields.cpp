@@ -1,9 +1,12 @@
 #include "zelvek/panel/job_fields.h"
 
+#include <optional>
+
 #include "vek/date.h"
 #include "vek/err.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
+#include "zelvek/store/history.h"
 
 namespace zelvek {
 
@@ -42,6 +45,13 @@ void WriteFields(const Job& job, JobField::Shown where, XmlAnswer::Element& elem
         if ((field.shown & where) == 0) continue;
         std::visit([&](auto member) { WriteField(element, field.key, job.*member); }, field.member);
     }
+}
+
+void WriteLastFailure(Transaction& transaction, const Job& job, XmlAnswer::Element& element) {
+    const bool fails = job.failed || job.failures > 0;
+    const auto event = fails ? history::LastFailure(transaction, job.id) : std::nullopt;
+    element.Value("failed_event", event ? event->event : "")
+        .Value("failed_detail", event ? event->detail : "");
 }
 
 void ApplyWriteBack(const Query& query, Job& job) {

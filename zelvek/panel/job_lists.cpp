@@ -136,9 +136,10 @@ Start StartOf(Transaction& transaction, const Query& query, const Sequence& sequ
     return {static_cast<std::size_t>(str::Int(list)), {text, str::Int(id)}};
 }
 
-void AddEntry(XmlAnswer& answer, const Job& job, const std::string& place) {
+void AddEntry(Transaction& transaction, XmlAnswer& answer, const Job& job, const std::string& place) {
     XmlAnswer::Element element = answer.Elem();
     WriteFields(job, JobField::kInLists, element.Value("id", job.id).Value("place", names::MakeText(place)));
+    WriteLastFailure(transaction, job, element);
 }
 
 int LimitOf(const Query& query) {
@@ -161,7 +162,7 @@ void WithName(Transaction& transaction, const Query& query, XmlAnswer& answer) {
             after = id;
             const Job job = jobs::FindShown(transaction, id);
             if (!user.empty() && job.user_name != user) continue;
-            AddEntry(answer, job, str::Str(id));
+            AddEntry(transaction, answer, job, str::Str(id));
             --rest;
         }
     }
@@ -175,7 +176,7 @@ void InSequence(Transaction& transaction, const Query& query, XmlAnswer& answer)
     for (std::size_t list = start.list; list < sequence.kinds.size() && selection.limit > 0; ++list) {
         selection.kind = sequence.kinds[list];
         for (const Job& job : job_lists::Some(transaction, selection)) {
-            AddEntry(answer, job, TextOf(list, job_lists::PlaceOf(selection, job)));
+            AddEntry(transaction, answer, job, TextOf(list, job_lists::PlaceOf(selection, job)));
             --selection.limit;
         }
         selection.after = {};

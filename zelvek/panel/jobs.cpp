@@ -60,7 +60,9 @@ void ShowJob(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     const Job job = jobs::FindShown(transaction, id);
     const auto events = history::Of(transaction, id);
-    WriteFields(job, JobField::kInLists, answer.Doc().Value("id", id));
+    XmlAnswer::Element doc = answer.Doc();
+    WriteFields(job, JobField::kInLists, doc.Value("id", id));
+    WriteLastFailure(transaction, job, doc);
     AddReason(transaction, job, events, answer);
     for (const auto& event : events) {
         answer.Doc()

@@ -14,7 +14,7 @@ namespace zelvek {
 
 namespace {
 
-constexpr int kSeenAtOnce = 500;
+constexpr int kAtOnce = 500;
 
 /// What a run tells when it has installed a certificate.
 const std::string kSuccess = "ambrin_success";
@@ -98,12 +98,18 @@ void ListProblems(Services& services, const Query& query, XmlAnswer& answer) {
     }
 }
 
-/// One, or all that are raised.
-void SetSeen(Services& services, const Query& query, XmlAnswer& answer) {
+/// What is done to one notification, or to some of all.
+struct Deed {
+    bool (*to_one)(Transaction& transaction, long long number);
+    long long (*to_some)(Transaction& transaction, int limit);
+};
+
+/// One, or all that it can be done to.
+void DoToProblems(const Deed& deed, Services& services, const Query& query, XmlAnswer& answer) {
     if (query.parameters.Has("number")) {
         const int number = Number(query, "number");
         Transaction transaction(services.store);
-        if (!problems::SetSeen(transaction, number)) {
+        if (!deed.to_one(transaction, number)) {
             const std::string text = std::to_string(number);
             throw Error(Code::kMissed, "problem", text, "there is no notification " + text);
         }
@@ -112,13 +118,21 @@ void SetSeen(Services& services, const Query& query, XmlAnswer& answer) {
         return;
     }
     long long count = 0;
-    for (long long found = kSeenAtOnce; found == kSeenAtOnce; count += found) {
+    for (long long found = kAtOnce; found >= kAtOnce; count += found) {
         // In steps, so that nobody waits long for the store.
         Transaction transaction(services.store);
-        found = problems::SetSomeSeen(transaction, kSeenAtOnce);
+        found = deed.to_some(transaction, kAtOnce);
         transaction.Commit();
     }
     answer.Doc().Value("count", count);
+}
+
+void SetSeen(Services& services, const Query& query, XmlAnswer& answer) {
+    DoToProblems({&problems::SetSeen, &problems::SetSomeSeen}, services, query, answer);
+}
+
+void ClearProblems(Services& services, const Query& query, XmlAnswer& answer) {
+    DoToProblems({&problems::Clear, &problems::ClearSome}, services, query, answer);
 }
 
 }  // namespace
@@ -126,7 +140,8 @@ void SetSeen(Services& services, const Query& query, XmlAnswer& answer) {
 Functions functions::Problems() {
     return {{"problems.register", &Register},
             {"zelvek.problem.list", &ListProblems},
-            {"zelvek.problem.seen", &SetSeen}};
+            {"zelvek.problem.seen", &SetSeen},
+            {"zelvek.problem.clear", &ClearProblems}};
 }
 
 }  // namespace zelvek

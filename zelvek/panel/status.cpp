@@ -1,10 +1,11 @@
 // The service and its jobs in short.
 #include "vek/date.h"
 #include "zelvek/base/authority.h"
+#include "zelvek/base/version.h"
 #include "zelvek/panel/functions.h"
+#include "zelvek/panel/job_fields.h"
 #include "zelvek/panel/living_runs.h"
 #include "zelvek/store/accounts.h"
-#include "zelvek/store/history.h"
 #include "zelvek/store/job_lists.h"
 #include "zelvek/store/jobs.h"
 
@@ -18,7 +19,7 @@ constexpr int kFew = 5;
 
 void AddService(const Services& services, XmlAnswer& answer) {
     answer.Doc()
-        .Value("version", ZELVEK_VERSION)
+        .Value("version", Version())
         .Value("started", services.facts.started)
         .Value("now", vek_date::DateTime().AsDateTime())
         .Value("database", services.facts.database)
@@ -46,18 +47,15 @@ void AddEnding(Transaction& transaction, XmlAnswer& answer) {
 }
 
 void AddFailure(Transaction& transaction, const Job& job, XmlAnswer& answer) {
-    const auto event = history::LastFailure(transaction, job.id);
-    answer.Doc()
-        .Child("failure")
-        .Value("id", job.id)
+    XmlAnswer::Element failure = answer.Doc().Child("failure");
+    failure.Value("id", job.id)
         .Value("certname", job.certname)
         .Value("user_name", job.user_name)
         .Value("failures", job.failures)
         .Flag("failed", job.failed)
         .Value("due", job.due)
-        .Value("refusal", job.refusal)
-        .Value("event", event ? event->event : "")
-        .Value("detail", event ? event->detail : "");
+        .Value("refusal", job.refusal);
+    WriteLastFailure(transaction, job, failure);
 }
 
 void AddFailures(Transaction& transaction, XmlAnswer& answer) {

@@ -13,13 +13,14 @@ namespace {
 
 const std::string kOff = "off";
 
+}  // namespace
+
 SiteWatch::Settings WatchSettings(const ServeOptions& options) {
     SiteWatch::Settings settings = options.site_watch;
-    if (options.check_sites != "name") settings.site = ReadSite(options.check_sites);
+    if (options.check_sites != kOff && options.check_sites != "name")
+        settings.site = ReadSite(options.check_sites);
     return settings;
 }
-
-}  // namespace
 
 Looks::Looks(Store& store, Publisher& publisher, const ServeOptions& options) {
     if (options.check_sites != kOff) {

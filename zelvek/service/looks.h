@@ -33,4 +33,7 @@ private:
     std::optional<Periodic> examining_;
 };
 
+/// How the options want new certificates looked for. Errors: Error of code kValue.
+SiteWatch::Settings WatchSettings(const ServeOptions& options);
+
 }  // namespace zelvek

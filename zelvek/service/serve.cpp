@@ -117,6 +117,14 @@ Scheduler::Settings SchedulerSettings(const ServeOptions& options) {
 
 }  // namespace
 
+void CheckOptions(const ServeOptions& options) {
+    InstallSettings(options);
+    WatchSettings(options);
+    CheckPlugin(options);
+    dns::MakeBackend(options.dns);
+    notices::CheckSettings(options.notify);
+}
+
 void Serve(const ServeOptions& options) {
     vek_proc::LeaveNoCoreFile();
     const EndSignals signals;

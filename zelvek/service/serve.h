@@ -45,4 +45,8 @@ struct ServeOptions {
 /// The service: serves until SIGTERM or SIGINT. Errors: Error for a set-up that cannot be used.
 void Serve(const ServeOptions& options);
 
+/// What `Serve` would say of the options before it takes anything over, such as a key file that cannot be
+/// read. Errors: the same.
+void CheckOptions(const ServeOptions& options);
+
 }  // namespace zelvek

@@ -1,8 +1,11 @@
 #include "zelvek/service/serve_command.h"
 
+#include <array>
+#include <iostream>
 #include <memory>
 #include <variant>
 
+#include "zelvek/base/text.h"
 #include "zelvek/publishing/dns_backends.h"
 #include "zelvek/service/serve.h"
 
@@ -22,11 +25,15 @@ void AddDnsOption(Command& serve, const dns::Option& option, dns::Settings& sett
 void AddJobOptions(Command& serve, ServeOptions& options) {
     constexpr int kMostRuns = 1000;
     constexpr int kMostOrders = 1000000;
-    serve.AddOption("--plugin", options.plugin, "The ACME plug-in").NotEmpty();
+    serve.AddOption("--plugin", options.plugin, "The ACME plug-in")
+        .NotEmpty()
+        .DefaultText("ambrin beside zelvek");
     serve.AddSwitch("--scheduler", options.scheduler, "Whether due jobs are started: on or off");
     serve.AddOption("--scheduler-interval", options.scheduler_interval,
                     "Seconds between looks at the jobs, where nothing is due before");
-    serve.AddOption("--runs-at-once", options.runs_at_once, "Runs that go on at once").Between(1, kMostRuns);
+    serve.AddOption("--runs-at-once", options.runs_at_once, "Runs that go on at once")
+        .Between(1, kMostRuns)
+        .DefaultText("twice the processors");
     serve.AddOption("--orders-limit", options.limits.orders, "Orders of one account within three hours")
         .Between(1, kMostOrders);
     serve.AddOption("--failures-limit", options.limits.failures, "Failed checks of one name within an hour")
@@ -71,6 +78,50 @@ void AddNoticeOptions(Command& serve, notices::Notifier::Settings& notify) {
     serve.AddOption("--notice-texts", notify.texts, "File of other words for notifications").NotEmpty();
 }
 
+void AddServeOptions(Command& serve, ServeOptions& options) {
+    serve.AddConfigFile("--config",
+                        "File of these options, key=value lines; conf.d/*.conf beside it are read, too");
+    serve.AddOption("--database", options.database, "Job records, keys, notifications").NotEmpty();
+    serve.AddOption("--answers-dir", options.answers, "http-01 answer files").NotEmpty();
+    serve.AddOption("--certs-dir", options.install.directory, "Installed certificates").NotEmpty();
+    serve.AddOption("--certs-owner", options.certs_owners,
+                    "A user to whom folders below --certs-dir may belong; repeatable");
+    serve.AddOption("--reload-command", options.reload.command, "Run after each installation");
+    serve.AddOption("--reload-timeout", options.reload.limit, "Seconds that it may take");
+    serve.AddOption("--reload-pause", options.reload.first_pause,
+                    "Seconds until a failed one is tried again; doubled with each failure, up to an hour");
+    serve
+        .AddOption("--check-sites", options.check_sites,
+                   "ADDR:PORT where new certificates are looked for after their reload, name, or off")
+        .NotEmpty();
+    serve.AddOption("--check-pause", options.site_watch.first_pause,
+                    "Seconds until the first look; each further pause is twice as long, up to an hour");
+    serve.AddOption("--http-responder", options.responder, "ADDR:PORT to serve the answer files on");
+    serve.AddOption("--public-resolvers", options.public_resolvers,
+                    "Name servers to ask what others see of a name that was not proved; repeatable, or off");
+    AddJobOptions(serve, options);
+    AddRetentionOptions(serve, options.retention);
+    AddNoticeOptions(serve, options.notify);
+    for (const dns::BackendKind& kind : dns::BackendKinds()) {
+        for (const dns::Option& option : kind.options) AddDnsOption(serve, option, options.dns);
+    }
+}
+
+/// Reads the file as `serve` does, so that both say the same of it.
+int CheckConfig(const std::string& file) {
+    ServeOptions options;
+    CommandLine reader("zelvek", "");
+    Command serve = reader.Root().AddCommand("serve", "", [&options] {
+        CheckOptions(options);
+        return kSuccess;
+    });
+    AddServeOptions(serve, options);
+    const std::array arguments{"zelvek", "serve", "--config", file.c_str()};
+    const int status = reader.Run(arguments.size(), arguments.data());
+    if (status == kSuccess) std::cout << Printable(file) << ": the service can use these options\n";
+    return status;
+}
+
 }  // namespace
 
 void AddServeCommand(Command& root) {
@@ -79,31 +130,15 @@ void AddServeCommand(Command& root) {
         Serve(*options);
         return kSuccess;
     });
-    serve.AddConfigFile("--config", "File of these options, key=value lines");
-    serve.AddOption("--database", options->database, "Job records, keys, notifications").NotEmpty();
-    serve.AddOption("--answers-dir", options->answers, "http-01 answer files").NotEmpty();
-    serve.AddOption("--certs-dir", options->install.directory, "Installed certificates").NotEmpty();
-    serve.AddOption("--certs-owner", options->certs_owners,
-                    "A user to whom folders below --certs-dir may belong; repeatable");
-    serve.AddOption("--reload-command", options->reload.command, "Run after each installation");
-    serve.AddOption("--reload-timeout", options->reload.limit, "Seconds that it may take");
-    serve.AddOption("--reload-pause", options->reload.first_pause,
-                    "Seconds until a failed one is tried again; doubled with each failure, up to an hour");
-    serve
-        .AddOption("--check-sites", options->check_sites,
-                   "ADDR:PORT where new certificates are looked for after their reload, name, or off")
-        .NotEmpty();
-    serve.AddOption("--check-pause", options->site_watch.first_pause,
-                    "Seconds until the first look; each further pause is twice as long, up to an hour");
-    serve.AddOption("--http-responder", options->responder, "ADDR:PORT to serve the answer files on");
-    serve.AddOption("--public-resolvers", options->public_resolvers,
-                    "Name servers to ask what others see of a name that was not proved; repeatable, or off");
-    AddJobOptions(serve, *options);
-    AddRetentionOptions(serve, options->retention);
-    AddNoticeOptions(serve, options->notify);
-    for (const dns::BackendKind& kind : dns::BackendKinds()) {
-        for (const dns::Option& option : kind.options) AddDnsOption(serve, option, options->dns);
-    }
+    AddServeOptions(serve, *options);
+}
+
+void AddConfigCommands(Command& root) {
+    Command noun = root.AddGroup("config", "The service's configuration");
+    const auto file = std::make_shared<std::string>("/etc/zelvek/zelvek.conf");
+    Command check = noun.AddCommand("check", "Says whether the service can use a file of options",
+                                    [file] { return CheckConfig(*file); });
+    check.AddOption("--config", *file, "The file; conf.d/*.conf beside it are read, too").NotEmpty();
 }
 
 }  // namespace zelvek

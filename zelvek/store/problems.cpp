@@ -77,16 +77,19 @@ long long Insert(Transaction& transaction, const Problem& problem) {
     return number;
 }
 
-/// Those of the condition are over; its values come in this order.
-void Solve(Transaction& transaction, const std::string& condition, const std::vector<std::string>& values) {
+/// Those of the condition are over; its values come in this order. Returns how many these are.
+long long Solve(Transaction& transaction, const std::string& condition,
+                const std::vector<std::string>& values) {
+    long long count = 0;
     for (const std::string& statement :
          {"DELETE FROM delivery WHERE digest = '' AND problem IN (SELECT number FROM problem WHERE " +
               condition + ")",
           "UPDATE problem SET state = 'resolved', unsolved = 0 WHERE " + condition}) {
         Statement change = transaction.Prepare(statement);
         for (const std::string& value : values) change.With(value);
-        change.Run();
+        count = change.Run();
     }
+    return count;
 }
 
 /// Each state has an index of its own, so that a page of a few among many does not read all of them.
@@ -155,6 +158,23 @@ long long SetSomeSeen(Transaction& transaction, int limit) {
             " (SELECT number FROM problem WHERE state = 'raised' ORDER BY number LIMIT :limit)")
         .With(limit)
         .Run();
+}
+
+bool Clear(Transaction& transaction, long long number) {
+    if (!Find(transaction, number)) return false;
+    Solve(transaction, "number = " + std::to_string(number), {});
+    return true;
+}
+
+long long ClearSome(Transaction& transaction, int limit) {
+    long long count = 0;
+    for (const std::string state : {"raised", "seen", "news"}) {
+        count += Solve(transaction,
+                       "number IN (SELECT number FROM problem WHERE state = '" + state +
+                           "' ORDER BY number LIMIT " + std::to_string(limit) + ")",
+                       {});
+    }
+    return count;
 }
 
 std::vector<Problem> List(Transaction& transaction, State state, long long after, int limit) {

@@ -53,6 +53,14 @@ bool SetSeen(Transaction& transaction, long long number);
 /// The same for all that are raised, at most `limit`. Returns how many there were.
 long long SetSomeSeen(Transaction& transaction, int limit);
 
+/// Somebody dismisses it: it is over, as if its cause had ended, and who was not told yet will not be; what
+/// comes of its cause afterwards is raised anew. News go the same way. Says whether there is one of this
+/// number.
+bool Clear(Transaction& transaction, long long number);
+
+/// The same for some of each state, at most `limit` of each. Returns how many there were.
+long long ClearSome(Transaction& transaction, int limit);
+
 enum class State { kOpen, kRaised, kSeen, kResolved, kNews, kAny };
 
 /// The one with this number; nothing where it has been forgotten.

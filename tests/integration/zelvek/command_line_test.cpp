@@ -8,6 +8,7 @@
 
 #include "service.h"
 #include "zelvek/base/request_keys.h"
+#include "zelvek/base/version.h"
 
 namespace zelvek::testing {
 
@@ -40,6 +41,29 @@ protected:
 };
 
 // Behaviours of: Command line
+
+// Behaviour: The command line tells its version, and of each command what --help tells, without a service
+TEST_F(CommandLine, TellsItsVersionAndItsCommands) {
+    EXPECT_EQ(Zelvek({"--version"}).out, std::string("zelvek ") + Version() + "\n");
+    EXPECT_NE(Zelvek({"help"}).out.find("Subcommands:"), std::string::npos);
+    EXPECT_EQ(Zelvek({"help", "job", "add"}).out, Zelvek({"job", "add", "--help"}).out);
+    EXPECT_NE(Zelvek({"help", "job", "add"}).out.find("--alias"), std::string::npos);
+    EXPECT_EQ(Zelvek({"help", "job", "ad"}).status, 2);
+}
+
+// Behaviour: With --json an error is one line of JSON, with the word that programs go by
+TEST_F(CommandLine, ErrorsAreJsonWhereJsonIsAskedFor) {
+    Start();
+    const Ended missed = Zelvek({"job", "show", "7", "--json"});
+    EXPECT_EQ(missed.status, 1);
+    EXPECT_EQ(missed.out, "");
+    EXPECT_EQ(Parse(missed.err)["error"]["code"].asString(), "missed");
+    EXPECT_EQ(Parse(missed.err)["error"]["message"].asString(), "there is no job 7");
+    const Ended usage = Zelvek({"job", "show", "--json", "seven\x1b[2J"});
+    EXPECT_EQ(usage.status, 2);
+    EXPECT_EQ(Parse(usage.err)["error"]["code"].asString(), "usage");
+    EXPECT_EQ(usage.err.find('\x1b'), std::string::npos);
+}
 
 // Behaviour: Domains are added and listed
 TEST_F(CommandLine, DomainsAreAddedAndListed) {
@@ -90,7 +114,13 @@ TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
                                     "5"});
     EXPECT_EQ(added["id"].asInt(), 2);
     const Json::Value shown = Json({"job", "show", "2"});
-    EXPECT_EQ(shown["aliases"].asString(), "blog.example a.blog.example *.blog.example");
+    ASSERT_EQ(shown["aliases"].size(), 3U);
+    EXPECT_EQ(shown["aliases"][2].asString(), "*.blog.example");
+    EXPECT_EQ(shown["challenges"], Json::Value(Json::arrayValue));
+    EXPECT_EQ(shown["state"].asString(), "waiting");
+    EXPECT_EQ(shown["next_step"].asString(), "runs now");
+    EXPECT_TRUE(shown["last_error"].isNull());
+    EXPECT_TRUE(shown["expires"].isNull());
     EXPECT_EQ(shown["certname"].asString(), "Blog");
     EXPECT_EQ(shown["check_type"].asString(), "dns");
     EXPECT_EQ(shown["attempt_count"].asInt(), 0);
@@ -121,7 +151,7 @@ TEST_F(CommandLine, JobsAreAddedShownListedAndRemoved) {
     const Ended missed = Zelvek({"job", "show", "1", "--json"});
     EXPECT_EQ(missed.status, 1);
     EXPECT_EQ(missed.out, "");
-    EXPECT_EQ(missed.err, "zelvek: there is no job 1\n");
+    EXPECT_EQ(missed.err, "{\"error\":{\"code\":\"missed\",\"message\":\"there is no job 1\"}}\n");
 }
 
 // Behaviour: A job's names lie in its user's own domains ...
@@ -191,7 +221,7 @@ TEST_F(CommandLine, NoTextFromOutsideControlsTheTerminal) {
     EXPECT_NE(json.find("\\u009b2J \\u202eelpmaxe\\u202c \\u2028 \u00fc"), std::string::npos) << json;
     EXPECT_EQ(Parse(json)[1]["parameters"]["error"].asString(), steering);
     EXPECT_EQ(list[0]["owner"].asString(), "anna");
-    EXPECT_EQ(list[0]["time"].asString().size(), 19U);
+    EXPECT_EQ(list[0]["time"].asString().size(), 20U);
 }
 
 // Behaviour: A wrong command line has status 2 and says why
@@ -306,7 +336,7 @@ TEST_F(CommandLine, ARunsOutcomeIsItsStatus) {
     const Json::Value json = Parse(waits.out);
     EXPECT_EQ(json["outcome"].asString(), "waiting");
     EXPECT_EQ(json["exit_status"].asInt(), 0);
-    EXPECT_EQ(json["challenges"].asString(), "pending");
+    EXPECT_EQ(json["challenges"][0].asString(), "pending") << "no JSON, but what is there";
     Zelvek({"domain", "add", "shop.example", "--user", "anna"});
     int id = 1;
     for (const auto& [certname, status] :

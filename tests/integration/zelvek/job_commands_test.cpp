@@ -93,9 +93,10 @@ TEST_F(JobCommands, JobsAreListedByWhatNeedsAttention) {
     EXPECT_NE(table.find("ID  CERTIFICATE  USER  CHECK  STATE     EXPIRES     NEXT STEP\n"),
               std::string::npos)
         << table;
-    EXPECT_NE(table.find("7   stopped      anna  http   failed                begins anew 2997-01-01 10:20 "
-                         "(3 failures)\n"),
-              std::string::npos)
+    EXPECT_NE(
+        table.find("7   stopped      anna  http   failed                begins anew 2997-01-01 10:20 UTC "
+                   "(3 failures)\n"),
+        std::string::npos)
         << table;
     EXPECT_NE(table.find("runs now (2 failures)\n"), std::string::npos) << table;
     EXPECT_NE(table.find("renews 2999-02-03\n"), std::string::npos) << table;
@@ -179,10 +180,10 @@ TEST_F(JobCommands, TheStatusIsOneScreen) {
     ASSERT_EQ(status["ending"].size(), 3U);
     EXPECT_EQ(status["ending"][0]["id"].asInt(), 6);
     ASSERT_EQ(status["failures"].size(), 3U);
-    EXPECT_EQ(status["failures"][0]["reason"].asString(),
+    EXPECT_EQ(status["failures"][0]["last_error"].asString(),
               "the authority refuses a name's proof: Return code: 403");
-    EXPECT_EQ(status["failures"][1]["reason"].asString(), "the run ended without saying why");
-    EXPECT_EQ(status["failures"][2]["reason"].asString(), "the panel says no");
+    EXPECT_EQ(status["failures"][1]["last_error"].asString(), "the run ended without saying why");
+    EXPECT_EQ(status["failures"][2]["last_error"].asString(), "the panel says no");
     const std::string screen = Zelvek({"status"}).out;
     for (const std::string line :
          {"scheduler        off: no run starts by itself\n", "default account  none yet\n",
@@ -218,12 +219,12 @@ TEST_F(JobCommands, AnEditedJobBeginsAnew) {
     EXPECT_EQ(Zelvek({"job", "edit", "1", "--alias", "b.shop.example"}).out,
               "job 1 edited: it begins anew, its certificate stays until the new one is there\n");
     Json::Value job = Json({"job", "show", "1"});
-    EXPECT_EQ(job["aliases"].asString(), "shop.example b.shop.example");
+    EXPECT_EQ(job["aliases"][1].asString(), "b.shop.example");
     EXPECT_FALSE(job["verified"].asBool());
     EXPECT_EQ(job["failures"].asInt(), 0);
-    EXPECT_EQ(job["expires"].asString(), "2999-01-01 00:00:00");
+    EXPECT_EQ(job["expires"].asString(), "2999-01-01T00:00:00Z");
     EXPECT_EQ(job["kid"].asString(), "k");
-    EXPECT_NE(job["time_started"].asString(), "2026-01-01 00:00:00");
+    EXPECT_NE(job["time_started"].asString(), "2026-01-01T00:00:00Z");
     EXPECT_EQ(job["events"][0]["event"].asString(), "job_edited");
     EXPECT_EQ(Listed({"--name", "b.shop.example"}), "1");
     EXPECT_EQ(Listed({"--name", "a.shop.example"}), "");
@@ -236,7 +237,7 @@ TEST_F(JobCommands, AnEditedJobBeginsAnew) {
     Write("1", {{"kid", "k"}, {"acmekey", "SECRET"}});
 
     EXPECT_EQ(Json({"job", "edit", "1", "--name", "www.shop.example", "--no-aliases", "--check", "dns",
-                    "--csr", "key_size=4096", "--res-name", "others"})["aliases"]
+                    "--csr", "key_size=4096", "--res-name", "others"})["aliases"][0]
                   .asString(),
               "www.shop.example");
     EXPECT_EQ(record().value("csr_internal_request"), "certname_ascii=shop.example&key_size=4096");
@@ -420,7 +421,8 @@ TEST_F(CertificateCommands, InstalledCertificatesAreListed) {
     EXPECT_EQ(list[0]["key_size"].asInt(), 256);
     EXPECT_EQ(list[0]["path"].asString(), Place("early.example"));
     EXPECT_EQ(list[0]["served"].asString(), "yes");
-    EXPECT_EQ(list[0]["expires"].asString(), Ask("func=zelvek.job.show&elid=2").value("expires"));
+    const std::string expires = Ask("func=zelvek.job.show&elid=2").value("expires");
+    EXPECT_EQ(list[0]["expires"].asString(), expires.substr(0, 10) + "T" + expires.substr(11) + "Z");
     EXPECT_FALSE(list[1]["readable"].asBool());
     EXPECT_EQ(list[1]["served"].asString(), "unknown");
     EXPECT_EQ(list[2]["key_kind"].asString(), "rsa");

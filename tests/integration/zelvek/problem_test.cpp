@@ -112,6 +112,23 @@ TEST_F(Problem, IsSeenByHand) {
     EXPECT_EQ(ErrorOf("func=zelvek.problem.list&state=perhaps"), "value");
 }
 
+// Behaviour: Who clears a notification, or all, ends it; news too. What comes of its cause afterwards is
+// raised anew
+TEST_F(Problem, IsClearedByHand) {
+    AddShop();
+    Tell("a", "1");
+    Tell("b", "2");
+    Tell("ambrin_success", "3");
+    EXPECT_EQ(Zelvek({"problem", "clear", "1"}).out, "1 notification cleared\n");
+    EXPECT_THAT(Listed("open"), ElementsAre("b root raised 1"));
+    EXPECT_THAT(Listed("resolved"), ElementsAre("a root resolved 1"));
+    Tell("a", "4");
+    EXPECT_THAT(Listed("open"), ElementsAre("b root raised 1", "a root raised 1"));
+    EXPECT_EQ(Zelvek({"problem", "clear", "--all", "--json"}).out, "{\"count\":3}\n");
+    EXPECT_EQ(Listed("open").size() + Listed("news").size(), 0u);
+    EXPECT_EQ(Zelvek({"problem", "clear", "17"}).err, "zelvek: there is no notification 17\n");
+}
+
 // Behaviour: An account check that fails is told, until one succeeds; that the panel has another account
 // after it is told
 //   with both, and both name the option that leaves such checks out

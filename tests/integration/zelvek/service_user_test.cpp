@@ -15,7 +15,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uid_t kOther = 12345;
+constexpr uid_t kOtherUser = 12345;
 
 void Give(const fs::path& path, uid_t user) {
     if (::lchown(path.c_str(), user, user) != 0)
@@ -89,13 +89,13 @@ TEST_F(ServiceUser, IsWhoRootsCommandsActAs) {
 // Behaviour: A third user's command does not reach the service, and says so
 TEST_F(ServiceUser, AloneReachesTheService) {
     StartAs(kNobody);
-    const Ended ended = Try(As(kOther, {Path("bin/zelvek"), "job", "list"}));
+    const Ended ended = Try(As(kOtherUser, {Path("bin/zelvek"), "job", "list"}));
     EXPECT_EQ(ended.status, 1);
     EXPECT_EQ(ended.err, "zelvek: cannot reach the service: client: connect: " + Socket().string() +
                              ": Permission denied\n");
     fs::permissions(Path("run"), fs::perms{0755});
     fs::permissions(Socket(), fs::perms{0666});
-    EXPECT_EQ(Try(As(kOther, {Path("bin/zelvek"), "job", "list"})).err,
+    EXPECT_EQ(Try(As(kOtherUser, {Path("bin/zelvek"), "job", "list"})).err,
               "zelvek: cannot reach the service: client: connect: " + Socket().string() +
                   ": the service has user id 65534, this process 12345: only a service of the same user is "
                   "asked\n");
@@ -153,7 +153,7 @@ TEST_F(ServiceUser, IsTakenFromADirectoryAndNoLinkToOne) {
 
 // Behaviour: A user that the machine does not know is nobody whom root could act as
 TEST_F(ServiceUser, IsKnownToTheMachine) {
-    Give(Path("run"), kOther);
+    Give(Path("run"), kOtherUser);
     EXPECT_EQ(
         Zelvek({"job", "list"}).err,
         "zelvek: the service's user, id 12345, is not known to this machine, so that root cannot act as that "

@@ -1,4 +1,4 @@
-// The service's start: what it takes over, what it refuses, what it reads from a file.
+// The service's start: what it takes over, and what it refuses.
 #include <SQLiteCpp/Database.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -253,44 +253,6 @@ TEST_F(SetUp, APortInUseIsNamed) {
     const std::string where = "127.0.0.1:" + std::to_string(ntohs(address.sin_port));
     EXPECT_NE(Refusal({{"--http-responder", where}}).find(where), std::string::npos);
     ::close(fd);
-}
-
-// Behaviour: Options are taken from a file too, the command line first; unknown ones and wrong values are
-//   refused
-TEST_F(SetUp, OptionsAreTakenFromAFileToo) {
-    std::ofstream(Path("conf")) << "# the service\n"
-                                << "database = " << Path("from-file.db").string() << "\n"
-                                << "answers-dir=" << Path("answers here").string() << "\n"
-                                << "certs-dir=" << Path("ignored").string() << "\n"
-                                << "reload-command=echo  one two\n"
-                                << "scheduler=off\n"
-                                << "dns-records-file=" << Path("records").string() << "\n";
-    const auto service =
-        StartCommand({ZELVEK_BINARY, "serve", "--config", Path("conf"), "--certs-dir", Path("certs")});
-    ASSERT_TRUE(Eventually([&] { return service->Out() == "zelvek: ready\n" || !service->Running(); }));
-    EXPECT_TRUE(fs::exists(Path("from-file.db"))) << service->Err();
-    EXPECT_TRUE(fs::is_directory(Path("answers here")));
-    EXPECT_TRUE(fs::is_directory(Path("certs"))) << "the command line goes before the file";
-    EXPECT_FALSE(fs::exists(Path("ignored")));
-    service->Signal(SIGINT);
-    EXPECT_EQ(service->Wait().status, 0);
-}
-
-// Behaviour: Options are taken from a file too, the command ...
-TEST_F(SetUp, AFileWithAnUnknownOptionOrAWrongValueIsRefused) {
-    const auto refused = [&](const std::string& line) {
-        std::ofstream(Path("conf")) << line << "\n";
-        const Ended ended = Zelvek({"serve", "--config", Path("conf")});
-        EXPECT_EQ(ended.status, 2) << line << ended.err;
-        return ended.err;
-    };
-    EXPECT_NE(refused("databas=x").find("there is no option \"databas\""), std::string::npos);
-    refused("scheduler=perhaps");
-    refused("dns-port=eighty");
-    refused("reload-command");
-    refused("dns-server=");
-    EXPECT_NE(refused("database=").find(Path("conf").string() + ":1: "), std::string::npos);
-    EXPECT_EQ(Zelvek({"serve", "--config", Path("missing")}).status, 2);
 }
 
 }  // namespace

@@ -374,6 +374,8 @@ Operations OtherOperations() {
          [](Transaction& transaction) { problems::ResolveOfCertificate(transaction, "anna", "f"); }},
         {"problems::SetSeen", [](Transaction& transaction) { problems::SetSeen(transaction, 1); }},
         {"problems::SetSomeSeen", [](Transaction& transaction) { problems::SetSomeSeen(transaction, 10); }},
+        {"problems::Clear", [](Transaction& transaction) { problems::Clear(transaction, 1); }},
+        {"problems::ClearSome", [](Transaction& transaction) { problems::ClearSome(transaction, 10); }},
         {"problems::List",
          [](Transaction& transaction) {
              using problems::State;

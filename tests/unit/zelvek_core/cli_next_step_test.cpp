@@ -16,13 +16,13 @@ std::string Next(const std::map<std::string, std::string>& values) {
 
 // Behaviour: What happens to a job next is told in few words, with a time of this day or a day
 TEST(NextSteps, AreToldInFewWords) {
-    EXPECT_EQ(Next({{"due", "2031-02-03 12:30:01"}}), "runs 12:30");
-    EXPECT_EQ(Next({{"due", "2031-02-04 12:30:01"}}), "runs 2031-02-04 12:30");
+    EXPECT_EQ(Next({{"due", "2031-02-03 12:30:01"}}), "runs 12:30 UTC");
+    EXPECT_EQ(Next({{"due", "2031-02-04 12:30:01"}}), "runs 2031-02-04 12:30 UTC");
     EXPECT_EQ(Next({{"due", "2031-02-03 12:00:00"}}), "runs now");
     EXPECT_EQ(Next({{"due", "2031-02-03 11:30:01"}, {"failures", "1"}}), "runs now (1 failure)");
-    EXPECT_EQ(Next({{"due", "2031-02-03 12:30:01"}, {"failures", "2"}}), "next try 12:30 (2 failures)");
+    EXPECT_EQ(Next({{"due", "2031-02-03 12:30:01"}, {"failures", "2"}}), "next try 12:30 UTC (2 failures)");
     EXPECT_EQ(Next({{"failed", "on"}, {"due", "2031-02-04 12:30:01"}, {"failures", "9"}}),
-              "begins anew 2031-02-04 12:30 (9 failures)");
+              "begins anew 2031-02-04 12:30 UTC (9 failures)");
     EXPECT_EQ(Next({{"failed", "on"}, {"due", "2031-02-03 11:30:01"}}), "begins anew now");
     EXPECT_EQ(Next({{"verified", "on"}, {"renew", "2031-05-04 12:30:01"}}), "renews 2031-05-04");
     EXPECT_EQ(Next({{"verified", "on"}, {"renew", "2031-02-03 12:00:00"}}), "renews now");
