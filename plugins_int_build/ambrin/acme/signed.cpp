@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "acme/authority.h"
 #include "acme/unsigned.h"
 #include "ambrin_data.h"
 #include "ambrin_log.h"
@@ -9,6 +10,7 @@
 #include "encoding/json_values.h"
 #include "vek/crypto.h"
 #include "vek/rpc.h"
+#include "vek/str.h"
 #include "vek/test.h"
 
 namespace {
@@ -31,6 +33,12 @@ Json::Value AccountHeader(const std::string& kid) {
     return header;
 }
 
+/// A part of a request, encoded as the authority takes it.
+std::string Encode(const Json::Value& part) {
+    if (kAuthority.style.final_line_feed) return GetEncodedJson(part);
+    return Base64UrlEncode(str::Trim(WriteCompact(part)));
+}
+
 std::string Sign(const std::string& signing_input) {
     const vek_crypto::RsaPrivateKey key = vek_crypto::pem_private::Decode(ambrin_data.acmekey);
     return Base64UrlEncode(vek_crypto::sign::Calculate(key, signing_input));
@@ -39,7 +47,7 @@ std::string Sign(const std::string& signing_input) {
 /// The request's body: a JWS in flattened JSON form (RFC 7515 section 7.2.2).
 std::string SignedBody(const Json::Value& header, const std::string& payload) {
     Json::Value body;
-    const std::string protected_header = GetEncodedJson(header);
+    const std::string protected_header = Encode(header);
     body["payload"] = payload;
     body["protected"] = protected_header;
     body["signature"] = Sign(protected_header + "." + payload);
@@ -73,7 +81,7 @@ AcmeResponse AcmePost(QueryParams& params, bool post_as_get) {
     const std::string url = ResolveUrl(params);
     header["url"] = url;
     header["nonce"] = GetNonce(params);
-    const std::string payload = post_as_get ? "" : GetEncodedJson(params.payload);
+    const std::string payload = post_as_get ? "" : Encode(params.payload);
     const std::string request = SignedBody(header, payload);
     Trace("Acme request url '%s'", url);
     Trace("Acme request body '%s'", request);

@@ -1,0 +1,27 @@
+#pragma once
+
+/// What an executable of the program is built for: one authority, and the style in which that one is spoken
+/// to. A run has no options for it. The build makes the constants (see cmake/Authorities.cmake), one small
+/// source for each executable, so everything else is compiled once.
+
+/// What authorities are not of one mind about.
+struct Style {
+    bool final_line_feed;  // at the end of the JSON texts that a signed request carries encoded
+};
+
+/// As the production directory of Let's Encrypt has always been spoken to.
+inline constexpr Style kClassic{
+    .final_line_feed = true,
+};
+
+/// By the letter of RFC 8555.
+inline constexpr Style kRfc8555{
+    .final_line_feed = false,
+};
+
+struct Authority {
+    const char* directory_url;  // RFC 8555 section 7.1.1
+    Style style;
+};
+
+extern const Authority kAuthority;
