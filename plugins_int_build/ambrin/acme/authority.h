@@ -6,17 +6,20 @@
 
 /// What authorities are not of one mind about.
 struct Style {
-    bool final_line_feed;  // at the end of the JSON texts that a signed request carries encoded
+    bool final_line_feed;           // at the end of the JSON texts that a signed request carries encoded
+    int tries_with_further_nonces;  // of a request whose nonce was refused (RFC 8555 section 6.5)
 };
 
 /// As the production directory of Let's Encrypt has always been spoken to.
 inline constexpr Style kClassic{
     .final_line_feed = true,
+    .tries_with_further_nonces = 0,
 };
 
 /// By the letter of RFC 8555.
 inline constexpr Style kRfc8555{
     .final_line_feed = false,
+    .tries_with_further_nonces = 2,
 };
 
 struct Authority {
