@@ -8,18 +8,21 @@
 struct Style {
     bool final_line_feed;           // at the end of the JSON texts that a signed request carries encoded
     int tries_with_further_nonces;  // of a request whose nonce was refused (RFC 8555 section 6.5)
+    bool retry_after_dates;         // are understood beside seconds (RFC 9110 section 10.2.3)
 };
 
 /// As the production directory of Let's Encrypt has always been spoken to.
 inline constexpr Style kClassic{
     .final_line_feed = true,
     .tries_with_further_nonces = 0,
+    .retry_after_dates = false,
 };
 
 /// By the letter of RFC 8555.
 inline constexpr Style kRfc8555{
     .final_line_feed = false,
     .tries_with_further_nonces = 2,
+    .retry_after_dates = true,
 };
 
 struct Authority {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "acme/retry_after.h"
 #include "acme/signed.h"
 #include "ambrin_data.h"
 #include "ambrin_log.h"
@@ -14,12 +15,11 @@ namespace {
 
 constexpr int kPollingPasses = 60;
 constexpr std::uint32_t kMillisecondsPerSecond = 1000;
-const std::string kDefaultDelay = "1";  // seconds
 
 /// Sleeps as the response asks. The product is a signed 32-bit number widened with its sign: a negative
 /// delay, or one above 2147483 s, wraps. It is computed unsigned, where wrapping is defined.
 void SleepAsAsked(const AcmeResponse& response) {
-    const int seconds = str::Int(HeaderOf(response, "retry-after", kDefaultDelay));
+    const int seconds = RetryAfter(response);
     const auto milliseconds =
         static_cast<std::int32_t>(static_cast<std::uint32_t>(seconds) * kMillisecondsPerSecond);
     vek_proc::Sleep(static_cast<std::uint64_t>(static_cast<std::int64_t>(milliseconds)));
