@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "acme/authority.h"
 #include "acme/retry_after.h"
 #include "acme/signed.h"
 #include "ambrin_data.h"
@@ -46,6 +47,7 @@ bool FetchAuthorization(QueryParams& params, const std::string& url, Json::Value
 bool AnswerAll(const std::list<ChallengeData>& challenges, QueryParams& params) {
     for (const ChallengeData& challenge : challenges) {
         params.payload.clear();  // {} where the run placed an order; null stays null
+        if (kAuthority.style.answers_with_object) params.payload = Json::Value(Json::objectValue);
         params.url = challenge.url;
         if (IsFailed(WaitToResolve(params, "challenge"))) return false;
     }
@@ -63,7 +65,7 @@ bool Autorization(QueryParams& params, const std::string& authorizations) {
     return true;
 }
 
-AcmeResponse WaitToResolve(QueryParams& params, const std::string& prefix) {
+AcmeResponse WaitToResolve(QueryParams& params, const std::string& prefix, const std::string& poll_url) {
     Trace("wait for '%s' resolve", params.url);
     params.error_name = str::Append(prefix, "fail", "_");
     AcmeResponse response = AcmePost(params, false);
@@ -76,6 +78,7 @@ AcmeResponse WaitToResolve(QueryParams& params, const std::string& prefix) {
         }
         if (status != "pending" && status != "processing") break;
         SleepAsAsked(response);
+        if (!poll_url.empty()) params.url = poll_url;
         response = AcmePost(params, true);
     }
     // the answer to the last poll is deliberately not looked at
