@@ -1,6 +1,7 @@
 #include "zelvek/jobs/reason.h"
 
 #include <algorithm>
+#include <span>
 
 #include "vek/date.h"
 #include "vek/err.h"
@@ -149,10 +150,16 @@ struct Trouble {
     std::string words;  // the authority's or somebody else's
 };
 
+/// The events up to this one of them.
+std::span<const Event> Until(const JobFacts& facts, const Event& event) {
+    return {facts.events.data(), static_cast<std::size_t>(&event - facts.events.data()) + 1};
+}
+
 Trouble TroubleOf(const JobFacts& facts, const Event& failure) {
     AuthorityAnswer answer = ReadAnswer(failure);
     // Without a detail the event itself is all that there is.
-    const Advice advice = AdviceFor({failure.event, answer.type, answer.code, facts.job.check_type});
+    const Advice advice = AdviceFor({failure.event, answer.type, answer.code, facts.job.check_type,
+                                     MayHaveIssued(Until(facts, failure))});
     const std::string name = Checked(facts.job);
     Trouble trouble{str::Replace(advice.problem, "%s", name), str::Replace(advice.remedy, "%s", name),
                     answer.words};
