@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "acme/authority.h"
 #include "acme/unsigned.h"
 #include "ambrin_data.h"
 #include "ambrin_log.h"
@@ -9,6 +10,7 @@
 #include "encoding/json_values.h"
 #include "vek/crypto.h"
 #include "vek/rpc.h"
+#include "vek/str.h"
 #include "vek/test.h"
 
 namespace {
@@ -31,6 +33,12 @@ Json::Value AccountHeader(const std::string& kid) {
     return header;
 }
 
+/// A part of a request, encoded as the authority takes it.
+std::string Encode(const Json::Value& part) {
+    if (kAuthority.style.final_line_feed) return GetEncodedJson(part);
+    return Base64UrlEncode(str::Trim(WriteCompact(part)));
+}
+
 std::string Sign(const std::string& signing_input) {
     const vek_crypto::RsaPrivateKey key = vek_crypto::pem_private::Decode(ambrin_data.acmekey);
     return Base64UrlEncode(vek_crypto::sign::Calculate(key, signing_input));
@@ -39,14 +47,14 @@ std::string Sign(const std::string& signing_input) {
 /// The request's body: a JWS in flattened JSON form (RFC 7515 section 7.2.2).
 std::string SignedBody(const Json::Value& header, const std::string& payload) {
     Json::Value body;
-    const std::string protected_header = GetEncodedJson(header);
+    const std::string protected_header = Encode(header);
     body["payload"] = payload;
     body["protected"] = protected_header;
     body["signature"] = Sign(protected_header + "." + payload);
     return WriteCompact(body);
 }
 
-AcmeResponse Send(const std::string& url, const std::string& request) {
+AcmeResponse Exchange(const std::string& url, const std::string& request) {
     vek_rpc::HttpQuery query;
     query.AddHeader("Connection: Close");
     query.AddHeader("Content-Type: application/jose+json");
@@ -63,6 +71,24 @@ AcmeResponse Send(const std::string& url, const std::string& request) {
     return {query.Status(), raw.str()};
 }
 
+/// Signs the payload under this nonce and sends it to the header's URL.
+AcmeResponse Send(Json::Value& header, const std::string& nonce, const std::string& payload) {
+    header["nonce"] = nonce;
+    const std::string url = TextOf(header["url"]);
+    const std::string request = SignedBody(header, payload);
+    Trace("Acme request url '%s'", url);
+    Trace("Acme request body '%s'", request);
+    return Exchange(url, request);
+}
+
+/// The nonce for one more try of a request whose own one was refused (RFC 8555 section 6.5); empty for any
+/// other answer.
+std::string FurtherNonce(const AcmeResponse& response) {
+    const std::string type = TextOf(MemberOf(response.json, "type"));
+    if (!IsFailed(response) || type != "urn:ietf:params:acme:error:badNonce") return "";
+    return HeaderOf(response, "replay-nonce");
+}
+
 }  // namespace
 
 AcmeResponse AcmePost(QueryParams& params, bool post_as_get) {
@@ -70,15 +96,16 @@ AcmeResponse AcmePost(QueryParams& params, bool post_as_get) {
     const std::string kid = ambrin_data.kid;
     Trace("kid '%s'", kid);
     Json::Value header = AccountHeader(kid);
-    const std::string url = ResolveUrl(params);
-    header["url"] = url;
-    header["nonce"] = GetNonce(params);
-    const std::string payload = post_as_get ? "" : GetEncodedJson(params.payload);
-    const std::string request = SignedBody(header, payload);
-    Trace("Acme request url '%s'", url);
-    Trace("Acme request body '%s'", request);
-
-    AcmeResponse response = Send(url, request);
+    header["url"] = ResolveUrl(params);
+    const std::string nonce = GetNonce(params);
+    const std::string payload = post_as_get ? "" : Encode(params.payload);
+    AcmeResponse response = Send(header, nonce, payload);
+    for (int tries = 0; tries < kAuthority.style.tries_with_further_nonces; ++tries) {
+        const std::string further_nonce = FurtherNonce(response);
+        if (further_nonce.empty()) break;
+        Trace("nonce refused, one more try");
+        response = Send(header, further_nonce, payload);
+    }
     const bool exchanged = response.code != -1;
     if (exchanged && IsFailed(response)) {
         const std::string event = params.error_name.empty() ? "acme_request_error" : params.error_name;

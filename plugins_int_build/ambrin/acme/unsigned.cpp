@@ -2,15 +2,10 @@
 
 #include <sstream>
 
+#include "acme/authority.h"
 #include "ambrin_data.h"
 #include "encoding/json_values.h"
 #include "vek/rpc.h"
-
-namespace {
-
-const std::string kDirectoryUrl = AMBRIN_DIRECTORY_URL;
-
-}  // namespace
 
 AcmeResponse AcmeGet(QueryParams& params) {
     vek_rpc::HttpQuery query;
@@ -30,7 +25,7 @@ AcmeResponse AcmeGet(QueryParams& params) {
 }
 
 AcmeResponse GetDirectory(QueryParams& params) {
-    params.url = kDirectoryUrl;
+    params.url = kAuthority.directory_url;
     AcmeResponse response = AcmeGet(params);
     if (!IsFailed(response)) params.directory = response.json;
     return response;

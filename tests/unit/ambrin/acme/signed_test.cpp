@@ -213,6 +213,14 @@ TEST_F(Signed, FailedExchangeIsLoggedOnceWithTheResolvedUrl) {
     EXPECT_THAT(Traces(), Not(testing::Contains(HasSubstr("Acme response"))));
 }
 
+// Behaviour: In the style classic a refused nonce is the request's outcome, as any other refusal
+TEST_F(Signed, RefusedNonceIsNotTriedAgain) {
+    Post(JsonAnswer(400, R"({"type":"urn:ietf:params:acme:error:badNonce","status":400,"detail":"no"})",
+                    "Replay-Nonce: further\r\n"));
+    EXPECT_EQ(OnlyRequest().header["nonce"].asString(), "nonce-1");
+    EXPECT_THAT(JobLog(), SizeIs(1));
+}
+
 // Behaviour: Without a nonce the request goes out with an empty one; a refusal is not tried again
 TEST_F(Signed, WithoutANonceTheRequestGoesOutAndTheAuthorityRefusesIt) {
     world.AnswerHttp("GET " + kNewNonce, {500, "", "", ""});

@@ -1,0 +1,35 @@
+# Which authorities plug-ins are built for. A run takes no options, so each authority has an executable of its own.
+set(AMBRIN_DIRECTORY_URL "https://acme-v02.api.letsencrypt.org/directory" CACHE STRING
+    "Directory URL of the authority that \"ambrin\" is for (RFC 8555 section 7.1.1)")
+set(AMBRIN_AUTHORITY classic CACHE STRING "The style in which that authority is spoken to: classic or rfc8555")
+set_property(CACHE AMBRIN_AUTHORITY PROPERTY STRINGS classic rfc8555)
+set(AMBRIN_MORE "" CACHE STRING "Further plug-ins, each as NAME|DIRECTORY_URL|STYLE, with names like \"ambrin-staging\"")
+
+# Fails unless a plug-in can be made of these. The URL becomes a C++ literal, the name that of a file.
+function(check_plugin name directory_url style)
+  if(NOT name MATCHES "^ambrin(-[a-z0-9]+)*$")
+    message(FATAL_ERROR "no name like \"ambrin-staging\": \"${name}\"")
+  endif()
+  if(NOT directory_url MATCHES "^https://[A-Za-z0-9._~:/?#@!$&()*+,=%-]+$")
+    message(FATAL_ERROR "no https:// URL as directory of ${name}: \"${directory_url}\"")
+  endif()
+  if(NOT style MATCHES "^(classic|rfc8555)$")
+    message(FATAL_ERROR "the style of ${name} is neither classic nor rfc8555: \"${style}\"")
+  endif()
+endfunction()
+
+# The names of the plug-ins that are installed; of each, <name>_DIRECTORY_URL and <name>_STYLE.
+set(AMBRIN_PLUGINS)
+foreach(plugin "ambrin|${AMBRIN_DIRECTORY_URL}|${AMBRIN_AUTHORITY}" ${AMBRIN_MORE})
+  if(NOT plugin MATCHES "^([^|]*)[|]([^|]*)[|]([^|]*)$")
+    message(FATAL_ERROR "AMBRIN_MORE: not of the form NAME|DIRECTORY_URL|STYLE: \"${plugin}\"")
+  endif()
+  set(name "${CMAKE_MATCH_1}")
+  set(${name}_DIRECTORY_URL "${CMAKE_MATCH_2}")
+  set(${name}_STYLE "${CMAKE_MATCH_3}")
+  check_plugin("${name}" "${${name}_DIRECTORY_URL}" "${${name}_STYLE}")
+  if(name IN_LIST AMBRIN_PLUGINS)
+    message(FATAL_ERROR "AMBRIN_MORE: a second plug-in of the name \"${name}\"")
+  endif()
+  list(APPEND AMBRIN_PLUGINS "${name}")
+endforeach()

@@ -1,0 +1,30 @@
+#pragma once
+
+/// What an executable of the program is built for: one authority, and the style in which that one is spoken
+/// to. A run has no options for it. The build makes the constants (see cmake/Authorities.cmake), one small
+/// source for each executable, so everything else is compiled once.
+
+/// What authorities are not of one mind about.
+struct Style {
+    bool final_line_feed;           // at the end of the JSON texts that a signed request carries encoded
+    int tries_with_further_nonces;  // of a request whose nonce was refused (RFC 8555 section 6.5)
+};
+
+/// As the production directory of Let's Encrypt has always been spoken to.
+inline constexpr Style kClassic{
+    .final_line_feed = true,
+    .tries_with_further_nonces = 0,
+};
+
+/// By the letter of RFC 8555.
+inline constexpr Style kRfc8555{
+    .final_line_feed = false,
+    .tries_with_further_nonces = 2,
+};
+
+struct Authority {
+    const char* directory_url;  // RFC 8555 section 7.1.1
+    Style style;
+};
+
+extern const Authority kAuthority;
