@@ -12,11 +12,13 @@ void AddDomainCommands(Command& root);
 void AddJobCommands(Command& root);
 void AddProblemCommands(Command& root);
 void AddAccountCommands(Command& root);
+void AddAuthorityCommands(Command& root);
 void AddCertificateCommands(Command& root);
 void AddStatusCommand(Command& root);
 
 /// All of them, in the order in which the help shows them.
 inline constexpr std::array kEveryNoun{&AddStatusCommand,       &AddDomainCommands,  &AddJobCommands,
-                                       &AddCertificateCommands, &AddProblemCommands, &AddAccountCommands};
+                                       &AddCertificateCommands, &AddProblemCommands, &AddAccountCommands,
+                                       &AddAuthorityCommands};
 
 }  // namespace zelvek::cli

@@ -42,7 +42,7 @@ void Read(Services& services, const Query& query, XmlAnswer& answer) {
     runs::Hold(transaction, id, query.caller);
     jobs::SetRefusal(transaction, id, "");
     NoteRun(transaction, job, now);
-    const accounts::Account account = accounts::Default(transaction);
+    const accounts::Account account = accounts::Default(transaction, job.authority);
     WriteFields(job, JobField::kInRecord, answer.Doc().Value("elid", id));
     answer.Doc().Value("default_kid", account.kid).Value("default_pem", account.acmekey);
     transaction.Commit();
@@ -107,7 +107,7 @@ void Write(Services& services, const Query& query, XmlAnswer& answer) {
     Transaction transaction(services.store);
     if (AnsweredBefore(transaction, query, answer)) return;
     Job job = jobs::Find(transaction, id);
-    const std::string account_before = accounts::Default(transaction).kid;
+    const std::string account_before = accounts::Default(transaction, job.authority).kid;
     CheckHolder(query, job);
     ApplyWriteBack(query, job);
     KeepPublications(transaction, query.caller, job);

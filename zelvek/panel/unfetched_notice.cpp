@@ -1,6 +1,5 @@
 #include "zelvek/panel/unfetched_notice.h"
 
-#include "zelvek/base/authority.h"
 #include "zelvek/jobs/authority_answer.h"
 #include "zelvek/store/problems.h"
 
@@ -14,7 +13,7 @@ void TellOfUnfetched(Transaction& transaction, const Job& job, const std::vector
                                   .owner = "root",
                                   .time = now,
                                   .parameters = {{"name", job.certname},
-                                                 {"authority", DirectoryUrl()},
+                                                 {"authority", job.authority},
                                                  {"due", job.due},
                                                  {"reason", words.empty() ? "it has said nothing" : words}},
                                   .user = job.user_name,
