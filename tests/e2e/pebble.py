@@ -9,6 +9,14 @@ from process import Background, accepts, wait_until
 from tls_server import Answer, TlsServer
 
 ADDRESS, PORT, MANAGEMENT_PORT = "127.0.0.1", 14000, 15000
+NAME = "localhost"  # in the directory's URL of the plug-in for pebble itself
+
+# What differs from the production authority without need: random waits, reused authorizations.
+QUIET = {"PEBBLE_VA_NOSLEEP": "1", "PEBBLE_AUTHZREUSE": "0"}
+# What RFC 8555 leaves to an authority, done: validations begin late, authorizations serve again, the chain is a long one and
+# there are others to choose from.
+FREE = {"PEBBLE_VA_NOSLEEP": "0", "PEBBLE_VA_SLEEPTIME": "3", "PEBBLE_AUTHZREUSE": "100", "PEBBLE_CHAIN_LENGTH": "2",
+        "PEBBLE_ALTERNATE_ROOTS": "1"}
 ISSUED = re.compile(r"Issued certificate serial (\w+) for order (\S+)")
 
 
@@ -16,12 +24,12 @@ class Pebble:
     """Validates over the network: http-01 on port 80, dns-01 at `dns_server` (or the system's resolver).
 
     `lifetime`: of its certificates, in seconds; pebble's own five years where nothing is said. `refused_nonces`: how many of a
-    hundred good nonces are refused all the same.
+    hundred good nonces are refused all the same. `bare`: nothing stands in front of it, and it takes every freedom that it has.
     """
 
-    def __init__(self, folder, authority, log, dns_server=None, lifetime=None, refused_nonces=0):
+    def __init__(self, folder, authority, log, dns_server=None, lifetime=None, refused_nonces=0, bare=False):
         os.makedirs(folder)
-        certificate, key = authority.server(ADDRESS)
+        certificate, key = authority.server(ADDRESS, NAME)
         config = os.path.join(folder, "pebble.json")
         with open(config, "w", encoding="utf-8") as file:
             json.dump({"pebble": {
@@ -29,9 +37,8 @@ class Pebble:
                 "certificate": certificate, "privateKey": key, "httpPort": 80, "tlsPort": 443,
                 "ocspResponderURL": "", "externalAccountBindingRequired": False,
                 **({"certificateValidityPeriod": lifetime} if lifetime else {})}}, file)
-        # What differs from the production authority without need: refused good nonces, random waits, reused authorizations.
-        environment = os.environ | {"PEBBLE_WFE_NONCEREJECT": str(refused_nonces), "PEBBLE_VA_NOSLEEP": "1", "PEBBLE_AUTHZREUSE": "0"}
-        command = ["pebble", "-config", config] + (["-dnsserver", dns_server] if dns_server else [])
+        environment = os.environ | {"PEBBLE_WFE_NONCEREJECT": str(refused_nonces)} | (FREE if bare else QUIET)
+        command = ["pebble", "-config", config] + (["-dnsserver", dns_server] if dns_server else []) + ["-strict"] * bare
         self._context = ssl.create_default_context(cafile=authority.root)
         self._process = Background("pebble", command, log, environment)
         self._process.wait_ready(lambda: accepts(ADDRESS, PORT) and accepts(ADDRESS, MANAGEMENT_PORT))
@@ -44,6 +51,9 @@ class Pebble:
             return answer.status, dict(answer.getheaders()), answer.read()
         finally:
             connection.close()
+
+    def log(self):
+        return self._process.log()
 
     def root(self):
         """The root certificate, PEM, under which it issues; a new one at every start."""

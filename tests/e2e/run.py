@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Runs the tests of one file in namespaces of their own, and writes their names and outcomes as googletest would.
 
-    tests/e2e/run.py --binaries build/dev/bin [--results FILE] http01_test [TEST ...]
+    tests/e2e/run.py --binaries build/dev/bin [--results FILE] [--repeat N] http01_test [TEST ...]
 """
 import argparse
 import importlib
@@ -13,18 +13,31 @@ import unittest
 
 import sandbox
 
+INTERRUPTED = 130
+
 
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--binaries", required=True, type=os.path.abspath)
     parser.add_argument("--results", type=os.path.abspath)
+    parser.add_argument("--repeat", type=int, default=1, metavar="N", help="run all of it so many times, and count")
     parser.add_argument("--inside", help=argparse.SUPPRESS)
     parser.add_argument("module")
     parser.add_argument("tests", nargs="*", help="part of a test's name")
     options = parser.parse_args()
     if options.inside is None:
-        sys.exit(sandbox.run([sys.executable, os.path.abspath(__file__), *sys.argv[1:], "--inside"]))
+        sys.exit(repeat([sys.executable, os.path.abspath(__file__), *sys.argv[1:], "--inside"], options.repeat))
     sandbox.as_init(lambda: run_tests(options))
+
+
+def repeat(command, times):
+    """Each time in namespaces of its own. Returns the worst status."""
+    statuses = []
+    while len(statuses) < times and INTERRUPTED not in statuses:
+        statuses.append(sandbox.run(command))
+        if times > 1:
+            print(f"{statuses.count(0)} of {len(statuses)} times without a failure", flush=True)
+    return max(statuses)
 
 
 def run_tests(options):

@@ -43,6 +43,7 @@ class World:
         os.makedirs(self.path("run"), mode=0o700)
         self.ca = CertificateAuthority(self.path("ca"))
         self.trusted_roots = self.ca.root
+        self.plugin_name = "ambrin"
         self.search_path = os.environ["PATH"]  # of what is started from now on
         self.web = self.pebble = self.front = self.authority = self.dns = self.service = None
         self._stopping = contextlib.ExitStack()
@@ -66,10 +67,18 @@ class World:
 
     def start_pebble(self, **kind):
         """Pebble, of a kind of its own perhaps, with the synchronous front at the production directory's address."""
-        self.pebble = Pebble(self.path("pebble"), self.ca, self.log_path("pebble"), "127.0.0.1:53" if self.dns else None, **kind)
-        self._stopping.callback(self.pebble.stop)
+        self._start_pebble(kind)
         self.front = Front(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca, self.pebble)
         self._stopping.callback(self.front.stop)
+
+    def start_bare_pebble(self, plugin="ambrin-pebble", **kind):
+        """Pebble as it is; from now on runs are those of a plug-in that is built for it."""
+        self.plugin_name = plugin
+        self._start_pebble(kind | {"bare": True})
+
+    def _start_pebble(self, kind):
+        self.pebble = Pebble(self.path("pebble"), self.ca, self.log_path("pebble"), "127.0.0.1:53" if self.dns else None, **kind)
+        self._stopping.callback(self.pebble.stop)
         with open(self.path("pebble-root.pem"), "w", encoding="ascii") as file:
             file.write(self.pebble.root())
 
@@ -88,7 +97,8 @@ class World:
         self._service_start = lambda: self.start_service(*options, scheduler=scheduler, reload_command=reload_command,
                                                          renewal_info=renewal_info)
         command = [self.binary("zelvek"), "serve", "--database", self.database, "--answers-dir", self.answers,
-                   "--certs-dir", self.certificates, "--scheduler", scheduler, "--renewal-info", renewal_info]
+                   "--certs-dir", self.certificates, "--scheduler", scheduler, "--renewal-info", renewal_info,
+                   *self._plugin_options()]
         if reload_command or self.web:
             command += ["--reload-command", reload_command or self.reload_command()]
         if self.dns:
@@ -108,6 +118,9 @@ class World:
 
     def binary(self, name):
         return os.path.join(self._binaries, name)
+
+    def _plugin_options(self):
+        return ["--plugin", self.binary(self.plugin_name)] if self.plugin_name != "ambrin" else []
 
     def environment(self):
         # A proxy of the environment is nobody's business here: nothing listens there.
@@ -147,10 +160,10 @@ class World:
 
     def run_job(self, job):
         """Returns the status; the output lies among the logs."""
-        return self.zelvek("job", "run", job).process.returncode
+        return self.start_run(job).process.wait(4 * LONG)
 
     def start_run(self, job):
-        return self.start_zelvek("job", "run", job)
+        return self.start_zelvek("job", "run", job, *self._plugin_options())
 
     def job(self, job):
         return self.ask("job", "show", job)
@@ -176,7 +189,7 @@ class World:
     def plugin(self):
         """The process of the run that is under way."""
         def only():
-            return running(self.binary("ambrin"), sandbox.descendants(os.getpid()))
+            return running(self.binary(self.plugin_name), sandbox.descendants(os.getpid()))
 
         return wait_until(only, "the plug-in runs")[0]
 

@@ -2,6 +2,7 @@
 
 #include <limits>
 
+#include "acme/authority.h"
 #include "acme/signed.h"
 #include "ambrin_data.h"
 #include "ambrin_log.h"
@@ -45,7 +46,7 @@ bool CheckAccount(QueryParams& params) {
     if (ambrin_data.kid.empty()) return false;
     if (ambrin_data.skip_account_check) return true;
     params.url = ambrin_data.kid;
-    const AcmeResponse account = AcmePost(params, false);
+    const AcmeResponse account = AcmePost(params, kAuthority.style.fetches_account);
     return !IsFailed(account) && MemberOf(account.json, "status") == Json::Value("valid");
 }
 

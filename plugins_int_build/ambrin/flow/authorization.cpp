@@ -2,6 +2,8 @@
 
 #include <cstdint>
 
+#include "acme/authority.h"
+#include "acme/retry_after.h"
 #include "acme/signed.h"
 #include "ambrin_data.h"
 #include "ambrin_log.h"
@@ -14,12 +16,11 @@ namespace {
 
 constexpr int kPollingPasses = 60;
 constexpr std::uint32_t kMillisecondsPerSecond = 1000;
-const std::string kDefaultDelay = "1";  // seconds
 
 /// Sleeps as the response asks. The product is a signed 32-bit number widened with its sign: a negative
 /// delay, or one above 2147483 s, wraps. It is computed unsigned, where wrapping is defined.
 void SleepAsAsked(const AcmeResponse& response) {
-    const int seconds = str::Int(HeaderOf(response, "retry-after", kDefaultDelay));
+    const int seconds = RetryAfter(response);
     const auto milliseconds =
         static_cast<std::int32_t>(static_cast<std::uint32_t>(seconds) * kMillisecondsPerSecond);
     vek_proc::Sleep(static_cast<std::uint64_t>(static_cast<std::int64_t>(milliseconds)));
@@ -46,6 +47,7 @@ bool FetchAuthorization(QueryParams& params, const std::string& url, Json::Value
 bool AnswerAll(const std::list<ChallengeData>& challenges, QueryParams& params) {
     for (const ChallengeData& challenge : challenges) {
         params.payload.clear();  // {} where the run placed an order; null stays null
+        if (kAuthority.style.answers_with_object) params.payload = Json::Value(Json::objectValue);
         params.url = challenge.url;
         if (IsFailed(WaitToResolve(params, "challenge"))) return false;
     }
@@ -63,7 +65,7 @@ bool Autorization(QueryParams& params, const std::string& authorizations) {
     return true;
 }
 
-AcmeResponse WaitToResolve(QueryParams& params, const std::string& prefix) {
+AcmeResponse WaitToResolve(QueryParams& params, const std::string& prefix, const std::string& poll_url) {
     Trace("wait for '%s' resolve", params.url);
     params.error_name = str::Append(prefix, "fail", "_");
     AcmeResponse response = AcmePost(params, false);
@@ -76,6 +78,7 @@ AcmeResponse WaitToResolve(QueryParams& params, const std::string& prefix) {
         }
         if (status != "pending" && status != "processing") break;
         SleepAsAsked(response);
+        if (!poll_url.empty()) params.url = poll_url;
         response = AcmePost(params, true);
     }
     // the answer to the last poll is deliberately not looked at

@@ -106,7 +106,13 @@ void IssuanceTest::AnswerLookUps(const std::string& domain, const std::string& c
 
 void IssuanceTest::Object(const std::string& url, int status, const std::string& body,
                           const std::string& head) {
-    world.AlwaysHttp("POST " + url, [=](const std::string&) { return JsonAnswer(status, body, head); });
+    world.AlwaysHttp("POST " + url, [=, this](const std::string&) {
+        if (refused_++ < refused_nonces)
+            return JsonAnswer(400, R"({"type":"urn:ietf:params:acme:error:badNonce","status":400})",
+                              "Replay-Nonce: further-" + std::to_string(refused_) + "\r\n");
+        refused_ = 0;
+        return JsonAnswer(status, body, head);
+    });
 }
 
 void IssuanceTest::MakeSecondRun() {

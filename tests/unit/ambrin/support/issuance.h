@@ -5,6 +5,7 @@
 namespace ambrin_test {
 
 inline const std::string kDirectoryUrl = AMBRIN_DIRECTORY_URL;
+inline const std::string kOrderUrl = kCa + "order/1";
 inline const std::string kFinalizeUrl = kCa + "finalize/1";
 inline const std::string kCertificateUrl = kCa + "cert/1";
 inline const std::string kHardReplace = "func=sslcert.hardreplace&*";
@@ -35,6 +36,7 @@ protected:
 
     std::map<std::string, std::string> job;
     std::vector<std::string> visible_records;  // names whose TXT record the resolvers show
+    int refused_nonces = 0;                    // of each request to an object of the authority's
 
 private:
     void AnswerPanel();
@@ -42,6 +44,8 @@ private:
     void AnswerAuthorization(int number);
     void AnswerTools();
     void AnswerLookUps(const std::string& domain, const std::string& content);
+
+    int refused_ = 0;  // of the request that is under way
 };
 
 /// The authorizations that the authority gives for the two names.
