@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 #include <system_error>
+#include <utility>
 
 #include "zelvek/base/config_file.h"
 #include "zelvek/base/error.h"
@@ -40,9 +41,9 @@ Authority Read(const std::string& name, const fs::path& file) {
     return authority;
 }
 
-/// Nothing for a file that describes no plug-in that can be started.
-std::optional<Authority> ReadIfAny(const Places& places, const std::string& name) {
-    if (!IsName(name) || name == kFirst || !CanBeStarted(PluginOf(places.plugin, name))) return std::nullopt;
+/// Nothing where there is no sound description of it.
+std::optional<Authority> Described(const Places& places, const std::string& name) {
+    if (!IsName(name) || name == kFirst) return std::nullopt;
     const fs::path file = places.descriptions / (name + kEnding);
     std::error_code error;
     if (!fs::is_regular_file(file, error)) return std::nullopt;
@@ -54,7 +55,18 @@ std::optional<Authority> ReadIfAny(const Places& places, const std::string& name
     }
 }
 
-Authority First() { return {kFirst, AMBRIN_DIRECTORY_URL, AMBRIN_STYLE}; }
+/// Nothing for a plug-in that is not described, or cannot be started.
+std::optional<Authority> Other(const Places& places, const std::string& name) {
+    auto authority = Described(places, name);
+    return authority && CanBeStarted(PluginOf(places.plugin, name)) ? std::move(authority) : std::nullopt;
+}
+
+/// Another plug-in may have been put in the place of the one that this program was built with.
+Authority First(const Places& places) {
+    const auto described = Described(places, places.plugin.filename());
+    if (described) return {kFirst, described->directory, described->style};
+    return {kFirst, AMBRIN_DIRECTORY_URL, AMBRIN_STYLE};
+}
 
 }  // namespace
 
@@ -76,16 +88,16 @@ std::vector<Authority> All(const Places& places) {
     std::error_code error;
     for (const auto& entry : fs::directory_iterator(places.descriptions, error)) {
         if (entry.path().extension() != kEnding) continue;
-        if (auto authority = ReadIfAny(places, entry.path().stem())) all.push_back(*std::move(authority));
+        if (auto authority = Other(places, entry.path().stem())) all.push_back(*std::move(authority));
     }
     std::sort(all.begin(), all.end(),
               [](const auto& one, const auto& other) { return one.name < other.name; });
-    all.insert(all.begin(), First());
+    all.insert(all.begin(), First(places));
     return all;
 }
 
 std::optional<Authority> Find(const Places& places, const std::string& name) {
-    return name == kFirst ? First() : ReadIfAny(places, name);
+    return name == kFirst ? First(places) : Other(places, name);
 }
 
 }  // namespace zelvek::authorities

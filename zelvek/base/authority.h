@@ -22,7 +22,7 @@ struct Authority {
 
 /// What the build and the installation have left.
 struct Places {
-    std::filesystem::path plugin;        // the first one's; the others lie beside it
+    std::filesystem::path plugin;        // the first one's, whatever its file's name; the others lie beside it
     std::filesystem::path descriptions;  // a file NAME.conf for each other one: its directory and its style
 };
 

@@ -7,7 +7,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;
-using testing::Field;
 using zelvek::authorities::All;
 using zelvek::authorities::Authority;
 using zelvek::authorities::Find;
@@ -43,7 +42,7 @@ constexpr const char* kSound = "directory=https://ca.example/dir?a=b\nstyle=rfc8
 // Behaviours of: Start and store
 
 // Behaviour: Authorities are those of the plug-ins beside the first one that are described; the first one
-// needs neither
+//   needs neither
 TEST_F(Authorities, AreThoseOfThePluginsThatAreThere) {
     EXPECT_THAT(Names(), ElementsAre("ambrin"));
     EXPECT_EQ(All(places_).front().directory.substr(0, 8), "https://");
@@ -58,10 +57,18 @@ TEST_F(Authorities, AreThoseOfThePluginsThatAreThere) {
     EXPECT_EQ(Find(places_, "ambrin-b"), std::nullopt);
 }
 
-// Behaviour: A description without a plug-in that can be started, of something else, or of the first one, is
-// nothing
+// Behaviour: Where a described plug-in has taken the first one's place, the first authority is that one's
+TEST_F(Authorities, TheFirstIsThatOfThePluginInItsPlace) {
+    Install("ambrin-own", kSound);
+    places_.plugin = places_.plugin.parent_path() / "ambrin-own";
+    EXPECT_EQ(Find(places_, "ambrin"), (Authority{"ambrin", "https://ca.example/dir?a=b", "rfc8555"}));
+    EXPECT_THAT(Names(), ElementsAre("ambrin", "ambrin-own"));
+}
+
+// Behaviour: A description without a plug-in that can be started, of something else, or of the first one,
+//   is nothing
 TEST_F(Authorities, WithoutASoundDescriptionAreNone) {
-    for (const std::string text :
+    for (const char* const text :
          {"", "directory=https://ca.example/d\n", "directory=http://ca.example/d\nstyle=classic\n",
           "directory=https://ca.example/d\nstyle=new\n", "no line of it\n"}) {
         Install("ambrin-a", text);
@@ -79,9 +86,8 @@ TEST_F(Authorities, WithoutASoundDescriptionAreNone) {
     EXPECT_NE(Find(places_, "ambrin")->directory, "https://ca.example/dir?a=b");
 }
 
-// Behaviour: An authority's name is a file's name of small letters, digits and "-" alone, so it never leads
-// out of the
-//   plug-ins' folder
+// Behaviour: An authority's name is a file's name of small letters, digits and "-" alone, so it never
+//   leads out of the plug-ins' folder
 TEST_F(Authorities, HaveNamesThatLeadNowhereElse) {
     EXPECT_TRUE(IsName("ambrin-staging"));
     EXPECT_EQ(PluginOf("/opt/bin/other", "ambrin"), "/opt/bin/other");
