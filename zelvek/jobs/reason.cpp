@@ -187,6 +187,12 @@ Reason Refused(const JobFacts& facts) {
         {}};
 }
 
+/// The last thing that was told is that all names are proved.
+bool WasCutShort(const JobFacts& facts) {
+    return !facts.events.empty() && facts.events.back().event == "challenge_success" &&
+           facts.job.challenges.empty();
+}
+
 /// The program has looked for its records, and will look again.
 bool IsPaused(const JobFacts& facts) {
     const Job& job = facts.job;
@@ -208,6 +214,10 @@ Reason Waiting(const JobFacts& facts) {
     const Event* failure = Failure(facts.events);
     if (failure != nullptr && job.failures > 0) return Failed(facts, *failure);
     if (IsPaused(facts)) return Paused(facts);
+    if (job.failures > 0 && WasCutShort(facts)) {
+        return {Sentence({"the last run was ended while the authority finished the order", NextRun(facts)}),
+                {}};
+    }
     if (job.failures > 0) {
         return {Sentence({"the last run ended without saying why", "look into the log of the runs",
                           NextRun(facts)}),

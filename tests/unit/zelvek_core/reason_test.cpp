@@ -142,6 +142,8 @@ TEST(ReasonOfAJob, WhatFailsWithoutAnAnswerHasSentencesToo) {
     JobFacts died = Facts({Step("order_success")});
     EXPECT_EQ(SentenceOf(died),
               "The last run ended without saying why; look into the log of the runs" + kDue);
+    EXPECT_EQ(SentenceOf(Facts({Step("order_success"), Step("challenge_success")})),
+              "The last run was ended while the authority finished the order" + kDue);
 }
 
 // Behaviour: A check that fails without a reason is told as that, not as the order that is not ready after it
