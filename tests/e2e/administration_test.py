@@ -4,7 +4,7 @@ import re
 
 from ca import names_of, read
 from fixture import WorldTest
-from world import DIRECTORY_HOST, FAILURE, INSTALLED
+from world import DIRECTORY_HOST, FAILURE, INSTALLED, TRIAL_HOST
 
 EC = ("--csr", "key_type=ec", "--skip-account-check")  # quicker made than the default's RSA; pebble takes no check
 
@@ -63,6 +63,27 @@ class Administration(WorldTest):
         self.assertEqual(self.world.run_job(self.job), INSTALLED)
         after = read(self.world.installed("shop.example"))
         self.assertEqual(names_of("x509", after.encode()), ["shop.example", "www.shop.example"])
+
+    # Behaviour: A certificate is tried with one authority and then issued by another, which know nothing of each other: each
+    #   has an account of its own, and the first certificate stays until the second is there
+    def test_certificate_is_tried_with_one_authority_and_then_issued_by_another(self):
+        self.world.start_trial_authority()
+        self.assertEqual(self.world.run_job(self.job), INSTALLED)
+        job = self.world.add_job("blog.example", *EC, "--authority", "ambrin-trial")
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+        trial = self.world.job(job)["kid"]
+        self.assertTrue(trial.startswith(f"https://{TRIAL_HOST}/"))
+        self.assertIn(("processing", "registration_success"), self.world.events(job))
+        before = read(self.world.installed("blog.example"))
+        self.shown("job", "edit", job, "--authority", "ambrin")
+        self.assertEqual(read(self.world.installed("blog.example")), before)
+
+        self.assertEqual(self.world.run_job(job), INSTALLED)
+        self.assertNotEqual(read(self.world.installed("blog.example")), before)
+        production = self.world.job(self.job)["kid"]
+        self.assertEqual(self.world.job(job)["kid"], production)
+        used = {one["name"]: (one["kid"], one["jobs"]) for one in self.world.ask("status")["authorities"]}
+        self.assertEqual(used, {"ambrin": (production, 2), "ambrin-trial": (trial, 0)})
 
     # Behaviour: A paused job is not run, by hand neither, ...
     def test_paused_job_is_not_run_until_it_is_resumed(self):

@@ -1,6 +1,7 @@
 """Whatever an authority does, a run ends in order, says what happened, and the next run can finish the job."""
 import os
 import signal
+from datetime import datetime, timedelta
 
 from authority import problem
 from ca import CertificateAuthority
@@ -252,6 +253,41 @@ class Failure(AuthorityTest):
         self.assert_ends(run, FAILURE, ["directory", "challenge", "elsewhere"], refused + no_such)
         self.assertEqual(self.world.job(self.job)["challenges"], "")
         self.assert_next_run_installs()
+
+
+class LateAuthority(WorldTest):
+    """An authority that finishes orders after it has answered the finalization: a real one, without the front's help."""
+
+    # Behaviour: Of an authority that finishes orders later than the program asks no further order is placed the same day,
+    #   though each failed run is tried again at once otherwise; the administrator and whoever asks for the job are told
+    def test_authority_that_finishes_orders_later_is_asked_for_one_order_a_day(self):
+        self.world.start_web()
+        self.world.start_pebble()
+        self.world.front.finishes_later = True
+        self.world.start_service("--retry-interval", "1", "--sweep-interval", "0.2", scheduler="on")
+        jobs = {}
+        for site in ("shop.example", "blog.example"):
+            self.world.add_domain(site)
+            jobs[site] = self.world.add_job(site, "--csr", "key_type=ec", "--skip-account-check")
+            wait_until(lambda job=jobs[site]: self.world.job(job)["failures"], f"a run for {site} has failed")
+        records = [self.world.job(job) for job in jobs.values()]
+        self.assertEqual([record["failures"] for record in records], [1, 1])
+        self.assertEqual({event["event"] for record in records for event in record["events"] if event["state"] == "failed"},
+                         {"cert_order_fail"})
+        for record in records:
+            # With a retry interval of a second a day has 1440 of them.
+            due, ended = (datetime.fromisoformat(time) for time in (record["due"], record["events"][-1]["time"]))
+            self.assertGreaterEqual(due - ended, timedelta(seconds=1200))
+            self.assertIn("docs/authorities.md", record["sentence"])
+        told = [("certificate_not_fetched", "root")] * 2
+        self.assertEqual(self.world.problems("open"), told)
+        wait_until(lambda: len(self.world.pebble.issued()) == 2, "the certificates are issued all the same")
+
+        self.world.front.finishes_later = False
+        for job in jobs.values():
+            self.world.ask("job", "retry", job)
+            wait_until(lambda job=job: self.world.job(job)["verified"], "a person's retry installs")
+        self.assertEqual(self.world.problems("open"), [])
 
 
 class ForeignAuthority(WorldTest):

@@ -19,10 +19,12 @@ from web import WebServer
 
 DIRECTORY_HOST = "acme-v02.api.letsencrypt.org"
 AUTHORITY_ADDRESS = "127.0.0.2"
+# Of the plug-in "ambrin-trial", which is built for tests alone.
+TRIAL_HOST, TRIAL_ADDRESS = "ca-for-trials.example", "127.0.0.5"
 WEB_ADDRESS = "127.0.0.3"
 RESOLVERS = ("8.8.8.8", "8.8.4.4", "1.1.1.1", "1.0.0.1", "9.9.9.9")
 SITES = ("shop.example", "www.shop.example", "mail.shop.example", "blog.example", "xn--bcher-kva.example")
-HOSTS = {DIRECTORY_HOST: AUTHORITY_ADDRESS} | {site: WEB_ADDRESS for site in SITES}
+HOSTS = {DIRECTORY_HOST: AUTHORITY_ADDRESS, TRIAL_HOST: TRIAL_ADDRESS} | {site: WEB_ADDRESS for site in SITES}
 
 # The statuses of `zelvek job run`.
 INSTALLED, FAILURE, WAITING, NOTHING_TO_DO = 0, 1, 3, 4
@@ -79,6 +81,10 @@ class World:
         self._stopping.callback(self.pebble.stop)
         with open(self.path("pebble-root.pem"), "w", encoding="ascii") as file:
             file.write(self.pebble.root())
+
+    def start_trial_authority(self):
+        """The pebble that runs at a second authority's address, too: its URLs, and so its accounts, are others there."""
+        self._stopping.callback(Front(TRIAL_ADDRESS, TRIAL_HOST, self.ca, self.pebble).stop)
 
     def start_authority(self, certified_name=DIRECTORY_HOST):
         """The scripted authority, at the production directory's address."""

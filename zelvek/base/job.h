@@ -12,6 +12,7 @@ namespace zelvek {
 struct Job {
     int id = 0;
     std::string certname, domain, user_name, aliases, check_type, res_name, csr_internal_request;
+    std::string authority = "ambrin";
     std::string folder, time_started, next_attempt;
     std::string kid, acmekey, modulus, finalize, finalize_check, challenges;
     int attempt_count = 0;
@@ -72,6 +73,8 @@ inline constexpr std::array kJobFields{
              "All names of the certificate, the main one first, with blanks between them"},
     JobField{"check_type", &Job::check_type, JobField::Writer::kPanel, JobField::kEverywhere,
              "How names are proved: \"http\" (http-01) or \"dns\" (dns-01)"},
+    JobField{"authority", &Job::authority, JobField::Writer::kPanel, JobField::kInLists,
+             "Name of the authority that issues the certificate, and of its plug-in"},
     JobField{"res_name", &Job::res_name, JobField::Writer::kPanel, JobField::kInRecord,
              "A further addressee of notifications"},
     JobField{"csr_internal_request", &Job::csr_internal_request, JobField::Writer::kPanel,

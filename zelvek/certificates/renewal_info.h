@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <optional>
 #include <string>
 
@@ -47,15 +46,10 @@ public:
     /// cannot be reached or answers with something else.
     Suggestion Ask(const std::string& name);
 
-    /// Nobody is to ask any more, on whatever thread; a question under way takes seconds.
-    void End() { ending_ = true; }
-    bool Ending() const { return ending_; }
-
 private:
     std::string directory_;
     std::optional<std::string> url_;  // empty: it suggests nothing
     std::string looked_up_;           // when the directory was read
-    std::atomic<bool> ending_{false};
 };
 
 }  // namespace zelvek::renewal_info

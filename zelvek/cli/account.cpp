@@ -13,11 +13,12 @@ namespace zelvek::cli {
 namespace {
 
 struct ShowOptions {
+    std::string authority;
     bool json = false;
 };
 
 int ShowAccount(const ShowOptions& options) {
-    const auto answer = Ask("zelvek.account.show", {});
+    const auto answer = Ask("zelvek.account.show", {{"authority", options.authority}});
     const std::string kid = answer.value("kid");
     const bool key = answer.value("key") == "on";
     if (options.json) {
@@ -41,6 +42,8 @@ void AddAccountCommands(Command& root) {
     Command show =
         noun.AddCommand("show", "Shows it, without its key", [options] { return ShowAccount(*options); });
     AddJsonFlag(show, options->json);
+    show.AddOption("--authority", options->authority,
+                   "Of this authority; without it, the one that new jobs get");
 }
 
 }  // namespace zelvek::cli

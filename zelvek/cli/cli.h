@@ -12,6 +12,7 @@ void AddDomainCommands(Command& root);
 void AddJobCommands(Command& root);
 void AddProblemCommands(Command& root);
 void AddAccountCommands(Command& root);
+void AddAuthorityCommands(Command& root);
 void AddCertificateCommands(Command& root);
 void AddStatusCommand(Command& root);
 
@@ -20,6 +21,7 @@ void AddGuideCommands(Command& root, const CommandLine& line);
 
 /// All of them, in the order in which the help shows them.
 inline constexpr std::array kEveryNoun{&AddStatusCommand,       &AddDomainCommands,  &AddJobCommands,
-                                       &AddCertificateCommands, &AddProblemCommands, &AddAccountCommands};
+                                       &AddCertificateCommands, &AddProblemCommands, &AddAccountCommands,
+                                       &AddAuthorityCommands};
 
 }  // namespace zelvek::cli

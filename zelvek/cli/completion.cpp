@@ -32,7 +32,10 @@ constexpr std::array kNameKinds{NameKind{"job", "ID", "job"},
                                 NameKind{"job", "--user", "user"},
                                 NameKind{"domain", "--user", "user"},
                                 NameKind{"certificate", "--user", "user"},
-                                NameKind{"certificate", "--after", "job"}};
+                                NameKind{"certificate", "--after", "job"},
+                                NameKind{"job", "--authority", "authority"},
+                                NameKind{"account", "--authority", "authority"},
+                                NameKind{"authority", "NAME", "authority"}};
 
 /// A way along the words, to the command that they name.
 class WordWalk {
@@ -117,6 +120,7 @@ struct NameList {
 NameList NameListOf(const std::string& kind) {
     if (kind == "job") return {"zelvek.job.list", "id", "certname"};
     if (kind == "problem") return {"zelvek.problem.list", "number", "name"};
+    if (kind == "authority") return {"zelvek.authority.list", "name", "directory"};
     if (kind == "user") return {"zelvek.domain.list", "user_name", ""};
     return {"zelvek.domain.list", "name", "user_name"};
 }

@@ -17,7 +17,7 @@ struct Candidate {
     bool operator==(const Candidate&) const = default;
 };
 
-/// What the running service has of one kind: "job", "problem", "domain", "user", "certificate".
+/// What the running service has of one kind: "job", "problem", "domain", "user", "authority".
 using AskForNames = std::function<std::vector<Candidate>(const std::string& kind)>;
 
 /// `words` are those after the program's name; the last one is unfinished, and may be empty. The candidates

@@ -26,7 +26,7 @@ struct NewJobOptions {
     std::string name, user;
     std::vector<std::string> aliases;
     std::string check = "http";
-    std::string certname, res_name;
+    std::string certname, authority, res_name;
     std::vector<std::string> csr;  // KEY=VALUE
     bool foreign_names = false;
     bool skip_account_check = false;
@@ -59,6 +59,7 @@ std::map<std::string, std::string> Parameters(const NewJobOptions& job) {
         {"user_name", job.user},
         {"check_type", job.check},
         {"certname", job.certname},
+        {"authority", job.authority},
         {"res_name", job.res_name},
         {"skip_account_check", job.skip_account_check ? "on" : "off"},
         {"max_account_check_attempts", str::Str(job.max_account_checks)}};
@@ -81,7 +82,7 @@ int AddJob(const NewJobOptions& options) {
 /// What is not given stays as it is.
 struct EditOptions {
     int id = 0;
-    std::string name, check, res_name;
+    std::string name, check, authority, res_name;
     std::vector<std::string> aliases, csr;
     bool no_aliases = false;
     bool plain_csr = false;
@@ -93,6 +94,7 @@ std::map<std::string, std::string> Parameters(const EditOptions& job) {
     std::map<std::string, std::string> parameters;
     if (!job.name.empty()) parameters["domain"] = job.name;
     if (!job.check.empty()) parameters["check_type"] = job.check;
+    if (!job.authority.empty()) parameters["authority"] = job.authority;
     if (!job.res_name.empty()) parameters["res_name"] = job.res_name;
     if (!job.aliases.empty() || job.no_aliases) parameters["aliases"] = Joined(job.aliases);
     if (job.plain_csr) parameters["plain_csr"] = "on";
@@ -236,6 +238,7 @@ void AddJobAddCommand(Command& noun) {
     add.AddOption("--alias", options->aliases, "A further name; repeatable");
     add.AddOption("--check", options->check, "How names are proved: http or dns").OneOf({"http", "dns"});
     add.AddOption("--certname", options->certname, "Name of the certificate; without it, NAME");
+    add.AddOption("--authority", options->authority, "Who issues it (\"zelvek authority list\")").NotEmpty();
     add.AddOption("--res-name", options->res_name, "A further addressee of notifications");
     AddCsrOption(add, options->csr);
     add.AddFlag("--foreign-names", options->foreign_names, "Names may lie outside the owner's domains");
@@ -255,6 +258,7 @@ void AddEditCommand(Command& noun) {
     edit.AddOption("--alias", options->aliases, "A further name, instead of all it had; repeatable");
     edit.AddFlag("--no-aliases", options->no_aliases, "No further names");
     edit.AddOption("--check", options->check, "How names are proved: http or dns").OneOf({"http", "dns"});
+    edit.AddOption("--authority", options->authority, "Another one who issues it").NotEmpty();
     edit.AddOption("--res-name", options->res_name, "Another further addressee of notifications").NotEmpty();
     AddCsrOption(edit, options->csr);
     edit.AddFlag("--plain-csr", options->plain_csr, "Nothing in the request but what --csr says");

@@ -2,15 +2,19 @@
 
 #include <json/json.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vek/date.h"
 #include "vek/str.h"
+#include "zelvek/base/authority.h"
 #include "zelvek/base/error.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/job_view.h"
@@ -43,9 +47,26 @@ std::map<std::string, std::string> ListParameters(const JobListOptions& options)
     return parameters;
 }
 
-std::vector<std::string> JobRow(const vek_xml::Node& job, const std::string& now) {
-    return {job.Value("id"), job.Value("certname"),       job.Value("user_name"), job.Value("check_type"),
-            StateOf(job),    DayOf(job.Value("expires")), NextStep(job, now)};
+using Row = std::vector<std::string>;
+
+constexpr std::ptrdiff_t kAuthority = 3;  // the column
+
+Row RowOf(const vek_xml::Node& job, const std::string& now) {
+    return {
+        job.Value("id"),         job.Value("certname"), job.Value("user_name"),      job.Value("authority"),
+        job.Value("check_type"), StateOf(job),          DayOf(job.Value("expires")), NextStep(job, now)};
+}
+
+/// Where all jobs have the first authority, nobody needs to be told.
+std::string TableOf(std::vector<Row> rows) {
+    Row header{"ID", "CERTIFICATE", "USER", "AUTHORITY", "CHECK", "STATE", "EXPIRES", "NEXT STEP"};
+    const bool one = std::all_of(rows.begin(), rows.end(),
+                                 [](const Row& row) { return row[kAuthority] == authorities::kFirst; });
+    if (one) {
+        header.erase(header.begin() + kAuthority);
+        for (Row& row : rows) row.erase(row.begin() + kAuthority);
+    }
+    return OutputTable(header, rows);
 }
 
 int ListJobs(const JobListOptions& options) {
@@ -56,19 +77,18 @@ int ListJobs(const JobListOptions& options) {
     };
     const std::string now = vek_date::DateTime().AsDateTime();
     Json::Value json(Json::arrayValue);
-    std::vector<std::vector<std::string>> rows;
+    std::vector<Row> rows;
     ForEachPlaced(ask, options.part, [&](const vek_xml::Node& job) {
         if (options.json) {
             json.append(JobJson(job));
         } else {
-            rows.push_back(JobRow(job, now));
+            rows.push_back(RowOf(job, now));
         }
     });
     if (options.json) {
         PrintJson(json);
     } else {
-        std::cout << OutputTable({"ID", "CERTIFICATE", "USER", "CHECK", "STATE", "EXPIRES", "NEXT STEP"},
-                                 rows);
+        std::cout << TableOf(std::move(rows));
     }
     return kSuccess;
 }

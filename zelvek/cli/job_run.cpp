@@ -11,6 +11,7 @@
 #include <memory>
 
 #include "vek/str.h"
+#include "zelvek/base/authority.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/base/text.h"
@@ -35,7 +36,7 @@ constexpr int kLookMilliseconds = 100;  // between looks at the log
 
 struct RunOptions {
     int id = 0;
-    std::filesystem::path plugin = PluginBesideProgram();
+    std::filesystem::path plugin;  // empty: that of the job's authority
     bool json = false;
     bool quiet = false;
     bool verbose = false;
@@ -157,8 +158,10 @@ void PrintOutcome(const vek_xml::Node& job, const Outcome& outcome, int exit_sta
                                                         {"exit status", std::to_string(exit_status)}});
 }
 
-int Run(const RunOptions& options) {
+int Run(RunOptions options) {
     const auto before = AskForJob(options.id);
+    if (options.plugin.empty())
+        options.plugin = authorities::PluginOf(PluginBesideProgram(), before.value("authority"));
     const bool verified_before = before.value("verified") == "on";
     // As long as this process has the job the service starts no run for it.
     Ask("zelvek.job.claim", {{"elid", str::Str(options.id)}});
@@ -195,7 +198,7 @@ void AddJobRunCommand(Command& noun) {
     run.AddOption("ID", options->id, "The job's number").Required();
     run.AddFlag("--quiet", options->quiet, "No progress");
     run.AddFlag("--verbose", options->verbose, "The log's lines as they are, and the events as a table");
-    run.AddOption("--plugin", options->plugin, "The ACME plug-in");
+    run.AddOption("--plugin", options->plugin, "The ACME plug-in; without it, that of the job's authority");
 }
 
 }  // namespace zelvek::cli

@@ -7,6 +7,7 @@
 
 #include "vek/date.h"
 #include "vek/str.h"
+#include "zelvek/base/authority.h"
 #include "zelvek/base/html_text.h"
 #include "zelvek/base/job.h"
 #include "zelvek/cli/ask.h"
@@ -121,6 +122,7 @@ std::string JobTable(const vek_client::Result& shown) {
         {"expires", WithZone(job.Value("expires"))},
         {"account", job.Value("kid")},
         {"order", job.Value("finalize_check")}};
+    if (job.Value("authority") != authorities::kFirst) rows.push_back({"authority", job.Value("authority")});
     if (!job.Value("refusal").empty()) rows.push_back({"refused", TextOfHtml(job.Value("refusal"))});
     for (const auto& reload : shown.xml().GetNodes("/doc/reload")) {
         rows.push_back({"web server", "has an older certificate since " + reload.Value("since") +

@@ -40,6 +40,14 @@ Json::Value StatusJson(const vek_client::Result& status) {
     json["runs"] = str::Int(status.value("runs"));
     const auto counts = status.xml().GetNode("/doc/jobs");
     for (const char* state : kStates) json["jobs"][state] = str::Int(counts.Value(state));
+    json["authorities"] = Json::arrayValue;
+    for (const auto& node : status.xml().GetNodes("/doc/used")) {
+        Json::Value used;
+        for (const char* key : {"name", "directory", "kid"}) used[key] = node.Value(key);
+        for (const char* key : {"default", "key"}) used[key] = node.Value(key) == "on";
+        used["jobs"] = str::Int(node.Value("jobs"));
+        json["authorities"].append(used);
+    }
     json["ending"] = json["failures"] = Json::arrayValue;
     for (const auto& node : status.xml().GetNodes("/doc/ending")) {
         Json::Value job;
@@ -60,6 +68,19 @@ Json::Value StatusJson(const vek_client::Result& status) {
     return json;
 }
 
+/// Where there are more than the one that new jobs get.
+void PrintAuthorities(const vek_client::Result& status) {
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& node : status.xml().GetNodes("/doc/used")) {
+        const std::string directory = node.Value("directory");
+        rows.push_back({node.Value("name"), node.Value("jobs"),
+                        node.Value("kid").empty() ? "none yet" : node.Value("kid"),
+                        directory.empty() ? "its plug-in is gone" : directory});
+    }
+    if (rows.size() > 1)
+        std::cout << "\nAuthorities in use\n" << OutputTable({"NAME", "JOBS", "ACCOUNT", "DIRECTORY"}, rows);
+}
+
 void Print(const vek_client::Result& status) {
     std::cout << OutputTable(
         {"SERVICE", "zelvek " + status.value("version")},
@@ -70,6 +91,7 @@ void Print(const vek_client::Result& status) {
          {"authority", status.value("authority")},
          {"default account", AccountText(status)},
          {"jobs", CountsText(status)}});
+    PrintAuthorities(status);
     std::vector<std::vector<std::string>> ending;
     for (const auto& node : status.xml().GetNodes("/doc/ending"))
         ending.push_back({node.Value("id"), node.Value("certname"), node.Value("user_name"),

@@ -16,6 +16,13 @@ constexpr const char* kServe =
 constexpr const char* kServeRecords =
     "see that all name servers of its zone show the TXT record _acme-challenge below it";
 
+constexpr const char* kApart =
+    "orders are placed about a day apart, since an authority limits the certificates of a name";
+constexpr const char* kFinishesLater =
+    "where it finishes orders later, use the program that waits for that: see docs/authorities.md; orders "
+    "are "
+    "placed about a day apart, since an authority limits the certificates of a name";
+
 struct Row {
     const char* key;
     const char* problem;
@@ -74,12 +81,8 @@ constexpr std::array kTypes{
 constexpr std::array kEvents{
     Row{"challenge_fail", "The authority could not check %s", kServe},
     Row{"challenge_req_attempt", "The authority says that %s is not proved, and does not say why", kServe},
-    Row{"cert_order_req_attempt", "The authority gave up the order, and does not say why",
-        "nobody has to do anything: the next run places a new one"},
     Row{"cert_order_fail", "The authority refused to issue the certificate",
         "look at its words: the next run places a new order"},
-    Row{"cert_recive_failed", "The authority has issued the certificate, and did not give it out",
-        "nobody has to do anything: the next run places a new order"},
     Row{"order_failed", "The authority refused the order",
         "look at its words, and add the job anew without a name that it does not take"},
     Row{"registration_fail", "The authority refused to register an account", "do what its words say"},
@@ -93,6 +96,14 @@ constexpr std::array kEvents{
     Row{"hardreplace_error", "The certificate was issued, but could not be installed",
         "mend what is told there"},
     Row{"panel_error", "The service could not do what the run asked for", "mend what is told there"}};
+
+// Of orders that were finalized, by the last event.
+constexpr std::array kUnfetched{
+    Row{"cert_order_req_attempt", "The authority took the order, and did not give its certificate",
+        kFinishesLater},
+    Row{"cert_order_fail", "The authority refused to issue the certificate, or to say what becomes of it",
+        kFinishesLater}};
+constexpr Row kNotGivenOut{"", "The authority has issued the certificate, and did not give it out", kApart};
 
 constexpr Row kUnknown{"", "The last run failed", "look at the job's history"};
 
@@ -108,6 +119,13 @@ std::string TypeOfStatus(int code) {
     return IsServerError(code) ? "serverInternal" : "";
 }
 
+/// A finalization of which the authority says what it does not take.
+bool IsRefusedForItself(const Ending& ending) {
+    const bool of_its_state =
+        ending.type.empty() || ending.type == "orderNotReady" || ending.type == "malformed";
+    return ending.event == "cert_order_fail" && !of_its_state;
+}
+
 bool IsOfACheck(const std::string& event) { return event.starts_with("challenge_"); }
 
 }  // namespace
@@ -115,6 +133,11 @@ bool IsOfACheck(const std::string& event) { return event.starts_with("challenge_
 bool IsProblemType(const std::string& type) { return Find(kTypes, type) != nullptr; }
 
 Advice AdviceFor(const Ending& ending) {
+    if (ending.unfetched && !IsRefusedForItself(ending)) {
+        const Row* row = Find(kUnfetched, ending.event);
+        if (row == nullptr) row = &kNotGivenOut;
+        return {row->problem, row->remedy};
+    }
     // Of an account or an order it says something else than of a name.
     const bool elsewhere = ending.type == "unauthorized" && !IsOfACheck(ending.event);
     const Row* row = elsewhere ? nullptr : Find(kTypes, ending.type);

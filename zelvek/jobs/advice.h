@@ -20,9 +20,11 @@ struct Ending {
     std::string type;        // the authority's problem, empty where it is not known
     int code = 0;            // the status that was told; 0 for none
     std::string check_type;  // of the job: "http" or "dns"
+    bool unfetched = false;  // its order may have a certificate (`MayHaveIssued`)
 };
 
-/// Goes by the problem's type, then by the status, then by the event.
+/// Goes by the problem's type, then by the status, then by the event; of an order that may have a certificate
+/// by the event, unless the authority says what it does not take.
 Advice AdviceFor(const Ending& ending);
 
 }  // namespace zelvek

@@ -4,6 +4,7 @@
 
 #include "vek/date.h"
 #include "vek/str.h"
+#include "zelvek/base/authority.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/jobs/outcome.h"
@@ -25,9 +26,17 @@ std::string After(const std::string& time, int seconds) {
     return DateTime(time).AddSeconds(seconds).AsDateTime();
 }
 
-/// The account that a run of the job will use: its own, or the panel's.
+/// The account that a run of the job will use: its own, or the panel's. One that is not registered yet is
+/// known by its authority.
 std::string AccountOf(Transaction& transaction, const Job& job) {
-    return job.kid.empty() ? accounts::Default(transaction).kid : job.kid;
+    if (!job.kid.empty()) return job.kid;
+    const std::string kid = accounts::Default(transaction, job.authority).kid;
+    return kid.empty() && job.authority != authorities::kFirst ? job.authority : kid;
+}
+
+/// A name as one authority counts it.
+std::string NameAt(const Job& job, const std::string& name) {
+    return job.authority == authorities::kFirst ? name : job.authority + " " + name;
 }
 
 /// The name that the authority checks: a wildcard is proved by the name below which it stands. Older versions
@@ -92,7 +101,8 @@ std::optional<Hold> HeldBack(Transaction& transaction, const Job& job, const Lim
         }
     }
     for (const std::string& name : CheckedNames(job)) {
-        const auto from = RoomFrom(transaction, {Kind::kFailure, limits.failures, kFailureWindow}, name, now);
+        const auto from =
+            RoomFrom(transaction, {Kind::kFailure, limits.failures, kFailureWindow}, NameAt(job, name), now);
         if (from) {
             return Hold{*from, "checks of " + name + " have failed " + std::to_string(limits.failures) +
                                    " times within an hour, and the authority allows few more"};
@@ -106,7 +116,7 @@ void NoteRun(Transaction& transaction, const Job& job, const std::string& now) {
     if (WillOrder(job))
         usage::Note(transaction, job.id, {Kind::kOrder, AccountOf(transaction, job), now, true});
     for (const std::string& name : CheckedNames(job))
-        usage::Note(transaction, job.id, {Kind::kFailure, name, now, true});
+        usage::Note(transaction, job.id, {Kind::kFailure, NameAt(job, name), now, true});
 }
 
 void NoteEnd(Transaction& transaction, const Job& job, const std::vector<history::Event>& events,
@@ -115,7 +125,7 @@ void NoteEnd(Transaction& transaction, const Job& job, const std::vector<history
     if (HasOrder(events)) usage::Note(transaction, job.id, {Kind::kOrder, job.kid, now, false});
     if (!HasFailedAuthorization(events)) return;
     for (const std::string& name : CheckedNames(job))
-        usage::Note(transaction, job.id, {Kind::kFailure, name, now, false});
+        usage::Note(transaction, job.id, {Kind::kFailure, NameAt(job, name), now, false});
 }
 
 void NoteDeath(Transaction& transaction, int job) {

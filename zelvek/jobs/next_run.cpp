@@ -71,7 +71,9 @@ seconds PauseAfter(Outcome outcome, int failures, const RetryPolicy& policy, dou
                                                    {Outcome::kUnreached, {1, 2, 5, 15, 30, 60}},
                                                    {Outcome::kLimited, {60, 180, 360, kDay}},
                                                    {Outcome::kRefused, {1, 10, 100, kDay}},
-                                                   {Outcome::kForPeople, {10, kDay}}};
+                                                   {Outcome::kForPeople, {10, kDay}},
+                                                   {Outcome::kUnfetched, {kDay}},
+                                                   {Outcome::kCutShort, {1, kDay}}};
     const Minutes& minutes = pauses.at(outcome);
     const auto step = static_cast<std::size_t>(std::max(failures, 1) - 1);
     const int pause = minutes[std::min(step, minutes.size() - 1)];

@@ -21,9 +21,9 @@ struct RetryPolicy {
 
 /// How long a job waits after its `failures`-th failed run in a row: 1, 10, 100 minutes, then a day where the
 /// authority has refused it; sooner where an exchange failed; an hour and longer where the authority asks for
-/// patience; a day where a person has to mend something. A day is somewhat less, by a number from 0 to 1, so
-/// that not all jobs come at one time. For `policy.retry` other than a minute all is longer or shorter in
-/// proportion.
+/// patience; a day where a person has to mend something, or where a certificate may have been issued that
+/// nobody has. A day is somewhat less, by a number from 0 to 1, so that not all jobs come at one time. For
+/// `policy.retry` other than a minute all is longer or shorter in proportion.
 std::chrono::seconds PauseAfter(Outcome outcome, int failures, const RetryPolicy& policy, double spread);
 
 /// Counts the run's outcome and says when the next one is due, where the run has not asked for a time itself.

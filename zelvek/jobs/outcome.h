@@ -1,7 +1,10 @@
 #pragma once
 
+#include <span>
+#include <string>
 #include <vector>
 
+#include "zelvek/base/job.h"
 #include "zelvek/store/history.h"
 
 namespace zelvek {
@@ -13,10 +16,21 @@ enum class Outcome {
     kLimited,    // the authority asks for patience
     kRefused,    // the authority has refused something, or found a name not proved
     kForPeople,  // the panel has refused something that a person has to mend
+    kUnfetched,  // the order was finalized: it may have a certificate, which the run did not get
+    kCutShort,   // the run was ended while the authority finalized the order
 };
 
 /// By the run's events and return codes; `panel_refused` says whether a query of the run was refused.
 Outcome OutcomeOf(const std::vector<history::Event>& events, bool panel_refused);
+
+/// The same of a run that has written back this record at `now`. An order that goes on, since the run asks
+/// for a time or keeps its challenges, is on its way.
+Outcome OutcomeOfRun(const Job& job, const std::vector<history::Event>& events, const std::string& now);
+
+/// Whether a run that ends with these events may have left a certificate at the authority. Its order was
+/// finalized; an authority that finishes orders later takes every further request at the finalize URL for
+/// another finalization, and refuses it.
+bool MayHaveIssued(std::span<const history::Event> events);
 
 /// Whether the authority has found a name not proved.
 bool IsFailedCheck(const history::Event& event);

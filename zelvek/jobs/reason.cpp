@@ -1,6 +1,7 @@
 #include "zelvek/jobs/reason.h"
 
 #include <algorithm>
+#include <span>
 
 #include "vek/date.h"
 #include "vek/err.h"
@@ -149,10 +150,16 @@ struct Trouble {
     std::string words;  // the authority's or somebody else's
 };
 
+/// The events up to this one of them.
+std::span<const Event> Until(const JobFacts& facts, const Event& event) {
+    return {facts.events.data(), static_cast<std::size_t>(&event - facts.events.data()) + 1};
+}
+
 Trouble TroubleOf(const JobFacts& facts, const Event& failure) {
     AuthorityAnswer answer = ReadAnswer(failure);
     // Without a detail the event itself is all that there is.
-    const Advice advice = AdviceFor({failure.event, answer.type, answer.code, facts.job.check_type});
+    const Advice advice = AdviceFor({failure.event, answer.type, answer.code, facts.job.check_type,
+                                     MayHaveIssued(Until(facts, failure))});
     const std::string name = Checked(facts.job);
     Trouble trouble{str::Replace(advice.problem, "%s", name), str::Replace(advice.remedy, "%s", name),
                     answer.words};
@@ -180,6 +187,12 @@ Reason Refused(const JobFacts& facts) {
         {}};
 }
 
+/// The last thing that was told is that all names are proved.
+bool WasCutShort(const JobFacts& facts) {
+    return !facts.events.empty() && facts.events.back().event == "challenge_success" &&
+           facts.job.challenges.empty();
+}
+
 /// The program has looked for its records, and will look again.
 bool IsPaused(const JobFacts& facts) {
     const Job& job = facts.job;
@@ -201,6 +214,10 @@ Reason Waiting(const JobFacts& facts) {
     const Event* failure = Failure(facts.events);
     if (failure != nullptr && job.failures > 0) return Failed(facts, *failure);
     if (IsPaused(facts)) return Paused(facts);
+    if (job.failures > 0 && WasCutShort(facts)) {
+        return {Sentence({"the last run was ended while the authority finished the order", NextRun(facts)}),
+                {}};
+    }
     if (job.failures > 0) {
         return {Sentence({"the last run ended without saying why", "look into the log of the runs",
                           NextRun(facts)}),

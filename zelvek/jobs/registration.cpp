@@ -6,9 +6,10 @@
 namespace zelvek {
 
 std::optional<int> RegistrationUnderWay(Transaction& transaction, const Job& job) {
-    if (!job.kid.empty() || !accounts::Default(transaction).kid.empty()) return std::nullopt;
+    if (!job.kid.empty() || !accounts::Default(transaction, job.authority).kid.empty()) return std::nullopt;
     for (const Job& other : jobs::Running(transaction)) {
-        if (other.id != job.id && other.kid.empty()) return other.id;
+        const bool alike = other.authority == job.authority && other.kid.empty();
+        if (other.id != job.id && alike) return other.id;
     }
     return std::nullopt;
 }

@@ -12,7 +12,9 @@
 #include <vector>
 
 #include "vek/date.h"
+#include "zelvek/base/authority.h"
 #include "zelvek/base/log.h"
+#include "zelvek/store/jobs.h"
 
 namespace zelvek {
 
@@ -134,10 +136,16 @@ void Scheduler::PlanSleep() {
     signals_.next = next.value_or("");
 }
 
+/// Errors: Error.
+std::filesystem::path Scheduler::PluginFor(int job) {
+    Transaction transaction(store_);
+    return authorities::PluginOf(settings_.plugin, jobs::FindShown(transaction, job).authority);
+}
+
 void Scheduler::Start(int job) {
     try {
         const Moment end_by = steady_clock::now() + settings_.run_limit;
-        const auto [run, added] = runs_.emplace(job, Run{PluginRun(settings_.plugin, job), end_by});
+        const auto [run, added] = runs_.emplace(job, Run{PluginRun(PluginFor(job), job), end_by});
         Log(Name(job) + ": run started, process " + std::to_string(run->second.process.pid()));
     } catch (const std::exception& error) {
         Log(Name(job) + ": " + error.what());  // the next look frees the job

@@ -20,7 +20,7 @@ namespace zelvek {
 class Scheduler {
 public:
     struct Settings {
-        std::filesystem::path plugin;
+        std::filesystem::path plugin;  // the first authority's
         // The longest sleep: what no process tells, such as a clock that was set, is noticed then.
         std::chrono::milliseconds interval{60'000};
         std::size_t runs_at_once = 1;
@@ -59,6 +59,7 @@ private:
     void TryStartDue();
     void StartDue();
     void PlanSleep();
+    std::filesystem::path PluginFor(int job);
     void Start(int job);
     bool Reap();
     void EndLateRuns();

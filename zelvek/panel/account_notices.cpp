@@ -1,5 +1,6 @@
 #include "zelvek/panel/account_notices.h"
 
+#include "zelvek/base/authority.h"
 #include "zelvek/store/accounts.h"
 #include "zelvek/store/problems.h"
 
@@ -8,13 +9,18 @@ namespace zelvek {
 namespace {
 
 constexpr const char* kCheckFailed = "account_check_failed";
-constexpr const char* kAbout = "account";
+
+/// Each authority has an account of its own.
+std::string About(const Job& job) {
+    const std::string about = "account";
+    return job.authority == authorities::kFirst ? about : about + " " + job.authority;
+}
 
 }  // namespace
 
 void TellOfAccount(Transaction& transaction, const Job& job, const std::string& before,
                    const std::string& now) {
-    const std::string after = accounts::Default(transaction).kid;
+    const std::string after = accounts::Default(transaction, job.authority).kid;
     if (!before.empty() && after != before) {
         problems::Raise(transaction, {.name = "account_replaced",
                                       .level = "warning",
@@ -24,8 +30,9 @@ void TellOfAccount(Transaction& transaction, const Job& job, const std::string& 
                                       .about = after,
                                       .until_verified = false});
     }
+    const std::string about = About(job);
     if (job.account_check_count == 0) {
-        problems::Resolve(transaction, kCheckFailed, "", kAbout);
+        problems::Resolve(transaction, kCheckFailed, "", about);
         return;
     }
     problems::Raise(transaction,
@@ -34,7 +41,7 @@ void TellOfAccount(Transaction& transaction, const Job& job, const std::string& 
                      .owner = "root",
                      .time = now,
                      .parameters = {{"name", job.certname}, {"kid", job.kid.empty() ? after : job.kid}},
-                     .about = kAbout,
+                     .about = about,
                      .until_verified = false});
 }
 

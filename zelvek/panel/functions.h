@@ -4,6 +4,7 @@
 #include <utility>
 #include <vector>
 
+#include "zelvek/base/authority.h"
 #include "zelvek/base/form.h"
 #include "zelvek/base/process.h"
 #include "zelvek/certificates/install.h"
@@ -37,6 +38,7 @@ struct Services {
     int history_entries = 1000;  // of a job, the newest ones
     ServiceFacts facts = {};
     SiteWatch* sites = nullptr;  // null: nobody looks what web servers show
+    authorities::Places plugins = {};
 };
 
 struct Query {
@@ -73,6 +75,7 @@ Functions Certificates();
 Functions CertificateList();
 Functions Problems();
 Functions Accounts();
+Functions Authorities();
 Functions ServiceStatus();
 
 }  // namespace functions

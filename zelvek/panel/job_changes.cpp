@@ -13,11 +13,13 @@
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/reloader.h"
 #include "zelvek/certificates/site_watch.h"
+#include "zelvek/panel/authorities.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_form.h"
 #include "zelvek/panel/living_runs.h"
 #include "zelvek/panel/repetition.h"
 #include "zelvek/store/history.h"
+#include "zelvek/store/job_authorities.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/problems.h"
 #include "zelvek/store/publications.h"
@@ -30,9 +32,11 @@ namespace {
 using Names = std::vector<std::string>;
 
 void AddJob(Services& services, const Query& query, XmlAnswer& answer) {
-    const Job job = NewJob(query);
+    Job job = NewJob(query);
     Transaction transaction(services.store);
     if (AnsweredBefore(transaction, query, answer)) return;
+    if (job.authority.empty()) job.authority = job_authorities::Default(transaction);
+    CheckAuthority(services, job.authority);
     if (!TakesForeignNames(query)) CheckOwner(transaction, job.user_name, str::Split(job.aliases, " "));
     CheckCertificateIsNew(transaction, job);
     answer.Doc().Value("id", jobs::Add(transaction, job));
@@ -76,8 +80,9 @@ Names NewNames(const Job& edited, const Job& before) {
     return fresh;
 }
 
-/// The job begins anew with its new parameters; the certificate that it has installed stays until the new one
-/// is there. Names that it had already are not asked for their owner again.
+/// The job begins anew with its new parameters, without its account where its authority is another one; the
+/// certificate that it has installed stays until the new one is there. Names that it had already are not
+/// asked for their owner again.
 void EditJob(Services& services, const Query& query, XmlAnswer& answer) {
     const int id = Number(query, "elid");
     const std::string now = vek_date::DateTime().AsDateTime();
@@ -88,6 +93,7 @@ void EditJob(Services& services, const Query& query, XmlAnswer& answer) {
         const Job before = jobs::Find(transaction, id);
         Job edited = EditedJob(query, before);
         edited.id = id;
+        if (edited.authority != before.authority) CheckAuthority(services, edited.authority);
         if (!TakesForeignNames(query)) CheckOwner(transaction, before.user_name, NewNames(edited, before));
         publications::SetUnwanted(transaction, id);
         jobs::Edit(transaction, edited);

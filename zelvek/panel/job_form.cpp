@@ -87,6 +87,7 @@ Job NewJob(const Query& query) {
     job.folder = names::ComparedFolder(job.certname);
     job.user_name = parameters.Get("user_name");
     names::CheckUser(job.user_name);
+    job.authority = parameters.Get("authority");
     job.res_name = parameters.Get("res_name");
     names::CheckText("res_name", job.res_name);
     job.csr_internal_request = CsrRequest(query, job.certname);
@@ -109,6 +110,7 @@ std::map<std::string, std::string> FormOf(const Job& job) {
         {"check_type", job.check_type},
         {"certname", job.certname},
         {"user_name", job.user_name},
+        {"authority", job.authority},
         {"res_name", job.res_name},
         {"skip_account_check", job.skip_account_check ? "on" : "off"},
         {"max_account_check_attempts", str::Str(job.max_account_check_attempts)}};

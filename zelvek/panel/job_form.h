@@ -10,8 +10,8 @@
 /// What people ask for when they add or edit a job.
 namespace zelvek {
 
-/// The job that a query's parameters describe, due at once. Errors: Error of code kValue for what no
-/// certificate could be made or installed with.
+/// The job that a query's parameters describe, due at once; without an authority where they name none.
+/// Errors: Error of code kValue for what no certificate could be made or installed with.
 Job NewJob(const Query& query);
 
 /// What `NewJob` would make this job of, in query form.

@@ -11,6 +11,7 @@
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
 #include "zelvek/panel/repetition.h"
+#include "zelvek/panel/unfetched_notice.h"
 #include "zelvek/store/accounts.h"
 #include "zelvek/store/findings.h"
 #include "zelvek/store/history.h"
@@ -41,7 +42,7 @@ void ReadRecord(Services& services, const Query& query, XmlAnswer& answer) {
     runs::Hold(transaction, id, query.caller);
     jobs::SetRefusal(transaction, id, "");
     NoteRun(transaction, job, now);
-    const accounts::Account account = accounts::Default(transaction);
+    const accounts::Account account = accounts::Default(transaction, job.authority);
     WriteFields(job, JobField::kInRecord, answer.Doc().Value("elid", id));
     answer.Doc().Value("default_kid", account.kid).Value("default_pem", account.acmekey);
     transaction.Commit();
@@ -106,13 +107,14 @@ void WriteRecordBack(Services& services, const Query& query, XmlAnswer& answer) 
     Transaction transaction(services.store);
     if (AnsweredBefore(transaction, query, answer)) return;
     Job job = jobs::Find(transaction, id);
-    const std::string account_before = accounts::Default(transaction).kid;
+    const std::string account_before = accounts::Default(transaction, job.authority).kid;
     CheckHolder(query, job);
     ApplyWriteBack(query, job);
     KeepPublications(transaction, query.caller, job);
     job.last_run = now;
     const auto events = SplitLog(names::MakeText(query.parameters.Get("log")), now);
-    PlanNextRun(job, OutcomeOf(events, !job.refusal.empty()), services.retry, now);
+    const Outcome outcome = OutcomeOfRun(job, events, now);
+    PlanNextRun(job, outcome, services.retry, now);
     WaitForRecords(transaction, job);
     NoteEnd(transaction, job, events, now);
     AskForExamination(transaction, job, events, now);
@@ -120,6 +122,7 @@ void WriteRecordBack(Services& services, const Query& query, XmlAnswer& answer) 
     if (job.verified) problems::ResolveOfCertificate(transaction, job.user_name, job.folder);
     KeepHistory(services, transaction, id, events);
     KeepDefaultAccount(transaction, query, job);
+    if (outcome == Outcome::kUnfetched) TellOfUnfetched(transaction, job, events, now);
     TellOfAccount(transaction, job, account_before, now);
     RememberAnswer(transaction, query, answer);
     transaction.Commit();

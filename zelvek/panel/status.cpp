@@ -1,11 +1,10 @@
 // The service and its jobs in short.
 #include "vek/date.h"
-#include "zelvek/base/authority.h"
 #include "zelvek/base/version.h"
+#include "zelvek/panel/authorities.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/panel/job_fields.h"
 #include "zelvek/panel/living_runs.h"
-#include "zelvek/store/accounts.h"
 #include "zelvek/store/job_lists.h"
 #include "zelvek/store/jobs.h"
 
@@ -23,8 +22,29 @@ void AddService(const Services& services, XmlAnswer& answer) {
         .Value("started", services.facts.started)
         .Value("now", vek_date::DateTime().AsDateTime())
         .Value("database", services.facts.database)
-        .Flag("scheduler", services.facts.scheduler)
-        .Value("authority", DirectoryUrl());
+        .Flag("scheduler", services.facts.scheduler);
+}
+
+/// The one that new jobs get, and each that is in use.
+void AddAuthorities(const Services& services, Transaction& transaction, XmlAnswer& answer) {
+    for (const KnownAuthority& known : KnownAuthorities(services, transaction)) {
+        const bool key = !known.account.acmekey.empty();
+        if (known.is_default) {
+            answer.Doc()
+                .Value("authority", known.authority.directory)
+                .Value("kid", known.account.kid)
+                .Flag("key", key);
+        }
+        if (!known.InUse()) continue;
+        answer.Doc()
+            .Child("used")
+            .Value("name", known.authority.name)
+            .Value("directory", known.authority.directory)
+            .Flag("default", known.is_default)
+            .Value("jobs", known.jobs)
+            .Value("kid", known.account.kid)
+            .Flag("key", key);
+    }
 }
 
 void AddCounts(Transaction& transaction, XmlAnswer& answer) {
@@ -75,8 +95,7 @@ void ShowStatus(Services& services, const Query&, XmlAnswer& answer) {
     AddCounts(transaction, answer);
     AddEnding(transaction, answer);
     AddFailures(transaction, answer);
-    const auto account = accounts::Default(transaction);
-    answer.Doc().Value("kid", account.kid).Flag("key", !account.acmekey.empty());
+    AddAuthorities(services, transaction, answer);
     transaction.Commit();
 }
 

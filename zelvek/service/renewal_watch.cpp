@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <set>
 
 #include "vek/date.h"
 #include "zelvek/base/error.h"
@@ -35,24 +36,32 @@ restarts::Validity Suggested(const Job& job, const std::string& name,
     return validity;
 }
 
-void AskForRenewals(Services& services, renewal_info::Authority& authority) {
+renewal_info::Authority* AskedAuthorities::Of(const std::string& name) {
+    const std::string directory = directory_of_(name);
+    if (directory.empty()) return nullptr;
+    return &by_directory_.try_emplace(directory, directory).first->second;
+}
+
+void AskForRenewals(Services& services, AskedAuthorities& authorities) {
     const std::string now = DateTime().AsDateTime();
     std::vector<Job> some;
     {
         Transaction transaction(services.store);
         some = restarts::RenewalToAskFor(transaction, now, kAskedAtOnce);
     }
-    bool away = false;
+    std::set<std::string> away;
     for (const Job& job : some) {
-        if (authority.Ending()) return;
+        if (authorities.Ending()) return;
+        renewal_info::Authority* const authority = authorities.Of(job.authority);
+        const bool asked = authority != nullptr && !away.contains(job.authority);
         restarts::Validity validity{job.expires, job.renew, After(now, kHalfDay)};
         const std::string name = install::InstalledRenewalName(services.install, job.user_name, job.certname);
         try {
-            if (!name.empty() && !away) validity = Suggested(job, name, authority.Ask(name), now);
+            if (!name.empty() && asked) validity = Suggested(job, name, authority->Ask(name), now);
         } catch (const std::exception& error) {
             Log("job " + std::to_string(job.id) + ": asking when to renew its certificate: " + error.what());
             // Where no answer comes, the others of this round would wait for the same.
-            away = dynamic_cast<const Error*>(&error) == nullptr;
+            if (dynamic_cast<const Error*>(&error) == nullptr) away.insert(job.authority);
         }
         Transaction transaction(services.store);
         restarts::SetRenewal(transaction, job, validity.renew, validity.ask);

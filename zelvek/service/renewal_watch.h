@@ -1,6 +1,9 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
+#include <functional>
+#include <map>
 #include <string>
 
 #include "zelvek/base/job.h"
@@ -17,24 +20,47 @@ namespace zelvek {
 restarts::Validity Suggested(const Job& job, const std::string& name,
                              const renewal_info::Suggestion& suggestion, const std::string& now);
 
-/// Asks the authority when to renew the certificates whose time to ask has come, some of them. Where it does
-/// not answer they are renewed as they would be without it, and it is asked again half a day later.
-void AskForRenewals(Services& services, renewal_info::Authority& authority);
+/// The authorities that are asked, each by its own directory.
+class AskedAuthorities {
+public:
+    /// The URL of the directory of the authority of this name; empty where nobody knows it.
+    using DirectoryOf = std::function<std::string(const std::string& name)>;
+
+    explicit AskedAuthorities(DirectoryOf directory_of) : directory_of_(std::move(directory_of)) {}
+
+    /// Null where nobody knows its directory; nothing is asked before `Ask`.
+    renewal_info::Authority* Of(const std::string& name);
+
+    /// Nobody is to ask any more, on whatever thread; a question under way takes seconds.
+    void End() { ending_ = true; }
+    bool Ending() const { return ending_; }
+
+private:
+    DirectoryOf directory_of_;
+    std::map<std::string, renewal_info::Authority> by_directory_;
+    std::atomic<bool> ending_{false};
+};
+
+/// Asks their authorities when to renew the certificates whose time to ask has come, some of them. Where one
+/// does not answer they are renewed as they would be without it, and it is asked again half a day later.
+void AskForRenewals(Services& services, AskedAuthorities& authorities);
 
 /// Does that on a thread of its own, at once and then after each interval.
 class RenewalWatch {
 public:
-    /// `directory` is the authority's.
-    RenewalWatch(Services& services, const std::string& directory, std::chrono::milliseconds interval)
-        : authority_(directory), asking_("renewal information", interval, [this, &services] {
-              AskForRenewals(services, authority_);
-          }) {}
+    RenewalWatch(Services& services, std::chrono::milliseconds interval)
+        : authorities_([&services](const std::string& name) {
+              const auto found = authorities::Find(services.plugins, name);
+              return found ? found->directory : std::string();
+          }),
+          asking_("renewal information", interval,
+                  [this, &services] { AskForRenewals(services, authorities_); }) {}
 
     /// Asks for nothing more.
-    void End() { authority_.End(); }
+    void End() { authorities_.End(); }
 
 private:
-    renewal_info::Authority authority_;
+    AskedAuthorities authorities_;
     Periodic asking_;
 };
 

@@ -11,7 +11,6 @@
 
 #include "vek/date.h"
 #include "vek/proc.h"
-#include "zelvek/base/authority.h"
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/folder.h"
@@ -147,6 +146,7 @@ void Serve(const ServeOptions& options) {
     notices::Notifier notifier(store, options.notify);
     Looks looks(store, publisher, options);
     services.sites = looks.sites();
+    services.plugins = {options.plugin, options.authorities};
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });
     std::optional<Responder> responder;
@@ -156,7 +156,7 @@ void Serve(const ServeOptions& options) {
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
     notifier.Start(options.sweep_interval);
     std::optional<RenewalWatch> asking;
-    if (options.renewal_info) asking.emplace(services, DirectoryUrl(), options.sweep_interval);
+    if (options.renewal_info) asking.emplace(services, options.sweep_interval);
     const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
     std::optional<Scheduler> scheduler;
     if (options.scheduler) scheduler.emplace(store, SchedulerSettings(options));

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "zelvek/base/authority.h"
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/reloader.h"
@@ -28,6 +29,7 @@ struct ServeOptions {
     SiteWatch::Settings site_watch;
     std::string responder;  // address and port; empty: answer files are served by another web server
     std::filesystem::path plugin = PluginBesideProgram();
+    std::filesystem::path authorities = authorities::DescriptionsOfProgram();
     bool scheduler = true;
     std::chrono::milliseconds scheduler_interval{60'000};
     int runs_at_once = 2 * static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));

@@ -25,9 +25,14 @@ void AddDnsOption(Command& serve, const dns::Option& option, dns::Settings& sett
 void AddJobOptions(Command& serve, ServeOptions& options) {
     constexpr int kMostRuns = 1000;
     constexpr int kMostOrders = 1000000;
-    serve.AddOption("--plugin", options.plugin, "The ACME plug-in")
+    serve.AddOption("--plugin", options.plugin, "The ACME plug-in; those for other authorities lie beside it")
         .NotEmpty()
         .DefaultText("ambrin beside zelvek");
+    serve
+        .AddOption("--authorities-dir", options.authorities,
+                   "What plug-ins beside it are for, NAME.conf files")
+        .NotEmpty()
+        .DefaultText("of the installation");
     serve.AddSwitch("--scheduler", options.scheduler, "Whether due jobs are started: on or off");
     serve.AddOption("--scheduler-interval", options.scheduler_interval,
                     "Seconds between looks at the jobs, where nothing is due before");

@@ -219,9 +219,12 @@ void Edit(Transaction& transaction, const Job& job) {
         return field.writer == JobField::Writer::kPanel && field.key != std::string("time_started");
     });
     static const std::string text = UpdateText(fields);
+    const bool moved = FindShown(transaction, job.id).authority != job.authority;
     Statement update = transaction.Prepare(text);
     Give(update, job, fields);
     update.With(job.id).Run();
+    // No other authority knows the account.
+    if (moved) accounts::SetOfJob(transaction, job.id, {});
     job_names::Set(transaction, job.id, job.aliases);
 }
 

@@ -428,6 +428,30 @@ CREATE TABLE site_check (
 CREATE INDEX site_check_by_next ON site_check (next);
 )sql";
 
+// Each job has an authority, and so has each account: older versions had one alone. How many jobs each has is
+// counted, as with their states.
+constexpr const char* kAuthorities = R"sql(
+ALTER TABLE job ADD COLUMN authority TEXT NOT NULL DEFAULT 'ambrin';
+ALTER TABLE account ADD COLUMN authority TEXT NOT NULL DEFAULT 'ambrin';
+CREATE TABLE authority_count (
+    authority TEXT PRIMARY KEY,
+    jobs INTEGER NOT NULL
+) STRICT;
+INSERT INTO authority_count (authority, jobs) SELECT 'ambrin', count(*) FROM job;
+CREATE TRIGGER job_added_to_authority AFTER INSERT ON job BEGIN
+    INSERT INTO authority_count (authority, jobs) VALUES (NEW.authority, 1)
+        ON CONFLICT (authority) DO UPDATE SET jobs = authority_count.jobs + 1
+    ; END;
+CREATE TRIGGER job_given_to_authority AFTER UPDATE OF authority ON job BEGIN
+    UPDATE authority_count SET jobs = jobs - 1 WHERE authority = OLD.authority
+    ; INSERT INTO authority_count (authority, jobs) VALUES (NEW.authority, 1)
+        ON CONFLICT (authority) DO UPDATE SET jobs = authority_count.jobs + 1
+    ; END;
+CREATE TRIGGER job_removed_from_authority AFTER DELETE ON job BEGIN
+    UPDATE authority_count SET jobs = jobs - 1 WHERE authority = OLD.authority
+    ; END;
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
@@ -452,7 +476,8 @@ const std::vector<const char*>& Migrations() {
                                                      kCounts,
                                                      kServed,
                                                      kExaminations,
-                                                     kSiteChecks};
+                                                     kSiteChecks,
+                                                     kAuthorities};
     return migrations;
 }
 

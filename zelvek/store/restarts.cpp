@@ -65,11 +65,11 @@ std::vector<Job> RenewalToAskFor(Transaction& transaction, const std::string& no
     std::vector<Job> found;
     Job job;
     Statement select = transaction.Prepare(
-        "SELECT id, certname, user_name, folder, expires, renew FROM job"
+        "SELECT id, certname, user_name, folder, expires, renew, authority FROM job"
         " WHERE verified = 1 AND ask_renewal > '' AND ask_renewal <= :now ORDER BY ask_renewal, id LIMIT "
         ":most");
     select.With(now).With(limit).Into(job.id).Into(job.certname).Into(job.user_name).Into(job.folder);
-    select.Into(job.expires).Into(job.renew);
+    select.Into(job.expires).Into(job.renew).Into(job.authority);
     while (select.Next()) found.push_back(job);
     return found;
 }

@@ -31,7 +31,7 @@ void SetRenewal(Transaction& transaction, const Job& asked, const std::string& r
 long long PlannedBetween(Transaction& transaction, const std::string& from, const std::string& before);
 
 /// Verified jobs of whose certificates the authority is to be asked at `now`, at most `limit`; certname,
-/// user, folder, expires and renew alone.
+/// user, folder, expires, renew and authority alone.
 std::vector<Job> RenewalToAskFor(Transaction& transaction, const std::string& now, int limit);
 
 /// Verified jobs, not paused, whose renewal is due at `now`, the longest due first, at most `limit`.

@@ -129,6 +129,34 @@ TEST_F(Problem, IsClearedByHand) {
     EXPECT_EQ(Zelvek({"problem", "clear", "17"}).err, "zelvek: there is no notification 17\n");
 }
 
+// Behaviour: An order that was finalized and gave no certificate is told to the administrator once, until
+//   the certificate is there; the next run is due about a day later, and one that asks for a time has it
+TEST_F(Problem, OfACertificateThatWasNotFetchedIsToldOnce) {
+    const std::string id = AddShop();
+    const std::string proved = "2026-01-01 00:00:00,processing,challenge_success,;";
+    const std::string refused =
+        "2026-01-01 00:00:01,failed,cert_order_fail,<p><b>Return code:</b> 403</p></br><p><b>Details:</b> is "
+        "processing</p>";
+    const auto end = [&](const std::map<std::string, std::string>& entries) {
+        ReadJob(id);
+        Write(id, entries);
+        return Ask("func=zelvek.job.show", {{"elid", id}});
+    };
+    const std::string waits = vek_date::DateTime().AddSeconds(300).AsDateTime();
+    EXPECT_EQ(end({{"log", proved + refused}, {"next_attempt", waits}}).value("due"), waits);
+    EXPECT_THAT(Listed("open"), IsEmpty());
+    const std::string soonest = vek_date::DateTime().AddSeconds(20 * 3600).AsDateTime();
+    for (int orders = 0; orders < 2; ++orders) {
+        const auto shown = end({{"log", proved + refused}});
+        EXPECT_GE(shown.value("due"), soonest);
+        EXPECT_EQ(shown.value("failures"), std::to_string(orders + 1));
+        EXPECT_THAT(Listed("open"),
+                    ElementsAre("certificate_not_fetched root raised " + std::to_string(orders + 1)));
+    }
+    end({{"verified", "on"}});
+    EXPECT_THAT(Listed("open"), IsEmpty());
+}
+
 // Behaviour: An account check that fails is told, until one succeeds; that the panel has another account
 // after it is told
 //   with both, and both name the option that leaves such checks out

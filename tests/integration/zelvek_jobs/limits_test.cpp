@@ -91,6 +91,27 @@ TEST_P(Counted, OrdersOfAnAccountWithinThreeHours) {
     EXPECT_EQ(Until(third, Later(3 * 3600 + 1), two), "");
 }
 
+// Behaviour: What one authority allows is counted without the use of another one: orders before there is
+//   an account, and failed checks
+TEST_P(Counted, AuthoritiesAreCountedApart) {
+    Job here = JobFor(1, "shop.example");
+    here.kid.clear();
+    Job there = here;
+    there.id = 2;
+    there.authority = "ambrin-other";
+    Do([&](Transaction& transaction) { NoteRun(transaction, here, kNow); });
+    EXPECT_EQ(Until(there, kNow, {1, 1}), "");
+    Do([&](Transaction& transaction) { NoteRun(transaction, there, kNow); });
+    Job third = there;
+    third.id = 3;
+    EXPECT_EQ(Until(third, kNow, {1, 9}), Later(3601));
+    EXPECT_EQ(Until(third, kNow, {9, 1}), Later(3 * 3600 + 1));
+    Run(there, kFailed, kNow);
+    Do([&](Transaction& transaction) { NoteEnd(transaction, here, {}, kNow); });
+    EXPECT_EQ(Until(here, kNow, {1, 9}), "");
+    EXPECT_EQ(Until(third, kNow, {1, 9}), Later(3601));
+}
+
 // Behaviour: A run that died may have placed its order, so that counts
 TEST_P(Counted, ADeadRunHasOrdered) {
     const Limits one{1, 1};

@@ -11,8 +11,9 @@ namespace {
 
 class AskedRenewals : public StoreTest {
 protected:
-    int AddToAskFor() {
+    int AddToAskFor(const std::string& authority = "ambrin") {
         Job job;
+        job.authority = authority;
         job.user_name = "anna";
         job.certname = job.folder = std::to_string(++names_) + ".example";
         job.verified = true;
@@ -26,7 +27,8 @@ protected:
     Publisher publisher_{store(), "answers", nullptr};
     Reloader reloader_{store(), {}};
     Services services_{store(), publisher_, nullptr, {"certs"}, reloader_, {}};
-    renewal_info::Authority authority_{"no URL"};
+    AskedAuthorities authorities_{
+        [](const std::string& name) { return name == "ambrin-gone" ? std::string() : "no URL of " + name; }};
     int names_ = 0;
 };
 
@@ -38,12 +40,25 @@ INSTANTIATE_TEST_SUITE_P(Engines, AskedRenewals, ::testing::ValuesIn(Engines()),
 // for no further one
 TEST_P(AskedRenewals, EndWithTheService) {
     const int asked = AddToAskFor();
-    AskForRenewals(services_, authority_);
+    AskForRenewals(services_, authorities_);
     EXPECT_EQ(FindJob(asked).ask_renewal, "2031-05-02 00:00:00");
     const int left = AddToAskFor();
-    authority_.End();
-    AskForRenewals(services_, authority_);
+    authorities_.End();
+    AskForRenewals(services_, authorities_);
     EXPECT_EQ(FindJob(left).ask_renewal, "2031-05-01 11:00:00");
+}
+
+// Behaviour: Each authority is asked by its own directory; one whose plug-in is gone is not asked, and
+//   later again
+TEST_P(AskedRenewals, GoToTheDirectoryOfTheJobsAuthority) {
+    renewal_info::Authority* const first = authorities_.Of("ambrin");
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(authorities_.Of("ambrin"), first) << "its directory is remembered";
+    EXPECT_NE(authorities_.Of("ambrin-other"), first);
+    EXPECT_EQ(authorities_.Of("ambrin-gone"), nullptr);
+    const int gone = AddToAskFor("ambrin-gone");
+    AskForRenewals(services_, authorities_);
+    EXPECT_EQ(FindJob(gone).ask_renewal, "2031-05-02 00:00:00");
 }
 
 }  // namespace

@@ -73,6 +73,19 @@ TEST_P(ClaimedTurns, TheFirstRegistrationHoldsTheOthersBack) {
     EXPECT_THAT(Claim(9), ElementsAre(second));
 }
 
+// Behaviour: A first registration holds back no job of another authority
+TEST_P(ClaimedTurns, AFirstRegistrationElsewhereHoldsNobodyBack) {
+    const int first = Add("anna", "2031-05-01 10:00:00");
+    Job job = FindJob(first);
+    job.authority = "ambrin-other";
+    job.aliases = "other.example";
+    const int elsewhere = AddJob(job);
+    const int held = AddJob(job);
+    EXPECT_THAT(Claim(9), ElementsAre(first, elsewhere));
+    GivePanelAnAccount();
+    EXPECT_THAT(Claim(9), IsEmpty()) << held << " waits for its own authority's";
+}
+
 // Behaviour: As long as the panel has no account ...
 TEST_P(ClaimedTurns, AFailedRegistrationLetsTheNextTry) {
     const int first = Add("anna", "2031-05-01 10:00:00");

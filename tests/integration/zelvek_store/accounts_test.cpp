@@ -38,9 +38,17 @@ protected:
         return {found.kid, found.acmekey, found.modulus};
     }
 
-    Account Default() {
+    Account Default(const std::string& authority = "ambrin") {
         Transaction transaction(store());
-        return accounts::Default(transaction);
+        return accounts::Default(transaction, authority);
+    }
+
+    int AddOf(const std::string& authority, const Account& account) {
+        Job job;
+        job.authority = authority;
+        const int id = AddJob(job);
+        Set(id, account);
+        return id;
     }
 
     long long Kept() { return Rows("account"); }
@@ -153,6 +161,45 @@ TEST_P(StoredAccounts, TheDefaultIsSharedByTheJobsThatTakeIt) {
     const int id = AddWith(Default());
     EXPECT_EQ(Of(id), kOne);
     EXPECT_EQ(Kept(), 1);
+}
+
+// Behaviour: Each authority has a panel-wide account and entries of its own, though texts are the same
+TEST_P(StoredAccounts, BelongToAnAuthority) {
+    const int first = AddWith(kOne);
+    const int other = AddOf("ambrin-other", kOne);
+    EXPECT_EQ(Kept(), 2);
+    MakeDefault(other);
+    EXPECT_EQ(Default(), Account{});
+    EXPECT_EQ(Default("ambrin-other"), kOne);
+    MakeDefault(first);
+    Remove(first);
+    Remove(other);
+    Reopen();
+    EXPECT_EQ(Default(), kOne);
+    EXPECT_EQ(Default("ambrin-other"), kOne);
+    EXPECT_EQ(Default("ambrin-third"), Account{});
+    MakeDefault(AddOf("ambrin-other", kTwo));
+    EXPECT_EQ(Default(), kOne);
+    EXPECT_EQ(Kept(), 2) << "the other authority's one before is gone";
+}
+
+// Behaviour: A job that is given to another authority has no account there, and one that nobody else uses
+//   is removed
+TEST_P(StoredAccounts, AreNotTakenToAnotherAuthority) {
+    const int id = AddWith(kOne);
+    Do([&](Transaction& transaction) {
+        Job job = jobs::Find(transaction, id);
+        job.res_name = "somebody";
+        jobs::Edit(transaction, job);
+    });
+    EXPECT_EQ(Of(id), kOne);
+    Do([&](Transaction& transaction) {
+        Job job = jobs::Find(transaction, id);
+        job.authority = "ambrin-other";
+        jobs::Edit(transaction, job);
+    });
+    EXPECT_EQ(Of(id), Account{});
+    EXPECT_EQ(Kept(), 0);
 }
 
 // Behaviour: Any text comes back from the store unchanged ...

@@ -286,6 +286,7 @@ TEST_P(StoredJobs, AreEdited) {
     const int id = AddJob(before);
     Job edited = FilledJob("b");
     edited.id = id;
+    edited.authority = before.authority;  // another one has other accounts
     Do([&](Transaction& transaction) { jobs::Edit(transaction, edited); });
     for (const JobField& field : kJobFields) {
         const bool changes =

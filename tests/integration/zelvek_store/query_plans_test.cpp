@@ -16,6 +16,7 @@
 #include "zelvek/store/domains.h"
 #include "zelvek/store/findings.h"
 #include "zelvek/store/history.h"
+#include "zelvek/store/job_authorities.h"
 #include "zelvek/store/job_lists.h"
 #include "zelvek/store/job_names.h"
 #include "zelvek/store/jobs.h"
@@ -57,8 +58,8 @@ const std::set<std::string> kOverTimes{
     "sqlite_autoindex_job_name_1", "site_check_by_next"};
 
 // Tables that stay small: the sweep forgets readers that have died, "waiting" is what is due, and "busy" has
-// the users with runs under way.
-const std::set<std::string> kSmallTables{"reader", "waiting", "busy"};
+// the users with runs under way; there are few authorities.
+const std::set<std::string> kSmallTables{"reader", "waiting", "busy", "authority_count"};
 
 // The index of which just what is looked for is read, so that it may be sorted: the jobs that are due, for
 // users to take turns.
@@ -303,7 +304,11 @@ Operations JobOperations() {
              accounts::SetOfJob(transaction, 3, {"k", "key", "m"});
              accounts::SetOfJob(transaction, 3, {});
          }},
-        {"accounts::Default", [](Transaction& transaction) { accounts::Default(transaction); }},
+        {"accounts::Default", [](Transaction& transaction) { accounts::Default(transaction, "ambrin"); }},
+        {"job_authorities::Default", [](Transaction& transaction) { job_authorities::Default(transaction); }},
+        {"job_authorities::SetDefault",
+         [](Transaction& transaction) { job_authorities::SetDefault(transaction, "a"); }},
+        {"job_authorities::Counts", [](Transaction& transaction) { job_authorities::Counts(transaction); }},
         {"accounts::MakeDefault",
          [](Transaction& transaction) {
              accounts::MakeDefault(transaction, 4);

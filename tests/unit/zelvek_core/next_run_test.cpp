@@ -113,6 +113,14 @@ TEST(Pause, GrowsWithFailuresByTheirKind) {
     EXPECT_EQ(Pauses(Outcome::kForPeople), (std::vector<long>{10, 1440, 1440, 1440, 1440, 1440, 1440, 1440}));
 }
 
+// Behaviour: Where a certificate may have been issued that nobody has, the next order comes about a day
+//   later at once, and after one quick try where the run was only ended early: an authority limits the
+//   certificates of a name
+TEST(Pause, IsADayAtOnceWhereACertificateMayHaveBeenIssued) {
+    EXPECT_EQ(Pauses(Outcome::kUnfetched), std::vector<long>(8, 1440));
+    EXPECT_EQ(Pauses(Outcome::kCutShort), (std::vector<long>{1, 1440, 1440, 1440, 1440, 1440, 1440, 1440}));
+}
+
 // Behaviour: A job that fails waits longer each time ...
 TEST(Pause, OfADayIsSpreadAndFollowsTheRetryInterval) {
     EXPECT_EQ(PauseAfter(Outcome::kRefused, 9, kPolicy, 1), std::chrono::hours(20));

@@ -113,7 +113,8 @@ TEST(ReasonOfAJob, StatusAndEventSayWhatAnUnknownProblemMeans) {
         {"order_failed", "The authority refused the order (\"no\"); "},
         {"registration_fail", "The authority refused to register an account (\"no\"); "},
         {"authorization_fail", "The authority refused to say how shop.example is to be proved (\"no\"); "},
-        {"cert_order_fail", "The authority refused to issue the certificate (\"no\"); "},
+        {"cert_order_fail",
+         "The authority refused to issue the certificate, or to say what becomes of it (\"no\"); "},
         {"cert_recive_failed",
          "The authority has issued the certificate, and did not give it out (\"no\"); "},
         {"acme_request_error", "The authority refused a request (\"no\"); "},
@@ -132,10 +133,6 @@ TEST(ReasonOfAJob, WhatFailsWithoutAnAnswerHasSentencesToo) {
         "The authority could not be reached (\"a.example: no route url: https://a.example/d\"); see that this"
         " server reaches it: network, name servers, trusted roots" +
             kDue);
-    EXPECT_EQ(SentenceOf(Facts({Failed("cert_order_req_attempt")})),
-              "The authority gave up the order, and does not say why; nobody has to do anything: the next run"
-              " places a new one" +
-                  kDue);
     EXPECT_THAT(
         SentenceOf(Facts({Failed("hardreplace_error", "the disk is full")})),
         StartsWith("The certificate was issued, but could not be installed (\"the disk is full\"); "));
@@ -145,6 +142,8 @@ TEST(ReasonOfAJob, WhatFailsWithoutAnAnswerHasSentencesToo) {
     JobFacts died = Facts({Step("order_success")});
     EXPECT_EQ(SentenceOf(died),
               "The last run ended without saying why; look into the log of the runs" + kDue);
+    EXPECT_EQ(SentenceOf(Facts({Step("order_success"), Step("challenge_success")})),
+              "The last run was ended while the authority finished the order" + kDue);
 }
 
 // Behaviour: A check that fails without a reason is told as that, not as the order that is not ready after it
@@ -156,13 +155,46 @@ TEST(ReasonOfAJob, AHiddenReasonIsSaidToBeHidden) {
     EXPECT_EQ(SentenceOf(Facts({Failed("challenge_req_attempt"), Step("challenge_success"), not_ready})),
               hidden);
     EXPECT_EQ(SentenceOf(Facts({Failed("challenge_req_attempt")})), hidden);
-    EXPECT_THAT(SentenceOf(Facts({Failed("challenge_req_attempt"), Step("order_success"), not_ready})),
-                StartsWith("The authority refused to issue the certificate (\"Order is not ready\"); "))
+    EXPECT_THAT(
+        SentenceOf(Facts({Failed("challenge_req_attempt"), Step("order_success"), not_ready})),
+        StartsWith("The authority refused to issue the certificate, or to say what becomes of it (\"Order is "
+                   "not ready\"); "))
         << "another run's";
     const auto caa = Refused("cert_order_fail", 403, "urn:ietf:params:acme:error:caa no");
     EXPECT_THAT(SentenceOf(Facts({Failed("challenge_req_attempt"), caa})), StartsWith("The CAA records of "));
     EXPECT_THAT(SentenceOf(Facts({Failed("challenge_req_attempt"), Refused("cert_order_fail", 500, "ill")})),
                 StartsWith("The authority has trouble of its own "));
+}
+
+// Behaviour: Of an order that was finalized and gave no certificate a person is told that the authority
+//   may finish it later, what waits for such authorities, and that orders come about a day apart
+TEST(ReasonOfAJob, AnUnfetchedCertificateIsToldWithWhatWaitsForIt) {
+    const std::string later =
+        "; where it finishes orders later, use the program that waits for that: see docs/authorities.md; "
+        "orders are"
+        " placed about a day apart, since an authority limits the certificates of a name" +
+        kDue;
+    EXPECT_EQ(SentenceOf(Facts({Step("challenge_success"), Failed("cert_order_req_attempt")})),
+              "The authority took the order, and did not give its certificate" + later);
+    EXPECT_EQ(
+        SentenceOf(Facts({Step("challenge_success"), Refused("cert_order_fail", 400, "no")})),
+        "The authority refused to issue the certificate, or to say what becomes of it (\"no\")" + later);
+    EXPECT_EQ(SentenceOf(Facts({Step("cert_order_success"), Refused("cert_recive_failed", 404, "no")})),
+              "The authority has issued the certificate, and did not give it out (\"no\"); orders are placed "
+              "about a day"
+              " apart, since an authority limits the certificates of a name" +
+                  kDue);
+    EXPECT_EQ(SentenceOf(Facts({Step("cert_order_success"), Failed("http_query_error", "no route")})),
+              "The authority has issued the certificate, and did not give it out (\"no route\"); orders are "
+              "placed about"
+              " a day apart, since an authority limits the certificates of a name" +
+                  kDue);
+    EXPECT_THAT(SentenceOf(Facts({Refused("cert_order_fail", 403, "urn:ietf:params:acme:error:badCSR no")})),
+                StartsWith("The authority does not take the certificate's request "));
+    JobFacts stopped = Facts({Failed("cert_order_req_attempt"), Failed("timeout_error")});
+    stopped.job.failed = true;
+    EXPECT_THAT(SentenceOf(stopped),
+                HasSubstr("; the authority took the order, and did not give its certificate; where"));
 }
 
 // Behaviour: A request that fails since there was no nonce is told by what kept the nonce away
