@@ -13,6 +13,7 @@ import secrets
 import threading
 
 from ca import names_of
+from client import encode
 from tls_server import Answer, TlsServer, json_answer
 
 SHA256_PREFIX = bytes.fromhex("3031300d060960864801650304020105000420")  # DigestInfo of RFC 8017, section 9.2
@@ -81,6 +82,11 @@ class Authority:
     def resources(self):
         """The resources asked for, in order, without the nonces."""
         return [exchange.resource for exchange in self.requests() if exchange.resource != "nonce"]
+
+    def register(self, key):
+        """The URL of an account that nobody has to ask for."""
+        with self._lock:
+            return self._add_account(key.jwk)
 
     def set_account_status(self, kid, status):
         with self._lock:
@@ -185,9 +191,12 @@ class Authority:
         for kid, account in self._accounts.items():
             if account["key"] == key:
                 return json_answer({"status": account["status"]}, 200, Location=kid)
+        return json_answer({"status": "valid"}, 201, Location=self._add_account(key))
+
+    def _add_account(self, jwk):
         kid = f"{self._base}/account/{len(self._accounts) + 1}"
-        self._accounts[kid] = {"key": key, "status": "valid"}
-        return json_answer({"status": "valid"}, 201, Location=kid)
+        self._accounts[kid] = {"key": jwk, "status": "valid"}
+        return kid
 
     def _account(self, exchange, kid, *_):
         if self._base + exchange.path != kid:
@@ -289,10 +298,6 @@ def decode(text):
     if not re.fullmatch(r"[A-Za-z0-9_-]*", text):
         raise Problem("malformed", "not base64url without padding")
     return base64.urlsafe_b64decode(text + "=" * (-len(text) % 4))
-
-
-def encode(data):
-    return base64.urlsafe_b64encode(data).rstrip(b"=").decode()
 
 
 def thumbprint(key):

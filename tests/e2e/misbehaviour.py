@@ -7,7 +7,7 @@ import re
 import time
 
 from authority import problem
-from fixture import SharedWorldTest
+from fixture import SharedWorldTest, account_key
 from process import LONG
 from tls_server import Answer, json_answer
 from world import DIRECTORY_HOST, INSTALLED
@@ -157,7 +157,7 @@ class Run:
 
 
 class AuthorityTest(SharedWorldTest):
-    """Jobs that use the account of an earlier one, and an authority that misbehaves when told to."""
+    """Jobs that use the default account, and an authority that misbehaves when told to."""
 
     @classmethod
     def setUpClass(cls):
@@ -166,10 +166,7 @@ class AuthorityTest(SharedWorldTest):
         cls.authority = cls.world.authority
         cls.world.start_service("--sweep-interval", "0.5")
         cls.world.add_domain("shop.example")
-        first = cls.add_job()
-        if cls.world.run_job(first) != INSTALLED:
-            raise AssertionError(f"no account to begin with\n{cls.world.describe()}")
-        cls.kid = cls.world.job(first)["kid"]
+        cls.kid = cls.world.take_account(account_key())
 
     @classmethod
     def add_job(cls, *options):
