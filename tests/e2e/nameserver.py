@@ -5,6 +5,7 @@ import re
 import secrets
 import subprocess
 
+import dns_query
 from process import Background, LONG
 
 ADDRESS = "127.0.0.1"
@@ -93,10 +94,8 @@ class NameServer:
         return QUERY.findall(self._process.log())
 
     def look_up(self, name, kind, server=ADDRESS):
-        """The data of the records there, one text each."""
-        answer = subprocess.run(["dig", "+short", "+tries=1", "+time=2", f"@{server}", kind, name],
-                                capture_output=True, text=True, check=False, timeout=LONG).stdout
-        return [line for line in answer.splitlines() if not line.startswith(";")]
+        """The data of the records there, one text each; None where nobody answers."""
+        return dns_query.look_up(server, name, kind)
 
     def update(self, *lines):
         """A dynamic update of a test's own, such as `delete NAME TXT`, beside what the service does."""

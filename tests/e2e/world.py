@@ -6,6 +6,7 @@ import os
 import re
 import signal
 import sqlite3
+import ssl
 import subprocess
 from datetime import datetime, timedelta, timezone
 
@@ -206,10 +207,12 @@ class World:
 
     def leaked_secrets(self):
         """Places in any log where a private key, or a line of one, is to be read."""
-        keys = self.account_keys() if os.path.exists(self.database) else set()
+        keys = {key: public_half(key) for key in (self.account_keys() if os.path.exists(self.database) else ())}
         for folder, _, files in os.walk(self.certificates):
-            keys |= {key for name in files if name == "privkey.pem" for key in PRIVATE_KEY.findall(read(os.path.join(folder, name)))}
-        lines = {"PRIVATE KEY"} | {line for key in keys for line in secret_lines(key)}
+            if "privkey.pem" in files:
+                for key in PRIVATE_KEY.findall(read(os.path.join(folder, "privkey.pem"))):
+                    keys[key] = public_half_beside(folder) or public_half(key)
+        lines = {"PRIVATE KEY"} | {line for key, public in keys.items() for line in secret_lines(key, public)}
         lines |= {self.dns.secret} if self.dns else set()
         logs = {name: read(os.path.join(folder, name)) for folder in {self.logs, self.plugin_logs} for name in os.listdir(folder)}
         return sorted({f"{name} (…{line[-8:]})" for name, text in logs.items() for line in lines if line in text})
@@ -247,7 +250,16 @@ class World:
             raise AssertionError("\n".join(complaints))
 
 
-def secret_lines(key):
+def public_half(key):
+    return openssl("pkey", "-pubout", "-outform", "DER", data=key.encode())
+
+
+def public_half_beside(folder):
+    """What a key's certificate shows of it, without a process for each; nothing where there is none."""
+    path = os.path.join(folder, "cert.pem")
+    return ssl.PEM_cert_to_DER_cert(read(path)) if os.path.exists(path) else b""
+
+
+def secret_lines(key, public):
     """The lines of a private key's PEM that do not hold its public half alone: that may be read everywhere."""
-    public = openssl("pkey", "-pubout", "-outform", "DER", data=key.encode())
     return [line for line in key.splitlines()[1:-1] if base64.b64decode(line) not in public]
