@@ -195,6 +195,10 @@ class World:
         with contextlib.closing(sqlite3.connect(f"file:{self.database}?mode=ro", uri=True)) as database:
             return [value for (value,) in database.execute("select value from publication where name = ?", (name,))]
 
+    def count_events(self, job):
+        with contextlib.closing(sqlite3.connect(f"file:{self.database}?mode=ro", uri=True)) as database:
+            return database.execute("select count(*) from job_event where job = ?", (job,)).fetchone()[0]
+
     def wait_run_over(self, job):
         wait_until(lambda: not self.job(job)["processing"], f"the run of job {job} is over")
 
