@@ -5,7 +5,7 @@ from world import INSTALLED, NOTHING_TO_DO, WEB_ADDRESS
 
 
 class DnsStepTest(StepTest):
-    job_options = ("--check", "dns")
+    check_type = "dns"
 
     @classmethod
     def setUpClass(cls):

@@ -173,7 +173,8 @@ class AuthorityTest(SharedWorldTest):
     @classmethod
     def add_job(cls, *options):
         """A job that asks nothing about its account, unless told otherwise."""
-        return cls.world.add_job("shop.example", "--csr", "key_type=ec", "--certname", f"job-{next(cls.numbers)}", *(options or ["--skip-account-check"]))
+        return cls.world.add_job("shop.example", "--csr", "key_type=ec", "--certname", f"job-{next(cls.numbers)}",
+                                 *(options or ["--skip-account-check"]))
 
     def setUp(self):
         self.job = self.add_job()

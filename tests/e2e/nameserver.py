@@ -74,7 +74,7 @@ class NameServer:
         addresses = "".join(f"{address}; " for address in (ADDRESS, *resolvers))
         served = "".join(ZONE.format(zone=zone, who="none" if zone in read_only else 'key "panel"') for zone in self.zones)
         write(os.path.join(self._folder, "named.conf"), CONFIG.format(folder=FOLDER, addresses=addresses, zones=served))
-        self._process = Background("named", ["named", "-g", "-c", f"{FOLDER}/named.conf"], self._log)
+        self._process = Background("named", ["named", "-g", "-n", "1", "-c", f"{FOLDER}/named.conf"], self._log)
         self._process.wait_ready(lambda: all(self.look_up(zone, "SOA") for zone in self.zones))
 
     @property

@@ -2,6 +2,7 @@
 import contextlib
 import dataclasses
 import os
+import re
 import signal
 import sqlite3
 import ssl
@@ -75,8 +76,8 @@ class Steps:
         return self.names(run, [exchange.resource for exchange in self._world.authority.requests()[before:]])
 
     def end_at(self, job, number, end):
-        """Returns when the plug-in is gone; that its run is over is the next run's to find out. A service that is killed is started again at once, as an init system would; a name
-        server is away until the run's end."""
+        """Returns when the plug-in is gone; that its run is over is the next run's to find out. A service that is killed is
+        started again at once, as an init system would; a name server is away until the run's end."""
         world, service = self._world, self._world.service
         run = self.start(job, number, end)
         if end.victim == SERVICE:
@@ -94,7 +95,7 @@ class StepTest(SharedWorldTest):
     """Jobs for one domain, each with a certificate of its own, whose runs are ended at one step each."""
 
     domain = "shop.example"
-    job_options = ()
+    check_type = "http"
 
     @classmethod
     def prepare_steps(cls):
@@ -110,8 +111,9 @@ class StepTest(SharedWorldTest):
     def add_job(cls):
         cls.jobs += 1
         certname = f"job-{cls.jobs}"
-        job = cls.world.add_job(cls.domain, "--certname", certname, "--csr", "key_type=ec", *cls.job_options)
-        return job, certname
+        answer = cls.world.query("zelvek.job.add", domain=cls.domain, user_name="anna", certname=certname, csr_key_type="ec",
+                                 check_type=cls.check_type)
+        return int(re.search("<id>([0-9]+)</id>", answer)[1]), certname
 
     @classmethod
     def finish(cls, job):
