@@ -3,7 +3,7 @@ import os
 import re
 
 from ca import names_of, read
-from fixture import WorldTest
+from fixture import WorldTest, account_key
 from world import DIRECTORY_HOST, FAILURE, INSTALLED, TRIAL_HOST
 
 EC = ("--csr", "key_type=ec", "--skip-account-check")  # quicker made than the default's RSA; pebble takes no check
@@ -16,6 +16,7 @@ class Administration(WorldTest):
         self.world.start_web({"shop.example": ["shop.example", "www.shop.example"], "blog.example": ["blog.example"]})
         self.world.start_pebble()
         self.world.start_service()
+        self.world.take_account(account_key())
         for name in ("shop.example", "blog.example"):
             self.world.add_domain(name)
         self.job = self.world.add_job("shop.example", *EC)

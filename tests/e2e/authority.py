@@ -12,7 +12,7 @@ import re
 import secrets
 import threading
 
-from ca import names_of
+from client import encode
 from tls_server import Answer, TlsServer, json_answer
 
 SHA256_PREFIX = bytes.fromhex("3031300d060960864801650304020105000420")  # DigestInfo of RFC 8017, section 9.2
@@ -81,6 +81,11 @@ class Authority:
     def resources(self):
         """The resources asked for, in order, without the nonces."""
         return [exchange.resource for exchange in self.requests() if exchange.resource != "nonce"]
+
+    def register(self, key):
+        """The URL of an account that nobody has to ask for."""
+        with self._lock:
+            return self._add_account(key.jwk)
 
     def set_account_status(self, kid, status):
         with self._lock:
@@ -185,9 +190,12 @@ class Authority:
         for kid, account in self._accounts.items():
             if account["key"] == key:
                 return json_answer({"status": account["status"]}, 200, Location=kid)
+        return json_answer({"status": "valid"}, 201, Location=self._add_account(key))
+
+    def _add_account(self, jwk):
         kid = f"{self._base}/account/{len(self._accounts) + 1}"
-        self._accounts[kid] = {"key": key, "status": "valid"}
-        return json_answer({"status": "valid"}, 201, Location=kid)
+        self._accounts[kid] = {"key": jwk, "status": "valid"}
+        return kid
 
     def _account(self, exchange, kid, *_):
         if self._base + exchange.path != kid:
@@ -271,10 +279,10 @@ class Authority:
             return json_answer(self._order_body(number))
         if self._order_status(order) != "ready":
             raise Problem("orderNotReady", f"the order is {self._order_status(order)}", 403)
-        request = decode(exchange.payload["csr"])
-        if set(names_of("req", request, "DER")) != set(order["names"]):
+        names, certificate = self._certificates.issue(decode(exchange.payload["csr"]))
+        if set(names) != set(order["names"]):
             raise Problem("badCSR", "the request is for other names than the order")
-        order["certificate"] = self._certificates.issue(request)
+        order["certificate"] = certificate
         return json_answer(self._order_body(number))
 
     def _certificate(self, _, kid, number):
@@ -289,10 +297,6 @@ def decode(text):
     if not re.fullmatch(r"[A-Za-z0-9_-]*", text):
         raise Problem("malformed", "not base64url without padding")
     return base64.urlsafe_b64decode(text + "=" * (-len(text) % 4))
-
-
-def encode(data):
-    return base64.urlsafe_b64encode(data).rstrip(b"=").decode()
 
 
 def thumbprint(key):

@@ -42,16 +42,15 @@ class AuthorityAnswers(AuthorityTest):
         cls.stalled_run = cls.world.start_run(cls.stalled_job)
         gate.wait_reached()
 
-    def assert_kept(self, resource, attempts):
+    def assert_kept(self, run, resource, attempts):
         """What the record holds after a run that got no further than to this resource."""
-        record = self.world.job(self.job)
         reset = resource in ANSWERED
         ordered = resource not in ("directory", "nonce", "new-order")
         order = self.authority.requests("new-order")[-1].answer.headers["Location"] if ordered else ""
         kid = "" if resource == "directory" else self.kid
         kept = {"kid": kid, "attempt_count": 0 if reset else attempts, "finalize_check": order, "challenges": "",
                 "verified": False, "failed": False}
-        self.assertEqual({key: record[key] for key in kept}, kept)
+        self.assertEqual({key: run.record[key] for key in kept}, kept)
         self.assertEqual(self.world.answer_files(), [])
 
     def assert_ended(self, run, resource, failed):
@@ -65,7 +64,7 @@ class AuthorityAnswers(AuthorityTest):
             with self.subTest(resource, answer=what):
                 run = self.meet(resource, answer)
                 self.assert_ended(run, resource, [(event, told(code, details)), *FURTHER.get(resource, [])])
-                self.assert_kept(resource, attempts)
+                self.assert_kept(run, resource, attempts)
         self.assert_next_run_installs()
 
     # Behaviour: A refusal at any resource is told once, under the name of its step, in the authority's words, badNonce
@@ -91,7 +90,7 @@ class AuthorityAnswers(AuthorityTest):
                 with self.subTest(resource, answer=what):
                     run = self.meet(resource, answer)
                     self.assert_ended(run, resource, [("http_query_error", broken(resource, reason)), *FURTHER.get(resource, [])])
-                    self.assert_kept(resource, attempts)
+                    self.assert_kept(run, resource, attempts)
             self.assert_next_run_installs()
 
     # Behaviour: A good answer that says nothing (a page, a redirect, nothing, JSON of another form or too deep) gives
@@ -106,7 +105,7 @@ class AuthorityAnswers(AuthorityTest):
                     self.assertEqual((run.status, run.failed), (FAILURE, failed))
                     self.assertEqual(run.reached, REACHED[resource] + further)
                     self.assertNotIn("elsewhere", run.asked)  # where the redirect leads
-                    self.assertEqual(self.world.job(self.job)["challenges"], "")
+                    self.assertEqual(run.record["challenges"], "")
                     self.assertEqual(self.world.answer_files(), [])
             self.assert_next_run_installs()
 
@@ -115,12 +114,12 @@ class AuthorityAnswers(AuthorityTest):
         for what, answer in nonsense():
             with self.subTest(what):
                 run = self.meet("certificate", answer)
-                text = f"installing the certificate of {self.world.job(self.job)['certname']}: "
+                text = f"installing the certificate of {run.record['certname']}: "
                 text += "something that is no certificate stands among the certificates" if answer.body \
                     else "there is no certificate"
                 self.assertEqual(run.failed, [("hardreplace_error", text)])
                 self.assertEqual((run.status, run.reached), (FAILURE, REACHED["certificate"] + ["cert_recived"]))
-                self.assertEqual((self.world.job(self.job)["failed"], self.world.job(self.job)["verified"]), (True, False))
+                self.assertEqual((run.record["failed"], run.record["verified"]), (True, False))
         self.assert_next_run_installs()
 
     # Behaviour: An authority whose certificate turns bad in mid-run is told nothing more
@@ -158,10 +157,9 @@ class AuthorityAnswers(AuthorityTest):
             with self.subTest(answer=what):
                 run = self.meet("account", answer)
                 self.assertEqual((run.status, run.asked, run.reached, run.failed), (WAITING, ["directory", "account"], [], failed))
-                record = self.world.job(self.job)
-                self.assertEqual((record["kid"], record["attempt_count"]), (self.kid, attempts))
+                self.assertEqual((run.record["kid"], run.record["attempt_count"]), (self.kid, attempts))
         self.assert_next_run_installs()
-        self.assertEqual(len(self.authority.requests("new-account")), 1)
+        self.assertEqual(self.authority.requests("new-account"), [])
 
     # Behaviour: A registration that fails in any way leaves the default account, and the next run goes on with that
     def test_registration_that_fails_leaves_the_default_account_to_the_next_run(self):
@@ -179,7 +177,7 @@ class AuthorityAnswers(AuthorityTest):
                 run = self.meet("new-account", answer)
                 self.assertEqual((run.status, run.failed), (FAILURE, [("acme_request_error", told(401, "no longer")), *failed]))
                 self.assertEqual(run.reached, ["registration_try"] + ["registration_exist"] * (what == "page"))
-                self.assertEqual((self.world.job(self.job)["kid"], self.world.ask("account", "show")["kid"]), ("", self.kid))
+                self.assertEqual((run.record["kid"], self.world.ask("account", "show")["kid"]), ("", self.kid))
                 self.assert_next_run_installs()
                 self.assertEqual(self.world.job(self.job)["kid"], self.kid)
 

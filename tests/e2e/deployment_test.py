@@ -10,12 +10,12 @@ import subprocess
 import unittest
 
 from deployment import USER, DeployedWorld, as_user, possible
-from fixture import make_world
+from fixture import account_key, make_world
 from process import LONG, wait_until
 from world import INSTALLED
 
 NEIGHBOUR = 64322
-EC = ("--csr", "key_type=ec")
+EC = ("--csr", "key_type=ec", "--skip-account-check")  # pebble takes no check
 
 
 class DeploymentTest(unittest.TestCase):
@@ -29,6 +29,7 @@ class DeploymentTest(unittest.TestCase):
         self.world.start_web()
         self.world.start_pebble()
         self.world.start_service()
+        self.world.take_account(account_key())
         self.world.add_domain("shop.example")
 
     def command(self, user, *arguments):
@@ -75,7 +76,7 @@ class DeploymentTest(unittest.TestCase):
             self.assertEqual((neighbour.found["written"], neighbour.found["reached"]), ([], []))
             self.assertGreater(neighbour.found["locked"], 5)
             self.world.add_domain("blog.example")
-            second = self.world.add_job("blog.example", *EC, "--skip-account-check")
+            second = self.world.add_job("blog.example", *EC)
             self.assertEqual(self.world.run_job(second), INSTALLED)
 
     # Behaviour: Root's command line does not speak to a socket that a neighbour has put into a folder open to all, nor

@@ -2,7 +2,7 @@
 import os
 import subprocess
 
-from fixture import SharedWorldTest
+from fixture import SharedWorldTest, account_key
 from steps import half_written
 from world import FAILURE, INSTALLED, NOTHING_TO_DO
 
@@ -41,6 +41,7 @@ class Disk(SharedWorldTest):
         cls.logs = Folder(world.plugin_logs, "4m")
         world.start_authority()
         world.start_service(reload_command="true")
+        world.take_account(account_key())
         world.add_domain("shop.example")
 
     def add_job(self):

@@ -8,9 +8,10 @@ import signal
 import socket
 from datetime import datetime, timedelta, timezone
 
-from authority import encode, thumbprint
+from authority import thumbprint
 from ca import read
-from fixture import DnsTest
+from client import encode
+from fixture import DnsTest, account_key
 from process import LONG, wait_until
 from world import FAILURE, INSTALLED, RESOLVERS, WAITING
 
@@ -259,8 +260,7 @@ class ScriptedAuthority(DnsTest):
 
         self.world.authority.script("authorization", ask)
         self.addCleanup(self.world.authority.unscript)
-        key = self.world.authority.requests("new-account")[0].protected["jwk"]
-        return encode(hashlib.sha256(f"{token}.{thumbprint(key)}".encode()).digest())
+        return encode(hashlib.sha256(f"{token}.{thumbprint(account_key().jwk)}".encode()).digest())
 
     # Behaviour: A record that is there already is taken as published; one that two jobs share stays until both are done
     def test_record_that_is_there_already_is_taken_as_published(self):

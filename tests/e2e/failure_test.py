@@ -158,10 +158,10 @@ class Failure(AuthorityTest):
         self.authority.offer_last_order_again(200)
         earlier = f"{BASE}/certificate/{self.authority.requests('certificate')[-1].path.rpartition('/')[2]}"
         run = self.meet("finalize", json_answer({"status": "valid", "certificate": earlier}))
-        certname = self.world.job(self.job)["certname"]
+        certname = run.record["certname"]
         text = f"installing the certificate of {certname}: key and certificate do not belong together"
         self.assert_ends(run, FAILURE, READY, [("hardreplace_error", text)])
-        self.assertTrue(self.world.job(self.job)["failed"])
+        self.assertTrue(run.record["failed"])
         self.assert_next_run_installs()
 
     # Answers that are good and unusual.
@@ -251,7 +251,7 @@ class Failure(AuthorityTest):
         run = self.run_job()  # the stored challenges
         no_such = [("challenge_fail", told(404, "no such resource"))]
         self.assert_ends(run, FAILURE, ["directory", "challenge", "elsewhere"], refused + no_such)
-        self.assertEqual(self.world.job(self.job)["challenges"], "")
+        self.assertEqual(run.record["challenges"], "")
         self.assert_next_run_installs()
 
 

@@ -3,8 +3,9 @@ import os
 import unittest
 
 import sandbox
+from client import Key
 from process import wait_until
-from world import HOSTS, INSTALLED, RESOLVERS, WEB_ADDRESS, World
+from world import HOSTS, RESOLVERS, WEB_ADDRESS, World
 
 _place = {}
 
@@ -27,7 +28,7 @@ class WorldTest(unittest.TestCase):
 
 
 class SharedWorldTest(unittest.TestCase):
-    """Tests that are many and small, and share one world: a new account takes seconds to make."""
+    """Tests that are many and small, and share one world."""
 
     longMessage = True
     maxDiff = None
@@ -39,7 +40,7 @@ class SharedWorldTest(unittest.TestCase):
 
 
 class DnsTest(SharedWorldTest):
-    """Every test has a domain and zone of its own, and the account of an earlier job.
+    """Every test has a domain and zone of its own, and the default account.
 
     A domain is used once: even when told not to, pebble takes one in a hundred earlier authorizations for a new order.
     """
@@ -55,10 +56,7 @@ class DnsTest(SharedWorldTest):
         cls.world.start_dns(zones | cls.further_zones)
         cls.start_authority()
         cls.world.start_service("--sweep-interval", "0.5")
-        first = next(cls.unused)
-        cls.world.add_domain(first)
-        if cls.world.run_job(cls.world.add_job(first, "--csr", "key_type=ec")) != INSTALLED:
-            raise AssertionError(f"no account to begin with\n{cls.world.describe()}")
+        cls.world.take_account(account_key())
 
     @classmethod
     def start_authority(cls):
@@ -91,6 +89,13 @@ class DnsTest(SharedWorldTest):
         """The parameters of this notification of the test's own job, for each that it went to."""
         return {entry["owner"]: entry["parameters"] for entry in self.world.ask("problem", "list", "--state", "all")
                 if entry["name"] == problem and entry["parameters"]["name"] == self.domain}
+
+
+def account_key():
+    """One for all of a test program."""
+    if "key" not in _place:
+        _place["key"] = Key(os.path.join(_place["folder"], "account.key"))
+    return _place["key"]
 
 
 def make_world(kind=World):

@@ -9,9 +9,10 @@ import sys
 import textwrap
 
 import sandbox
-from authority import encode, problem
+from authority import problem
 from ca import openssl
-from fixture import WorldTest
+from client import encode
+from fixture import WorldTest, account_key
 from process import wait_until
 from tls_server import Answer
 from world import AUTHORITY_ADDRESS, DIRECTORY_HOST, World
@@ -24,11 +25,7 @@ class Client:
 
     def __init__(self, world):
         self._context = ssl.create_default_context(cafile=world.ca.root)
-        self._key = world.path("account.key")
-        openssl("genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:2048", "-out", self._key)
-        modulus = openssl("rsa", "-in", self._key, "-noout", "-modulus").decode().strip().partition("=")[2]
-        self.jwk = {"e": "AQAB", "kty": "RSA", "n": encode(bytes.fromhex(modulus))}
-        self.kid = None
+        self.key, self.kid = account_key(), None
 
     def exchange(self, method, path, body=None, headers=None):
         # The name resolves to the loopback device: that is part of what is tried here.
@@ -42,15 +39,11 @@ class Client:
 
     def post(self, path, payload, **replaced):
         """A signed request, with members of its protected header replaced."""
-        header = {"alg": "RS256", "nonce": replaced.get("nonce") or self.nonce(), "url": HOST + path}
-        header |= {"kid": self.kid} if self.kid else {"jwk": self.jwk}
-        protected = encode(json.dumps(header | replaced).encode())
-        body = encode(json.dumps(payload).encode())
-        signature = encode(openssl("dgst", "-sha256", "-sign", self._key, data=f"{protected}.{body}".encode()))
-        return self.send(path, protected, body, signature)
+        header = {"nonce": replaced.get("nonce") or self.nonce(), "url": HOST + path}
+        header |= {"kid": self.kid} if self.kid else {"jwk": self.key.jwk}
+        return self.send(path, self.key.sign(header | replaced, payload))
 
-    def send(self, path, protected, payload, signature):
-        jws = json.dumps({"protected": protected, "payload": payload, "signature": signature})
+    def send(self, path, jws):
         status, headers, body = self.exchange("POST", path, jws.encode(), {"Content-Type": "application/jose+json"})
         return status, headers, json.loads(body)
 
@@ -88,9 +81,9 @@ class ScriptedAuthority(WorldTest):
 
     # Behaviour: The scripted authority refuses what a sound ...
     def test_signature_of_something_else_is_refused(self):
-        header = {"alg": "RS256", "nonce": self.client.nonce(), "url": HOST + "/new-account", "jwk": self.client.jwk}
-        protected, payload = encode(json.dumps(header).encode()), encode(b'{"termsOfServiceAgreed": true}')
-        answer = self.client.send("/new-account", protected, payload, encode(b"\x01" * 256))
+        header = {"nonce": self.client.nonce(), "url": HOST + "/new-account", "jwk": self.client.key.jwk}
+        jws = json.loads(self.client.key.sign(header, {"termsOfServiceAgreed": True}))
+        answer = self.client.send("/new-account", json.dumps(jws | {"signature": encode(b"\x01" * 256)}))
         self.assertEqual((self.refused(answer), answer[2]["detail"]), ("malformed", "the signature does not hold"))
 
     # Behaviour: The scripted authority refuses what a sound ...

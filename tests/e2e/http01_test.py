@@ -2,11 +2,11 @@
 import os
 
 from ca import names_of, read
-from fixture import WorldTest
+from fixture import WorldTest, account_key
 from process import LONG, wait_until
 from world import DIRECTORY_HOST, FAILURE, INSTALLED, NOTHING_TO_DO
 
-EC = ("--csr", "key_type=ec")  # quicker made than the default's RSA
+EC = ("--csr", "key_type=ec", "--skip-account-check")  # quicker made than the default's RSA; pebble takes no check
 
 
 # Behaviours of: Issuing
@@ -49,7 +49,7 @@ class Http01(WorldTest):
             self.world.add_domain(name)
         first = self.world.add_job("shop.example", *EC)
         self.assertEqual(self.world.run_job(first), INSTALLED)
-        second = self.world.add_job("blog.example", "--skip-account-check", *EC)
+        second = self.world.add_job("blog.example", *EC)
         self.assertEqual(self.world.run_job(second), INSTALLED)
 
         self.trusted("blog.example")
@@ -59,6 +59,7 @@ class Http01(WorldTest):
 
     # Behaviour: One certificate names the domain and all its aliases
     def test_one_certificate_names_the_domain_and_all_its_aliases(self):
+        self.world.take_account(account_key())
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", "--alias", "www.shop.example", "--alias", "mail.shop.example", *EC)
         self.assertEqual(self.world.run_job(job), INSTALLED)
@@ -70,6 +71,7 @@ class Http01(WorldTest):
 
     # Behaviour: An internationalised name is certified in its ASCII form
     def test_internationalised_name_is_certified_in_its_ascii_form(self):
+        self.world.take_account(account_key())
         self.world.add_domain("bücher.example")
         job = self.world.add_job("bücher.example", *EC)
         self.assertEqual(self.world.run_job(job), INSTALLED)
@@ -79,13 +81,14 @@ class Http01(WorldTest):
 
     # Behaviour: A later certificate takes the place of the one before
     def test_later_certificate_takes_the_place_of_the_one_before(self):
+        self.world.take_account(account_key())
         self.world.add_domain("shop.example")
         first = self.world.add_job("shop.example", *EC)
         self.assertEqual(self.world.run_job(first), INSTALLED)
         before = self.trusted("shop.example")
         self.world.ask("job", "remove", first)
 
-        second = self.world.add_job("shop.example", "--alias", "www.shop.example", "--skip-account-check", *EC)
+        second = self.world.add_job("shop.example", "--alias", "www.shop.example", *EC)
         self.assertEqual(self.world.run_job(second), INSTALLED)
         shown = self.trusted("www.shop.example")
         self.assertNotEqual(shown, before)
@@ -93,6 +96,7 @@ class Http01(WorldTest):
 
     # Behaviour: A verified job sends nothing more
     def test_verified_job_sends_nothing_more(self):
+        self.world.take_account(account_key())
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", *EC)
         self.assertEqual(self.world.run_job(job), INSTALLED)
@@ -104,8 +108,9 @@ class Http01(WorldTest):
 
     # Behaviour: A certificate that is renewed is replaced by a new one, and the old one is served until then
     def test_renewed_certificate_replaces_the_old_one(self):
+        self.world.take_account(account_key())
         self.world.add_domain("shop.example")
-        job = self.world.add_job("shop.example", *EC, "--skip-account-check")
+        job = self.world.add_job("shop.example", *EC)
         self.assertEqual(self.world.run_job(job), INSTALLED)
         first = read(self.world.installed("shop.example"))
         self.assertEqual(self.world.run_job(job), NOTHING_TO_DO)
@@ -136,6 +141,7 @@ class Http01(WorldTest):
         mended = os.path.join(self.world.folder, "mended")
         self.world.start_service("--reload-pause", "0.1", "--sweep-interval", "0.1",
                                  reload_command=f"echo the web server is ill; test -e {mended}")
+        self.world.take_account(account_key())
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example", *EC)
         self.assertEqual(self.world.run_job(job), INSTALLED)
@@ -161,9 +167,10 @@ class Http01(WorldTest):
     def test_scheduler_carries_new_jobs_to_their_certificates(self):
         self.world.stop_service()
         self.world.start_service("--scheduler-interval", "1", scheduler="on")
+        self.world.take_account(account_key())
         for name in ("shop.example", "blog.example"):
             self.world.add_domain(name)
-        jobs = [self.world.add_job(name, "--skip-account-check", *EC) for name in ("shop.example", "blog.example")]
+        jobs = [self.world.add_job(name, *EC) for name in ("shop.example", "blog.example")]
         wait_until(lambda: all(self.world.job(job)["verified"] for job in jobs), "the scheduler has run both jobs", 2 * LONG)
         self.trusted("shop.example")
         self.trusted("blog.example")
@@ -179,6 +186,7 @@ class UnservedAnswers(WorldTest):
         self.world.start_web(answers=self.world.path("elsewhere"))
         self.world.start_pebble()
         self.world.start_service()
+        self.world.take_account(account_key())
 
     # Behaviour: A failed validation is told, and the answer files are removed
     def test_failed_validation_is_told_and_the_answer_files_are_removed(self):
@@ -195,7 +203,7 @@ class UnservedAnswers(WorldTest):
     # Behaviour: The next run after the repair installs the certificate
     def test_run_after_the_web_server_is_repaired_installs_the_certificate(self):
         self.world.add_domain("shop.example")
-        job = self.world.add_job("shop.example", "--skip-account-check", *EC)
+        job = self.world.add_job("shop.example", *EC)
         self.assertEqual(self.world.run_job(job), FAILURE)
         os.rmdir(self.world.path("elsewhere"))
         os.symlink(self.world.answers, self.world.path("elsewhere"))

@@ -1,13 +1,14 @@
 """What an authority can do wrong, what the record then says, and the common ground of the tests about it."""
 import dataclasses
 import email.utils
+import itertools
 import json
 import os
 import re
 import time
 
 from authority import problem
-from fixture import SharedWorldTest
+from fixture import SharedWorldTest, account_key
 from process import LONG
 from tls_server import Answer, json_answer
 from world import DIRECTORY_HOST, INSTALLED
@@ -154,28 +155,26 @@ class Run:
     asked: list    # the resources, in order, without the nonces
     reached: list  # events of what was done
     failed: list   # (event, detail) of what was not
+    record: dict   # the job's afterwards
 
 
 class AuthorityTest(SharedWorldTest):
-    """Jobs that use the account of an earlier one, and an authority that misbehaves when told to."""
+    """Jobs that use the default account, and an authority that misbehaves when told to."""
 
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
         cls.world.start_authority()
-        cls.authority = cls.world.authority
+        cls.authority, cls.numbers = cls.world.authority, itertools.count(1)
         cls.world.start_service("--sweep-interval", "0.5")
         cls.world.add_domain("shop.example")
-        first = cls.add_job()
-        if cls.world.run_job(first) != INSTALLED:
-            raise AssertionError(f"no account to begin with\n{cls.world.describe()}")
-        cls.kid = cls.world.job(first)["kid"]
+        cls.kid = cls.world.take_account(account_key())
 
     @classmethod
     def add_job(cls, *options):
         """A job that asks nothing about its account, unless told otherwise."""
-        name = f"job-{len(cls.world.ask('job', 'list'))}"
-        return cls.world.add_job("shop.example", "--csr", "key_type=ec", "--certname", name, *(options or ["--skip-account-check"]))
+        return cls.world.add_job("shop.example", "--csr", "key_type=ec", "--certname", f"job-{next(cls.numbers)}",
+                                 *(options or ["--skip-account-check"]))
 
     def setUp(self):
         self.job = self.add_job()
@@ -183,13 +182,13 @@ class AuthorityTest(SharedWorldTest):
 
     def run_job(self):
         """A run of the test's job, which has to end in bounded time with the record written back."""
-        events, asked = len(self.world.job(self.job)["events"]), len(self.authority.resources())
+        events, asked = self.world.count_events(self.job), len(self.authority.resources())
         status = self.world.start_run(self.job).process.wait(LONG)
         record = self.world.job(self.job)
         self.assertFalse(record["processing"])
         events = record["events"][events:]
         return Run(status, self.authority.resources()[asked:], [event["event"] for event in events if event["state"] != "failed"],
-                   [(event["event"], event["detail"]) for event in events if event["state"] == "failed"])
+                   [(event["event"], event["detail"]) for event in events if event["state"] == "failed"], record)
 
     def meet(self, resource, answer):
         """A run with that answer, once, in place of the resource's proper one."""
@@ -201,7 +200,7 @@ class AuthorityTest(SharedWorldTest):
 
     def assert_next_run_installs(self):
         self.assertEqual((run := self.run_job()).status, INSTALLED, run)
-        record = self.world.job(self.job)
+        record = run.record
         self.assertEqual((record["verified"], record["failed"], record["finalize_check"]), (True, False, ""))
         self.assertTrue(os.path.exists(self.world.installed(record["certname"])))
         self.assertEqual(self.world.answer_files(), [])

@@ -5,6 +5,7 @@ import re
 import secrets
 import subprocess
 
+import dns_query
 from process import Background, LONG
 
 ADDRESS = "127.0.0.1"
@@ -73,7 +74,7 @@ class NameServer:
         addresses = "".join(f"{address}; " for address in (ADDRESS, *resolvers))
         served = "".join(ZONE.format(zone=zone, who="none" if zone in read_only else 'key "panel"') for zone in self.zones)
         write(os.path.join(self._folder, "named.conf"), CONFIG.format(folder=FOLDER, addresses=addresses, zones=served))
-        self._process = Background("named", ["named", "-g", "-c", f"{FOLDER}/named.conf"], self._log)
+        self._process = Background("named", ["named", "-g", "-n", "1", "-c", f"{FOLDER}/named.conf"], self._log)
         self._process.wait_ready(lambda: all(self.look_up(zone, "SOA") for zone in self.zones))
 
     @property
@@ -93,10 +94,8 @@ class NameServer:
         return QUERY.findall(self._process.log())
 
     def look_up(self, name, kind, server=ADDRESS):
-        """The data of the records there, one text each."""
-        answer = subprocess.run(["dig", "+short", "+tries=1", "+time=2", f"@{server}", kind, name],
-                                capture_output=True, text=True, check=False, timeout=LONG).stdout
-        return [line for line in answer.splitlines() if not line.startswith(";")]
+        """The data of the records there, one text each; None where nobody answers."""
+        return dns_query.look_up(server, name, kind)
 
     def update(self, *lines):
         """A dynamic update of a test's own, such as `delete NAME TXT`, beside what the service does."""

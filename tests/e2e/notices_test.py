@@ -1,14 +1,11 @@
 """People are told, by real mails through a real service: all at once, until it is accepted, and nothing twice."""
 import email
 import email.policy
-import http.client
 import json
 import os
 import signal
-import socket
 import stat
 import time
-import urllib.parse
 
 import sandbox
 from fixture import WorldTest
@@ -32,14 +29,7 @@ class Notices(WorldTest):
 
     def register(self, **parameters):
         """As a plug-in does; each has an id of its own."""
-        query = {"func": "problems.register", "sok": "ok", "level": "error", "id": os.urandom(8).hex(), **parameters}
-        connection = http.client.HTTPConnection("localhost", timeout=60)
-        connection.sock = socket.socket(socket.AF_UNIX)
-        connection.sock.connect(self.world.path("run/zelvek.sock"))
-        connection.request("POST", "/", urllib.parse.urlencode(query), {"Content-Type": "application/x-www-form-urlencoded"})
-        answer = connection.getresponse().read()
-        connection.close()
-        self.assertNotIn(b"<error", answer)
+        self.world.query("problems.register", sok="ok", level="error", id=os.urandom(8).hex(), **parameters)
 
     def fail(self, name, owner="root"):
         self.register(name="ambrin_failed_admin" if owner == "root" else "ambrin_failed_user", owner=owner,

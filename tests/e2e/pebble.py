@@ -55,6 +55,17 @@ class Pebble:
     def log(self):
         return self._process.log()
 
+    def register(self, key, host):
+        """The URL, at that host, of an account that nobody has to ask for."""
+        nonce = self.ask("HEAD", "/nonce-plz")[1]["Replay-Nonce"]
+        path = "/sign-me-up"
+        request = key.sign({"nonce": nonce, "url": f"https://{host}{path}", "jwk": key.jwk}, {"termsOfServiceAgreed": True})
+        headers = {"Host": host, "Content-Type": "application/jose+json"}
+        status, headers, body = self.ask("POST", path, request.encode(), headers)
+        if status != 201:
+            raise RuntimeError(f"pebble registers no account: {status} {body}")
+        return headers["Location"]
+
     def root(self):
         """The root certificate, PEM, under which it issues; a new one at every start."""
         return self.ask("GET", "/roots/0", port=MANAGEMENT_PORT)[2].decode()

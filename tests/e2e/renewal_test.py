@@ -4,7 +4,7 @@ import contextlib
 import sqlite3
 import subprocess
 
-from fixture import WorldTest
+from fixture import WorldTest, account_key
 from process import LONG, wait_until
 from tls_server import Answer
 from world import INSTALLED
@@ -20,6 +20,7 @@ class RenewalInformation(WorldTest):
         self.authority = self.world.authority
         self.authority.renewal_window = ("2031-01-01T00:00:00Z", "2031-01-03T00:00:00+01:00")
         self.world.start_service("--sweep-interval", "0.2", renewal_info="on")
+        self.world.take_account(account_key())
         self.world.add_domain("shop.example")
         self.job = self.world.add_job("shop.example", *EC)
 

@@ -2,12 +2,13 @@
 import contextlib
 import dataclasses
 import os
+import re
 import signal
 import sqlite3
 import ssl
 
 from ca import read
-from fixture import SharedWorldTest
+from fixture import SharedWorldTest, account_key
 from process import LONG, Background, wait_until
 from world import INSTALLED, NOTHING_TO_DO, RESOLVERS
 
@@ -75,8 +76,8 @@ class Steps:
         return self.names(run, [exchange.resource for exchange in self._world.authority.requests()[before:]])
 
     def end_at(self, job, number, end):
-        """Returns when the run is over. A service that is killed is started again at once, as an init system would; a name
-        server is away until the run's end."""
+        """Returns when the plug-in is gone; that its run is over is the next run's to find out. A service that is killed is
+        started again at once, as an init system would; a name server is away until the run's end."""
         world, service = self._world, self._world.service
         run = self.start(job, number, end)
         if end.victim == SERVICE:
@@ -88,22 +89,19 @@ class Steps:
             world.dns.restart(RESOLVERS)
         if "reached\n" not in read(run.steps_path):
             raise AssertionError(f"{end} of step {number} was never reached")
-        world.wait_run_over(job)
 
 
 class StepTest(SharedWorldTest):
     """Jobs for one domain, each with a certificate of its own, whose runs are ended at one step each."""
 
     domain = "shop.example"
-    job_options = ()
+    check_type = "http"
 
     @classmethod
     def prepare_steps(cls):
         """An account to begin with, and the names of the steps of the runs that a job takes."""
+        cls.world.take_account(account_key())
         cls.steps, cls.jobs = Steps(cls.world), 0
-        first, _ = cls.add_job()
-        if cls.finish(first)[-1] != INSTALLED:
-            raise AssertionError(f"no account to begin with\n{cls.world.describe()}")
         job, _ = cls.add_job()
         cls.runs = []
         while not cls.world.job(job)["verified"]:
@@ -113,8 +111,9 @@ class StepTest(SharedWorldTest):
     def add_job(cls):
         cls.jobs += 1
         certname = f"job-{cls.jobs}"
-        job = cls.world.add_job(cls.domain, "--certname", certname, "--csr", "key_type=ec", *cls.job_options)
-        return job, certname
+        answer = cls.world.query("zelvek.job.add", domain=cls.domain, user_name="anna", certname=certname, csr_key_type="ec",
+                                 check_type=cls.check_type)
+        return int(re.search("<id>([0-9]+)</id>", answer)[1]), certname
 
     @classmethod
     def finish(cls, job):
@@ -124,8 +123,13 @@ class StepTest(SharedWorldTest):
             statuses.append(cls.world.run_job(job))
         return statuses
 
-    def end_at_every_step(self, ends, check, run=0):
-        """Calls `check(certname, statuses of the further runs, number of the step, its name, end)` after each."""
+    def end_at_every_step(self, ends, check, run=0, perhaps=(), may_repeat=lambda number: True):
+        """Calls `check(certname, statuses of the further runs, number of the step, its name, end)` after each.
+
+        Of each people are told that it is installed, twice where `may_repeat(number of the step)`, and perhaps of these
+        further problems. That is looked at when all are done: by one command, and what is told late counts, too.
+        """
+        done = []
         for end in ends:
             for number, step in enumerate(self.runs[run], 1):
                 if not end.is_for(step):
@@ -139,15 +143,17 @@ class StepTest(SharedWorldTest):
                     statuses = self.finish(job)
                     self.check_sound(certname)
                     check(certname, statuses, number, step, end)
+                    done.append((certname, number, step, end))
+        told = self.world.ask("problem", "list", "--state", "all")
+        for certname, number, step, end in done:
+            with self.subTest(str(end), step=f"{number} {step}"):
+                heard = [(entry["name"], entry["owner"]) for entry in told if entry["parameters"]["name"] == certname]
+                self.assertEqual(sorted({entry for entry in heard if entry[0] not in perhaps}), INSTALLED_TOLD)
+                self.assertLessEqual(max(heard.count(entry) for entry in INSTALLED_TOLD), 2 if may_repeat(number) else 1)
 
     def check_sound(self, certname):
         self.assertEqual(database_faults(self.world.database), [])
         self.assertEqual(half_written(self.world.installed(certname)), [])
-
-    def told(self, certname):
-        """Notification and addressee, each as often as it was told."""
-        return sorted((entry["name"], entry["owner"]) for entry in self.world.ask("problem", "list", "--state", "all")
-                      if entry["parameters"]["name"] == certname)
 
 
 def database_faults(path):

@@ -1,12 +1,16 @@
 """One test's world: the service with the shipped plug-in, and around it whatever parts the test asks for."""
 import base64
 import contextlib
+import http.client
 import json
 import os
 import re
 import signal
+import socket
 import sqlite3
+import ssl
 import subprocess
+import urllib.parse
 from datetime import datetime, timedelta, timezone
 
 import sandbox
@@ -152,11 +156,32 @@ class World:
             raise AssertionError(f"zelvek {arguments}: status {done.returncode}\n{done.stdout}{done.stderr}")
         return json.loads(done.stdout)
 
+    def query(self, function, **parameters):
+        """The service's answer, XML, as plug-in and command line get it; without their process, for what is asked often."""
+        with contextlib.closing(http.client.HTTPConnection("localhost", timeout=LONG)) as connection:
+            connection.sock = socket.socket(socket.AF_UNIX)
+            connection.sock.connect(self.path("run/zelvek.sock"))
+            connection.request("POST", "/", urllib.parse.urlencode({"func": function, **parameters}),
+                               {"Content-Type": "application/x-www-form-urlencoded"})
+            answer = connection.getresponse().read().decode()
+        if "<error" in answer:
+            raise AssertionError(f"{function} {parameters}: {answer}")
+        return answer
+
     def add_domain(self, name, user="anna"):
         self.ask("domain", "add", name, "--user", user)
 
     def add_job(self, name, *options, user="anna"):
         return self.ask("job", "add", name, "--user", user, *options)["id"]
+
+    def take_account(self, key):
+        """An account that the authority knows is the default one from now on, without a run's registering and without the
+        seconds that its own key takes. Returns its URL."""
+        kid = self.authority.register(key) if self.authority else self.pebble.register(key, DIRECTORY_HOST)
+        with contextlib.closing(sqlite3.connect(self.database, timeout=LONG)) as database, database:
+            row = database.execute("insert into account (kid, acmekey, modulus) values (?, ?, ?)", (kid, key.pem(), key.header()))
+            database.execute("insert or replace into setting (name, value) values ('default_account', ?)", (str(row.lastrowid),))
+        return kid
 
     def run_job(self, job):
         """Returns the status; the output lies among the logs."""
@@ -204,6 +229,10 @@ class World:
         with contextlib.closing(sqlite3.connect(f"file:{self.database}?mode=ro", uri=True)) as database:
             return [value for (value,) in database.execute("select value from publication where name = ?", (name,))]
 
+    def count_events(self, job):
+        with contextlib.closing(sqlite3.connect(f"file:{self.database}?mode=ro", uri=True)) as database:
+            return database.execute("select count(*) from job_event where job = ?", (job,)).fetchone()[0]
+
     def wait_run_over(self, job):
         wait_until(lambda: not self.job(job)["processing"], f"the run of job {job} is over")
 
@@ -216,10 +245,12 @@ class World:
 
     def leaked_secrets(self):
         """Places in any log where a private key, or a line of one, is to be read."""
-        keys = self.account_keys() if os.path.exists(self.database) else set()
+        keys = {key: public_half(key) for key in (self.account_keys() if os.path.exists(self.database) else ())}
         for folder, _, files in os.walk(self.certificates):
-            keys |= {key for name in files if name == "privkey.pem" for key in PRIVATE_KEY.findall(read(os.path.join(folder, name)))}
-        lines = {"PRIVATE KEY"} | {line for key in keys for line in secret_lines(key)}
+            if "privkey.pem" in files:
+                for key in PRIVATE_KEY.findall(read(os.path.join(folder, "privkey.pem"))):
+                    keys[key] = public_half_beside(folder) or public_half(key)
+        lines = {"PRIVATE KEY"} | {line for key, public in keys.items() for line in secret_lines(key, public)}
         lines |= {self.dns.secret} if self.dns else set()
         logs = {name: read(os.path.join(folder, name)) for folder in {self.logs, self.plugin_logs} for name in os.listdir(folder)}
         return sorted({f"{name} (…{line[-8:]})" for name, text in logs.items() for line in lines if line in text})
@@ -257,7 +288,16 @@ class World:
             raise AssertionError("\n".join(complaints))
 
 
-def secret_lines(key):
+def public_half(key):
+    return openssl("pkey", "-pubout", "-outform", "DER", data=key.encode())
+
+
+def public_half_beside(folder):
+    """What a key's certificate shows of it, without a process for each; nothing where there is none."""
+    path = os.path.join(folder, "cert.pem")
+    return ssl.PEM_cert_to_DER_cert(read(path)) if os.path.exists(path) else b""
+
+
+def secret_lines(key, public):
     """The lines of a private key's PEM that do not hold its public half alone: that may be read everywhere."""
-    public = openssl("pkey", "-pubout", "-outform", "DER", data=key.encode())
     return [line for line in key.splitlines()[1:-1] if base64.b64decode(line) not in public]
