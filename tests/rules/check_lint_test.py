@@ -55,7 +55,8 @@ class Planted(unittest.TestCase):
 
     def source(self, name, text, options=()):
         MODULE.read.cache_clear()
-        MODULE.words.cache_clear()
+        for known in (MODULE.code, MODULE.words, MODULE.names, MODULE.namespaces):
+            known.cache_clear()
         return MODULE.Source(self.write(name, text), OPTIONS + list(options))
 
     def outcome(self, **texts):
@@ -75,16 +76,18 @@ class Findings(Planted):
         for number, (include, code) in enumerate(VIOLATIONS.values()):
             text = '#include "things.h"\n' + (f"#include {include}\n" if include else "") + code + "\n"
             group.append(self.source(f"source{number}.cpp", text))
-        self.assertEqual(len(MODULE.groups(group)), 1)
-        content, said = MODULE.lint_group(group, self.root / ".clang-tidy")
-        self.assertFalse(content)
+        passes = MODULE.passes(group)
+        self.assertEqual([len(sources) for sources, _ in passes], [len(group)] * 2)
+        outcomes = [MODULE.lint_group(sources, self.root / ".clang-tidy", checks) for sources, checks in passes]
+        self.assertEqual([content for content, _ in outcomes], [False, False])
+        said = "".join(said for _, said in outcomes)
         self.assertEqual(set(VIOLATIONS) - set(re.findall(r"\[([\w.-]+)", said)), set(), said)
 
     def test_finding_is_said_of_its_file(self):
         status, said = self.outcome(one="int One() { return 1; }\n", two="int* Two() { return 0; }\n")
         self.assertEqual(status, 1)
         self.assertRegex(said, r"two\.cpp:1:21: error: use nullptr")
-        self.assertIn("linted 2 files in 1 groups, 2 of them one by one", said)
+        self.assertIn("linted 2 files in 2 groups, 2 of them one by one", said)
 
     def test_finding_of_a_header_is_said(self):
         folder = self.root / "zelvek"
@@ -96,7 +99,7 @@ class Findings(Planted):
 
     def test_clean_sources_pass(self):
         status, said = self.outcome(one="int One() { return 1; }\n", two="int Two() { return 2; }\n")
-        self.assertEqual((status, said), (0, "linted 2 files in 1 groups, 0 of them one by one\n"))
+        self.assertEqual((status, said), (0, "linted 2 files in 2 groups, 0 of them one by one\n"))
 
     def test_sources_that_do_not_compile_together_are_linted_one_by_one(self):
         self.write("define.h", "#pragma once\n#define ONE int One() { return both; }\n#define TWO int Two() { return both; }\n")
@@ -104,7 +107,7 @@ class Findings(Planted):
         status, said = self.outcome(one=both + "ONE\n", two=both + "TWO\n")
         self.assertEqual(status, 0, said)
         self.assertIn("each clean, but not in a group", said)
-        self.assertIn("linted 2 files in 1 groups, 2 of them one by one", said)
+        self.assertIn("linted 2 files in 2 groups, 2 of them one by one", said)
 
     def test_source_that_nothing_compiles_fails(self):
         stranger = self.write("stranger.cpp", "int Stranger() { return 1; }\n")
@@ -134,13 +137,34 @@ class Groups(Planted):
                     "const int Help = 1;\n", "using std::Help;\n", "using Help = int;\n", "namespace Help = std::chrono;\n",
                     "struct Help {\n};\n", "enum class Help { kOne };\n", "#define Help 1\n", "void Help::Go() {\n}\n",
                     "static std::map<std::string, int> Help{};\n", "Box::Box(int n)\n    : Help(n) {\n}\nint Help[3];\n"):
-            self.assertFalse(self.together(one, "int Two() {\n    return Help(2);\n}\n"), one)
+            self.assertFalse(self.together(one, "int Help(int n);\nint Two() {\n    return Help(2);\n}\n"), one)
             self.assertTrue(self.together(one, "int Two() {\n    return 2;  // no Help\n}\nconst char* two = \"Help\";\n"), one)
 
     def test_hidden_name_of_a_header_of_the_other_keeps_apart(self):
-        one = "namespace {\n\nint Thing() { return 1; }\n\n}  // namespace\n"
+        one = "namespace {\n\nint Box() { return 1; }\n\n}  // namespace\n"
         self.assertFalse(self.together(one, '#include "things.h"\nint Two() { return 2; }\n'))
         self.assertTrue(self.together(one, "int Two() { return 2; }\n"))
+
+    def test_clash_keeps_apart_where_no_stranger_is_needed(self):
+        def together(one, two):
+            sources = [self.source("one.cpp", one), self.source("two.cpp", two)]
+            return len(MODULE.groups(sources, MODULE.Source.clashes)) == 1
+        hidden = ("namespace {place} {{\n\nnamespace {{\n\nint Help() {{ return 1; }}\n\n}}  // namespace\n\n"
+                  "}}  // namespace {place}\n")
+        called = "namespace {place} {{\n\nint Two() {{ return Help(2); }}\n\n}}  // namespace {place}\n"
+        self.assertTrue(together("int Help(int n) {\n}\n", "int Help(int n);\nint Two() { return Help(2); }\n"))
+        self.assertTrue(together(hidden.format(place="here"), called.format(place="there")))
+        for place in ("here", "here::inside"):
+            self.assertFalse(together(hidden.format(place="here"), called.format(place=place)))
+        self.assertFalse(together(hidden.format(place="here"), "using namespace here;\n" + called.format(place="there")))
+        member = "namespace here {\n\nint inside::Two() { return Help(2); }\n\n}  // namespace here\n"
+        self.assertFalse(together(hidden.format(place="here::inside"), member))
+        self.assertFalse(together("#define Help 1\n", called.format(place="there")))
+        self.write("help.h", "#pragma once\nnamespace here {\n\nint Help();\n\n}  // namespace here\n")
+        self.assertFalse(together(hidden.format(place="here"), '#include "help.h"\nint Two() { return 2; }\n'))
+        self.assertTrue(together(hidden.format(place="there"), '#include "help.h"\nint Two() { return 2; }\n'))
+        self.assertFalse(together("using one::Help;\n", "int Two() { return Help(2); }\n"))
+        self.assertTrue(together("using one::Help;\n", "int Two() { return one::Help(2); }\n"))
 
     def test_other_options_keep_apart_and_other_folders_do_not(self):
         one, two = "int One() { return 1; }\n", "int Two() { return 2; }\n"
