@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <map>
+#include <utility>
 
 #include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
@@ -12,8 +13,9 @@ namespace zelvek {
 namespace {
 
 void List(Services& services, const Query&, XmlAnswer& answer) {
+    auto there = authorities::All(services.plugins);
     Transaction transaction(services.store);
-    for (const KnownAuthority& known : KnownAuthorities(services, transaction)) {
+    for (const KnownAuthority& known : KnownAuthorities(std::move(there), transaction)) {
         answer.Elem()
             .Value("name", known.authority.name)
             .Value("directory", known.authority.directory)
@@ -33,12 +35,13 @@ void SetDefault(Services& services, const Query& query, XmlAnswer&) {
 
 }  // namespace
 
-std::vector<KnownAuthority> KnownAuthorities(const Services& services, Transaction& transaction) {
+std::vector<KnownAuthority> KnownAuthorities(std::vector<authorities::Authority> there,
+                                             Transaction& transaction) {
     const std::string of_new_jobs = job_authorities::Default(transaction);
     std::map<std::string, long long> counts = job_authorities::Counts(transaction);
     counts.try_emplace(of_new_jobs, 0);
     std::vector<KnownAuthority> known;
-    for (auto& authority : authorities::All(services.plugins)) {
+    for (auto& authority : there) {
         const auto count = counts.extract(authority.name);
         known.push_back({std::move(authority), count.empty() ? 0 : count.mapped()});
     }

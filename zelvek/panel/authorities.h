@@ -19,8 +19,9 @@ struct KnownAuthority {
     bool InUse() const { return jobs > 0 || is_default || !account.kid.empty(); }
 };
 
-/// Those whose plug-ins are there, the first one at the beginning, and those that jobs have besides.
-std::vector<KnownAuthority> KnownAuthorities(const Services& services, Transaction& transaction);
+/// `there`, those whose plug-ins are there, and after them those that jobs have besides.
+std::vector<KnownAuthority> KnownAuthorities(std::vector<authorities::Authority> there,
+                                             Transaction& transaction);
 
 /// Errors: Error of code kMissed where no plug-in for it is there.
 void CheckAuthority(const Services& services, const std::string& name);

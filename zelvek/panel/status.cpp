@@ -1,4 +1,7 @@
 // The service and its jobs in short.
+#include <utility>
+#include <vector>
+
 #include "vek/date.h"
 #include "zelvek/base/version.h"
 #include "zelvek/panel/authorities.h"
@@ -26,8 +29,8 @@ void AddService(const Services& services, XmlAnswer& answer) {
 }
 
 /// The one that new jobs get, and each that is in use.
-void AddAuthorities(const Services& services, Transaction& transaction, XmlAnswer& answer) {
-    for (const KnownAuthority& known : KnownAuthorities(services, transaction)) {
+void AddAuthorities(std::vector<authorities::Authority> there, Transaction& transaction, XmlAnswer& answer) {
+    for (const KnownAuthority& known : KnownAuthorities(std::move(there), transaction)) {
         const bool key = !known.account.acmekey.empty();
         if (known.is_default) {
             answer.Doc()
@@ -90,12 +93,13 @@ void AddFailures(Transaction& transaction, XmlAnswer& answer) {
 }
 
 void ShowStatus(Services& services, const Query&, XmlAnswer& answer) {
+    auto there = authorities::All(services.plugins);
     LivingRuns transaction(services);
     AddService(services, answer);
     AddCounts(transaction, answer);
     AddEnding(transaction, answer);
     AddFailures(transaction, answer);
-    AddAuthorities(services, transaction, answer);
+    AddAuthorities(std::move(there), transaction, answer);
     transaction.Commit();
 }
 
