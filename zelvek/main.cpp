@@ -1,6 +1,7 @@
 // The program: the service itself, and the commands with which people and other programs ask it.
 #include "zelvek/base/command_line.h"
 #include "zelvek/cli/cli.h"
+#include "zelvek/doctor/doctor_command.h"
 #include "zelvek/service/serve_command.h"
 
 int main(int argc, char** argv) {
@@ -9,6 +10,7 @@ int main(int argc, char** argv) {
     zelvek::AddServeCommand(root);
     zelvek::AddConfigCommands(root);
     for (const auto& add_commands : zelvek::cli::kEveryNoun) add_commands(root);
+    zelvek::AddDoctorCommand(root);
     zelvek::cli::AddGuideCommands(root, line);
     return line.Run(argc, argv);
 }

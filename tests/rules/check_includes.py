@@ -39,7 +39,8 @@ ROOMS = {
     "panel": {"base", "store", "certificates", "publishing", "jobs", "notices"},
     "service": {"base", "store", "certificates", "publishing", "jobs", "notices", "examination", "panel"},
     "cli": {"base"},
-    "main": {"base", "cli", "service"},
+    "doctor": {"base", "store", "certificates", "publishing", "notices", "examination", "service", "cli"},
+    "main": {"base", "cli", "service", "doctor"},
 }
 RECORD = {"ambrin_data", "ambrin_log"}
 PROGRAM_THIRD_PARTY = {"json/json.h"}

@@ -44,6 +44,9 @@ Channel SendmailChannel(const std::string& program, std::chrono::seconds limit);
 /// last byte and the server's word.
 Channel SmtpChannel(const std::string& url, std::chrono::seconds limit);
 
+/// Speaks with that mail server without a message; says in one line what failed, nothing where it answers.
+std::string WhyNotReached(const std::string& url, std::chrono::seconds limit);
+
 /// Whether `url` is of the form that `SmtpChannel` takes; no user and no password are part of it.
 bool IsSmtpUrl(const std::string& url);
 

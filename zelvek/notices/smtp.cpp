@@ -101,6 +101,19 @@ Channel SmtpChannel(const std::string& url, std::chrono::seconds limit) {
     };
 }
 
+std::string WhyNotReached(const std::string& url, std::chrono::seconds limit) {
+    const Easy curl(curl_easy_init(), &curl_easy_cleanup);
+    if (!curl) throw std::bad_alloc();
+    std::array<char, CURL_ERROR_SIZE> detail{};
+    SetUp(curl.get(), url, limit);
+    curl_easy_setopt(curl.get(), CURLOPT_ERRORBUFFER, detail.data());
+    curl_easy_setopt(curl.get(), CURLOPT_CUSTOMREQUEST, "NOOP");
+    curl_easy_setopt(curl.get(), CURLOPT_NOBODY, 1L);
+    const CURLcode code = curl_easy_perform(curl.get());
+    if (code == CURLE_OK) return "";
+    return detail.front() != '\0' ? detail.data() : curl_easy_strerror(code);
+}
+
 bool IsSmtpUrl(const std::string& url) {
     static const std::regex form(R"(smtps?://([A-Za-z0-9.-]+|\[[0-9A-Fa-f:.]+\])(:[0-9]{1,5})?/?)");
     return std::regex_match(url, form);

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 namespace zelvek::dns {
 
@@ -15,6 +16,9 @@ public:
 
     /// Whether records of this zone can be written (ASCII form, lower case, without final dot).
     virtual bool Serves(const std::string& zone) const = 0;
+
+    /// The zones that were named to it; none where it takes every zone.
+    virtual std::vector<std::string> Zones() const { return {}; }
 
     /// Adds one value beside others at `name` (ASCII form, with or without final dot, inside `zone`).
     /// Code kExists when just that value is there already.

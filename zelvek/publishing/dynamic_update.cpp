@@ -86,6 +86,7 @@ public:
         : server_(std::move(server)), zones_(std::move(zones)) {}
 
     bool Serves(const std::string& zone) const override { return zones_.count(zone) != 0; }
+    std::vector<std::string> Zones() const override { return {zones_.begin(), zones_.end()}; }
 
     void AddTxt(const std::string& zone, const std::string& name, const std::string& value) override {
         const Record record = CheckedNewRecord(zone, name, value);

@@ -112,22 +112,24 @@ void AddServeOptions(Command& serve, ServeOptions& options) {
     }
 }
 
-/// Reads the file as `serve` does, so that both say the same of it.
 int CheckConfig(const std::string& file) {
-    ServeOptions options;
-    CommandLine reader("zelvek", "");
-    Command serve = reader.Root().AddCommand("serve", "", [&options] {
+    return WithServeOptions(file, [&file](const ServeOptions& options) {
         CheckOptions(options);
+        std::cout << Printable(file) << ": the service can use these options\n";
         return kSuccess;
     });
-    AddServeOptions(serve, options);
-    const std::array arguments{"zelvek", "serve", "--config", file.c_str()};
-    const int status = reader.Run(arguments.size(), arguments.data());
-    if (status == kSuccess) std::cout << Printable(file) << ": the service can use these options\n";
-    return status;
 }
 
 }  // namespace
+
+int WithServeOptions(const std::string& file, const std::function<int(const ServeOptions&)>& use) {
+    ServeOptions options;
+    CommandLine reader("zelvek", "");
+    Command serve = reader.Root().AddCommand("serve", "", [&] { return use(options); });
+    AddServeOptions(serve, options);
+    const std::array arguments{"zelvek", "serve", "--config", file.c_str()};
+    return reader.Run(arguments.size(), arguments.data());
+}
 
 void AddServeCommand(Command& root) {
     const auto options = std::make_shared<ServeOptions>();
