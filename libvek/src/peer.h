@@ -9,7 +9,8 @@
 namespace vek_client {
 
 /// The other end of one transfer's unix socket, looked at when the connection is made and before anything is
-/// said on it: a service of another user than this process's is told nothing. For one transfer, which ends
+/// said on it: a service of another user than this process's is told nothing; a socket of the system's first
+/// process is a service's that is being started. For one transfer, which ends
 /// before it.
 class Peer {
 public:

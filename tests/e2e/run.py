@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """Runs the tests of one file in namespaces of their own, and writes their names and outcomes as googletest would.
 
-    tests/e2e/run.py --binaries build/dev/bin [--results FILE] [--repeat N] http01_test [TEST ...]
+    tests/e2e/run.py --binaries build/dev/bin [--results FILE] [--folder FOLDER] [--repeat N] http01_test [TEST ...]
+
+Another FOLDER than this one may have the tests, which find this one's modules too.
 """
 import argparse
 import importlib
@@ -21,6 +23,7 @@ def main():
     parser.add_argument("--binaries", required=True, type=os.path.abspath)
     parser.add_argument("--results", type=os.path.abspath)
     parser.add_argument("--repeat", type=int, default=1, metavar="N", help="run all of it so many times, and count")
+    parser.add_argument("--folder", type=os.path.abspath)
     parser.add_argument("--inside", help=argparse.SUPPRESS)
     parser.add_argument("module")
     parser.add_argument("tests", nargs="*", help="part of a test's name")
@@ -43,6 +46,8 @@ def repeat(command, times):
 def run_tests(options):
     import fixture
     fixture.prepare(options.inside, options.binaries)
+    if options.folder:
+        sys.path.insert(0, options.folder)
     loader = unittest.TestLoader()
     if options.tests:
         loader.testNamePatterns = [f"*{name}*" for name in options.tests]

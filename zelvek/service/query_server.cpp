@@ -2,6 +2,7 @@
 
 #include <microhttpd.h>
 #include <poll.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <memory>
@@ -158,8 +159,8 @@ void Note(void* server, MHD_Connection* connection, void** /*state*/,
 Server::Server(Services& services, ServiceSocket& socket)
     : services_(services), socket_(socket), listener_(socket.ReleaseListener()) {
     // The library's own time limit would count the time that our answer takes, and begin anew with each byte.
-    daemon_ = MHD_start_daemon(MHD_USE_POLL_INTERNAL_THREAD | MHD_USE_THREAD_PER_CONNECTION, 0, nullptr,
-                               nullptr, &Handle, this,                      //
+    constexpr unsigned kFlags = MHD_USE_POLL_INTERNAL_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_ITC;
+    daemon_ = MHD_start_daemon(kFlags, 0, nullptr, nullptr, &Handle, this,  //
                                MHD_OPTION_LISTEN_SOCKET, listener_,         //
                                MHD_OPTION_CONNECTION_LIMIT, kConnections,   //
                                MHD_OPTION_NOTIFY_CONNECTION, &Note, this,   //
@@ -169,9 +170,14 @@ Server::Server(Services& services, ServiceSocket& socket)
 }
 
 Server::~Server() {
-    socket_.Unlink();
+    socket_.outlives_service() ? LeaveSocket() : socket_.Unlink();
     Drain();
     MHD_stop_daemon(daemon_);
+}
+
+void Server::LeaveSocket() {
+    listener_ = -1;
+    ::close(MHD_quiesce_daemon(daemon_));
 }
 
 void Server::Drain() {
@@ -181,7 +187,7 @@ void Server::Drain() {
 }
 
 bool Server::HasCallers() {
-    pollfd waiting{listener_, POLLIN, 0};
+    pollfd waiting{listener_, POLLIN, 0};  // one that is left, -1, is never ready
     const auto* info = MHD_get_daemon_info(daemon_, MHD_DAEMON_INFO_CURRENT_CONNECTIONS);
     return ::poll(&waiting, 1, 0) > 0 || connections_.Count() > 0 ||
            (info != nullptr && info->num_connections > 0);

@@ -16,7 +16,8 @@ public:
     /// Errors: Error.
     Server(Services& services, ServiceSocket& socket);
 
-    /// Takes no new connections, lets the queries that have arrived be answered, and ends.
+    /// Takes no new connections, lets the queries that have arrived be answered, and ends. Connections that
+    /// are not taken yet wait for the next service, where the socket is a service manager's.
     ~Server();
     Server(const Server&) = delete;
     Server& operator=(const Server&) = delete;
@@ -28,6 +29,9 @@ public:
     Connections& connections() { return connections_; }
 
 private:
+    /// Leaves the socket to whoever has it after this service.
+    void LeaveSocket();
+
     /// Waits until the queries that have arrived are answered.
     void Drain();
 
@@ -36,7 +40,7 @@ private:
 
     Services& services_;
     ServiceSocket& socket_;
-    int listener_;  // the daemon closes it
+    int listener_;  // the daemon closes it; -1 once it is left
     Connections connections_;
     MHD_Daemon* daemon_ = nullptr;
 };

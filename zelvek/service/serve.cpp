@@ -6,10 +6,13 @@
 #include <cerrno>
 #include <csignal>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <thread>
 
+#include "vek/client.h"
 #include "vek/date.h"
+#include "vek/err.h"
 #include "vek/proc.h"
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
@@ -25,6 +28,7 @@
 #include "zelvek/service/looks.h"
 #include "zelvek/service/query_server.h"
 #include "zelvek/service/renewal_watch.h"
+#include "zelvek/service/service_manager.h"
 #include "zelvek/service/socket.h"
 #include "zelvek/service/sweep.h"
 #include "zelvek/store/store.h"
@@ -114,6 +118,36 @@ Scheduler::Settings SchedulerSettings(const ServeOptions& options) {
             options.run_limit};
 }
 
+/// Whether a query comes back from the service's own socket. One that comes back with an error has been
+/// answered: a new start would not change that error.
+bool AnswersItself() try {
+    vek_client::Local("zelvek", "watchdog").Query("func=zelvek.account.show");
+    return true;
+} catch (const vek_err::Error& error) {
+    if (error.type() != "connect" && error.type() != "protocol") return true;
+    Log(std::string("watchdog: ") + error.what());
+    return false;
+}
+
+/// Tells the service manager that all is well as long as it is; nothing where nobody wants to hear of it.
+std::unique_ptr<Periodic> WatchOneself(const ServiceManager& manager) {
+    if (!manager.watchdog()) return nullptr;
+    constexpr int kTimesInInterval = 3;  // one that is late is not taken for none then
+    return std::make_unique<Periodic>("watchdog", *manager.watchdog() / kTimesInInterval, [&manager] {
+        if (AnswersItself()) manager.TellAlive();
+    });
+}
+
+/// Says that the service is there, and returns when it is asked to end.
+void UntilEnd(const EndSignals& signals, const ServiceManager& manager) {
+    const auto watched = WatchOneself(manager);
+    manager.TellReady();
+    std::cout << "zelvek: ready" << std::endl;
+    const int signal = signals.Wait();
+    manager.TellEnding();
+    Log("ending on signal " + std::to_string(signal));
+}
+
 }  // namespace
 
 void CheckOptions(const ServeOptions& options) {
@@ -127,7 +161,8 @@ void CheckOptions(const ServeOptions& options) {
 void Serve(const ServeOptions& options) {
     vek_proc::LeaveNoCoreFile();
     const EndSignals signals;
-    ServiceSocket socket(RunDirectory());
+    ServiceManager manager;
+    ServiceSocket socket(RunDirectory(), manager.TakeSocket());
     Store store(WithParent(options.database));
     CheckPlaces(options);
     const auto backend = dns::MakeBackend(options.dns);
@@ -160,11 +195,9 @@ void Serve(const ServeOptions& options) {
     const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
     std::optional<Scheduler> scheduler;
     if (options.scheduler) scheduler.emplace(store, SchedulerSettings(options));
-    std::cout << "zelvek: ready" << std::endl;
-    const int signal = signals.Wait();
+    UntilEnd(signals, manager);
     reloader.End();
     if (asking) asking->End();
-    Log("ending on signal " + std::to_string(signal));
 }
 
 }  // namespace zelvek

@@ -5,10 +5,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <system_error>
+#include <utility>
 
 #include "zelvek/base/error.h"
 #include "zelvek/base/run_directory.h"
+#include "zelvek/base/text.h"
 #include "zelvek/base/umask.h"
 
 namespace zelvek {
@@ -59,24 +62,66 @@ Descriptor Listen(const fs::path& path) {
     return listener;
 }
 
+/// The address that a socket listens on, as text; empty for one that does not listen, or on no file.
+std::string PlaceOf(const Descriptor& listener) {
+    int listens = 0;
+    socklen_t size = sizeof(listens);
+    if (::getsockopt(listener.get(), SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) != 0 || listens == 0)
+        return "";
+    sockaddr_un address{};
+    size = sizeof(address);
+    auto* any = reinterpret_cast<sockaddr*>(&address);
+    if (::getsockname(listener.get(), any, &size) != 0 || address.sun_family != AF_UNIX) return "";
+    return {address.sun_path, ::strnlen(address.sun_path, sizeof(address.sun_path))};
+}
+
+/// The file's user is this process's, and nobody else can connect.
+void CheckOwn(const fs::path& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) throw IoError("looking at", path, errno);
+    if (S_ISSOCK(status.st_mode) && status.st_uid == ::geteuid() && (status.st_mode & 077) == 0) return;
+    throw Error(Code::kIo, "the socket " + path.string() + " that was handed over has to be of user id " +
+                               std::to_string(::geteuid()) + ", with mode 0600");
+}
+
+void CheckHandedOver(const Descriptor& listener, const fs::path& path) {
+    if (const std::string place = PlaceOf(listener); place != path) {
+        throw Error(Code::kIo, "the socket that was handed over listens on \"" + Printable(place) +
+                                   "\", the service's is " + path.string());
+    }
+    CheckOwn(path);
+    // Who connects sees the user that has listened last, and asks nobody but its own.
+    if (::listen(listener.get(), SOMAXCONN) != 0) throw IoError("listening on", path, errno);
+}
+
 }  // namespace
 
-ServiceSocket::ServiceSocket(const fs::path& directory)
+ServiceSocket::ServiceSocket(const fs::path& directory, Descriptor handed_over)
     : path_(Prepared(directory) / "zelvek.sock"),
-      lock_(Lock(directory / "zelvek.lock", "another service runs on " + path_.string() + " already")) {
-    struct stat status {};
-    if (::lstat(path_.c_str(), &status) == 0) {
-        if (!S_ISSOCK(status.st_mode))
-            throw Error(Code::kIo, path_.string() + " is in the way: it is no socket");
-        if (SomebodyAnswers(path_)) throw Error(Code::kIo, "another service answers on " + path_.string());
-        Unlink();
+      lock_(Lock(directory / "zelvek.lock", "another service runs on " + path_.string() + " already")),
+      handed_over_(handed_over),
+      listener_(std::move(handed_over)) {
+    if (handed_over_) {
+        CheckHandedOver(listener_, path_);
+    } else {
+        RemoveOld();
+        listener_ = Listen(path_);
     }
-    listener_ = Listen(path_);
+}
+
+void ServiceSocket::RemoveOld() const {
+    struct stat status {};
+    if (::lstat(path_.c_str(), &status) != 0) return;
+    if (!S_ISSOCK(status.st_mode)) throw Error(Code::kIo, path_.string() + " is in the way: it is no socket");
+    if (SomebodyAnswers(path_)) throw Error(Code::kIo, "another service answers on " + path_.string());
+    ::unlink(path_.c_str());
 }
 
 ServiceSocket::~ServiceSocket() { Unlink(); }
 
-void ServiceSocket::Unlink() { ::unlink(path_.c_str()); }
+void ServiceSocket::Unlink() {
+    if (!handed_over_) ::unlink(path_.c_str());
+}
 
 ucred PeerOf(int connection) {
     ucred peer{};

@@ -14,11 +14,13 @@ namespace zelvek {
 /// The socket that the service listens on, `zelvek.sock` in the run directory: for its own user alone.
 class ServiceSocket {
 public:
-    /// Prepares the directory and listens. A socket file that nobody answers on is replaced. Errors: Error;
-    /// another service in the same directory is one, and a directory that somebody else can write.
-    explicit ServiceSocket(const std::filesystem::path& directory);
+    /// Prepares the directory and listens: on the socket that a service manager has made there and handed
+    /// over, or on one of its own. A socket file that nobody answers on is replaced by that. Errors: Error;
+    /// another service in the same directory is one, a directory that somebody else can write, and a socket
+    /// that was handed over and is not the one of that directory.
+    explicit ServiceSocket(const std::filesystem::path& directory, Descriptor handed_over = {});
 
-    /// Removes the socket's file.
+    /// Removes the socket's file, unless it was handed over.
     ~ServiceSocket();
     ServiceSocket(const ServiceSocket&) = delete;
     ServiceSocket& operator=(const ServiceSocket&) = delete;
@@ -26,14 +28,22 @@ public:
     /// Gives the listening socket to whoever serves on it, and closes it.
     int ReleaseListener() { return listener_.release(); }
 
-    /// Removes the socket's file now: nobody new can connect, who has connected is still accepted.
+    /// Removes the socket's file now: nobody new can connect, who has connected is still accepted. One that
+    /// was handed over stays, and whoever connects from now on waits there for the next service.
     void Unlink();
+
+    /// Whether the socket is the service manager's, who has it before and after this service.
+    bool outlives_service() const { return handed_over_; }
 
     const std::filesystem::path& path() const { return path_; }
 
 private:
+    /// The socket's file of a service that has died.
+    void RemoveOld() const;
+
     std::filesystem::path path_;
     FileLock lock_;
+    bool handed_over_;
     Descriptor listener_;
 };
 

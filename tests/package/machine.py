@@ -1,0 +1,109 @@
+"""A minimal Debian with its real systemd, booted inside the test's namespaces: its network and its loopback addresses."""
+import contextlib
+import glob
+import os
+import subprocess
+
+from process import LONG, wait_until
+
+PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
+
+
+class Machine:
+    """`base` stays as it is: what the machine writes lies in memory above it, until the machine is gone."""
+
+    def __init__(self, folder, base, hosts):
+        self._folder, self._nspawn, self._leader = folder, None, None
+        os.makedirs(folder)
+        command("mount", "-t", "tmpfs", "tmpfs", folder)
+        for name in ("written", "work", "root"):
+            os.mkdir(self._path(name))
+        command("mount", "-t", "overlay", "overlay", "-o",
+                f"lowerdir={base},upperdir={self._path('written')},workdir={self._path('work')}", self._path("root"))
+        lines = ["127.0.0.1 localhost", *(f"{address} {name}" for name, address in hosts.items())]
+        self.write("/etc/hosts", "\n".join(lines) + "\n")
+
+    def _path(self, name):
+        return os.path.join(self._folder, name)
+
+    def path(self, inside):
+        """Where a file of the machine lies outside; not for what the running machine has mounted, such as /run."""
+        return self._path("root") + inside
+
+    def write(self, inside, text, mode=0o644):
+        os.makedirs(os.path.dirname(self.path(inside)), exist_ok=True)
+        with open(self.path(inside), "w", encoding="utf-8") as file:
+            file.write(text)
+        os.chmod(self.path(inside), mode)
+
+    def append(self, inside, text):
+        with open(self.path(inside), "a", encoding="utf-8") as file:
+            file.write(text)
+
+    def boot(self):
+        with open(self._path("console"), "ab") as console:
+            self._nspawn = subprocess.Popen(
+                ["systemd-nspawn", "-q", "-D", self._path("root"), "--register=no", "--keep-unit", "--boot", "--console=pipe",
+                 "--resolv-conf=off", "--timezone=off"], stdin=subprocess.DEVNULL, stdout=console, stderr=console)
+        self._leader = wait_until(self._init, "the machine has an init")
+        wait_until(lambda: self.run("systemctl", "is-system-running", check=False).stdout.strip() in ("running", "degraded"),
+                   "the machine is up", 4 * LONG)
+
+    def _init(self):
+        self._require_running()
+        children = [path for path in glob.glob(f"/proc/{self._nspawn.pid}/task/*/children")]
+        pids = [pid for path in children for pid in read(path).split()]
+        return next((pid for pid in pids if read(f"/proc/{pid}/comm").strip() == "systemd"), None)
+
+    def _require_running(self):
+        if self._nspawn.poll() is not None:
+            raise AssertionError(f"the machine does not boot:\n{read(self._path('console'))}")
+
+    def _inside(self, *words):
+        return ["nsenter", "-t", self._leader, "-m", "-u", "-i", "-p", "-C", "-r", "-w", "--", "env", "-i", f"PATH={PATH}",
+                "HOME=/root", "LANG=C.UTF-8", "DEBIAN_FRONTEND=noninteractive", *words]
+
+    def run(self, *words, check=True, data=None):
+        """Runs a command as the machine's root."""
+        done = subprocess.run(self._inside(*words), input=data or "", capture_output=True, text=True, timeout=4 * LONG, check=False)
+        if check and done.returncode != 0:
+            raise AssertionError(f"{words}: status {done.returncode}\n{done.stdout}{done.stderr}")
+        return done
+
+    def start(self, *words):
+        """Starts a command, which the caller waits for."""
+        return subprocess.Popen(self._inside(*words), stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                text=True)
+
+    def reboot(self):
+        self.run("systemctl", "reboot", check=False)
+        self._nspawn.wait(4 * LONG)
+        self.boot()
+
+    def describe(self):
+        """For the report on a failed test."""
+        with contextlib.suppress(OSError, subprocess.SubprocessError):
+            return self.run("journalctl", "--no-pager", "-n", "80", check=False).stdout
+        return ""
+
+    def close(self):
+        if self._nspawn and self._nspawn.poll() is None:
+            self.run("systemctl", "poweroff", "--force", check=False)
+            try:
+                self._nspawn.wait(LONG)
+            except subprocess.TimeoutExpired:
+                self._nspawn.kill()
+                self._nspawn.wait()
+        command("umount", "--recursive", self._folder)
+
+
+def command(*words):
+    subprocess.run(words, stdin=subprocess.DEVNULL, check=True)
+
+
+def read(path):
+    try:
+        with open(path, encoding="utf-8", errors="replace") as file:
+            return file.read()
+    except OSError:
+        return ""
