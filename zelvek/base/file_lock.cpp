@@ -39,21 +39,27 @@ bool TryLock(const Descriptor& opened, const std::filesystem::path& file) {
     throw IoError("cannot lock", file, errno);
 }
 
+bool LockWithin(const Descriptor& opened, const std::filesystem::path& file, milliseconds limit) {
+    const auto end = steady_clock::now() + limit;
+    while (!TryLock(opened, file)) {
+        if (steady_clock::now() >= end) return false;
+        std::this_thread::sleep_for(kPause);
+    }
+    return true;
+}
+
 }  // namespace
 
 FileLock::FileLock(Descriptor locked) : locked_(std::move(locked)) {}
 
 FileLock::FileLock(const std::filesystem::path& file, const std::string& taken) : locked_(OpenOwn(file)) {
-    if (!TryLock(locked_, file)) throw Error(Code::kBusy, taken);
+    if (!LockWithin(locked_, file, kAfterlife)) throw Error(Code::kBusy, taken);
 }
 
 FileLock FileLock::WaitFor(const std::filesystem::path& file, milliseconds limit) {
-    const auto end = steady_clock::now() + limit;
     Descriptor opened = OpenOwn(file);
-    while (!TryLock(opened, file)) {
-        if (steady_clock::now() >= end) throw Error(Code::kBusy, "somebody keeps the lock " + file.string());
-        std::this_thread::sleep_for(kPause);
-    }
+    if (!LockWithin(opened, file, limit))
+        throw Error(Code::kBusy, "somebody keeps the lock " + file.string());
     return FileLock(std::move(opened));
 }
 

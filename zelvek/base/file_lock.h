@@ -13,9 +13,13 @@ namespace zelvek {
 /// object is destroyed or its process ends, in whatever way.
 class FileLock {
 public:
-    /// Takes the lock at once; makes the file (mode 0600) where it is missing. Errors: Error of code kBusy,
-    /// with `taken` as its sentence, when somebody else has it; of code kIo, also for a file of another user
-    /// and for one that others can open.
+    /// How long a killed process may still seem to have its lock: a child that it was just starting has it,
+    /// too, until the child has become the program that it is to be.
+    static constexpr std::chrono::milliseconds kAfterlife{500};
+
+    /// Takes the lock, at once but for `kAfterlife`; makes the file (mode 0600) where it is missing. Errors:
+    /// Error of code kBusy, with `taken` as its sentence, when somebody else has it; of code kIo, also for a
+    /// file of another user and for one that others can open.
     FileLock(const std::filesystem::path& file, const std::string& taken);
 
     /// Waits until nobody else has the lock, at most so long. Errors: as the constructor's.

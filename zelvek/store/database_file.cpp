@@ -7,11 +7,14 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <string>
 #include <string_view>
 #include <system_error>
+#include <thread>
 
 #include "zelvek/base/error.h"
+#include "zelvek/base/file_lock.h"
 
 namespace zelvek {
 
@@ -45,9 +48,14 @@ void CheckOwner(int file) {
 }
 
 void Lock(int file) {
-    if (::flock(file, LOCK_EX | LOCK_NB) == 0) return;
-    if (errno == EWOULDBLOCK) throw Error(Code::kBusy, "it is in use by another service");
-    throw Failure("it cannot be locked", errno);
+    constexpr std::chrono::milliseconds kPause{20};
+    const auto end = std::chrono::steady_clock::now() + FileLock::kAfterlife;
+    while (::flock(file, LOCK_EX | LOCK_NB) != 0) {
+        if (errno != EWOULDBLOCK) throw Failure("it cannot be locked", errno);
+        if (std::chrono::steady_clock::now() >= end)
+            throw Error(Code::kBusy, "it is in use by another service");
+        std::this_thread::sleep_for(kPause);
+    }
 }
 
 /// A new file is empty. A database of ours has a version as soon as it has tables: both come in one

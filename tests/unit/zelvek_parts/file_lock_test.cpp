@@ -30,6 +30,19 @@ TEST(FileLock, IsRefusedWhileSomebodyElseHasIt) {
     EXPECT_EQ(parts::Mode(file), 0600U);
 }
 
+// Behaviour: A lock that a dying process leaves a moment later is taken all the same
+TEST(FileLock, OfAProcessThatJustEndedIsTaken) {
+    const parts::TempFolder folder;
+    const std::filesystem::path file = folder.path() / "lock";
+    std::optional<FileLock> held(std::in_place, file, "taken");
+    std::thread dying([&] {
+        std::this_thread::sleep_for(FileLock::kAfterlife / 10);
+        held.reset();
+    });
+    EXPECT_EQ(parts::TypeOf([&] { const FileLock later(file, "taken"); }), "none");
+    dying.join();
+}
+
 // Behaviour: A lock is waited for, but not for ever
 TEST(FileLock, IsWaitedForUntilTheLimit) {
     const parts::TempFolder folder;
