@@ -3,6 +3,7 @@
 #include <json/json.h>
 
 #include <algorithm>
+#include <exception>
 #include <iostream>
 #include <iterator>
 #include <map>
@@ -143,15 +144,29 @@ void LookAtMachine(const ServeOptions& options, Checks& checks) {
     Append(checks, doctor::Units({"zelvek.service", "zelvek-reload.path"}));
 }
 
+void LookAtZones(const ServeOptions& options, Checks& checks) try {
+    const auto backend = dns::MakeBackend(options.dns);
+    if (!backend) return;
+    for (const std::string& zone : backend->Zones()) checks.push_back(doctor::Records(*backend, zone));
+} catch (const Error&) {
+    // What is wrong with the options is told of the configuration.
+}
+
+/// What the service itself would say of its options.
+Check Configuration(const std::string& file, const ServeOptions& options) try {
+    CheckOptions(options);
+    return doctor::Fine("configuration", file);
+} catch (const std::exception& error) {
+    return doctor::Wrong("configuration", file + ": " + error.what(), "see zelvek.conf(5)");
+}
+
 void LookOutside(const ServeOptions& options, const Panel& panel, Checks& checks) {
     const auto known = authorities::All({options.plugin, options.authorities});
     for (const authorities::Authority& each : known)
         Append(checks, doctor::Authority(each.name, each.directory));
     if (!known.empty())
         Append(checks, doctor::Resolvers(options.public_resolvers, HostOf(known.front().directory)));
-    if (const auto backend = dns::MakeBackend(options.dns)) {
-        for (const std::string& zone : backend->Zones()) checks.push_back(doctor::Records(*backend, zone));
-    }
+    LookAtZones(options, checks);
     const auto& notify = options.notify;
     if (!notify.administrator.empty() || !notify.addresses.empty()) {
         checks.push_back(doctor::Mail(notify.smtp, notify.sendmail));
@@ -194,7 +209,7 @@ void Print(const Checks& checks, bool json) {
 }
 
 int Examine(const DoctorOptions& chosen, const ServeOptions& options) {
-    Checks checks{doctor::Fine("configuration", chosen.config)};
+    Checks checks{Configuration(chosen.config, options)};
     Panel panel;
     LookAtService(panel, checks);
     // What the service may do is what counts, not what root may.

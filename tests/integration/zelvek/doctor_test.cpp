@@ -90,11 +90,18 @@ TEST_F(Doctor, LooksForAnswersAtTheNamesOfJobs) {
 // Behaviour: The doctor names a mail server that does not answer, and zones that take no record
 TEST_F(Doctor, TriesMailAndNameServers) {
     Start();
-    const auto found = Examine(
-        "notify-mail=admin@shop.example\nnotify-smtp=smtp://127.0.0.1:1\n"
-        "dns-server=127.0.0.1\ndns-port=1\ndns-zone=shop.example\n");
+    std::ofstream(Path("dns.key")) << "key \"k\" { algorithm hmac-sha256; secret \"c2VjcmV0\"; };\n";
+    fs::permissions(Path("dns.key"), fs::perms{0600});
+    const std::string key = "dns-key-file=" + Path("dns.key").string() + "\n";
+    const auto found = Examine(key +
+                               "notify-mail=admin@shop.example\nnotify-smtp=smtp://127.0.0.1:1\n"
+                               "dns-server=127.0.0.1\ndns-port=1\ndns-zone=shop.example\n");
     EXPECT_EQ(StateIn(found, "mail"), "wrong");
     EXPECT_EQ(StateIn(found, "records of shop.example"), "wrong");
+    EXPECT_EQ(StateIn(found, "configuration"), "fine");
+    const auto keyless = Examine("dns-server=127.0.0.1\ndns-zone=shop.example\n");
+    EXPECT_EQ(StateIn(keyless, "configuration"), "wrong") << "and all else is looked at";
+    EXPECT_EQ(StateIn(keyless, "integrity"), "fine");
     EXPECT_EQ(StateIn(Examine("notify-mail=admin@shop.example\nnotify-sendmail=/bin/true\n"), "mail"),
               "fine");
 }
