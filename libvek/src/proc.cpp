@@ -49,7 +49,9 @@ std::string Escape(const std::string& argument) {
 }
 
 struct Execute::Child {
-    Child(const std::string& command, int mode);
+    /// `what` is a command or a program.
+    template <class What>
+    Child(const What& what, int mode);
 
     void Run();
     void End();
@@ -75,10 +77,11 @@ struct Execute::Child {
     Fd ending;  // readable when it has ended
 };
 
-Execute::Child::Child(const std::string& command, int mode) : own_session((mode & kOwnSession) != 0) {
+template <class What>
+Execute::Child::Child(const What& what, int mode) : own_session((mode & kOwnSession) != 0) {
     Pipe to_child = (mode & kPipeIn) != 0 ? MakePipe() : Pipe{};
     Pipe from_child = (mode & kPipeOut) != 0 ? MakePipe() : Pipe{};
-    pid = Spawn(command, to_child.read.get(), from_child.write.get(), own_session);
+    pid = Spawn(what, to_child.read.get(), from_child.write.get(), own_session);
     in = std::move(to_child.write);
     out = std::move(from_child.read);
     // glibc 2.36 declares it for C alone.
@@ -165,6 +168,8 @@ bool Execute::Child::Reap(int options) {
 void Execute::Child::End() { kill(own_session ? -pid : pid, SIGKILL); }
 
 Execute::Execute(const std::string& command, int mode) : child_(std::make_unique<Child>(command, mode)) {}
+
+Execute::Execute(const Program& program, int mode) : child_(std::make_unique<Child>(program, mode)) {}
 
 Execute::~Execute() {
     if (child_->status) return;

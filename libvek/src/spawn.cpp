@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <system_error>
+#include <vector>
 
 #include "vek/err.h"
 
@@ -49,7 +50,9 @@ private:
 
 class Descriptors {
 public:
-    Descriptors(int input, int output) {
+    enum class Errors { kOwn, kToOutput };
+
+    Descriptors(int input, int output, Errors errors) {
         Require(posix_spawn_file_actions_init(&actions_));
         if (input >= 0) {
             Require(posix_spawn_file_actions_adddup2(&actions_, input, STDIN_FILENO));
@@ -57,6 +60,9 @@ public:
             Require(posix_spawn_file_actions_addopen(&actions_, STDIN_FILENO, "/dev/null", O_RDONLY, 0));
         }
         if (output >= 0) Require(posix_spawn_file_actions_adddup2(&actions_, output, STDOUT_FILENO));
+        if (errors == Errors::kToOutput) {
+            Require(posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO));
+        }
         Require(posix_spawn_file_actions_addclosefrom_np(&actions_, STDERR_FILENO + 1));
     }
     ~Descriptors() { posix_spawn_file_actions_destroy(&actions_); }
@@ -67,6 +73,15 @@ public:
 private:
     posix_spawn_file_actions_t actions_{};
 };
+
+/// The words as exec(3) takes them, which does not change them.
+std::vector<char*> Pointers(std::vector<std::string>& words) {
+    std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
+    for (std::string& word : words) pointers.push_back(word.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
 
 }  // namespace
 
@@ -81,12 +96,24 @@ Pipe MakePipe() {
 
 pid_t Spawn(const std::string& command, int input, int output, bool own_session) {
     const Attributes attributes(own_session);
-    const Descriptors descriptors(input, output);
-    // "--": a command that begins with "-" is a command all the same. exec(3) does not change the words.
-    std::string words[] = {"sh", "-c", "--", command};
-    char* const argv[] = {words[0].data(), words[1].data(), words[2].data(), words[3].data(), nullptr};
+    const Descriptors descriptors(input, output, Descriptors::Errors::kOwn);
+    // "--": a command that begins with "-" is a command all the same.
+    std::vector<std::string> words{"sh", "-c", "--", command};
     pid_t pid = -1;
-    Require(posix_spawn(&pid, "/bin/sh", descriptors.get(), attributes.get(), argv, environ));
+    Require(
+        posix_spawn(&pid, "/bin/sh", descriptors.get(), attributes.get(), Pointers(words).data(), environ));
+    return pid;
+}
+
+pid_t Spawn(const Program& program, int input, int output, bool own_session) {
+    const Attributes attributes(own_session);
+    const Descriptors descriptors(input, output, Descriptors::Errors::kToOutput);
+    std::vector<std::string> words{program.path};
+    words.insert(words.end(), program.arguments.begin(), program.arguments.end());
+    std::vector<std::string> environment = program.environment;
+    pid_t pid = -1;
+    Require(posix_spawn(&pid, program.path.c_str(), descriptors.get(), attributes.get(),
+                        Pointers(words).data(), Pointers(environment).data()));
     return pid;
 }
 

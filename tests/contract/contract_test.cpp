@@ -137,6 +137,14 @@ TEST_F(Child, ThatEndsInTimeIsNotTouchedByItsLimit) {
     EXPECT_EQ(child.Str(), "done\n");
 }
 
+// Behaviour: A program that is run without a shell gets its words as they are
+TEST_F(Child, MayBeAProgramWithoutAShell) {
+    world.PrepareChild("/usr/bin/printf '%s|' 'it'\\''s' '$HOME'", "", "it's|$HOME|", 0);
+    Execute child(vek_proc::Program{"/usr/bin/printf", {"%s|", "it's", "$HOME"}, {}}, kFedAndRead);
+    EXPECT_EQ(child.Str(), "it's|$HOME|");
+    EXPECT_EQ(child.Result(), 0);
+}
+
 // Behaviour: A quoted text is one word for the shell ...
 TEST_F(Child, GetsAnEscapedArgumentAsOneWord) {
     EXPECT_EQ(vek_proc::Escape("plain"), "'plain'");

@@ -27,6 +27,16 @@ std::string Escape(const std::string& argument) {
     return quoted + "'";
 }
 
+namespace {
+
+std::string CommandOf(const Program& program) {
+    std::string command = program.path;
+    for (const std::string& argument : program.arguments) command += " " + Escape(argument);
+    return command;
+}
+
+}  // namespace
+
 struct Execute::Child {
     std::string command;
     int mode;
@@ -59,6 +69,9 @@ Execute::Execute(const std::string& command, int mode) : child_(std::make_unique
     if (auto answer = vek_double::TakeAnswer(&vek_double::World::State::child, "child", command))
         child_->answer = *answer;
 }
+
+// A program is known by its path and words, as one would give them to the shell.
+Execute::Execute(const Program& program, int mode) : Execute(CommandOf(program), mode) {}
 
 Execute::~Execute() = default;
 void Execute::LimitTime(std::chrono::milliseconds limit) {

@@ -11,7 +11,6 @@ namespace {
 
 constexpr std::size_t kLongestText = 300;
 constexpr std::size_t kLongestOutput = 1000;
-constexpr std::size_t kLines = 5;
 constexpr char kUnprintable = '?';
 
 struct Range {
@@ -79,12 +78,12 @@ std::string Printable(const std::string& text) {
     return WithoutControls(text.substr(0, end), kUnprintable) + "...";
 }
 
-std::string LastLines(const std::string& output) {
+std::string LastLines(const std::string& output, std::size_t most) {
     std::size_t begin = output.size() - std::min(output.size(), kLongestOutput);
     while (begin < output.size() && ContinuesCharacter(output[begin])) ++begin;
     const std::vector<std::string> lines = str::Split(output.substr(begin), "\n");
     std::string tail;
-    for (std::size_t i = lines.size() - std::min(lines.size(), kLines); i < lines.size(); ++i) {
+    for (std::size_t i = lines.size() - std::min(lines.size(), most); i < lines.size(); ++i) {
         str::inpl::Append(tail, WithoutControls(lines[i], kUnprintable), " ");
     }
     return tail;

@@ -31,7 +31,8 @@ bool IsPlain(const std::string& text);
 /// long text the first 300 bytes remain.
 std::string Printable(const std::string& text);
 
-/// The last lines of a tool's output, at most 5 and 1000 bytes, as `Printable` shows them, joined by blanks.
-std::string LastLines(const std::string& output);
+/// The last lines of a tool's output, at most so many and 1000 bytes, as `Printable` shows them, joined by
+/// blanks.
+std::string LastLines(const std::string& output, std::size_t most = 5);
 
 }  // namespace zelvek

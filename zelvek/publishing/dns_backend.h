@@ -21,7 +21,7 @@ public:
     virtual std::vector<std::string> Zones() const { return {}; }
 
     /// Adds one value beside others at `name` (ASCII form, with or without final dot, inside `zone`).
-    /// Code kExists when just that value is there already.
+    /// Code kExists when just that value is there already, of a back end that can tell.
     virtual void AddTxt(const std::string& zone, const std::string& name, const std::string& value) = 0;
 
     /// Removes just that value; one that is not there, or cannot be because `name` lies outside `zone`, is no

@@ -43,8 +43,14 @@ BackendKind DynamicUpdate();
 /// each change. Every zone can be written.
 BackendKind RecordsFile();
 
+/// A program of the administrator's, for zones whose servers take no dynamic updates:
+/// `PROGRAM add|remove ZONE NAME VALUE TTL` of checked words, without a shell. Status 0: it is so now,
+/// EX_TEMPFAIL (75): it may be later, another one: a person has to look. It cannot say that a value was there
+/// before; adding that again is a success.
+BackendKind ProviderCommand();
+
 /// The list of them. A new kind is declared above and added here; nothing else has to know it.
-inline constexpr std::array kEveryKind{&DynamicUpdate, &RecordsFile};
+inline constexpr std::array kEveryKind{&DynamicUpdate, &RecordsFile, &ProviderCommand};
 
 std::vector<BackendKind> BackendKinds();
 
@@ -53,7 +59,7 @@ std::vector<BackendKind> BackendKinds();
 std::unique_ptr<Backend> MakeBackend(const Settings& given,
                                      const std::vector<BackendKind>& kinds = BackendKinds());
 
-/// The options that select a back end, for messages: "--dns-server or --dns-records-file".
+/// The options that select a back end, for messages: "--dns-server or --dns-records-file or --dns-command".
 std::string SelectingOptions();
 
 }  // namespace zelvek::dns

@@ -20,6 +20,12 @@ std::string CheckedName(std::string name) {
     return names::Canonical(name);
 }
 
+std::set<std::string> CheckedNames(const std::vector<std::string>& names) {
+    std::set<std::string> checked;
+    for (const std::string& name : names) checked.insert(CheckedName(name));
+    return checked;
+}
+
 bool Record::IsInZone() const { return names::ZoneContains(zone, name); }
 
 Record CheckedRecord(const std::string& zone, const std::string& name, const std::string& value) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <set>
 #include <string>
+#include <vector>
 
 namespace zelvek::dns {
 
@@ -17,6 +19,7 @@ struct Record {
 /// The canonical form (ASCII, lower case, no final dot) of a name, which may begin with "*.".
 /// Errors: Error of code kValue for what is no name.
 std::string CheckedName(std::string name);
+std::set<std::string> CheckedNames(const std::vector<std::string>& names);
 
 /// Errors: Error of code kValue for names that are none, and for a value that a record cannot have.
 Record CheckedRecord(const std::string& zone, const std::string& name, const std::string& value);

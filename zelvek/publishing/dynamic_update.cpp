@@ -186,10 +186,7 @@ std::unique_ptr<Backend> MakeUpdates(const Settings& settings) {
     const Server server{std::get<std::string>(settings.at(kServer)), std::get<int>(settings.at(kPort)),
                         std::get<std::string>(settings.at(kKeyFile)), std::get<int>(settings.at(kTtl))};
     if (!IsHost(server.host)) throw Error(Code::kValue, "the DNS server is no host name or address");
-    std::set<std::string> zones;
-    for (const std::string& zone : std::get<std::vector<std::string>>(settings.at(kZone))) {
-        zones.insert(CheckedName(zone));
-    }
+    const auto zones = CheckedNames(std::get<std::vector<std::string>>(settings.at(kZone)));
     if (zones.empty()) throw Error(Code::kValue, "the DNS server has no zone that may be written");
     CheckTsigKeyFile(server.key_file);
     return std::make_unique<UpdateClient>(server, zones);

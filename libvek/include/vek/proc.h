@@ -6,6 +6,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <vector>
 
 /// Child processes, waiting, and the orderly end of a run.
 namespace vek_proc {
@@ -35,11 +36,23 @@ enum Mode : int {
     kOwnSession = 0x80,  // no controlling terminal, so that no tool can ask a person for a pass phrase
 };
 
-/// One child process, run by /bin/sh, fed and read synchronously. Standard error is the program's own.
+/// A program with its words as they are. A NUL byte, which no word of a program can hold, ends the word.
+struct Program {
+    std::string path;                      // it is not looked for in PATH
+    std::vector<std::string> arguments;    // those after its own name, which is the path
+    std::vector<std::string> environment;  // all of it: "NAME=value"
+};
+
+/// One child process, fed and read synchronously.
 class Execute {
 public:
-    /// Starts the child. Errors: vek_err::Error("proc", "start", reason).
+    /// Starts a command by /bin/sh. Standard error is this program's own.
+    /// Errors: vek_err::Error("proc", "start", reason).
     Execute(const std::string& command, int mode);
+
+    /// Starts a program without a shell. Its standard error goes where its standard output goes.
+    /// Errors: vek_err::Error("proc", "start", reason), also for a program that is not there.
+    Execute(const Program& program, int mode);
 
     /// Ends a child that is still running (with its process group, where it has a session of its own) and
     /// reaps it.

@@ -50,76 +50,6 @@ std::unique_ptr<NameServer> DynamicUpdate::server_;
 
 // Behaviours of: Domains and TXT records (domain, domain.record.edit, domain.record.delete)
 
-// Behaviour: A dynamic update adds a value with its time to live, beside others, and removes just that value
-TEST_F(DynamicUpdate, AddsAValueWithItsTimeToLive) {
-    backend_->AddTxt(kZone, "_acme-challenge.add.example.test.", "value-1_A");
-    EXPECT_EQ(server_->Txt("_acme-challenge.add.example.test"), "\"value-1_A\"\n");
-    EXPECT_EQ(server_->Ttl("_acme-challenge.add.example.test"), "17");
-}
-
-// Behaviour: How long others remember that a record was not there is asked of the zone's own server: the
-// smaller
-//   of its SOA record's time and that record's last field
-TEST_F(DynamicUpdate, KnowsTheZonesNegativeCachingTime) {
-    EXPECT_EQ(backend_->NegativeTtl(kZone), std::chrono::seconds{45});
-    EXPECT_THROW(backend_->NegativeTtl("elsewhere.test"), zelvek::Error);
-}
-
-// Behaviour: A dynamic update adds a value with its time ...
-TEST_F(DynamicUpdate, KeepsSeveralValuesOfAName) {
-    const std::string name = "_acme-challenge.several.example.test.";
-    backend_->AddTxt(kZone, name, "one");
-    backend_->AddTxt(kZone, name, "two");
-    EXPECT_EQ(server_->Txt(name), "\"one\"\n\"two\"\n");
-    backend_->RemoveTxt(kZone, name, "one");
-    EXPECT_EQ(server_->Txt(name), "\"two\"\n");
-}
-
-// Behaviour: An existing value is "exists", whoever put it there
-TEST_F(DynamicUpdate, SaysThatAValueIsThereWhoeverPutIt) {
-    const std::string name = "_acme-challenge.exists.example.test";
-    MakeBackend(Good())->AddTxt(kZone, name, "value");
-    EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, name + ".", "value"); }), "exists");
-    EXPECT_EQ(
-        TypeOf([&] { backend_->AddTxt("Example.TEST.", "_ACME-Challenge.exists.example.test", "value"); }),
-        "exists");
-    EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, name, "VALUE"); }), "none");
-    EXPECT_EQ(server_->Txt(name), "\"VALUE\"\n\"value\"\n");
-}
-
-// Behaviour: A dynamic update adds a value with its time ...
-TEST_F(DynamicUpdate, RemovingWhatIsNotThereSucceeds) {
-    const std::string name = "_acme-challenge.missing.example.test.";
-    EXPECT_EQ(TypeOf([&] { backend_->RemoveTxt(kZone, name, "value"); }), "none");
-    EXPECT_EQ(TypeOf([&] { backend_->RemoveTxt(kZone, "_acme-challenge.other.example.", "value"); }), "none");
-    backend_->AddTxt(kZone, name, "value");
-    backend_->RemoveTxt(kZone, name, "value");
-    EXPECT_EQ(TypeOf([&] { backend_->RemoveTxt(kZone, name, "value"); }), "none");
-    EXPECT_EQ(server_->Txt(name), "");
-}
-
-// Behaviour: Any printable value arrives unchanged
-TEST_F(DynamicUpdate, AnyPrintableValueArrivesUnchanged) {
-    const std::string name = "_acme-challenge.odd.example.test.";
-    for (const std::string& value : {std::string("a \"quoted\" text"), std::string("back\\slash \\123"),
-                                     std::string("semi;colon $x @y (z) 'q'"), std::string(255, 'x')}) {
-        backend_->AddTxt(kZone, name, value);
-        EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, name, value); }), "exists") << value;
-        backend_->RemoveTxt(kZone, name, value);
-        EXPECT_EQ(server_->Txt(name), "") << value;
-    }
-}
-
-// Behaviour: A record's name may be the zone itself, or begin with a star
-TEST_F(DynamicUpdate, NameMayBeTheZoneItselfOrBeginWithAStar) {
-    backend_->AddTxt(kZone, kZone, "apex");
-    EXPECT_EQ(server_->Txt(kZone), "\"apex\"\n");
-    backend_->RemoveTxt(kZone, kZone, "apex");
-    backend_->AddTxt(kZone, "*.star.example.test.", "star");
-    EXPECT_EQ(server_->Txt("anything.star.example.test"), "\"star\"\n");
-    EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, "*.star.example.test", "star"); }), "exists");
-}
-
 // Behaviour: Names and values that are none, or would ...
 TEST_F(DynamicUpdate, CommandsInNamesAndValuesAreRefused) {
     EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, "x.example.test. 60 TXT y\nsend\n", "v"); }), "value");
@@ -128,39 +58,6 @@ TEST_F(DynamicUpdate, CommandsInNamesAndValuesAreRefused) {
         "value");
     EXPECT_EQ(TypeOf([&] { backend_->AddTxt(kZone, "_acme-challenge.notexample.test", "v"); }), "value");
     EXPECT_EQ(server_->Txt("y.example.test"), "");
-}
-
-// Behaviour: A refused key, a foreign or static zone ...
-TEST_F(DynamicUpdate, AliasIsReportedInsteadOfLosingTheRecord) {
-    const Failure failure =
-        FailureOf([&] { backend_->AddTxt(kZone, "_acme-challenge.alias.example.test", "v"); });
-    EXPECT_EQ(failure.type, "dns");
-    EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("CNAME")));
-}
-
-// Behaviour: A refused key, a foreign or static zone, an alias in the way and a server that is down or silent
-//   are errors "dns" that say so
-TEST_F(DynamicUpdate, WrongKeyIsRefused) {
-    Settings settings = Good();
-    settings["dns-key-file"] = parts::WriteTsigKey(server_->folder(), "stranger");
-    const auto stranger = MakeBackend(settings);
-    for (const auto& action : {&Backend::AddTxt, &Backend::RemoveTxt}) {
-        const Failure failure =
-            FailureOf([&] { (*stranger.*action)(kZone, "_acme-challenge.key.example.test", "v"); });
-        EXPECT_EQ(failure.code, zelvek::Code::kDns);
-        EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("key is refused (NOTAUTH)")));
-    }
-    EXPECT_EQ(server_->Txt("_acme-challenge.key.example.test"), "");
-}
-
-// Behaviour: A refused key, a foreign or static zone ...
-TEST_F(DynamicUpdate, RightNameWithAnotherSecretIsRefused) {
-    const parts::TempFolder folder;
-    Settings settings = Good();
-    settings["dns-key-file"] = parts::WriteTsigKey(folder.path(), "update");
-    const Failure failure = FailureOf([&] { MakeBackend(settings)->AddTxt(kZone, "a.example.test", "v"); });
-    EXPECT_EQ(failure.type, "dns");
-    EXPECT_THAT(failure.text, HasSubstr("key is refused (NOTAUTH)"));
 }
 
 // Behaviour: The key's file must be the owner's alone ...
@@ -174,20 +71,6 @@ TEST_F(DynamicUpdate, KeyFileIsCheckedAgainAtEachUse) {
     const auto backend = MakeBackend(settings);
     chmod(key_file.c_str(), 0644);
     EXPECT_EQ(TypeOf([&] { backend->AddTxt(kZone, "a.example.test", "v"); }), "value");
-}
-
-// Behaviour: A refused key, a foreign or static zone ...
-TEST_F(DynamicUpdate, ZoneThatTheServerDoesNotHaveIsReported) {
-    const Failure failure = FailureOf([&] { backend_->AddTxt("elsewhere.test", "a.elsewhere.test", "v"); });
-    EXPECT_EQ(failure.type, "dns");
-    EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("REFUSED")));
-}
-
-// Behaviour: A refused key, a foreign or static zone ...
-TEST_F(DynamicUpdate, ZoneThatTakesNoUpdatesIsReported) {
-    const Failure failure = FailureOf([&] { backend_->AddTxt("static.test", "a.static.test", "v"); });
-    EXPECT_EQ(failure.code, zelvek::Code::kDns);
-    EXPECT_THAT(failure.text, AllOf(HasSubstr(Address()), HasSubstr("static.test"), HasSubstr("REFUSED")));
 }
 
 // Behaviour: A zone that the settings do not name is an error "dns" that names it
@@ -260,17 +143,6 @@ TEST_F(DynamicUpdate, NoErrorTellsTheSecret) {
         const Failure failure = FailureOf([&] { backend_->AddTxt(zone, std::string("a.") + zone, "v"); });
         EXPECT_THAT(failure.text, Not(HasSubstr(secret)));
     }
-}
-
-// Behaviour: Threads may add and remove records at once
-TEST_F(DynamicUpdate, ThreadsCanUpdateAtOnce) {
-    std::vector<std::thread> threads(4);
-    const std::string name = "_acme-challenge.threads.example.test";
-    for (std::size_t i = 0; i < threads.size(); ++i) {
-        threads[i] = std::thread([&, i] { backend_->AddTxt(kZone, name, "value" + std::to_string(i)); });
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(server_->Txt(name), "\"value0\"\n\"value1\"\n\"value2\"\n\"value3\"\n");
 }
 
 }  // namespace

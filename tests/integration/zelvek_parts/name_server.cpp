@@ -60,49 +60,33 @@ std::filesystem::path WriteTsigKey(const std::filesystem::path& folder, const st
     return file;
 }
 
-NameServer::NameServer() : key_(WriteTsigKey(folder_.path(), "update")) {
+NameServer::NameServer(Make make) : key_(WriteTsigKey(folder_.path(), "update")) {
     for (int attempt = 0; attempt < 5; ++attempt) {
         port_ = FreePort();
-        WriteConfiguration();
-        if (Start()) return;
+        if (Start(Prepare(make, {folder_.path(), key_, port_}))) return;
     }
-    throw std::runtime_error("named does not start:\n" + Content(folder_.path() / "log"));
+    throw std::runtime_error("no name server starts:\n" + Content(folder_.path() / "log"));
 }
 
 NameServer::~NameServer() { Stop(); }
 
-void NameServer::WriteConfiguration() const {
-    const std::string folder = folder_.path();
-    Put(folder + "/named.conf",
-        "include \"" + key_.string() +
-            "\";\n"
-            "options { directory \"" +
-            folder + "\"; managed-keys-directory \"" + folder +
-            "\"; pid-file none; session-keyfile none; listen-on port " + std::to_string(port_) +
-            " { 127.0.0.1; }; listen-on-v6 { none; }; recursion no; dnssec-validation no; };\n"
-            "controls { };\n"
-            "zone \"example.test\" { type primary; file \"example.test.db\"; "
-            "allow-update { key \"update\"; }; };\n"
-            "zone \"static.test\" { type primary; file \"static.test.db\"; };\n");
-    const std::string records = "$TTL 60\n@ SOA ns hostmaster 1 3600 600 86400 45\n@ NS ns\nns A 127.0.0.1\n";
-    Put(folder + "/example.test.db", records + "_acme-challenge.alias CNAME ns\n");
-    Put(folder + "/static.test.db", records);
-}
-
-bool NameServer::Start() {
-    const std::string configuration = folder_.path() / "named.conf";
+bool NameServer::Start(std::vector<std::string> words) {
+    std::vector<char*> arguments;
+    for (std::string& word : words) arguments.push_back(word.data());
+    arguments.push_back(nullptr);
     const std::string log = folder_.path() / "log";
     pid_ = fork();
     if (pid_ == 0) {
         const int out = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        dup2(out, STDOUT_FILENO);
         dup2(out, STDERR_FILENO);
-        execl("/usr/sbin/named", "named", "-c", configuration.c_str(), "-g", nullptr);
+        execv(arguments.front(), arguments.data());
         _exit(127);
     }
-    for (int i = 0; i < 300; ++i) {
+    for (int i = 0; i < 600; ++i) {
         if (waitpid(pid_, nullptr, WNOHANG) == pid_) break;
         if (Answers()) return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
     }
     Stop();
     return false;
@@ -115,7 +99,7 @@ void NameServer::Stop() {
     pid_ = -1;
 }
 
-// Somebody else may have taken the port: named goes on without it.
+// Somebody else may have taken the port: some servers go on without it.
 bool NameServer::Answers() const {
     return Dig("example.test SOA").find("hostmaster.example.test.") != std::string::npos;
 }

@@ -4,7 +4,9 @@
 
 #include <filesystem>
 #include <string>
+#include <vector>
 
+#include "integration/zelvek_parts/name_server_makes.h"
 #include "unit/zelvek_parts/support.h"
 
 namespace parts {
@@ -15,11 +17,11 @@ int FreePort();
 /// A TSIG key file as tsig-keygen writes it, for the owner alone.
 std::filesystem::path WriteTsigKey(const std::filesystem::path& folder, const std::string& name);
 
-/// BIND, authoritative for the zone example.test with updates signed by one key, on a port of the loopback
-/// address.
+/// A name server on a port of the loopback address, authoritative for the zones example.test, which takes
+/// updates signed by one key, and static.test, which takes none.
 class NameServer {
 public:
-    NameServer();
+    explicit NameServer(Make make = Make::kBind);
     ~NameServer();
     NameServer(const NameServer&) = delete;
     NameServer& operator=(const NameServer&) = delete;
@@ -35,8 +37,7 @@ public:
     std::string Ttl(const std::string& name) const;
 
 private:
-    void WriteConfiguration() const;
-    bool Start();
+    bool Start(std::vector<std::string> words);
     void Stop();
     bool Answers() const;
     std::string Dig(const std::string& arguments) const;

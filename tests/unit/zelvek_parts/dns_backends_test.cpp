@@ -202,14 +202,17 @@ TEST(BackendKinds, HaveOptionsOfTheirOwnAndAreSelectedByATextThatIsEmptyAtFirst)
         for (const auto& option : kind.options) names.push_back(option.name);
     }
     EXPECT_THAT(names, testing::ElementsAre("dns-server", "dns-port", "dns-key-file", "dns-zone", "dns-ttl",
-                                            "dns-records-file"));
-    EXPECT_EQ(zelvek::dns::SelectingOptions(), "--dns-server or --dns-records-file");
+                                            "dns-records-file", "dns-command", "dns-command-zone",
+                                            "dns-command-ttl", "dns-command-timeout"));
+    EXPECT_EQ(zelvek::dns::SelectingOptions(), "--dns-server or --dns-records-file or --dns-command");
 }
 
 // Behaviour: Wrong settings of the back end are refused with their reason
 TEST_F(UpdateSettings, ServerAndFileExcludeEachOther) {
     ExpectRefused("dns-records-file", (folder_.path() / "records").string(),
                   "a DNS server and a file of records exclude each other");
+    good_.erase("dns-records-file");
+    ExpectRefused("dns-command", "/bin/true", "a DNS server and a DNS command exclude each other");
 }
 
 // Behaviour: Wrong settings of the back end are refused ...

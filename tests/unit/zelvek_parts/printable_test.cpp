@@ -80,6 +80,7 @@ TEST(LastLinesOfAnOutput, AreAtMostFive) {
     EXPECT_EQ(LastLines("one\n"), "one");
     EXPECT_EQ(LastLines("1\n2\n3\n4\n5\n6\n7\n"), "3 4 5 6 7");
     EXPECT_EQ(LastLines("a\r\n\n\nb\tc\n"), "a b?c");
+    EXPECT_EQ(LastLines("1\n2\n3\n", 1), "3");
 }
 
 // Behaviour: Of a tool's output at most a thousand bytes are told
