@@ -73,12 +73,6 @@ uid_t IdOf(const std::string& user) {
     return entry->pw_uid;
 }
 
-install::Settings InstallSettings(const ServeOptions& options) {
-    install::Settings settings = options.install;
-    for (const std::string& user : options.certs_owners) settings.owners.push_back(IdOf(user));
-    return settings;
-}
-
 /// What killed services have left in files; it keeps nobody from starting.
 void TidyCertificates(const install::Settings& installed) {
     try {
@@ -116,6 +110,12 @@ Scheduler::Settings SchedulerSettings(const ServeOptions& options) {
 }
 
 }  // namespace
+
+install::Settings InstallSettings(const ServeOptions& options) {
+    install::Settings settings = options.install;
+    for (const std::string& user : options.certs_owners) settings.owners.push_back(IdOf(user));
+    return settings;
+}
 
 void CheckOptions(const ServeOptions& options) {
     InstallSettings(options);

@@ -7,7 +7,6 @@
 
 #include "zelvek/base/text.h"
 #include "zelvek/publishing/dns_backends.h"
-#include "zelvek/service/serve.h"
 
 namespace zelvek {
 
@@ -107,22 +106,24 @@ void AddServeOptions(Command& serve, ServeOptions& options) {
     }
 }
 
-/// Reads the file as `serve` does, so that both say the same of it.
 int CheckConfig(const std::string& file) {
     ServeOptions options;
-    CommandLine reader("zelvek", "");
-    Command serve = reader.Root().AddCommand("serve", "", [&options] {
-        CheckOptions(options);
-        return kSuccess;
-    });
-    AddServeOptions(serve, options);
-    const std::array arguments{"zelvek", "serve", "--config", file.c_str()};
-    const int status = reader.Run(arguments.size(), arguments.data());
-    if (status == kSuccess) std::cout << Printable(file) << ": the service can use these options\n";
-    return status;
+    const int status = ReadServeOptions(file, options);
+    if (status != kSuccess) return status;
+    CheckOptions(options);
+    std::cout << Printable(file) << ": the service can use these options\n";
+    return kSuccess;
 }
 
 }  // namespace
+
+int ReadServeOptions(const std::string& file, ServeOptions& options) {
+    CommandLine reader("zelvek", "");
+    Command serve = reader.Root().AddCommand("serve", "", [] { return kSuccess; });
+    AddServeOptions(serve, options);
+    const std::array arguments{"zelvek", "serve", "--config", file.c_str()};
+    return reader.Run(arguments.size(), arguments.data());
+}
 
 void AddServeCommand(Command& root) {
     const auto options = std::make_shared<ServeOptions>();

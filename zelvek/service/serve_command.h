@@ -1,8 +1,15 @@
 #pragma once
 
+#include <string>
+
 #include "zelvek/base/command_line.h"
+#include "zelvek/service/serve.h"
 
 namespace zelvek {
+
+/// The options that `serve --config FILE` has. Returns kSuccess; any other status has been explained on
+/// standard error by then.
+int ReadServeOptions(const std::string& file, ServeOptions& options);
 
 /// Adds the command `serve` with its options.
 void AddServeCommand(Command& root);
