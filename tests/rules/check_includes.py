@@ -38,8 +38,9 @@ ROOMS = {
     "examination": {"base", "store", "publishing", "jobs"},
     "panel": {"base", "store", "certificates", "publishing", "jobs", "notices"},
     "service": {"base", "store", "certificates", "publishing", "jobs", "notices", "examination", "panel"},
+    "moving": {"base", "store", "certificates"},
     "cli": {"base"},
-    "main": {"base", "cli", "service"},
+    "main": {"base", "cli", "moving", "service"},
 }
 RECORD = {"ambrin_data", "ambrin_log"}
 PROGRAM_THIRD_PARTY = {"json/json.h"}
