@@ -38,9 +38,10 @@ ROOMS = {
     "examination": {"base", "store", "publishing", "jobs"},
     "panel": {"base", "store", "certificates", "publishing", "jobs", "notices"},
     "service": {"base", "store", "certificates", "publishing", "jobs", "notices", "examination", "panel"},
+    "moving": {"base", "store", "certificates"},
     "cli": {"base"},
     "doctor": {"base", "store", "certificates", "publishing", "notices", "examination", "service", "cli"},
-    "main": {"base", "cli", "service", "doctor"},
+    "main": {"base", "cli", "doctor", "moving", "service"},
 }
 RECORD = {"ambrin_data", "ambrin_log"}
 PROGRAM_THIRD_PARTY = {"json/json.h"}

@@ -3,7 +3,7 @@
 #include "vek/err.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/run_directory.h"
-#include "zelvek/cli/service_user.h"
+#include "zelvek/base/service_user.h"
 
 namespace zelvek::cli {
 

@@ -230,8 +230,9 @@ void AddDoctorCommand(Command& root) {
     const auto options = std::make_shared<DoctorOptions>();
     Command doctor =
         root.AddCommand("doctor", "Looks at all that certificates need, and says what to do", [options] {
-            return WithServeOptions(options->config,
-                                    [&](const ServeOptions& serve) { return Examine(*options, serve); });
+            ServeOptions serve;
+            const int status = ReadServeOptions(options->config, serve);
+            return status == kSuccess ? Examine(*options, serve) : status;
         });
     cli::AddJsonFlag(doctor, options->json);
     doctor.AddOption("--config", options->config, "The service's file of options").NotEmpty();

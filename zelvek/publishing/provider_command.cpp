@@ -28,6 +28,7 @@ public:
         : provider_(std::move(provider)), zones_(std::move(zones)) {}
 
     bool Serves(const std::string& zone) const override { return zones_.count(zone) != 0; }
+    std::vector<std::string> Zones() const override { return {zones_.begin(), zones_.end()}; }
 
     void AddTxt(const std::string& zone, const std::string& name, const std::string& value) override {
         Run("add", CheckedNewRecord(zone, name, value));

@@ -76,12 +76,6 @@ uid_t IdOf(const std::string& user) {
     return entry->pw_uid;
 }
 
-install::Settings InstallSettings(const ServeOptions& options) {
-    install::Settings settings = options.install;
-    for (const std::string& user : options.certs_owners) settings.owners.push_back(IdOf(user));
-    return settings;
-}
-
 /// What killed services have left in files; it keeps nobody from starting.
 void TidyCertificates(const install::Settings& installed) {
     try {
@@ -149,6 +143,12 @@ void UntilEnd(const EndSignals& signals, const ServiceManager& manager) {
 }
 
 }  // namespace
+
+install::Settings InstallSettings(const ServeOptions& options) {
+    install::Settings settings = options.install;
+    for (const std::string& user : options.certs_owners) settings.owners.push_back(IdOf(user));
+    return settings;
+}
 
 void CheckOptions(const ServeOptions& options) {
     InstallSettings(options);

@@ -51,4 +51,7 @@ void Serve(const ServeOptions& options);
 /// read. Errors: the same.
 void CheckOptions(const ServeOptions& options);
 
+/// Where and for whom certificates are installed. Errors: Error of code kValue for a user that is not known.
+install::Settings InstallSettings(const ServeOptions& options);
+
 }  // namespace zelvek

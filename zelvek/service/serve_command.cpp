@@ -7,7 +7,6 @@
 
 #include "zelvek/base/text.h"
 #include "zelvek/publishing/dns_backends.h"
-#include "zelvek/service/serve.h"
 
 namespace zelvek {
 
@@ -113,19 +112,19 @@ void AddServeOptions(Command& serve, ServeOptions& options) {
 }
 
 int CheckConfig(const std::string& file) {
-    return WithServeOptions(file, [&file](const ServeOptions& options) {
-        CheckOptions(options);
-        std::cout << Printable(file) << ": the service can use these options\n";
-        return kSuccess;
-    });
+    ServeOptions options;
+    const int status = ReadServeOptions(file, options);
+    if (status != kSuccess) return status;
+    CheckOptions(options);
+    std::cout << Printable(file) << ": the service can use these options\n";
+    return kSuccess;
 }
 
 }  // namespace
 
-int WithServeOptions(const std::string& file, const std::function<int(const ServeOptions&)>& use) {
-    ServeOptions options;
+int ReadServeOptions(const std::string& file, ServeOptions& options) {
     CommandLine reader("zelvek", "");
-    Command serve = reader.Root().AddCommand("serve", "", [&] { return use(options); });
+    Command serve = reader.Root().AddCommand("serve", "", [] { return kSuccess; });
     AddServeOptions(serve, options);
     const std::array arguments{"zelvek", "serve", "--config", file.c_str()};
     return reader.Run(arguments.size(), arguments.data());

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <functional>
 #include <string>
 
 #include "zelvek/base/command_line.h"
@@ -8,13 +7,12 @@
 
 namespace zelvek {
 
+/// The options that `serve --config FILE` has, read as it reads them, so that everybody says the same of
+/// them. Returns kSuccess; any other status has been explained on standard error by then.
+int ReadServeOptions(const std::string& file, ServeOptions& options);
+
 /// Adds the command `serve` with its options.
 void AddServeCommand(Command& root);
-
-/// Reads the options of a file as `serve` does, so that everybody says the same of it, and returns what `use`
-/// returns of them. A mistake in the file is told with its line; the status is `kUsage` then, and that of a
-/// failed command where `use` throws.
-int WithServeOptions(const std::string& file, const std::function<int(const ServeOptions&)>& use);
 
 /// Adds the commands about the options that `serve` reads from files.
 void AddConfigCommands(Command& root);

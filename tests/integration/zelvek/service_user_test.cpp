@@ -1,5 +1,5 @@
 // Root's commands and another user's service. Root is needed: nobody else can act as two users.
-#include "zelvek/cli/service_user.h"
+#include "zelvek/base/service_user.h"
 
 #include <sys/stat.h>
 #include <unistd.h>
@@ -59,7 +59,7 @@ protected:
     /// Why a path to a directory is not safe; empty where it is, and the owner is nobody.
     static std::string Fault(const fs::path& directory) {
         try {
-            EXPECT_EQ(cli::OwnerOnSafePath(directory), kNobody);
+            EXPECT_EQ(OwnerOnSafePath(directory), kNobody);
             return "";
         } catch (const Error& error) {
             return error.what();

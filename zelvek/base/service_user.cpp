@@ -1,18 +1,26 @@
-#include "zelvek/cli/service_user.h"
+#include "zelvek/base/service_user.h"
 
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstdio>
+#include <exception>
 #include <list>
+#include <optional>
 #include <string>
 #include <system_error>
 
+#include "vek/str.h"
+#include "zelvek/base/descriptor.h"
 #include "zelvek/base/error.h"
 
-namespace zelvek::cli {
+namespace zelvek {
 
 namespace fs = std::filesystem;
 
@@ -122,12 +130,81 @@ uid_t OwnerOnSafePath(const fs::path& directory) {
     return found.st_uid;
 }
 
-void BecomeServiceUser(const fs::path& run_directory) {
-    if (::geteuid() != 0) return;
+namespace {
+
+/// The user that root has to become; nobody where this process need not become anybody.
+std::optional<uid_t> UserToBecome(const fs::path& directory) {
+    if (::geteuid() != 0) return std::nullopt;
     Status found{};
     // Root's own service is known by its process, wherever its directory lies.
-    if (::lstat(run_directory.c_str(), &found) != 0 || (S_ISDIR(found.st_mode) && found.st_uid == 0)) return;
-    if (const uid_t owner = OwnerOnSafePath(run_directory); owner != 0) Become(owner);
+    if (::lstat(directory.c_str(), &found) != 0 || (S_ISDIR(found.st_mode) && found.st_uid == 0))
+        return std::nullopt;
+    const uid_t owner = OwnerOnSafePath(directory);
+    return owner == 0 ? std::nullopt : std::optional(owner);
 }
 
-}  // namespace zelvek::cli
+void WriteAll(int to, const std::string& text) {
+    for (std::size_t done = 0; done < text.size();) {
+        const ssize_t written = ::write(to, text.data() + done, text.size() - done);
+        if (written < 0 && errno != EINTR) return;  // nobody reads any more
+        if (written > 0) done += static_cast<std::size_t>(written);
+    }
+}
+
+std::string ReadAll(int from) {
+    std::string text;
+    std::array<char, 4096> buffer{};
+    for (;;) {
+        const ssize_t got = ::read(from, buffer.data(), buffer.size());
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) return text;
+        text.append(buffer.data(), static_cast<std::size_t>(got));
+    }
+}
+
+// The first word of what the child says where its work is done; otherwise it is an error's.
+constexpr const char* kDone = "done";
+
+std::string Carried(uid_t user, const std::function<std::string()>& work) {
+    try {
+        Become(user);
+        return std::string(kDone) + "\n" + work();
+    } catch (const Error& error) {
+        return std::string(Word(error.code())) + "\n" + error.sentence();
+    } catch (const std::exception& error) {
+        return std::string(Word(Code::kInternal)) + "\n" + error.what();
+    }
+}
+
+}  // namespace
+
+void BecomeServiceUser(const fs::path& directory) {
+    if (const auto user = UserToBecome(directory)) Become(*user);
+}
+
+std::string AsServiceUser(const fs::path& directory, const std::function<std::string()>& work) {
+    const auto user = UserToBecome(directory);
+    if (!user) return work();
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC) != 0) throw IoError("cannot make a pipe for", directory, errno);
+    const Descriptor from(ends[0]);
+    Descriptor to(ends[1]);
+    std::fflush(nullptr);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        WriteAll(to.get(), Carried(*user, work));
+        ::_exit(0);
+    }
+    if (child < 0) throw IoError("cannot start a process for", directory, errno);
+    to = Descriptor();
+    std::string said = ReadAll(from.get());
+    int status = 0;
+    while (::waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+    const std::string word = str::GetWord(said, '\n');
+    if (status != 0 || word.empty())
+        throw Error(Code::kInternal, "the process of the service's user has ended by itself");
+    if (word != kDone) throw Error(CodeOf(word), said);
+    return said;
+}
+
+}  // namespace zelvek
