@@ -48,7 +48,7 @@ class AuthorityAnswers(AuthorityTest):
         ordered = resource not in ("directory", "nonce", "new-order")
         order = self.authority.requests("new-order")[-1].answer.headers["Location"] if ordered else ""
         kid = "" if resource == "directory" else self.kid
-        kept = {"kid": kid, "attempt_count": 0 if reset else attempts, "finalize_check": order, "challenges": "",
+        kept = {"kid": kid, "attempt_count": 0 if reset else attempts, "finalize_check": order, "challenges": [],
                 "verified": False, "failed": False}
         self.assertEqual({key: run.record[key] for key in kept}, kept)
         self.assertEqual(self.world.answer_files(), [])
@@ -105,7 +105,7 @@ class AuthorityAnswers(AuthorityTest):
                     self.assertEqual((run.status, run.failed), (FAILURE, failed))
                     self.assertEqual(run.reached, REACHED[resource] + further)
                     self.assertNotIn("elsewhere", run.asked)  # where the redirect leads
-                    self.assertEqual(run.record["challenges"], "")
+                    self.assertEqual(run.record["challenges"], [])
                     self.assertEqual(self.world.answer_files(), [])
             self.assert_next_run_installs()
 

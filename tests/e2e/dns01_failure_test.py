@@ -166,7 +166,7 @@ class LostRecord(DnsTest):
             self.assertEqual(self.world.run_job(job), WAITING)
         record = self.world.job(job)
         self.assertEqual((record["processing"], record["failed"]), (False, False))
-        self.assertNotEqual(record["challenges"], "")
+        self.assertNotEqual(record["challenges"], [])
         value, = self.world.recorded_publications(self.record)
         self.assertIn("DNS server 127.0.0.1:53: ", self.world.service.log())
 
@@ -203,7 +203,7 @@ class LostRecord(DnsTest):
         self.wait_nothing_left()
         self.world.wait_run_over(job)
         record = self.world.job(job)
-        self.assertEqual((record["attempt_count"], record["challenges"]), (0, ""))  # as it was before the run
+        self.assertEqual((record["attempt_count"], record["challenges"]), (0, []))  # as it was before the run
         self.assertEqual(self.world.run_job(job), WAITING)
         self.assertEqual(self.world.run_job(job), INSTALLED)
         self.assertEqual(self.published(), [])

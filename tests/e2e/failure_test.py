@@ -96,7 +96,7 @@ class Failure(AuthorityTest):
                 self.assertEqual(len(self.authority.requests(resource)), asked)
                 record = self.world.job(self.job)
                 self.assertEqual((record["kid"], record["attempt_count"]), (self.kid, left))
-                self.assertEqual((record["challenges"] != "", len(self.world.answer_files())), (left == 1, left))
+                self.assertEqual((record["challenges"] != [], len(self.world.answer_files())), (left == 1, left))
                 self.assertEqual([entry for entry in record["events"] if entry["state"] == "failed"], [])
                 self.assert_next_run_installs()
 
@@ -251,7 +251,7 @@ class Failure(AuthorityTest):
         run = self.run_job()  # the stored challenges
         no_such = [("challenge_fail", told(404, "no such resource"))]
         self.assert_ends(run, FAILURE, ["directory", "challenge", "elsewhere"], refused + no_such)
-        self.assertEqual(run.record["challenges"], "")
+        self.assertEqual(run.record["challenges"], [])
         self.assert_next_run_installs()
 
 

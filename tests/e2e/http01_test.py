@@ -197,7 +197,7 @@ class UnservedAnswers(WorldTest):
         self.assertIn(("failed", "challenge_fail"), self.world.events(job))
         self.assertEqual(self.world.answer_files(), [])
         record = self.world.job(job)
-        self.assertEqual((record["challenges"], record["attempt_count"]), ("", 0))
+        self.assertEqual((record["challenges"], record["attempt_count"]), ([], 0))
         self.assertFalse(os.path.exists(self.world.installed("shop.example")))
 
     # Behaviour: The next run after the repair installs the certificate

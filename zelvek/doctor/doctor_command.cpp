@@ -15,10 +15,10 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
 #include "zelvek/base/run_directory.h"
+#include "zelvek/base/service_user.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/json_output.h"
 #include "zelvek/cli/pages.h"
-#include "zelvek/cli/service_user.h"
 #include "zelvek/cli/table.h"
 #include "zelvek/doctor/check.h"
 #include "zelvek/doctor/machine.h"
@@ -213,7 +213,7 @@ int Examine(const DoctorOptions& chosen, const ServeOptions& options) {
     Panel panel;
     LookAtService(panel, checks);
     // What the service may do is what counts, not what root may.
-    cli::BecomeServiceUser(RunDirectory());
+    BecomeServiceUser(RunDirectory());
     if (panel.runs) LookAtCertificates(checks);
     CollectNames(chosen, panel);
     LookAtMachine(options, checks);

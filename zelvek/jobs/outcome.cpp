@@ -57,9 +57,10 @@ Outcome OutcomeOf(const std::vector<history::Event>& events, bool panel_refused)
 }
 
 bool MayHaveIssued(std::span<const history::Event> events) {
+    // Without a failure somebody has ended the run.
+    if (events.empty() || !IsFailure(events.back())) return false;
     const auto step = std::find_if_not(events.rbegin(), events.rend(), &IsFailure);
     if (step != events.rend() && step->event == "cert_order_success") return true;
-    if (events.empty() || !IsFailure(events.back())) return false;
     const history::Event& last = events.back();
     if (last.event == "cert_recive_failed" || last.event == "cert_order_req_attempt") return true;
     return last.event == "cert_order_fail" && MayBeOfAPoll(last) && !HasFailedCheck(events) &&
@@ -70,9 +71,13 @@ Outcome OutcomeOfRun(const Job& job, const std::vector<history::Event>& events, 
     const bool goes_on = !job.challenges.empty() || job.next_attempt > now;
     const Outcome outcome = OutcomeOf(events, !job.refusal.empty());
     if (outcome == Outcome::kUnfetched && job.next_attempt > now) return Outcome::kOnItsWay;
-    const bool proved = !events.empty() && events.back().event == "challenge_success";
-    const bool cut = outcome == Outcome::kOnItsWay && proved && !job.verified && !goes_on;
+    const bool cut = outcome == Outcome::kOnItsWay && IsCutShort(events) && !job.verified && !goes_on;
     return cut ? Outcome::kCutShort : outcome;
+}
+
+bool IsCutShort(std::span<const history::Event> events) {
+    return !events.empty() &&
+           (events.back().event == "challenge_success" || events.back().event == "cert_order_success");
 }
 
 bool IsFailedCheck(const history::Event& event) {

@@ -17,7 +17,7 @@ enum class Outcome {
     kRefused,    // the authority has refused something, or found a name not proved
     kForPeople,  // the panel has refused something that a person has to mend
     kUnfetched,  // the order was finalized: it may have a certificate, which the run did not get
-    kCutShort,   // the run was ended while the authority finalized the order
+    kCutShort,   // the run was ended while the order was finalized, or before it had the certificate
 };
 
 /// By the run's events and return codes; `panel_refused` says whether a query of the run was refused.
@@ -31,6 +31,10 @@ Outcome OutcomeOfRun(const Job& job, const std::vector<history::Event>& events, 
 /// finalized; an authority that finishes orders later takes every further request at the finalize URL for
 /// another finalization, and refuses it.
 bool MayHaveIssued(std::span<const history::Event> events);
+
+/// Whether a run that ends with these events, and has installed nothing, was ended by somebody when all names
+/// were proved: the order may have a certificate, and that is nobody's fault.
+bool IsCutShort(std::span<const history::Event> events);
 
 /// Whether the authority has found a name not proved.
 bool IsFailedCheck(const history::Event& event);

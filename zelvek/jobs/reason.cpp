@@ -187,11 +187,8 @@ Reason Refused(const JobFacts& facts) {
         {}};
 }
 
-/// The last thing that was told is that all names are proved.
-bool WasCutShort(const JobFacts& facts) {
-    return !facts.events.empty() && facts.events.back().event == "challenge_success" &&
-           facts.job.challenges.empty();
-}
+/// The last thing that was told is that all names are proved, or that the order is fulfilled.
+bool WasCutShort(const JobFacts& facts) { return IsCutShort(facts.events) && facts.job.challenges.empty(); }
 
 /// The program has looked for its records, and will look again.
 bool IsPaused(const JobFacts& facts) {

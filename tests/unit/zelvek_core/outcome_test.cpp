@@ -62,7 +62,6 @@ TEST(OutcomeOfARun, IsUnfetchedWhereACertificateMayHaveBeenIssued) {
     EXPECT_EQ(AfterChecks({Step("cert_order_success"), Failed("cert_recive_failed", 503)}),
               Outcome::kUnfetched);
     EXPECT_EQ(AfterChecks({Step("cert_order_success"), Failed("http_query_error")}), Outcome::kUnfetched);
-    EXPECT_EQ(AfterChecks({Step("cert_order_success")}), Outcome::kUnfetched);
     EXPECT_EQ(
         OutcomeOf({Step("order_success"), Step("authorization_success"), Failed("cert_order_fail", 403)},
                   false),
@@ -113,6 +112,8 @@ TEST(OutcomeOfARun, IsCutShortWhereItEndsWhileItsOrderIsFinalized) {
     job.verified = true;
     EXPECT_EQ(outcome(), Outcome::kOnItsWay);
     EXPECT_EQ(OutcomeOfRun(Job{}, {Step("order_success")}, "2026-01-01 00:00:00"), Outcome::kOnItsWay);
+    EXPECT_EQ(OutcomeOfRun(Job{}, {Step("cert_order_success")}, "2026-01-01 00:00:00"), Outcome::kCutShort)
+        << "before it had the certificate";
 }
 
 // Behaviour: No other text of a detail decides anything
