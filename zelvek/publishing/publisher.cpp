@@ -10,6 +10,7 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
 #include "zelvek/publishing/answers.h"
+#include "zelvek/publishing/dns_backends.h"
 #include "zelvek/store/runs.h"
 
 namespace zelvek {
@@ -228,7 +229,7 @@ std::mutex& Publisher::LockOf(const PublishedItem& item) {
 dns::Backend& Publisher::Records() {
     if (records_ == nullptr) {
         throw Error(Code::kDns, "domain.record", "",
-                    "no DNS back end is configured: give --dns-server or --dns-records-file");
+                    "no DNS back end is configured: give " + dns::SelectingOptions());
     }
     return *records_;
 }

@@ -86,4 +86,19 @@ TEST(Publisher, NotesWhenARecordIsSeenByAll) {
     EXPECT_LT(seen("long.example"), in(3 * 3600 + 100));
 }
 
+// Behaviour: Where no DNS back end is configured the error names the options that select one
+TEST(Publisher, WithoutABackendNamesTheOptions) {
+    const parts::TempFolder folder;
+    zelvek::Store store(folder.path() / "zelvek.db");
+    zelvek::Publisher publisher(store, folder.path(), nullptr);
+    const zelvek::Process self = zelvek::FindProcess(getpid()).value();
+    const parts::Failure failure = parts::FailureOf([&] {
+        publisher.Publish(self, "anna", PublishedItem{"a.example", "_acme-challenge.a.example", "value"}, "");
+    });
+    EXPECT_EQ(failure.type, "dns");
+    for (const char* option : {"--dns-server", "--dns-records-file", "--dns-command"}) {
+        EXPECT_NE(failure.text.find(option), std::string::npos) << failure.text;
+    }
+}
+
 }  // namespace
