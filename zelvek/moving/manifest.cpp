@@ -5,6 +5,7 @@
 #include <exception>
 #include <vector>
 
+#include "vek/date.h"
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/json_text.h"
@@ -34,7 +35,7 @@ Manifest FromJson(const Json::Value& json) {
         throw Error(Code::kValue, "the backup has another format: a newer version of zelvek made it");
     Manifest manifest;
     manifest.version = Printable(json["version"].asString());
-    manifest.time = Printable(json["time"].asString());
+    manifest.time = vek_date::DateTime(json["time"].asString()).AsDateTime();
     manifest.jobs = json["jobs"].asInt64();
     manifest.domains = json["domains"].asInt64();
     manifest.certificates = json["certificates"].asInt64();

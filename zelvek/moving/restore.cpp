@@ -1,11 +1,16 @@
 #include "zelvek/moving/restore.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
+#include <cstdio>
 #include <system_error>
 
 #include "vek/date.h"
+#include "zelvek/base/descriptor.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/folder.h"
 #include "zelvek/certificates/chain.h"
@@ -49,6 +54,7 @@ public:
 
     /// Puts a database there. Returns where that is which stood there; empty for nothing.
     fs::path Take(const fs::path& database) {
+        CheckIsWhole(database);
         const fs::path aside = MoveAside();
         if (::rename(database.c_str(), file_.c_str()) != 0) throw IoError("cannot replace", file_, errno);
         done_ = true;
@@ -57,6 +63,15 @@ public:
     }
 
 private:
+    /// All of it is in this one file, and on the disk.
+    static void CheckIsWhole(const fs::path& database) {
+        const std::string log = database.string() + "-wal";
+        if (fs::exists(log) && fs::file_size(log) > 0)
+            throw Error(Code::kIo, "the restored database could not be written as a whole");
+        const Descriptor opened = Open(database, O_RDONLY);
+        if (::fsync(opened.get()) != 0) throw IoError("cannot write", database, errno);
+    }
+
     off_t SizeBefore() const {
         const struct stat status = folder_.Status(file_.filename());
         if (status.st_mode != 0 && !S_ISREG(status.st_mode))

@@ -48,7 +48,8 @@ protected:
     /// An archive of these files, with a manifest that knows them all.
     fs::path Archive(const Files& files, const std::function<void(Manifest&)>& change = {}) {
         Manifest manifest;
-        manifest.jobs = kJobs;
+        manifest.time = "2031-02-03 11:20:14";
+        manifest.jobs = kJobs + 1;
         manifest.certificates = 1;
         for (const auto& [name, content] : files) manifest.files[name] = {content.size(), Sha256(content)};
         if (change) change(manifest);
@@ -173,13 +174,17 @@ TEST_F(HostileBackup, FilesAndManifestHaveToAgree) {
                   "is missing in it");
     ExpectRefused(Archive(whole, [](Manifest& manifest) { manifest.jobs = 7; }), "counts other jobs");
     ExpectRefused(Archive(whole, [](Manifest& manifest) { manifest.certificates = 7; }), "counts other");
+    Manifest none;
+    none.time = "2031-02-03 11:20:14";
     ExpectRefused(Write([&](ArchiveWriter& archive) {
-                      archive.Add("manifest.json", zelvek::moving::Write({}));
+                      archive.Add("manifest.json", zelvek::moving::Write(none));
                       archive.Add("zelvek.db", whole[0].second);
                   }),
                   "stands behind its manifest");
-    for (const std::string text : {"", "{", "[]", "7", "{\"format\":\"x\"}", "{\"format\":1,\"files\":7}",
-                                   "{\"format\":1,\"files\":{\"zelvek.db\":[]}}"}) {
+    for (const std::string text :
+         {"", "{", "[]", "7", "{\"format\":\"x\"}", "{\"format\":1,\"files\":7}",
+          "{\"format\":1,\"time\":\"soon\"}",
+          "{\"format\":1,\"time\":\"2031-02-03 11:20:14\",\"files\":{\"zelvek.db\":[]}}"}) {
         ExpectRefused(Write([&](ArchiveWriter& archive) { archive.Add("manifest.json", text); }), "manifest");
     }
     ExpectRefused(Write([&](ArchiveWriter& archive) { archive.Add("manifest.json", "{\"format\":2}"); }),
@@ -221,6 +226,25 @@ TEST_F(HostileBackup, IsRefusedWhereItWasChangedOrCut) {
     parts::Put(file, "something else");
     ExpectRefused(file, "");
     EXPECT_EQ(Restore(whole).installed, 1) << "unchanged it is taken";
+}
+
+// Behaviour: Of an encrypted backup no byte can be changed ...
+// The archive's end, where a reader of archives stops, is not the end of what was encrypted.
+TEST_F(HostileBackup, IsRefusedWhereTheEndBehindTheArchiveIsMissing) {
+    const zelvek::moving::Secret key{zelvek::moving::Secret::Kind::kKey, std::string(32, 'k')};
+    const fs::path file = Path("sealed");
+    {
+        const zelvek::Descriptor opened = zelvek::Open(file, O_WRONLY | O_CREAT | O_EXCL, 0600);
+        zelvek::moving::Sealer sealer(zelvek::moving::ToFile(opened.get()), key);
+        sealer.Take(parts::Content(Backup()) + std::string(200000, '\0'));
+        sealer.Finish();
+    }
+    const auto size = fs::file_size(file);
+    fs::copy_file(file, Path("cut"));
+    fs::resize_file(Path("cut"), size - (size - 49) % 65552);
+    EXPECT_THAT(Refusal(Path("cut"), key).text, HasSubstr("it was cut"));
+    ExpectNothingRestored();
+    EXPECT_EQ(Restore(file, key).manifest.jobs, kJobs);
 }
 
 // Behaviour: Of an encrypted backup no byte can be changed ...
