@@ -16,6 +16,7 @@ struct InstalledName {
     std::string user;
     std::string folder;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): the check misreads the comparison
     auto operator<=>(const InstalledName&) const = default;
 };
 

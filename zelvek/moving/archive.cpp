@@ -25,16 +25,17 @@ constexpr mode_t kFileMode = 0600;
 
 }  // namespace
 
+void FreeArchive::operator()(archive* object) const { ::archive_free(object); }
+
 ArchiveWriter::ArchiveWriter(Sink sink) : sink_(std::move(sink)), archive_(::archive_write_new()) {
     openssl::Must(archive_ != nullptr);
     // Names as they are, and sizes without an end.
-    Check(::archive_write_set_format_gnutar(archive_));
-    Check(::archive_write_open(archive_, this, nullptr, &ArchiveWriter::Take, nullptr));
+    Check(::archive_write_set_format_gnutar(archive_.get()));
+    Check(::archive_write_open(archive_.get(), this, nullptr, &ArchiveWriter::Take, nullptr));
 }
 
 ArchiveWriter::~ArchiveWriter() {
     over_ = true;  // what was not finished goes nowhere
-    ::archive_write_free(archive_);
 }
 
 long ArchiveWriter::Take(archive*, void* self, const void* buffer, std::size_t size) {
@@ -52,13 +53,13 @@ long ArchiveWriter::Take(archive*, void* self, const void* buffer, std::size_t s
 void ArchiveWriter::Check(long result) {
     if (thrown_) std::rethrow_exception(thrown_);
     if (result >= ARCHIVE_OK) return;
-    const char* reason = ::archive_error_string(archive_);
+    const char* reason = ::archive_error_string(archive_.get());
     throw Error(Code::kIo, std::string("cannot write the backup: ") + (reason == nullptr ? "" : reason));
 }
 
 void ArchiveWriter::Write(std::string_view piece) {
     while (!piece.empty()) {
-        const long written = ::archive_write_data(archive_, piece.data(), piece.size());
+        const long written = ::archive_write_data(archive_.get(), piece.data(), piece.size());
         Check(written);
         if (written == 0) throw Error(Code::kIo, "cannot write the backup: a file has grown meanwhile");
         piece.remove_prefix(static_cast<std::size_t>(written));
@@ -73,14 +74,14 @@ void ArchiveWriter::Add(const std::string& name, std::uint64_t size, const Sourc
     ::archive_entry_set_perm(entry.get(), kFileMode);
     ::archive_entry_set_size(entry.get(), static_cast<la_int64_t>(size));
     ::archive_entry_set_mtime(entry.get(), std::time(nullptr), 0);
-    Check(::archive_write_header(archive_, entry.get()));
+    Check(::archive_write_header(archive_.get(), entry.get()));
     std::uint64_t done = 0;
     for (std::string piece = content(); !piece.empty(); piece = content()) {
         done += piece.size();
         Write(piece);
     }
     if (done != size) throw Error(Code::kIo, "cannot write the backup: " + name + " has changed meanwhile");
-    Check(::archive_write_finish_entry(archive_));
+    Check(::archive_write_finish_entry(archive_.get()));
 }
 
 void ArchiveWriter::Add(const std::string& name, const std::string& content) {
@@ -88,15 +89,13 @@ void ArchiveWriter::Add(const std::string& name, const std::string& content) {
     Add(name, content.size(), [&rest] { return std::exchange(rest, ""); });
 }
 
-void ArchiveWriter::Finish() { Check(::archive_write_close(archive_)); }
+void ArchiveWriter::Finish() { Check(::archive_write_close(archive_.get())); }
 
 ArchiveReader::ArchiveReader(Source source) : source_(std::move(source)), archive_(::archive_read_new()) {
     openssl::Must(archive_ != nullptr);
-    Check(::archive_read_support_format_tar(archive_));
-    Check(::archive_read_open(archive_, this, nullptr, &ArchiveReader::Give, nullptr));
+    Check(::archive_read_support_format_tar(archive_.get()));
+    Check(::archive_read_open(archive_.get(), this, nullptr, &ArchiveReader::Give, nullptr));
 }
-
-ArchiveReader::~ArchiveReader() { ::archive_read_free(archive_); }
 
 long ArchiveReader::Give(archive*, void* self, const void** buffer) {
     auto* reader = static_cast<ArchiveReader*>(self);
@@ -114,13 +113,13 @@ long ArchiveReader::Give(archive*, void* self, const void** buffer) {
 void ArchiveReader::Check(long result) {
     if (thrown_) std::rethrow_exception(thrown_);
     if (result >= ARCHIVE_OK) return;
-    const char* reason = ::archive_error_string(archive_);
+    const char* reason = ::archive_error_string(archive_.get());
     Refuse(std::string("it is no archive, or damaged: ") + Printable(reason == nullptr ? "" : reason));
 }
 
 std::optional<ArchiveReader::Entry> ArchiveReader::Next() {
     archive_entry* entry = nullptr;
-    const int result = ::archive_read_next_header(archive_, &entry);
+    const int result = ::archive_read_next_header(archive_.get(), &entry);
     Check(result);
     if (result == ARCHIVE_EOF) {
         // What stands behind the last file has to be proved, too.
@@ -144,7 +143,7 @@ std::optional<ArchiveReader::Entry> ArchiveReader::Next() {
 void ArchiveReader::Read(const Sink& sink) {
     std::array<char, 16384> buffer{};
     for (;;) {
-        const long got = ::archive_read_data(archive_, buffer.data(), buffer.size());
+        const long got = ::archive_read_data(archive_.get(), buffer.data(), buffer.size());
         Check(got);
         if (got == 0) return;
         sink({buffer.data(), static_cast<std::size_t>(got)});

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -12,6 +13,10 @@ struct archive_entry;
 
 /// Files with names in one stream, which tar(1) reads, too.
 namespace zelvek::moving {
+
+struct FreeArchive {
+    void operator()(archive* object) const;
+};
 
 class ArchiveWriter {
 public:
@@ -35,14 +40,13 @@ private:
     Sink sink_;
     std::exception_ptr thrown_;  // by the sink: exceptions do not pass through the library
     bool over_ = false;
-    archive* archive_;
+    std::unique_ptr<archive, FreeArchive> archive_;  // goes first: it may have something to write
 };
 
 /// Reads what anybody may have made: files with a size alone, no links, no folders, no holes.
 class ArchiveReader {
 public:
     explicit ArchiveReader(Source source);
-    ~ArchiveReader();
     ArchiveReader(const ArchiveReader&) = delete;
     ArchiveReader& operator=(const ArchiveReader&) = delete;
 
@@ -65,7 +69,7 @@ private:
     Source source_;
     std::string piece_;
     std::exception_ptr thrown_;  // by the source
-    archive* archive_;
+    std::unique_ptr<archive, FreeArchive> archive_;
 };
 
 }  // namespace zelvek::moving

@@ -55,7 +55,7 @@ public:
     /// Puts a database there. Returns where that is which stood there; empty for nothing.
     fs::path Take(const fs::path& database) {
         CheckIsWhole(database);
-        const fs::path aside = MoveAside();
+        fs::path aside = MoveAside();
         if (::rename(database.c_str(), file_.c_str()) != 0) throw IoError("cannot replace", file_, errno);
         done_ = true;
         folder_.Sync();

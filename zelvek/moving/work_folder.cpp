@@ -27,7 +27,7 @@ void RemoveLeftovers(const Folder& parent) {
 
 std::string MakeFolder(const Folder& parent) {
     RemoveLeftovers(parent);
-    const std::string name = kPrefix + str::hex::Encode(str::Random(8));
+    std::string name = kPrefix + str::hex::Encode(str::Random(8));
     if (!parent.Make(name, 0700)) throw Error(Code::kIo, name + " is in the way");
     return name;
 }
