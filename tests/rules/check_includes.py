@@ -4,8 +4,8 @@
 usage: check_includes.py [ROOT]
 
 The program's folders include downwards only (LAYERS), libvek's public headers, jsoncpp and the standard library; the
-framework includes neither program nor service, and its public headers nothing but the standard library; its double,
-which others compile, includes public headers alone; the service
+framework includes neither program nor service, and its public headers nothing but the standard library; its double and its
+examples, which others compile, include public headers alone; the service
 includes libvek's public headers, never the program, and its rooms include downwards only (ROOMS). Prints one line per violation; exit status 1 where there is one.
 """
 import re
@@ -16,6 +16,7 @@ PROGRAM = "plugins_int_build/ambrin"
 FRAMEWORK = "libvek"
 PUBLIC = "libvek/include"
 DOUBLE = "libvek/double"
+EXAMPLES = "libvek/examples"
 SERVICE = "zelvek"
 
 # Layer of the program -> layers that it may include besides itself. Everybody may include the record.
@@ -129,7 +130,7 @@ def outsider_rule(_, header, target):
     """For what is installed as sources: there is nothing of the framework beside it but its public headers."""
     if inside(target, PUBLIC) or inside(target, DOUBLE) or (target is None and header in STANDARD | TESTS_THIRD_PARTY):
         return None
-    return f"double includes libvek's public headers, the double's, googletest and the standard library alone: {header}"
+    return f"double and examples include libvek's public headers, the double's, googletest and the standard library alone: {header}"
 
 
 def room(path):
@@ -155,7 +156,7 @@ def service_rule(path, header, target):
 
 
 RULES = [(PROGRAM, program_rule), (PUBLIC, public_rule), (FRAMEWORK + "/src", framework_rule), (DOUBLE, outsider_rule),
-         (SERVICE, service_rule)]
+         (EXAMPLES, outsider_rule), (SERVICE, service_rule)]
 
 
 def check_file(root, source, rule):
