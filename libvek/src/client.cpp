@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <optional>
@@ -37,7 +38,8 @@ struct Letter {
 struct Outcome {
     std::string answer = {};
     std::optional<vek_err::Error> error = {};
-    bool may_pass = false;  // the error: trying again is safe, and may help
+    bool may_pass = false;   // the error: trying again is safe, and may help
+    bool unreached = false;  // the error: nobody was there
 };
 
 std::string SocketOf(const std::string& service) {
@@ -117,7 +119,9 @@ Outcome TryOnce(const Letter& letter) {
     if (const auto stranger = peer.stranger())
         return {.error = Failure("connect", letter, Strange(*stranger))};
     if (IsUnreached(code)) {
-        return {.error = Failure("connect", letter, Cause(easy, code)), .may_pass = IsAwayForNow(easy, code)};
+        return {.error = Failure("connect", letter, Cause(easy, code)),
+                .may_pass = IsAwayForNow(easy, code),
+                .unreached = true};
     }
     if (code != CURLE_OK)
         return {.error = Failure("protocol", letter, easy.Reason(code)), .may_pass = IsBrokenOff(code)};
@@ -138,10 +142,14 @@ Result Client::Send(const std::string& query) const {
     const vek_proc::SigpipeBlocked no_sigpipe;
     const Letter letter{SocketOf(service_), module_, str::hex::Encode(str::Random(kIdentityBytes)), query};
     Patience patience(query);
+    const std::atomic_ref<Found> found(found_);
     for (;;) {
         Outcome outcome = TryOnce(letter);
+        if (!outcome.unreached) found = Found::kYes;
         if (!outcome.error) return Result(outcome.answer);
-        if (!outcome.may_pass || !patience.Pause()) throw vek_err::Error(std::move(*outcome.error));
+        if (outcome.may_pass && found != Found::kInVain && patience.Pause()) continue;
+        if (found == Found::kUnknown) found = Found::kInVain;
+        throw vek_err::Error(std::move(*outcome.error));
     }
 }
 

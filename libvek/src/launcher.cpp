@@ -9,7 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <functional>
 #include <string>
+#include <string_view>
+#include <utility>
 
 #include "interrupt.h"
 #include "vek/log.h"
@@ -20,7 +23,13 @@ namespace {
 constexpr int kException = 2;  // neither success nor the plug-in's own failure
 constexpr int kSignal = 128;   // as shells report it
 
+// A run that fails for want of its service fails once more when it is to write its record back: the same text
+// is told once. A number, because static objects may be gone by then.
+std::size_t told = 0;
+
 void Report(const std::string& text) {
+    const std::size_t telling = std::hash<std::string>{}(text);
+    if (std::exchange(told, telling) == telling) return;
     const std::string line = program_invocation_short_name + (": " + text + "\n");
     [[maybe_unused]] const auto written = write(STDERR_FILENO, line.data(), line.size());
     vek_log::Module("vek", "launcher").WriteText(vek_log::kUse, text);
@@ -59,11 +68,33 @@ void OpenStandardDescriptors() {
     close(fd);
 }
 
+// The answer to a question about the program itself; empty where none is asked.
+std::string AboutText(int argc, char** argv) {
+    if (&vek_launcher::about == nullptr || argc != 2) return "";
+    const std::string_view question = argv[1];
+    const std::string name = program_invocation_short_name;
+    const vek_launcher::About& about = vek_launcher::about;
+    if (question == "--version") return name + " " + about.version + "\n";
+    if (question != "--help") return "";
+    return "usage: " + name + " " + about.arguments + "\n       " + name + " --help | --version\n" +
+           about.purpose + "\n";
+}
+
+// Ends the process where such a question was asked. Nothing is destroyed: a record that was never read must
+// not be written back.
+void AnswerAboutItself(int argc, char** argv) {
+    const std::string text = AboutText(argc, argv);
+    if (text.empty()) return;
+    const auto written = write(STDOUT_FILENO, text.data(), text.size());
+    _exit(written == static_cast<ssize_t>(text.size()) ? 0 : kException);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) try {
     vek_proc::LeaveNoCoreFile();
     OpenStandardDescriptors();
+    AnswerAboutItself(argc, argv);
     std::set_terminate(&Terminate);
     std::signal(SIGPIPE, SIG_IGN);
     // A process that was started with SIGCHLD ignored could not wait for its children.

@@ -4,7 +4,8 @@
 usage: check_includes.py [ROOT]
 
 The program's folders include downwards only (LAYERS), libvek's public headers, jsoncpp and the standard library; the
-framework includes neither program nor service, and its public headers nothing but the standard library; the service
+framework includes neither program nor service, and its public headers nothing but the standard library; its double and its
+examples, which others compile, include public headers alone; the service
 includes libvek's public headers, never the program, and its rooms include downwards only (ROOMS). Prints one line per violation; exit status 1 where there is one.
 """
 import re
@@ -14,6 +15,8 @@ from pathlib import Path
 PROGRAM = "plugins_int_build/ambrin"
 FRAMEWORK = "libvek"
 PUBLIC = "libvek/include"
+DOUBLE = "libvek/double"
+EXAMPLES = "libvek/examples"
 SERVICE = "zelvek"
 
 # Layer of the program -> layers that it may include besides itself. Everybody may include the record.
@@ -45,6 +48,7 @@ ROOMS = {
 }
 RECORD = {"ambrin_data", "ambrin_log"}
 PROGRAM_THIRD_PARTY = {"json/json.h"}
+TESTS_THIRD_PARTY = {"gtest/gtest.h", "gmock/gmock.h"}
 
 STANDARD = set(
     """algorithm any array atomic barrier bit bitset charconv chrono compare complex concepts condition_variable coroutine
@@ -75,7 +79,7 @@ def resolve(root, source, header, quoted):
     """The file of this project that an include means, relative to the root; None where there is none."""
     folders = [root / PUBLIC, root / PROGRAM, root / SERVICE, root]
     if quoted:  # <spawn.h> is the system's, even where a source has a spawn.h beside it
-        folders = [source.parent, *folders, root / FRAMEWORK / "src"]
+        folders = [source.parent, *folders, root / FRAMEWORK, root / FRAMEWORK / "src"]
     for folder in folders:
         target = (folder / header).resolve()
         if target.is_file() and target.is_relative_to(root):
@@ -123,6 +127,13 @@ def framework_rule(_, header, target):
     return f"the framework must include neither program nor service: {header}"
 
 
+def outsider_rule(_, header, target):
+    """For what is installed as sources: there is nothing of the framework beside it but its public headers."""
+    if inside(target, PUBLIC) or inside(target, DOUBLE) or (target is None and header in STANDARD | TESTS_THIRD_PARTY):
+        return None
+    return f"double and examples include libvek's public headers, the double's, googletest and the standard library alone: {header}"
+
+
 def room(path):
     """The room of a file of the service, None for a file that the picture does not know."""
     rest = Path(path).relative_to(SERVICE)
@@ -145,7 +156,8 @@ def service_rule(path, header, target):
     return f"the service includes its own headers and libvek's public ones: {header}"
 
 
-RULES = [(PROGRAM, program_rule), (PUBLIC, public_rule), (FRAMEWORK + "/src", framework_rule), (SERVICE, service_rule)]
+RULES = [(PROGRAM, program_rule), (PUBLIC, public_rule), (FRAMEWORK + "/src", framework_rule), (DOUBLE, outsider_rule),
+         (EXAMPLES, outsider_rule), (SERVICE, service_rule)]
 
 
 def check_file(root, source, rule):

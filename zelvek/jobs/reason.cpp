@@ -29,7 +29,7 @@ std::string Quoted(const std::string& words) { return words.empty() ? "" : " (\"
 /// One line of a text that somebody else has written.
 std::string Line(const std::string& text) { return Printable(TextOfHtml(text)); }
 
-bool IsFailure(const Event& event) { return event.state == "failed"; }
+bool HasFailed(const Event& event) { return event.state == "failed"; }
 
 bool IsOfACheck(const Event& event) { return event.event.starts_with("challenge_"); }
 
@@ -55,7 +55,7 @@ const Event* HiddenBy(const std::vector<Event>& events, std::size_t last) {
 
 /// A request without a nonce is refused, which hides why there was none.
 const Event* NonceTrouble(const std::vector<Event>& events, std::size_t last) {
-    if (last == 0 || !IsFailure(events[last - 1]) || !OfOneRun(events[last - 1], events[last]))
+    if (last == 0 || !HasFailed(events[last - 1]) || !OfOneRun(events[last - 1], events[last]))
         return nullptr;
     const Event& before = events[last - 1];
     const bool of_a_nonce = before.event == "acme_request_error" || before.event == "http_query_error";
@@ -64,7 +64,7 @@ const Event* NonceTrouble(const std::vector<Event>& events, std::size_t last) {
 
 /// What the last run has failed with; null where its last event is no failure.
 const Event* Failure(const std::vector<Event>& events) {
-    if (events.empty() || !IsFailure(events.back())) return nullptr;
+    if (events.empty() || !HasFailed(events.back())) return nullptr;
     const std::size_t last = events.size() - 1;
     if (const Event* hidden = HiddenBy(events, last)) return hidden;
     if (const Event* trouble = NonceTrouble(events, last)) return trouble;
@@ -229,7 +229,7 @@ Reason Waiting(const JobFacts& facts) {
 /// What kept a job from its certificate until its day was over.
 const Event* BeforeTheEnd(const std::vector<Event>& events) {
     const auto before = std::find_if(events.rbegin(), events.rend(), [](const Event& event) {
-        return IsFailure(event) && event.event != kTimedOut;
+        return HasFailed(event) && event.event != kTimedOut;
     });
     if (before == events.rend()) return nullptr;
     const std::vector<Event> until(events.begin(), before.base());

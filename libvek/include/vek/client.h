@@ -36,7 +36,8 @@ std::string Bind(const std::string& text, const std::map<std::string, std::strin
 /// Errors of every query: vek_err::Error of the answer's type; of type "connect" when the service cannot be
 /// reached, "protocol" when its answer cannot be read. A query that finds nobody, whose connection breaks
 /// off, or that the service cannot carry out for the moment is sent again with the identity that it has: for
-/// five minutes one that stores something ("sok=ok"), for five seconds any other.
+/// five minutes one that stores something ("sok=ok"), for five seconds any other. A client that has waited
+/// for its service in vain and never found it has read nothing that could be lost: it tries once then.
 class Client {
 public:
     /// One query; the values take the places of the text's "?" in their order.
@@ -60,6 +61,9 @@ private:
 
     std::string service_;
     std::string module_;
+
+    enum class Found { kUnknown, kInVain, kYes };
+    [[maybe_unused]] mutable Found found_ = Found::kUnknown;  // looked at as an atomic: threads share clients
 };
 
 /// The client of a service on this machine: `$VEK_RUN_DIR/<service>.sock`. `module` is the caller's name.

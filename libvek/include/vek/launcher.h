@@ -4,3 +4,19 @@
 /// to standard error and the log, and the exit status is then neither 0 nor 1; static objects are destroyed
 /// in any case.
 int zelmain(int argc, char** argv);
+
+namespace vek_launcher {
+
+/// What a plug-in says of itself.
+struct About {
+    const char* version;
+    const char* arguments;  // as a usage line names them, such as "ID"
+    const char* purpose;    // one sentence
+};
+
+/// A plug-in may define it. Then the launcher answers a command line of "--help" or "--version" alone, with
+/// status 0: neither `zelmain` nor the destructor of a static object is called, so no service is asked.
+/// Without it these are arguments like any other.
+[[gnu::weak]] extern const About about;
+
+}  // namespace vek_launcher

@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <fstream>
+#include <optional>
 #include <sstream>
 
 #include "integration/vek/certificate.h"
@@ -55,13 +56,13 @@ protected:
 
     // Starts the plug-in; `prepare` runs in the new process.
     void Start(
-        const std::string& what, const std::string& value = "", void (*prepare)() = [] {}) {
+        const std::string& what, const std::optional<std::string>& value = "", void (*prepare)() = [] {}) {
         pid = fork();
         if (pid != 0) return;
         dup2(open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDOUT_FILENO);
         dup2(open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600), STDERR_FILENO);
         prepare();
-        execl(VEK_TEST_PLUGIN, "vek_test_plugin", what.c_str(), value.c_str(), nullptr);
+        execl(VEK_TEST_PLUGIN, "vek_test_plugin", what.c_str(), value ? value->c_str() : nullptr, nullptr);
         _exit(99);
     }
 
@@ -173,6 +174,50 @@ TEST_F(Launcher, EndsByAbortWhereTheRecordCannotBeWrittenBack) {
         "client: connect: " + folder.file("zelvek.sock") + ": No such file or directory\n";
     EXPECT_EQ(TextOf(err), "vek_test_plugin: " + reason);
     EXPECT_THAT(Log(), HasSubstr(" ERROR vek.launcher " + reason));
+}
+
+// Behaviour: A run that waits for its service in vain ends within seconds, by SIGABRT, and tells once which
+//   socket it tried
+TEST_F(Launcher, TellsOnceWhichSocketItTriedInVain) {
+    const auto begun = steady_clock::now();
+    Start("read, then store");
+    EXPECT_EQ(End(), 1000 + SIGABRT);
+    EXPECT_GE(steady_clock::now() - begun, seconds(5));
+    EXPECT_EQ(TextOf(err), "vek_test_plugin: client: connect: " + folder.file("zelvek.sock") +
+                               ": No such file or directory\n");
+}
+
+// Behaviour: "--help" and "--version" of a plug-in are answered by the launcher with status 0, without a
+//   service, and nothing is written back
+TEST_F(Launcher, AnswersQuestionsAboutThePluginItself) {
+    StartService();
+    Start("--version", std::nullopt);
+    EXPECT_EQ(End(), 0);
+    EXPECT_EQ(TextOf(out), "vek_test_plugin 7.8.9\n");
+    Start("--help", std::nullopt);
+    EXPECT_EQ(End(), 0);
+    EXPECT_EQ(TextOf(out),
+              "usage: vek_test_plugin WHAT [VALUE]\n       vek_test_plugin --help | --version\n"
+              "Does what its arguments say.\n");
+    EXPECT_EQ(TextOf(err), "");
+    EXPECT_THAT(Queries(), testing::IsEmpty());
+}
+
+// Behaviour: An answer to "--help" or "--version" that cannot be written is no success
+TEST_F(Launcher, AnswersNothingWhereNothingCanBeWritten) {
+    Start("--version", std::nullopt, [] { dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO); });
+    EXPECT_EQ(End(), 2);
+}
+
+// Behaviour: "--help" beside other arguments goes to the plug-in, as every other argument does
+TEST_F(Launcher, LeavesOtherArgumentsToThePlugin) {
+    StartService();
+    for (const char* first : {"--help", "--version", "--helpful", "-h"}) {
+        Start(first, "x");
+        EXPECT_EQ(End(), 0);
+        EXPECT_EQ(TextOf(out), "ready\n") << first;
+    }
+    EXPECT_THAT(Queries(), testing::SizeIs(4));
 }
 
 // Behaviour: A service that restarts while the record is written back is waited for

@@ -119,6 +119,10 @@ void ReadOn() {
 
 int Run(const std::string& what, const std::string& value) {
     if (what == "return") return str::Int(value);
+    if (what == "read, then store") {
+        record.query += "&sok=ok";
+        record.client.Query("func=read");
+    }
     if (what == "exception") throw std::runtime_error(value);
     if (what == "odd") throw 7;
     if (what == "sigpipe") raise(SIGPIPE);
@@ -148,6 +152,9 @@ int Run(const std::string& what, const std::string& value) {
 }
 
 }  // namespace
+
+const vek_launcher::About vek_launcher::about{
+    .version = "7.8.9", .arguments = "WHAT [VALUE]", .purpose = "Does what its arguments say."};
 
 int zelmain(int argc, char** argv) {
     vek_log::Init("plugin", vek_log::kTrace);
