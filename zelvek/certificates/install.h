@@ -40,6 +40,13 @@ struct Request {
 /// kBusy.
 InstalledCertificate Install(const Settings& settings, const Request& request);
 
+/// The same where nothing is in its place, whatever that would be; returns whether it was put there. For
+/// placeholders, which must replace nothing. Errors: as `Install`.
+bool InstallWhereNone(const Settings& settings, const Request& request);
+
+/// Whether anything is there. Errors: Error of code kValue.
+bool IsTaken(const Settings& settings, const std::string& user, const std::string& certname);
+
 /// Where `Install` puts a certificate. Errors: Error of code kValue.
 std::filesystem::path PlaceOf(const Settings& settings, const std::string& user, const std::string& certname);
 
