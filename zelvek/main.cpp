@@ -3,6 +3,7 @@
 #include "zelvek/cli/cli.h"
 #include "zelvek/doctor/doctor_command.h"
 #include "zelvek/service/serve_command.h"
+#include "zelvek/setup/setup_command.h"
 
 int main(int argc, char** argv) {
     zelvek::CommandLine line("zelvek", "The panel's local management service and its command line");
@@ -11,6 +12,7 @@ int main(int argc, char** argv) {
     zelvek::AddConfigCommands(root);
     for (const auto& add_commands : zelvek::cli::kEveryNoun) add_commands(root);
     zelvek::AddDoctorCommand(root);
+    zelvek::AddSetupCommand(root);
     zelvek::cli::AddGuideCommands(root, line);
     return line.Run(argc, argv);
 }

@@ -40,7 +40,8 @@ ROOMS = {
     "service": {"base", "store", "certificates", "publishing", "jobs", "notices", "examination", "panel"},
     "cli": {"base"},
     "doctor": {"base", "store", "certificates", "publishing", "notices", "examination", "service", "cli"},
-    "main": {"base", "cli", "service", "doctor"},
+    "setup": {"base", "certificates", "service", "cli"},
+    "main": {"base", "cli", "service", "doctor", "setup"},
 }
 RECORD = {"ambrin_data", "ambrin_log"}
 PROGRAM_THIRD_PARTY = {"json/json.h"}
