@@ -53,7 +53,8 @@ std::filesystem::path PlaceOf(const Settings& settings, const std::string& user,
 /// Whether the certificate that is installed there is among the request's.
 bool IsInstalled(const Settings& settings, const Request& request);
 
-/// When the certificate that is installed there holds; nothing where none can be read.
+/// When the certificate that is installed there holds; nothing where none can be read. A placeholder is none,
+/// here and below.
 std::optional<Lifetime> InstalledLifetime(const Settings& settings, const std::string& user,
                                           const std::string& certname);
 

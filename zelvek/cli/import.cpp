@@ -1,6 +1,7 @@
 // Existing certificates taken over: each becomes a job.
 #include <json/json.h>
 
+#include <algorithm>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -145,6 +146,8 @@ void Print(const std::vector<Imported>& all, bool dry_run) {
         std::cout << "\nNothing was changed.\n";
         return;
     }
+    const bool any = std::any_of(all.begin(), all.end(), [](const auto& one) { return one.code.empty(); });
+    if (!any) return;
     std::cout << "\n"
               << OutputText(
                      "Have the web server use these places, and serve the answers for the renewals of http "

@@ -68,7 +68,8 @@ public:
         const std::string deed = (dry_run ? "would write " : "writes ") + file.path.string();
         if (!file.target.empty()) return Say(deed + ", a link to " + file.target);
         std::string text = deed + ":";
-        for (const std::string& line : str::Split(file.content, "\n")) text += "\n    " + line;
+        std::string rest = file.content;
+        while (!rest.empty()) text += "\n    " + str::GetWord(rest, '\n');
         Say(text);
     }
 
@@ -231,7 +232,8 @@ int SetUp(const SetupOptions& options, const ServeOptions& serve) {
         if (!options.dry_run) setup::Write(file);
     }
     const auto place = install::PlaceOf(serve.install, options.user, options.domain);
-    const std::string lines = setup::LinesOfSite(web, options.Names(), place);
+    const auto missing = options.make_site ? std::vector<std::string>{} : options.Names();
+    const std::string lines = setup::LinesOfSite(web, missing, place);
     teller.report()["lines"] = lines;
     teller.report()["place"] = place.string();
     teller.Say("\n" + lines);
@@ -262,7 +264,7 @@ void AddSetupCommand(Command& root) {
     setup.AddFlag("--make-site", options->make_site,
                   "Makes a site of nginx that serves the answers of these names alone");
     setup.AddFlag("--ready", options->ready, "The site includes the answers, wherever it is written");
-    setup.AddOption("--wait", options->wait, "How long the job is looked at");
+    setup.AddOption("--wait", options->wait, "Seconds that the job is looked at");
     setup.AddFlag("--dry-run", options->dry_run, "Shows what would be written, and does nothing");
     setup.AddOption("--config", options->config, "The service's file of options").NotEmpty();
     setup.AddOption("--etc", options->etc, "Where the folders nginx or apache2 are").NotEmpty();

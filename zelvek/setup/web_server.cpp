@@ -209,11 +209,10 @@ std::string LinesOfSite(const WebServer& web, const std::vector<std::string>& na
                "    SSLCertificateFile    " +
                certificate + "\n    SSLCertificateKeyFile " + key + "\n";
     }
-    return "In the site's server block for port 80:\n\n"
-           "    server_name " +
-           list + ";\n    include " + kSnippet +
-           ";\n\n"
-           "In its server block for port 443:\n\n"
+    const std::string answers = "In the site's server block for port 80:\n\n    server_name " + list +
+                                ";\n    include " + kSnippet + ";\n\n";
+    return (names.empty() ? "" : answers) +
+           "In the site's server block for port 443:\n\n"
            "    listen 443 ssl;\n"
            "    listen [::]:443 ssl;\n"
            "    ssl_certificate     " +

@@ -44,7 +44,8 @@ bool IncludesAnswers(const WebServer& web, const std::string& name);
 /// Writes it unless it is there. Errors: Error of code kIo.
 void Write(const ConfigFile& file);
 
-/// What a site needs: where the answers are included, and the certificate that lies in `place`.
+/// What the site of these names needs: to include the answers, and the certificate that lies in `place`.
+/// Without names the latter alone.
 std::string LinesOfSite(const WebServer& web, const std::vector<std::string>& names,
                         const std::filesystem::path& place);
 

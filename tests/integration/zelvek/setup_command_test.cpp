@@ -121,7 +121,8 @@ TEST_F(SetUpCommand, ADryRunDoesNothing) {
     const Ended ended = SetUpFor("shop.example", {"--dry-run", "--make-site"});
     EXPECT_EQ(ended.status, 0) << ended.err;
     EXPECT_NE(ended.out.find("location ^~ /.well-known/acme-challenge/ {"), std::string::npos);
-    EXPECT_NE(ended.out.find("server_name shop.example;"), std::string::npos);
+    EXPECT_NE(ended.out.find("        server_name shop.example;"), std::string::npos) << "as it will stand";
+    EXPECT_EQ(ended.out.find("\n    server_name shop.example;"), std::string::npos) << "its site has that";
     EXPECT_FALSE(fs::exists(Path("etc") / "nginx" / "snippets"));
     EXPECT_TRUE(fs::is_empty(Path("etc") / "nginx" / "conf.d"));
     EXPECT_FALSE(fs::exists(Path("certs")));
