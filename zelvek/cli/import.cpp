@@ -137,6 +137,7 @@ std::string TextOf(const Imported& imported) {
 
 void Print(const std::vector<Imported>& all, bool dry_run) {
     std::vector<std::vector<std::string>> rows;
+    rows.reserve(all.size());
     for (const Imported& imported : all) {
         rows.push_back({StateOf(imported, dry_run), imported.job == 0 ? "" : str::Str(imported.job),
                         imported.name, imported.user, DayOf(imported.expires), TextOf(imported)});
@@ -195,6 +196,7 @@ int ImportFolder(const FolderOptions& options) {
     const std::vector<ImportSource> sources = ReadLetsencryptFolder(options.folder);
     Ask("zelvek.status", {});  // one complaint where there is no service, not one for each
     std::vector<Imported> all;
+    all.reserve(sources.size());
     for (const ImportSource& source : sources)
         all.push_back(Take(source, UserOf(source.name, options), source.name, options));
     if (!options.json) {

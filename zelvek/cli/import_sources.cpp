@@ -43,7 +43,8 @@ std::string Blocks(const std::string& text, const std::function<bool(const std::
         const std::size_t label_end = text.find(dashes, label_at);
         if (label_end == std::string::npos) break;
         const std::string label = text.substr(label_at, label_end - label_at);
-        const std::string end = "-----END " + label + dashes;
+        std::string end = "-----END ";
+        end.append(label).append(dashes);
         const std::size_t end_at = text.find(end, label_end);
         if (end_at == std::string::npos || !wanted(label)) continue;
         blocks += text.substr(at, end_at + end.size() - at) + "\n";
@@ -52,7 +53,7 @@ std::string Blocks(const std::string& text, const std::function<bool(const std::
 }
 
 std::string CertificatesIn(const fs::path& file, std::string& obstacle) {
-    const std::string blocks =
+    std::string blocks =
         Blocks(Read(file, obstacle), [](const std::string& label) { return label == "CERTIFICATE"; });
     if (blocks.empty() && obstacle.empty())
         obstacle = file.string() + " holds no certificate (\"BEGIN CERTIFICATE\")";
@@ -60,7 +61,7 @@ std::string CertificatesIn(const fs::path& file, std::string& obstacle) {
 }
 
 std::string KeyIn(const fs::path& file, std::string& obstacle) {
-    const std::string blocks =
+    std::string blocks =
         Blocks(Read(file, obstacle), [](const std::string& label) { return label.ends_with("PRIVATE KEY"); });
     if (blocks.empty() && obstacle.empty())
         obstacle = file.string() + " holds no private key (\"BEGIN PRIVATE KEY\")";

@@ -81,7 +81,7 @@ void AddKeyKind(std::map<std::string, std::string>& form, const Description& des
 std::string CheckType(const Services& services, const Query& query, const Names& names) {
     const std::string& asked = query.parameters.Get("check_type");
     const auto wildcard = std::find_if(names.begin(), names.end(), &IsWildcard);
-    const std::string type = !asked.empty() ? asked : wildcard != names.end() ? "dns" : "http";
+    std::string type = !asked.empty() ? asked : wildcard != names.end() ? "dns" : "http";
     if (type == "http" && wildcard != names.end()) {
         throw Error(Code::kValue, "check_type", type,
                     "\"" + *wildcard + "\" is a wildcard, which only records in the DNS prove: \"dns\"");

@@ -116,8 +116,8 @@ ConfigFile EnablingLink(const WebServer& web) {
 }  // namespace
 
 WebServer FindWebServer(const fs::path& etc, const std::string& wished) {
-    const WebServer nginx{Server::kNginx, etc / "nginx"};
-    const WebServer apache{Server::kApache, etc / "apache2"};
+    WebServer nginx{Server::kNginx, etc / "nginx"};
+    WebServer apache{Server::kApache, etc / "apache2"};
     const bool has_nginx = fs::is_directory(nginx.folder);
     const bool has_apache = fs::is_directory(apache.folder);
     if (has_nginx && (wished == "nginx" || (wished.empty() && !has_apache))) return nginx;
