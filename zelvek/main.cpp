@@ -4,6 +4,7 @@
 #include "zelvek/doctor/doctor_command.h"
 #include "zelvek/moving/commands.h"
 #include "zelvek/service/serve_command.h"
+#include "zelvek/setup/setup_command.h"
 
 namespace {
 
@@ -25,6 +26,7 @@ int main(int argc, char** argv) {
     zelvek::moving::AddCommands(root, ReadPlaces);
     for (const auto& add_commands : zelvek::cli::kEveryNoun) add_commands(root);
     zelvek::AddDoctorCommand(root);
+    zelvek::AddSetupCommand(root);
     zelvek::cli::AddGuideCommands(root, line);
     return line.Run(argc, argv);
 }

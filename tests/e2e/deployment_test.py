@@ -9,10 +9,11 @@ import stat
 import subprocess
 import unittest
 
+from ca import self_signed
 from deployment import USER, DeployedWorld, as_user, possible
 from fixture import account_key, make_world
 from process import LONG, wait_until
-from world import INSTALLED
+from world import INSTALLED, WAITING
 
 NEIGHBOUR = 64322
 EC = ("--csr", "key_type=ec", "--skip-account-check")  # pebble takes no check
@@ -123,6 +124,53 @@ class DeploymentTest(unittest.TestCase):
         self.world.run_job(job)
         self.assertEqual(os.stat(log).st_uid, USER)
         self.assertEqual(stat.S_IMODE(os.stat(log).st_mode) & 0o007, 0)
+
+
+class FirstHour(unittest.TestCase):
+    """Root's commands on a server that has a web server and the service of another user, and no certificate yet."""
+
+    longMessage = True
+    maxDiff = None
+
+    def setUp(self):
+        self.assertTrue(possible(), "these tests need root, or a namespace with several users")
+        self.world = make_world(DeployedWorld)
+        self.addCleanup(self.world.close)
+        self.world.start_web()
+        self.world.start_pebble()
+        self.world.start_service(scheduler="on")
+
+    def options(self):
+        """What the package installs below /etc: the service's options, and nginx's folder."""
+        os.makedirs(self.world.path("etc/nginx"))
+        config = self.world.path("zelvek.conf")
+        with open(config, "w", encoding="ascii") as file:
+            file.write(f"answers-dir={self.world.answers}\ncerts-dir={self.world.certificates}\n"
+                       f"reload-command={self.world.reload_command()}\n")
+        return "--config", config, "--etc", self.world.path("etc"), "--user", "anna"
+
+    # Behaviour: Root's set-up leads from a running service of another user to the first certificate, which takes the place of
+    #   a placeholder, and the web server shows it; a certificate of another client is taken over as the service's user's
+    def test_root_gets_the_first_certificate_and_takes_another_over(self):
+        words = ("setup", *self.options(), "--domain", "shop.example", "--alias", "www.shop.example")
+        run = self.world.zelvek(*words)
+        self.assertEqual(run.process.returncode, WAITING, run.log())
+        key = self.world.installed("shop.example", file="privkey.pem")
+        placeholder = os.stat(key)
+        self.assertEqual((placeholder.st_uid, stat.S_IMODE(placeholder.st_mode)), (USER, 0o600))
+        run = self.world.zelvek(*words, "--make-site")
+        self.assertEqual(run.process.returncode, INSTALLED, run.log())
+        self.assertEqual(os.stat(self.world.path("etc/nginx/snippets/zelvek.conf")).st_uid, 0)
+        self.world.web.wait_trusted("shop.example", self.world.path("pebble-root.pem"))
+
+        old = self.world.path("old")
+        self_signed(old, "blog.example")
+        os.chmod(f"{old}/privkey.pem", 0o600)
+        run = self.world.zelvek("import", "certificate", "--user", "anna", "--cert", f"{old}/fullchain.pem",
+                                "--key", f"{old}/privkey.pem")
+        self.assertEqual(run.process.returncode, 0, run.log())
+        self.assertEqual(os.stat(self.world.installed("blog.example", file="privkey.pem")).st_uid, USER)
+        self.assertEqual([job["state"] for job in self.world.ask("job", "list")], ["verified"] * 2)
 
 
 class Neighbour:

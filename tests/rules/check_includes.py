@@ -44,7 +44,8 @@ ROOMS = {
     "moving": {"base", "store", "certificates"},
     "cli": {"base"},
     "doctor": {"base", "store", "certificates", "publishing", "notices", "examination", "service", "cli"},
-    "main": {"base", "cli", "doctor", "moving", "service"},
+    "setup": {"base", "certificates", "service", "cli"},
+    "main": {"base", "cli", "doctor", "moving", "service", "setup"},
 }
 RECORD = {"ambrin_data", "ambrin_log"}
 PROGRAM_THIRD_PARTY = {"json/json.h"}

@@ -18,6 +18,7 @@
 #include "zelvek/base/names.h"
 #include "zelvek/base/text.h"
 #include "zelvek/certificates/chain.h"
+#include "zelvek/certificates/placeholder.h"
 
 namespace zelvek::install {
 namespace {
@@ -200,7 +201,12 @@ std::filesystem::path PlaceOf(const Settings& settings, const std::string& user,
 
 namespace {
 
-InstalledCertificate InstallOrFail(const Settings& settings, const Request& request) {
+/// Whether what is there already is replaced.
+enum class Replace { kYes, kNo };
+
+/// What was installed; nothing where something was there that was not to be replaced.
+std::optional<InstalledCertificate> InstallOrFail(const Settings& settings, const Request& request,
+                                                  Replace replace) {
     const std::string user = names::FolderName("the user's name", request.user);
     const std::string name = names::CertificateFolder(request.certname);
     const CertificateChain chain = SortChain(request.certificates, request.key);
@@ -208,19 +214,35 @@ InstalledCertificate InstallOrFail(const Settings& settings, const Request& requ
 
     const Folder directory = OpenDirectory(settings);
     const FileLock lock = Lock(settings);
-    PutInPlace(OpenUser(settings, directory, user), name, chain);
-    return {PlaceOf(settings, user, request.certname), request.certname, user, chain.key};
+    const Folder parent = OpenUser(settings, directory, user);
+    if (replace == Replace::kNo && parent.Status(name).st_mode != 0) return std::nullopt;
+    PutInPlace(parent, name, chain);
+    return InstalledCertificate{PlaceOf(settings, user, request.certname), request.certname, user, chain.key};
+}
+
+std::optional<InstalledCertificate> InstallAs(const Settings& settings, const Request& request,
+                                              Replace replace) {
+    try {
+        return InstallOrFail(settings, request, replace);
+    } catch (const Error& error) {
+        throw Error(error.code(),
+                    "installing the certificate of " + Printable(request.certname) + ": " + error.what());
+    }
 }
 
 }  // namespace
 
 InstalledCertificate Install(const Settings& settings, const Request& request) {
-    try {
-        return InstallOrFail(settings, request);
-    } catch (const Error& error) {
-        throw Error(error.code(),
-                    "installing the certificate of " + Printable(request.certname) + ": " + error.what());
-    }
+    return *InstallAs(settings, request, Replace::kYes);
+}
+
+bool InstallWhereNone(const Settings& settings, const Request& request) {
+    return InstallAs(settings, request, Replace::kNo).has_value();
+}
+
+bool IsTaken(const Settings& settings, const std::string& user, const std::string& certname) {
+    std::error_code error;
+    return fs::symlink_status(PlaceOf(settings, user, certname), error).type() != fs::file_type::not_found;
 }
 
 bool Remove(const Settings& settings, const std::string& user, const std::string& certname) {
@@ -254,12 +276,12 @@ bool IsInstalled(const Settings& settings, const Request& request) {
 
 namespace {
 
-/// What `read` makes of the certificate that is installed there. The folder's owner may have put anything
-/// there.
+/// What `read` makes of the certificate that is installed there; a placeholder is none. The folder's owner
+/// may have put anything there.
 template <class Made>
 std::optional<Made> OfInstalled(const fs::path& place, Made (*read)(const std::string&)) {
     const auto certificate = ReadSmallFile(place / "cert.pem", kLargestCertificate);
-    if (!certificate) return std::nullopt;
+    if (!certificate || IsPlaceholder(*certificate)) return std::nullopt;
     return read(*certificate);
 }
 

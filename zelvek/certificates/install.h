@@ -40,13 +40,21 @@ struct Request {
 /// kBusy.
 InstalledCertificate Install(const Settings& settings, const Request& request);
 
+/// The same where nothing is in its place, whatever that would be; returns whether it was put there. For
+/// placeholders, which must replace nothing. Errors: as `Install`.
+bool InstallWhereNone(const Settings& settings, const Request& request);
+
+/// Whether anything is there. Errors: Error of code kValue.
+bool IsTaken(const Settings& settings, const std::string& user, const std::string& certname);
+
 /// Where `Install` puts a certificate. Errors: Error of code kValue.
 std::filesystem::path PlaceOf(const Settings& settings, const std::string& user, const std::string& certname);
 
 /// Whether the certificate that is installed there is among the request's.
 bool IsInstalled(const Settings& settings, const Request& request);
 
-/// When the certificate that is installed there holds; nothing where none can be read.
+/// When the certificate that is installed there holds; nothing where none can be read. A placeholder is none,
+/// here and below.
 std::optional<Lifetime> InstalledLifetime(const Settings& settings, const std::string& user,
                                           const std::string& certname);
 

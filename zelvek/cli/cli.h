@@ -14,6 +14,7 @@ void AddProblemCommands(Command& root);
 void AddAccountCommands(Command& root);
 void AddAuthorityCommands(Command& root);
 void AddCertificateCommands(Command& root);
+void AddImportCommands(Command& root);
 void AddStatusCommand(Command& root);
 
 /// Adds commands that tell of all others: `complete`, for shells, and `manual`.
@@ -22,6 +23,6 @@ void AddGuideCommands(Command& root, const CommandLine& line);
 /// All of them, in the order in which the help shows them.
 inline constexpr std::array kEveryNoun{&AddStatusCommand,       &AddDomainCommands,  &AddJobCommands,
                                        &AddCertificateCommands, &AddProblemCommands, &AddAccountCommands,
-                                       &AddAuthorityCommands};
+                                       &AddAuthorityCommands,   &AddImportCommands};
 
 }  // namespace zelvek::cli

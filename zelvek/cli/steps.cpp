@@ -66,6 +66,7 @@ constexpr std::array kEvents{
     Words{"acme_response_error", "the authority's answer cannot be read"},
     Words{"http_query_error", "the authority cannot be reached"},
     Words{"panel_error", "the service refuses what the run asks for"},
+    Words{"certificate_imported", "the certificate was taken over as it is"},
     Words{"job_edited", "somebody has edited the job; its names are"},
     Words{"timeout_error", "the job had no certificate after a day, and is stopped"},
 };

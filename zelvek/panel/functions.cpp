@@ -24,8 +24,8 @@ Table MakeTable() {
     for (const auto& noun :
          {functions::JobRecord(), functions::Jobs(), functions::JobChanges(), functions::JobLists(),
           functions::AnswerFiles(), functions::Records(), functions::Domains(), functions::Certificates(),
-          functions::CertificateList(), functions::Problems(), functions::Accounts(),
-          functions::Authorities(), functions::ServiceStatus()}) {
+          functions::CertificateList(), functions::CertificateImport(), functions::Problems(),
+          functions::Accounts(), functions::Authorities(), functions::ServiceStatus()}) {
         table.insert(noun.begin(), noun.end());
     }
     return table;

@@ -73,6 +73,7 @@ Functions Records();
 Functions Domains();
 Functions Certificates();
 Functions CertificateList();
+Functions CertificateImport();
 Functions Problems();
 Functions Accounts();
 Functions Authorities();
