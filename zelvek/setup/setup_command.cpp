@@ -251,8 +251,9 @@ void AddSetupCommand(Command& root) {
     const auto options = std::make_shared<SetupOptions>();
     Command setup =
         root.AddCommand("setup", "Takes a server with nginx or Apache to its first certificate", [options] {
-            return WithServeOptions(options->config,
-                                    [&](const ServeOptions& serve) { return SetUp(*options, serve); });
+            ServeOptions serve;
+            const int status = ReadServeOptions(options->config, serve);
+            return status == kSuccess ? SetUp(*options, serve) : status;
         });
     cli::AddJsonFlag(setup, options->json);
     setup.AddOption("--domain", options->domain, "Main domain name").Required();
