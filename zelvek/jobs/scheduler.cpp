@@ -145,7 +145,8 @@ std::filesystem::path Scheduler::PluginFor(int job) {
 void Scheduler::Start(int job) {
     try {
         const Moment end_by = steady_clock::now() + settings_.run_limit;
-        const auto [run, added] = runs_.emplace(job, Run{PluginRun(PluginFor(job), job), end_by});
+        const auto [run, added] =
+            runs_.emplace(job, Run{PluginRun(PluginFor(job), job, settings_.log_level), end_by});
         Log(Name(job) + ": run started, process " + std::to_string(run->second.process.pid()));
     } catch (const std::exception& error) {
         Log(Name(job) + ": " + error.what());  // the next look frees the job

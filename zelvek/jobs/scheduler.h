@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "vek/log.h"
 #include "zelvek/base/descriptor.h"
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/jobs/turns.h"
@@ -27,6 +28,7 @@ public:
         Turns::Settings turns;
         std::chrono::seconds run_limit{3600};  // what a run may take
         std::chrono::seconds kill_after{60};   // what it may take to end when it is asked to
+        int log_level = vek_log::kFunction;    // of the runs' log
     };
 
     Scheduler(Store& store, Settings settings);

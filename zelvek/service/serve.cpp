@@ -115,7 +115,9 @@ Scheduler::Settings SchedulerSettings(const ServeOptions& options) {
             options.scheduler_interval,
             static_cast<std::size_t>(options.runs_at_once),
             {{options.retry_interval}, options.limits},
-            options.run_limit};
+            options.run_limit,
+            Scheduler::Settings{}.kill_after,
+            options.plugin_log_level};
 }
 
 /// Whether a query comes back from the service's own socket. One that comes back with an error has been

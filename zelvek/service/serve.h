@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "vek/log.h"
 #include "zelvek/base/authority.h"
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/certificates/install.h"
@@ -40,6 +41,7 @@ struct ServeOptions {
     bool renewal_info = true;
     Retention retention;
     notices::Notifier::Settings notify;
+    int plugin_log_level = vek_log::kFunction;
     std::vector<std::string> public_resolvers{"1.1.1.1", "8.8.8.8", "9.9.9.9"};  // or "off" alone
     dns::Settings dns;  // without a back end, records cannot be published
 };

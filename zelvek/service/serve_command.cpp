@@ -48,6 +48,11 @@ void AddJobOptions(Command& serve, ServeOptions& options) {
     serve.AddOption("--retry-interval", options.retry_interval,
                     "Seconds until a job that asks for no time runs again");
     serve.AddOption("--run-limit", options.run_limit, "Seconds that a run may take before it is ended");
+    serve
+        .AddOption(
+            "--plugin-log-level", options.plugin_log_level,
+            "What runs write to their log: 3 misuse, 4 failures too, 8 each signed request, 9 everything")
+        .Between(0, vek_log::kTrace);
     serve.AddOption("--sweep-interval", options.sweep_interval,
                     "Seconds between looks for what dead runs left");
 }
