@@ -12,6 +12,7 @@
 
 #include "service.h"
 #include "zelvek/base/descriptor.h"
+#include "zelvek/base/error.h"
 #include "zelvek/doctor/machine.h"
 #include "zelvek/doctor/network.h"
 #include "zelvek/store/integrity.h"
