@@ -22,6 +22,7 @@
 #include "zelvek/base/run_directory.h"
 #include "zelvek/base/text.h"
 #include "zelvek/jobs/scheduler.h"
+#include "zelvek/metrics/endpoint.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/publishing/responder.h"
@@ -120,6 +121,10 @@ Scheduler::Settings SchedulerSettings(const ServeOptions& options) {
             options.plugin_log_level};
 }
 
+metrics::Settings MetricsSettings(const ServeOptions& options) {
+    return {options.metrics.certificates, options.limits.orders};
+}
+
 /// Whether a query comes back from the service's own socket. One that comes back with an error has been
 /// answered: a new start would not change that error.
 bool AnswersItself() try {
@@ -156,6 +161,7 @@ void CheckOptions(const ServeOptions& options) {
     InstallSettings(options);
     WatchSettings(options);
     CheckPlugin(options);
+    if (!options.metrics_listen.empty()) metrics::CheckAddress(options.metrics_listen);
     dns::MakeBackend(options.dns);
     notices::CheckSettings(options.notify);
 }
@@ -188,6 +194,9 @@ void Serve(const ServeOptions& options) {
     const std::jthread tidying([&] { TidyCertificates(installed); });
     std::optional<Responder> responder;
     if (!options.responder.empty()) responder.emplace(options.responder, options.answers);
+    std::optional<metrics::Endpoint> watched;
+    if (!options.metrics_listen.empty())
+        watched.emplace(store, options.metrics_listen, MetricsSettings(options));
     // What is made last ends first: runs end while the server still takes their records.
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });

@@ -88,6 +88,16 @@ void AddNoticeOptions(Command& serve, notices::Notifier::Settings& notify) {
     serve.AddOption("--notice-texts", notify.texts, "File of other words for notifications").NotEmpty();
 }
 
+void AddWatchingOptions(Command& serve, ServeOptions& options) {
+    constexpr int kMostCertificates = 1000;
+    serve.AddOption("--metrics-listen", options.metrics_listen,
+                    "127.0.0.1:PORT or [::1]:PORT where a Prometheus server reads metrics");
+    serve
+        .AddOption("--metrics-certificates", options.metrics.certificates,
+                   "Certificates, those that end next, whose ends are metrics of their own")
+        .Between(0, kMostCertificates);
+}
+
 void AddServeOptions(Command& serve, ServeOptions& options) {
     serve.AddConfigFile("--config",
                         "File of these options, key=value lines; conf.d/*.conf beside it are read, too");
@@ -110,6 +120,7 @@ void AddServeOptions(Command& serve, ServeOptions& options) {
     serve.AddOption("--public-resolvers", options.public_resolvers,
                     "Name servers to ask what others see of a name that was not proved; repeatable, or off");
     AddJobOptions(serve, options);
+    AddWatchingOptions(serve, options);
     AddRetentionOptions(serve, options.retention);
     AddNoticeOptions(serve, options.notify);
     for (const dns::BackendKind& kind : dns::BackendKinds()) {
