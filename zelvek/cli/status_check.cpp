@@ -27,7 +27,7 @@ struct Verdict {
 };
 
 constexpr std::array kWords{"OK", "WARNING", "CRITICAL", "UNKNOWN"};
-constexpr std::array kStates{"failed", "failing", "waiting", "running", "verified", "paused"};
+constexpr std::array kCountedStates{"failed", "failing", "waiting", "running", "verified", "paused"};
 
 std::string Named(const vek_xml::Node& job) {
     return job.Value("certname") + " (job " + job.Value("id") + ", user " + job.Value("user_name") + ")";
@@ -58,7 +58,7 @@ Verdict OfStatus(const vek_client::Result& status) {
     } else if (failures > 0) {
         verdict = OfFailures(status, failures);
     }
-    for (const char* state : kStates)
+    for (const char* state : kCountedStates)
         str::inpl::Append(verdict.numbers, std::string(state) + "=" + counts.Value(state), " ");
     verdict.numbers += " late=" + status.value("late_count");
     return verdict;

@@ -9,6 +9,7 @@
 
 #include "vek/log.h"
 #include "zelvek/base/descriptor.h"
+#include "zelvek/base/job.h"
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/jobs/turns.h"
 #include "zelvek/store/store.h"
@@ -61,8 +62,9 @@ private:
     void TryStartDue();
     void StartDue();
     void PlanSleep();
-    std::filesystem::path PluginFor(int job);
+    Job Shown(int job);
     void Start(int job);
+    void NoteEnd(int job, int status);
     bool Reap();
     void EndLateRuns();
     void EndRuns();

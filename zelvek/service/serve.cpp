@@ -17,10 +17,12 @@
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/folder.h"
+#include "zelvek/base/happening.h"
 #include "zelvek/base/log.h"
 #include "zelvek/base/periodic.h"
 #include "zelvek/base/run_directory.h"
 #include "zelvek/base/text.h"
+#include "zelvek/base/version.h"
 #include "zelvek/jobs/scheduler.h"
 #include "zelvek/metrics/endpoint.h"
 #include "zelvek/panel/functions.h"
@@ -150,9 +152,10 @@ void UntilEnd(const EndSignals& signals, const ServiceManager& manager) {
     const auto watched = WatchOneself(manager);
     manager.TellReady();
     std::cout << "zelvek: ready" << std::endl;
+    LogToJournal(Happening::kBegan, {}, std::string("zelvek ") + Version() + " is ready");
     const int signal = signals.Wait();
     manager.TellEnding();
-    Log("ending on signal " + std::to_string(signal));
+    Log(Happening::kEnds, {}, "ending on signal " + std::to_string(signal));
 }
 
 }  // namespace
