@@ -6,11 +6,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <charconv>
 #include <climits>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <mutex>
 #include <system_error>
@@ -34,6 +37,16 @@ void Complain(const std::string& what) {
 std::string Directory() {
     const char* directory = std::getenv("VEK_LOG_DIR");
     return directory != nullptr && *directory != '\0' ? directory : "/var/log/vek";
+}
+
+/// What whoever started the program wants at most; `level` where that is more, or no number.
+int LevelWanted(int level) {
+    const char* text = std::getenv("VEK_LOG_LEVEL");
+    if (text == nullptr || *text == '\0') return level;
+    int wanted = 0;
+    const char* end = text + std::strlen(text);
+    const auto read = std::from_chars(text, end, wanted);
+    return read.ec == std::errc() && read.ptr == end ? std::min(wanted, level) : level;
 }
 
 int Open() { return open(path.data(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0640); }
@@ -72,7 +85,7 @@ void Init(const std::string& name, int level) {
         file = Open();
     }
     if (file < 0) return Complain(wanted);
-    enabled = level;
+    enabled = LevelWanted(level);
 }
 
 Module::Module(std::string component, std::string name)

@@ -100,7 +100,7 @@ class Demonstration:
     def start_service(self):
         self.step("The service with its scheduler, as a user of its own: root reloads the web server when the service asks "
                   "for it.")
-        self.world.start_service(scheduler="on")
+        self.world.start_service("--plugin-log-level", "9", scheduler="on")
         command = " ".join(self.world.service.command).replace(self.world.binary("zelvek"), "zelvek")
         print(textwrap.fill(command, 114, initial_indent="    $ ", subsequent_indent="        ", break_on_hyphens=False))
 

@@ -9,7 +9,9 @@
 #include <cerrno>
 #include <csignal>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "zelvek/base/error.h"
 #include "zelvek/base/exit_status.h"
@@ -20,7 +22,29 @@ namespace {
 
 constexpr int kUnknownStatus = 255;
 
-int Spawn(const std::filesystem::path& plugin, int job, pid_t& pid) {
+constexpr std::string_view kLogLevel = "VEK_LOG_LEVEL=";
+
+/// This process's environment with another log level.
+class Environment {
+public:
+    explicit Environment(int log_level) : level_(std::string(kLogLevel) + std::to_string(log_level)) {
+        for (char** entry = environ; *entry != nullptr; ++entry) {
+            if (!std::string_view(*entry).starts_with(kLogLevel)) entries_.push_back(*entry);
+        }
+        entries_.push_back(level_.data());
+        entries_.push_back(nullptr);
+    }
+    Environment(const Environment&) = delete;
+    Environment& operator=(const Environment&) = delete;
+
+    char* const* entries() const { return entries_.data(); }
+
+private:
+    std::string level_;
+    std::vector<char*> entries_;
+};
+
+int Spawn(const std::filesystem::path& plugin, int job, int log_level, pid_t& pid) {
     posix_spawn_file_actions_t files;
     posix_spawn_file_actions_init(&files);
     posix_spawn_file_actions_addopen(&files, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -38,8 +62,10 @@ int Spawn(const std::filesystem::path& plugin, int job, pid_t& pid) {
 
     std::string name = plugin.string();
     std::string id = std::to_string(job);
+    const Environment environment(log_level);
     char* const arguments[] = {name.data(), id.data(), nullptr};
-    const int error = posix_spawn(&pid, plugin.c_str(), &files, &attributes, arguments, environ);
+    const int error =
+        posix_spawn(&pid, plugin.c_str(), &files, &attributes, arguments, environment.entries());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&files);
     return error;
@@ -51,8 +77,8 @@ std::filesystem::path PluginBesideProgram() {
     return std::filesystem::read_symlink("/proc/self/exe").parent_path() / "ambrin";
 }
 
-PluginRun::PluginRun(const std::filesystem::path& plugin, int job) {
-    if (const int error = Spawn(plugin, job, pid_); error != 0) {
+PluginRun::PluginRun(const std::filesystem::path& plugin, int job, int log_level) {
+    if (const int error = Spawn(plugin, job, log_level, pid_); error != 0) {
         throw IoError("starting", plugin, error);
     }
     // glibc 2.36 declares pidfd_open for C alone.

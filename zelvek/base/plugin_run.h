@@ -15,8 +15,8 @@ std::filesystem::path PluginBesideProgram();
 /// One run of the plug-in for one job, a child of this process with its environment and output.
 class PluginRun {
 public:
-    /// Errors: Error when it cannot be started.
-    PluginRun(const std::filesystem::path& plugin, int job);
+    /// Its log has levels up to `log_level` (vek/log.h). Errors: Error when it cannot be started.
+    PluginRun(const std::filesystem::path& plugin, int job, int log_level);
 
     /// Kills and reaps a child that is still running.
     ~PluginRun();

@@ -1,5 +1,9 @@
 #include "zelvek/base/process.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -27,5 +31,14 @@ std::optional<Process> FindProcess(pid_t pid) {
 }
 
 bool Alive(const Process& process) { return FindProcess(process.pid) == process; }
+
+std::chrono::milliseconds AgeOf(const Process& process) {
+    timespec since_boot{};
+    ::clock_gettime(CLOCK_BOOTTIME, &since_boot);
+    const auto now = std::chrono::seconds(since_boot.tv_sec) + std::chrono::nanoseconds(since_boot.tv_nsec);
+    const std::chrono::milliseconds start(process.start * 1000 / ::sysconf(_SC_CLK_TCK));
+    return std::max(std::chrono::duration_cast<std::chrono::milliseconds>(now) - start,
+                    std::chrono::milliseconds{0});
+}
 
 }  // namespace zelvek

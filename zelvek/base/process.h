@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <optional>
 
 namespace zelvek {
@@ -20,5 +21,8 @@ std::optional<Process> FindProcess(pid_t pid);
 
 /// Whether just this process still runs.
 bool Alive(const Process& process);
+
+/// How long ago the process was started, whether or not it still runs.
+std::chrono::milliseconds AgeOf(const Process& process);
 
 }  // namespace zelvek

@@ -5,6 +5,7 @@
 
 #include "vek/date.h"
 #include "zelvek/base/descriptor.h"
+#include "zelvek/base/happening.h"
 #include "zelvek/base/log.h"
 #include "zelvek/base/names.h"
 #include "zelvek/store/problems.h"
@@ -81,7 +82,9 @@ void Reloader::Reload(const InstalledCertificate& installed) {
     }
     transaction.Commit();
     const std::string what = "reload for " + installed.user + "'s certificate " + installed.name;
-    if (!reason.empty()) Log(what + ": " + reason);
+    if (!reason.empty())
+        Log(Happening::kReloadFailed, {.certname = installed.name, .user = installed.user, .outcome = reason},
+            what + ": " + reason);
     if (reason.empty() && reload->failures > 0) Log(what + ": done, after failures since " + reload->since);
 }
 

@@ -10,6 +10,7 @@
 #include <iostream>
 #include <memory>
 
+#include "vek/log.h"
 #include "vek/str.h"
 #include "zelvek/base/authority.h"
 #include "zelvek/base/error.h"
@@ -109,7 +110,7 @@ void HandOnRequest(const PluginRun& run, int times) {
 /// Waits for the run's end; returns its exit status. Errors: Error where it is to be killed.
 int Follow(const RunOptions& options, LogFollower log, Progress& progress) {
     const SignalsToRun signals;
-    PluginRun run(options.plugin, options.id);
+    PluginRun run(options.plugin, options.id, vek_log::kTrace);  // the steps that are shown are its trace
     for (int asked = 0;;) {
         const auto status = run.Status();
         progress.Show(log.Next(run.pid()));

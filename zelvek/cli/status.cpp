@@ -11,6 +11,7 @@
 #include "zelvek/cli/job_view.h"
 #include "zelvek/cli/json_output.h"
 #include "zelvek/cli/next_step.h"
+#include "zelvek/cli/status_check.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
@@ -110,16 +111,21 @@ void Print(const vek_client::Result& status) {
 
 void AddStatusCommand(Command& root) {
     const auto json = std::make_shared<bool>(false);
-    Command status = root.AddCommand("status", "Shows the service and its jobs in short", [json] {
+    const auto check = std::make_shared<bool>(false);
+    Command status = root.AddCommand("status", "Shows the service and its jobs in short", [json, check] {
+        if (*check) return CheckStatus(*json);
         const auto answer = Ask("zelvek.status", {});
         if (*json) {
             PrintJson(StatusJson(answer));
         } else {
             Print(answer);
         }
-        return kSuccess;
+        return static_cast<int>(kSuccess);
     });
     AddJsonFlag(status, *json);
+    status.AddFlag("--check", *check,
+                   "One line for monitoring; exit status 0 all is well, 1 jobs fail, 2 a certificate ends or "
+                   "the service is away");
 }
 
 }  // namespace zelvek::cli

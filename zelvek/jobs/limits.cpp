@@ -111,6 +111,13 @@ std::optional<Hold> HeldBack(Transaction& transaction, const Job& job, const Lim
     return std::nullopt;
 }
 
+int OrdersOf(Transaction& transaction, const std::string& authority, const std::string& now, int most) {
+    Job any;
+    any.authority = authority;
+    return usage::CountSince(transaction, Kind::kOrder, AccountOf(transaction, any),
+                             After(now, -kOrderWindow), most);
+}
+
 void NoteRun(Transaction& transaction, const Job& job, const std::string& now) {
     usage::DropOpen(transaction, job.id);
     if (WillOrder(job))

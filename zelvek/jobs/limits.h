@@ -28,6 +28,9 @@ struct Hold {
 std::optional<Hold> HeldBack(Transaction& transaction, const Job& job, const Limits& limits,
                              const std::string& now);
 
+/// How many orders the authority's default account has placed within three hours, counted up to `most`.
+int OrdersOf(Transaction& transaction, const std::string& authority, const std::string& now, int most);
+
 /// A run of the job begins: until its end is known, it counts as one that orders and fails.
 void NoteRun(Transaction& transaction, const Job& job, const std::string& now);
 

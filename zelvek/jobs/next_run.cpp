@@ -10,6 +10,7 @@
 #include "zelvek/base/log.h"
 #include "zelvek/jobs/limits.h"
 #include "zelvek/jobs/renewal.h"
+#include "zelvek/jobs/run_end.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/runs.h"
 
@@ -127,6 +128,7 @@ void FreeJob(Transaction& transaction, Job job, const std::string& now, const Re
     job.last_run = now;
     PlanNextRun(job, Outcome::kUnreached, policy, now);
     NoteDeath(transaction, job.id);
+    run_end::CountDeath(transaction);
     runs::Free(transaction, job);
 }
 

@@ -43,6 +43,19 @@ Outcome OfFailure(const history::Event& event) {
 
 }  // namespace
 
+const char* Word(Outcome outcome) {
+    switch (outcome) {
+        case Outcome::kOnItsWay: break;
+        case Outcome::kUnreached: return "unreached";
+        case Outcome::kLimited: return "limited";
+        case Outcome::kRefused: return "refused";
+        case Outcome::kForPeople: return "for_people";
+        case Outcome::kUnfetched: return "unfetched";
+        case Outcome::kCutShort: return "cut_short";
+    }
+    return "none";
+}
+
 Outcome OutcomeOf(const std::vector<history::Event>& events, bool panel_refused) {
     if (MayHaveIssued(events)) return Outcome::kUnfetched;
     if (panel_refused) return Outcome::kForPeople;

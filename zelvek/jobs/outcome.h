@@ -20,6 +20,10 @@ enum class Outcome {
     kCutShort,   // the run was ended while the order was finalized, or before it had the certificate
 };
 
+/// The word for it where runs are counted: "none" (of a run that is on its way), "unreached", "limited",
+/// "refused", "for_people", "unfetched", "cut_short".
+const char* Word(Outcome outcome);
+
 /// By the run's events and return codes; `panel_refused` says whether a query of the run was refused.
 Outcome OutcomeOf(const std::vector<history::Event>& events, bool panel_refused);
 

@@ -13,7 +13,9 @@
 
 #include "vek/date.h"
 #include "zelvek/base/authority.h"
+#include "zelvek/base/happening.h"
 #include "zelvek/base/log.h"
+#include "zelvek/store/job_lists.h"
 #include "zelvek/store/jobs.h"
 
 namespace zelvek {
@@ -137,19 +139,36 @@ void Scheduler::PlanSleep() {
 }
 
 /// Errors: Error.
-std::filesystem::path Scheduler::PluginFor(int job) {
+Job Scheduler::Shown(int job) {
     Transaction transaction(store_);
-    return authorities::PluginOf(settings_.plugin, jobs::FindShown(transaction, job).authority);
+    return jobs::FindShown(transaction, job);
 }
 
 void Scheduler::Start(int job) {
     try {
         const Moment end_by = steady_clock::now() + settings_.run_limit;
-        const auto [run, added] = runs_.emplace(job, Run{PluginRun(PluginFor(job), job), end_by});
-        Log(Name(job) + ": run started, process " + std::to_string(run->second.process.pid()));
+        const Job shown = Shown(job);
+        PluginRun process(authorities::PluginOf(settings_.plugin, shown.authority), job, settings_.log_level);
+        const std::string pid = std::to_string(process.pid());
+        runs_.emplace(job, Run{std::move(process), end_by});
+        Log(Happening::kRunBegan, {.job = job, .certname = shown.certname, .user = shown.user_name},
+            Name(job) + ": run started, process " + pid);
     } catch (const std::exception& error) {
         Log(Name(job) + ": " + error.what());  // the next look frees the job
     }
+}
+
+void Scheduler::NoteEnd(int job, int status) {
+    Circumstances circumstances{.job = job};
+    try {
+        const Job shown = Shown(job);
+        circumstances.certname = shown.certname;
+        circumstances.user = shown.user_name;
+        circumstances.outcome = job_lists::Word(job_lists::KindOf(shown));
+    } catch (const std::exception&) {  // somebody has removed the job meanwhile
+        circumstances.outcome = "unknown";
+    }
+    Log(Happening::kRunEnded, circumstances, Name(job) + ": run ended with status " + std::to_string(status));
 }
 
 /// Lets go of the runs that have ended; says whether there was one.
@@ -157,7 +176,7 @@ bool Scheduler::Reap() {
     const std::size_t before = runs_.size();
     for (auto run = runs_.begin(); run != runs_.end();) {
         const auto status = run->second.process.Status();
-        if (status) Log(Name(run->first) + ": run ended with status " + std::to_string(*status));
+        if (status) NoteEnd(run->first, *status);
         run = status ? runs_.erase(run) : std::next(run);
     }
     return runs_.size() < before;

@@ -7,7 +7,9 @@
 #include <string>
 #include <thread>
 
+#include "vek/log.h"
 #include "zelvek/base/descriptor.h"
+#include "zelvek/base/job.h"
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/jobs/turns.h"
 #include "zelvek/store/store.h"
@@ -27,6 +29,7 @@ public:
         Turns::Settings turns;
         std::chrono::seconds run_limit{3600};  // what a run may take
         std::chrono::seconds kill_after{60};   // what it may take to end when it is asked to
+        int log_level = vek_log::kFunction;    // of the runs' log
     };
 
     Scheduler(Store& store, Settings settings);
@@ -59,8 +62,9 @@ private:
     void TryStartDue();
     void StartDue();
     void PlanSleep();
-    std::filesystem::path PluginFor(int job);
+    Job Shown(int job);
     void Start(int job);
+    void NoteEnd(int job, int status);
     bool Reap();
     void EndLateRuns();
     void EndRuns();

@@ -2,6 +2,7 @@
 #include "vek/date.h"
 #include "vek/str.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/happening.h"
 #include "zelvek/base/names.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/request.h"
@@ -91,6 +92,8 @@ void InstallCertificate(Services& services, const Query& query, XmlAnswer&) {
     try {
         const InstalledCertificate installed = install::Install(services.install, request);
         NoteValidity(services, user, name);
+        LogToJournal(Happening::kInstalled, {.certname = name, .user = user},
+                     user + "'s certificate " + name + " is installed");
         services.reloader.Reload(installed);
         if (services.sites != nullptr) services.sites->Expect(user, name, installed.directory);
     } catch (const Error&) {

@@ -6,6 +6,7 @@
 #include "zelvek/base/names.h"
 #include "zelvek/jobs/limits.h"
 #include "zelvek/jobs/outcome.h"
+#include "zelvek/jobs/run_end.h"
 #include "zelvek/jobs/run_log.h"
 #include "zelvek/panel/account_notices.h"
 #include "zelvek/panel/functions.h"
@@ -109,6 +110,7 @@ void WriteRecordBack(Services& services, const Query& query, XmlAnswer& answer) 
     Job job = jobs::Find(transaction, id);
     const std::string account_before = accounts::Default(transaction, job.authority).kid;
     CheckHolder(query, job);
+    const bool verified_before = job.verified;
     ApplyWriteBack(query, job);
     KeepPublications(transaction, query.caller, job);
     job.last_run = now;
@@ -117,6 +119,8 @@ void WriteRecordBack(Services& services, const Query& query, XmlAnswer& answer) 
     PlanNextRun(job, outcome, services.retry, now);
     WaitForRecords(transaction, job);
     NoteEnd(transaction, job, events, now);
+    run_end::Count(transaction,
+                   {run_end::ResultOf(job, outcome, verified_before), outcome, AgeOf(query.caller)});
     AskForExamination(transaction, job, events, now);
     jobs::Save(transaction, job);
     if (job.verified) problems::ResolveOfCertificate(transaction, job.user_name, job.folder);

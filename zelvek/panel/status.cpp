@@ -69,6 +69,30 @@ void AddEnding(Transaction& transaction, XmlAnswer& answer) {
     }
 }
 
+/// Whether a certificate that ends soon, or has ended, should have been renewed by now.
+bool IsLate(const Job& job, const std::string& now) {
+    return job.expires <= now || !job.verified || job.renew <= now;
+}
+
+/// Those that end within three days and are late, as far as one page of them shows.
+void AddLate(Transaction& transaction, XmlAnswer& answer) {
+    constexpr int kDays = 3;
+    constexpr int kMostLooked = 1000;
+    const vek_date::DateTime now;
+    const std::string soon = vek_date::DateTime(now).AddDays(kDays).AsDateTime();
+    int late = 0;
+    for (const Job& job : job_lists::Some(transaction, {Kind::kEnding, "", {}, kMostLooked, soon})) {
+        if (!IsLate(job, now.AsDateTime()) || ++late > kFew) continue;
+        answer.Doc()
+            .Child("late")
+            .Value("id", job.id)
+            .Value("certname", job.certname)
+            .Value("user_name", job.user_name)
+            .Value("expires", job.expires);
+    }
+    answer.Doc().Value("late_count", late);
+}
+
 void AddFailure(Transaction& transaction, const Job& job, XmlAnswer& answer) {
     XmlAnswer::Element failure = answer.Doc().Child("failure");
     failure.Value("id", job.id)
@@ -98,6 +122,7 @@ void ShowStatus(Services& services, const Query&, XmlAnswer& answer) {
     AddService(services, answer);
     AddCounts(transaction, answer);
     AddEnding(transaction, answer);
+    AddLate(transaction, answer);
     AddFailures(transaction, answer);
     AddAuthorities(std::move(there), transaction, answer);
     transaction.Commit();

@@ -2,13 +2,9 @@
 
 #include <fcntl.h>
 #include <microhttpd.h>
-#include <netdb.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <exception>
 #include <optional>
@@ -16,8 +12,9 @@
 
 #include "zelvek/base/descriptor.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/listener.h"
 #include "zelvek/base/log.h"
-#include "zelvek/base/text.h"
+#include "zelvek/base/signals_blocked.h"
 #include "zelvek/publishing/answers.h"
 #include "zelvek/publishing/visitors.h"
 
@@ -33,71 +30,6 @@ constexpr unsigned kThreads = 2;
 constexpr unsigned kConnections = 256;
 static_assert(kConnections > Visitors::kAltogether);
 constexpr std::size_t kMemoryOfOneConnection = 8192;
-constexpr int kBacklog = 128;
-
-using AddressList = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
-
-struct Endpoint {
-    std::string host;  // empty: every address
-    std::string port;
-};
-
-Endpoint ParseAddress(const std::string& address) {
-    const std::size_t colon = address.rfind(':');
-    if (colon != std::string::npos) {
-        std::string host = address.substr(0, colon);
-        const std::string port = address.substr(colon + 1);
-        const bool brackets = host.size() > 2 && host.front() == '[' && host.back() == ']';
-        if (brackets) host = host.substr(1, host.size() - 2);
-        const bool number = !port.empty() && port.size() <= 5 &&
-                            port.find_first_not_of("0123456789") == std::string::npos &&
-                            std::stoi(port) <= 65535;
-        // An IPv6 address, and nothing else, stands in brackets: "::1:80" would have two meanings.
-        if (number && brackets == (host.find(':') != std::string::npos)) return {host, port};
-    }
-    throw Error(Code::kValue, "\"" + Printable(address) + "\" is no address and port to listen on");
-}
-
-/// A socket that listens; none, with the reason in errno, where that fails.
-Descriptor TryListen(const addrinfo& where) {
-    Descriptor listener(socket(where.ai_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    if (!listener) return listener;
-    const int on = 1;
-    const int off = 0;
-    setsockopt(listener.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
-    // ":80" is to be one socket for both families, whatever the system's default is.
-    if (where.ai_family == AF_INET6) setsockopt(listener.get(), IPPROTO_IPV6, IPV6_V6ONLY, &off, sizeof off);
-    const bool listens =
-        bind(listener.get(), where.ai_addr, where.ai_addrlen) == 0 && listen(listener.get(), kBacklog) == 0;
-    return listens ? std::move(listener) : Descriptor();
-}
-
-/// As `TryListen`, in this address family. Errors: Error of code kValue for what is no numeric address.
-Descriptor ListenOn(const Endpoint& endpoint, int family, const std::string& address) {
-    addrinfo hints{};
-    hints.ai_family = family;
-    hints.ai_socktype = SOCK_STREAM;
-    hints.ai_flags = AI_NUMERICHOST | AI_NUMERICSERV | AI_PASSIVE;
-    addrinfo* found = nullptr;
-    const char* host = endpoint.host.empty() ? nullptr : endpoint.host.c_str();
-    if (getaddrinfo(host, endpoint.port.c_str(), &hints, &found) != 0) {
-        throw Error(Code::kValue, "\"" + Printable(address) + "\" is no numeric address");
-    }
-    const AddressList addresses(found, &freeaddrinfo);
-    return TryListen(*found);
-}
-
-Descriptor Listen(const std::string& address) {
-    const Endpoint endpoint = ParseAddress(address);
-    const bool every = endpoint.host.empty();
-    Descriptor listener = ListenOn(endpoint, every ? AF_INET6 : AF_UNSPEC, address);
-    // A machine without IPv6 still has every IPv4 address.
-    if (!listener && every && errno != EADDRINUSE && errno != EACCES) {
-        listener = ListenOn(endpoint, AF_INET, address);
-    }
-    if (!listener) throw IoError("cannot listen on", address, errno);
-    return listener;
-}
 
 /// A connection has one request: nobody keeps a place after it.
 void AddHeaders(MHD_Response* response) {
@@ -171,22 +103,6 @@ void Note(void* visitors, MHD_Connection* connection, void** /*state*/,
 std::size_t LeaveEncoded(void* /*unused*/, MHD_Connection* /*connection*/, char* text) {
     return std::strlen(text);
 }
-
-/// Threads that are made meanwhile get no signals: those are for the service's main thread.
-class SignalsBlocked {
-public:
-    SignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before_);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t before_{};
-};
 
 }  // namespace
 

@@ -17,11 +17,14 @@
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/folder.h"
+#include "zelvek/base/happening.h"
 #include "zelvek/base/log.h"
 #include "zelvek/base/periodic.h"
 #include "zelvek/base/run_directory.h"
 #include "zelvek/base/text.h"
+#include "zelvek/base/version.h"
 #include "zelvek/jobs/scheduler.h"
+#include "zelvek/metrics/endpoint.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/publishing/responder.h"
@@ -109,7 +112,13 @@ Scheduler::Settings SchedulerSettings(const ServeOptions& options) {
             options.scheduler_interval,
             static_cast<std::size_t>(options.runs_at_once),
             {{options.retry_interval}, options.limits},
-            options.run_limit};
+            options.run_limit,
+            Scheduler::Settings{}.kill_after,
+            options.plugin_log_level};
+}
+
+metrics::Settings MetricsSettings(const ServeOptions& options) {
+    return {options.metrics.certificates, options.limits.orders};
 }
 
 /// Whether a query comes back from the service's own socket. One that comes back with an error has been
@@ -137,9 +146,10 @@ void UntilEnd(const EndSignals& signals, const ServiceManager& manager) {
     const auto watched = WatchOneself(manager);
     manager.TellReady();
     std::cout << "zelvek: ready" << std::endl;
+    LogToJournal(Happening::kBegan, {}, std::string("zelvek ") + Version() + " is ready");
     const int signal = signals.Wait();
     manager.TellEnding();
-    Log("ending on signal " + std::to_string(signal));
+    Log(Happening::kEnds, {}, "ending on signal " + std::to_string(signal));
 }
 
 }  // namespace
@@ -154,6 +164,7 @@ void CheckOptions(const ServeOptions& options) {
     InstallSettings(options);
     WatchSettings(options);
     CheckPlugin(options);
+    if (!options.metrics_listen.empty()) metrics::CheckAddress(options.metrics_listen);
     dns::MakeBackend(options.dns);
     notices::CheckSettings(options.notify);
 }
@@ -186,6 +197,9 @@ void Serve(const ServeOptions& options) {
     const std::jthread tidying([&] { TidyCertificates(installed); });
     std::optional<Responder> responder;
     if (!options.responder.empty()) responder.emplace(options.responder, options.answers);
+    std::optional<metrics::Endpoint> watched;
+    if (!options.metrics_listen.empty())
+        watched.emplace(store, options.metrics_listen, MetricsSettings(options));
     // What is made last ends first: runs end while the server still takes their records.
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });

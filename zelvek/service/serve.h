@@ -7,12 +7,14 @@
 #include <thread>
 #include <vector>
 
+#include "vek/log.h"
 #include "zelvek/base/authority.h"
 #include "zelvek/base/plugin_run.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/reloader.h"
 #include "zelvek/certificates/site_watch.h"
 #include "zelvek/jobs/limits.h"
+#include "zelvek/metrics/metrics.h"
 #include "zelvek/notices/notifier.h"
 #include "zelvek/publishing/dns_backends.h"
 #include "zelvek/service/sweep.h"
@@ -27,7 +29,9 @@ struct ServeOptions {
     Reloader::Settings reload;
     std::string check_sites = "off";  // address and port, "name", or "off"
     SiteWatch::Settings site_watch;
-    std::string responder;  // address and port; empty: answer files are served by another web server
+    std::string responder;       // address and port; empty: answer files are served by another web server
+    std::string metrics_listen;  // address and port of this machine alone; empty: nobody is served metrics
+    metrics::Settings metrics;
     std::filesystem::path plugin = PluginBesideProgram();
     std::filesystem::path authorities = authorities::DescriptionsOfProgram();
     bool scheduler = true;
@@ -37,6 +41,7 @@ struct ServeOptions {
     std::chrono::seconds retry_interval{60};
     std::chrono::milliseconds sweep_interval{5000};
     std::chrono::seconds run_limit{3600};
+    int plugin_log_level = vek_log::kFunction;
     bool renewal_info = true;
     Retention retention;
     notices::Notifier::Settings notify;

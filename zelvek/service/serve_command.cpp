@@ -47,6 +47,11 @@ void AddJobOptions(Command& serve, ServeOptions& options) {
     serve.AddOption("--retry-interval", options.retry_interval,
                     "Seconds until a job that asks for no time runs again");
     serve.AddOption("--run-limit", options.run_limit, "Seconds that a run may take before it is ended");
+    serve
+        .AddOption(
+            "--plugin-log-level", options.plugin_log_level,
+            "What runs write to their log: 3 misuse, 4 failures too, 8 each signed request, 9 everything")
+        .Between(0, vek_log::kTrace);
     serve.AddOption("--sweep-interval", options.sweep_interval,
                     "Seconds between looks for what dead runs left");
 }
@@ -82,6 +87,16 @@ void AddNoticeOptions(Command& serve, notices::Notifier::Settings& notify) {
     serve.AddOption("--notice-texts", notify.texts, "File of other words for notifications").NotEmpty();
 }
 
+void AddWatchingOptions(Command& serve, ServeOptions& options) {
+    constexpr int kMostCertificates = 1000;
+    serve.AddOption("--metrics-listen", options.metrics_listen,
+                    "127.0.0.1:PORT or [::1]:PORT where a Prometheus server reads metrics");
+    serve
+        .AddOption("--metrics-certificates", options.metrics.certificates,
+                   "Certificates, those that end next, whose ends are metrics of their own")
+        .Between(0, kMostCertificates);
+}
+
 void AddServeOptions(Command& serve, ServeOptions& options) {
     serve.AddConfigFile("--config",
                         "File of these options, key=value lines; conf.d/*.conf beside it are read, too");
@@ -104,6 +119,7 @@ void AddServeOptions(Command& serve, ServeOptions& options) {
     serve.AddOption("--public-resolvers", options.public_resolvers,
                     "Name servers to ask what others see of a name that was not proved; repeatable, or off");
     AddJobOptions(serve, options);
+    AddWatchingOptions(serve, options);
     AddRetentionOptions(serve, options.retention);
     AddNoticeOptions(serve, options.notify);
     for (const dns::BackendKind& kind : dns::BackendKinds()) {

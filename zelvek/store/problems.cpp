@@ -1,6 +1,7 @@
 #include "zelvek/store/problems.h"
 
 #include "vek/str.h"
+#include "zelvek/base/happening.h"
 #include "zelvek/store/deliveries.h"
 
 namespace zelvek::problems {
@@ -128,6 +129,10 @@ void Raise(Transaction& transaction, const Problem& raised) {
     const long long open = problem.news ? 0 : OpenOne(transaction, problem);
     if (open != 0) Repeat(transaction, open, problem);
     const long long number = open != 0 ? open : Insert(transaction, problem);
+    if (open == 0)
+        LogToJournal(Happening::kNoticeRaised,
+                     {.certname = problem.about, .user = problem.user, .outcome = problem.name},
+                     "notification " + problem.name + " for " + problem.owner);
     if (open == 0 || problem.tell_again) deliveries::Queue(transaction, number);
 }
 

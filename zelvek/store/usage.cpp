@@ -43,6 +43,14 @@ std::optional<std::string> TimeOf(Transaction& transaction, Kind kind, const std
     return time;
 }
 
+int CountSince(Transaction& transaction, Kind kind, const std::string& subject, const std::string& since,
+               int most) {
+    Statement select = transaction.Prepare(
+        "SELECT open FROM authority_use WHERE kind = :kind AND subject = :subject AND time > :since LIMIT "
+        ":most");
+    return static_cast<int>(select.With(Word(kind)).With(subject).With(since).With(most).Numbers().size());
+}
+
 void RemoveOlder(Transaction& transaction, const std::string& time, int limit) {
     transaction
         .Prepare(

@@ -34,6 +34,10 @@ void CountOpen(Transaction& transaction, int job, Kind kind);
 std::optional<std::string> TimeOf(Transaction& transaction, Kind kind, const std::string& subject,
                                   const std::string& since, int newer);
 
+/// How many times the subject has used it after `since`, counted up to `most`.
+int CountSince(Transaction& transaction, Kind kind, const std::string& subject, const std::string& since,
+               int most);
+
 /// Forgets at most `limit` uses that are older than `time`.
 void RemoveOlder(Transaction& transaction, const std::string& time, int limit);
 

@@ -10,7 +10,8 @@ namespace vek_log {
 /// Levels: 0 nothing, 3 errors of use, 4 failures and warnings, 8 function trace, 9 detailed trace.
 enum Level : int { kUse = 3, kFailure = 4, kFunction = 8, kTrace = 9 };
 
-/// Opens the log file `<name>.log` for appending and enables levels up to `level`. A file that cannot be
+/// Opens the log file `<name>.log` for appending and enables levels up to `level`, or up to the number in
+/// VEK_LOG_LEVEL where that is lower. A file that cannot be
 /// opened costs one line on standard error, and the run goes on without it. When somebody renames or removes
 /// the file, the next line begins a new one.
 void Init(const std::string& name, int level);

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 
 #include "integration/vek/server.h"
@@ -47,6 +48,17 @@ TEST_F(LogFile, HasLinesWithTimeProcessLevelAndModule) {
     EXPECT_LE(vek_date::DateTime(time), vek_date::DateTime());
     EXPECT_EQ(text.substr(time.size()),
               " [" + std::to_string(getpid()) + "] WARNING zelvek.sslcert it failed\n");
+}
+
+// Behaviour: VEK_LOG_LEVEL lowers the level that a program asks for and never raises it; what is no number
+//   changes nothing
+TEST_F(LogFile, HasTheLevelsThatItsStarterWants) {
+    for (const auto& [wanted, level] : std::map<std::string, int>{
+             {"8", 8}, {"4", 4}, {"0", 0}, {"-1", 0}, {"9", 8}, {"", 8}, {"x", 8}, {"4x", 8}}) {
+        const vek_test::Variable variable{"VEK_LOG_LEVEL", wanted};
+        vek_log::Init("ambrin", 8);
+        for (const int each : {3, 4, 8, 9}) EXPECT_EQ(module.Check(each), each <= level) << wanted << each;
+    }
 }
 
 // Behaviour: A line has date and time, process id, level ...

@@ -21,6 +21,7 @@ protected:
         Start({{"--scheduler", "on"},
                {"--scheduler-interval", interval},
                {"--retry-interval", retry},
+               {"--plugin-log-level", "9"},  // the test's plug-in writes nothing but a trace
                {"--runs-at-once", "4"}});
         GivePanelAnAccount();
     }

@@ -27,6 +27,7 @@
 #include "zelvek/store/restarts.h"
 #include "zelvek/store/runs.h"
 #include "zelvek/store/served.h"
+#include "zelvek/store/tallies.h"
 #include "zelvek/store/usage.h"
 
 namespace zelvek::testing {
@@ -58,8 +59,10 @@ const std::set<std::string> kOverTimes{
     "sqlite_autoindex_job_name_1", "site_check_by_next"};
 
 // Tables that stay small: the sweep forgets readers that have died, "waiting" is what is due, and "busy" has
-// the users with runs under way; there are few authorities.
-const std::set<std::string> kSmallTables{"reader", "waiting", "busy", "authority_count"};
+// the users with runs under way; there are few authorities, and few words
+// and bounds by which runs and notifications are counted.
+const std::set<std::string> kSmallTables{"reader",    "waiting",      "busy",         "authority_count",
+                                         "run_count", "run_duration", "problem_count"};
 
 // The index of which just what is looked for is read, so that it may be sorted: the jobs that are due, for
 // users to take turns.
@@ -368,6 +371,15 @@ Operations OtherOperations() {
         {"reloads::Finish", [](Transaction& transaction) { reloads::Finish(transaction, "anna", "m"); }},
         {"reloads::Find", [](Transaction& transaction) { reloads::Find(transaction, "anna", "n"); }},
         {"reloads::Due", [](Transaction& transaction) { reloads::Due(transaction, "t", "u", 10); }},
+        {"tallies::CountRun", [](Transaction& transaction) { tallies::CountRun(transaction, "o", "r"); }},
+        {"tallies::OfRuns", [](Transaction& transaction) { tallies::OfRuns(transaction); }},
+        {"tallies::CountDuration",
+         [](Transaction& transaction) {
+             tallies::CountDuration(transaction, {1, 1, 1});
+         }},
+        {"tallies::OfDurations", [](Transaction& transaction) { tallies::OfDurations(transaction); }},
+        {"tallies::OfNotices", [](Transaction& transaction) { tallies::OfNotices(transaction); }},
+        {"tallies::OfEnds", [](Transaction& transaction) { tallies::OfEnds(transaction, "d", 10); }},
         {"problems::Raise",
          [](Transaction& transaction) {
              for (const std::string id : {"1", "2"})
@@ -450,6 +462,8 @@ Operations OtherOperations() {
          [](Transaction& transaction) { usage::CountOpen(transaction, 1, usage::Kind::kOrder); }},
         {"usage::TimeOf",
          [](Transaction& transaction) { usage::TimeOf(transaction, usage::Kind::kOrder, "k", "s", 3); }},
+        {"usage::CountSince",
+         [](Transaction& transaction) { usage::CountSince(transaction, usage::Kind::kOrder, "k", "s", 3); }},
         {"usage::RemoveOlder", [](Transaction& transaction) { usage::RemoveOlder(transaction, "a", 5); }},
         {"findings::Ask", [](Transaction& transaction) { findings::Ask(transaction, 5, "t"); }},
         {"findings::TakeAsked",
