@@ -6,11 +6,15 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <cstddef>
 #include <memory>
 #include <string>
 
 /// OpenSSL's objects, freed by their owners, and its errors as text.
 namespace zelvek::openssl {
+
+/// Of a name's common name, in bytes (RFC 5280 appendix A, ub-common-name).
+inline constexpr std::size_t kLongestCommonName = 64;
 
 template <auto Free>
 struct Deleter {

@@ -12,7 +12,6 @@ namespace zelvek {
 namespace {
 
 constexpr const char* kMark = "zelvek placeholder, no certificate yet";
-constexpr std::size_t kLongestCommonName = 64;  // RFC 5280 appendix A, ub-common-name
 constexpr int kDays = 7;
 constexpr int kSerialBytes = 8;
 
@@ -25,7 +24,7 @@ void AddText(X509_NAME* name, int field, const std::string& value) {
 void SetNames(X509* certificate, const std::string& name) {
     X509_NAME* subject = X509_get_subject_name(certificate);
     AddText(subject, NID_organizationName, kMark);
-    if (name.size() <= kLongestCommonName) AddText(subject, NID_commonName, name);
+    if (name.size() <= openssl::kLongestCommonName) AddText(subject, NID_commonName, name);
     openssl::Must(X509_set_issuer_name(certificate, subject) == 1);
 }
 

@@ -21,7 +21,6 @@ using Extension = std::unique_ptr<X509_EXTENSION, openssl::Deleter<X509_EXTENSIO
 using GeneralName = std::unique_ptr<GENERAL_NAME, openssl::Deleter<GENERAL_NAME_free>>;
 using GeneralNames = std::unique_ptr<GENERAL_NAMES, openssl::Deleter<GENERAL_NAMES_free>>;
 
-constexpr std::size_t kLongestCommonName = 64;  // RFC 5280 appendix A, ub-common-name
 constexpr unsigned kFewestBits = 2048;
 constexpr unsigned kMostBits = 8192;
 
@@ -125,7 +124,8 @@ void SetSubject(X509_REQ* request, const std::string& first_name, const Paramete
     AddField(subject, NID_localityName, "locality", parameters.Get("locality"));
     AddField(subject, NID_organizationName, "organization", parameters.Get("organization"));
     AddField(subject, NID_organizationalUnitName, "unit", parameters.Get("unit"));
-    if (first_name.size() <= kLongestCommonName) AddField(subject, NID_commonName, "name", first_name);
+    if (first_name.size() <= openssl::kLongestCommonName)
+        AddField(subject, NID_commonName, "name", first_name);
     AddField(subject, NID_pkcs9_emailAddress, "email", parameters.Get("email"));
 }
 

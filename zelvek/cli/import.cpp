@@ -99,7 +99,7 @@ Imported Take(const ImportSource& source, const std::string& user, const std::st
     }
 }
 
-std::string StateOf(const Imported& imported, bool dry_run) {
+std::string StateOfImport(const Imported& imported, bool dry_run) {
     if (!imported.code.empty()) return "refused";
     if (imported.already) return "there";
     return dry_run ? "possible" : "taken";
@@ -109,7 +109,7 @@ Json::Value JsonOf(const Imported& imported, bool dry_run) {
     Json::Value json;
     json["name"] = imported.name;
     json["user"] = imported.user;
-    json["state"] = StateOf(imported, dry_run);
+    json["state"] = StateOfImport(imported, dry_run);
     json["job"] = imported.job == 0 ? Json::Value() : Json::Value(imported.job);
     json["expires"] = TimeJson(imported.expires);
     json["place"] = imported.place;
@@ -139,7 +139,7 @@ void Print(const std::vector<Imported>& all, bool dry_run) {
     std::vector<std::vector<std::string>> rows;
     rows.reserve(all.size());
     for (const Imported& imported : all) {
-        rows.push_back({StateOf(imported, dry_run), imported.job == 0 ? "" : str::Str(imported.job),
+        rows.push_back({StateOfImport(imported, dry_run), imported.job == 0 ? "" : str::Str(imported.job),
                         imported.name, imported.user, DayOf(imported.expires), TextOf(imported)});
     }
     std::cout << OutputTable({"STATE", "JOB", "CERTIFICATE", "USER", "EXPIRES", "NAMES AND PLACE"}, rows);

@@ -68,7 +68,7 @@ Endpoint::Endpoint(Store& store, const std::string& address, const Settings& set
     const SignalsBlocked blocked;
     const int listener = Listen(address).release();  // the daemon closes it
     server_->daemon =
-        MHD_start_daemon(MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, &Server::Answer,
+        MHD_start_daemon(MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC, 0, nullptr, nullptr, &Server::Answer,
                          server_.get(),                              //
                          MHD_OPTION_LISTEN_SOCKET, listener,         //
                          MHD_OPTION_CONNECTION_LIMIT, kConnections,  //

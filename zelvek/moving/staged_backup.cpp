@@ -23,14 +23,14 @@ namespace {
 constexpr std::uint64_t kLargestCertificate = 256UL << 10;
 constexpr std::uint64_t kLargestManifest = 256UL << 20;
 
-[[noreturn]] void Refuse(const std::string& why) {
+[[noreturn]] void RefuseBackup(const std::string& why) {
     throw Error(Code::kValue, "the backup is refused: " + why);
 }
 
 std::uint64_t SizeOf(int file) {
     struct stat status {};
     if (::fstat(file, &status) != 0) throw IoError("cannot read", "the backup", errno);
-    if (!S_ISREG(status.st_mode)) Refuse("it is no file");
+    if (!S_ISREG(status.st_mode)) RefuseBackup("it is no file");
     return static_cast<std::uint64_t>(status.st_size);
 }
 
@@ -65,20 +65,21 @@ StagedBackup::StagedBackup(const fs::path& beside, int file, const std::optional
     }
     AdoptDatabase(Database());
     if (CountsOf(Database()).jobs != manifest_.jobs)
-        Refuse("its manifest counts other jobs than its database");
+        RefuseBackup("its manifest counts other jobs than its database");
 }
 
 void StagedBackup::Stage(ArchiveReader& archive, std::uint64_t most) {
     while (const auto entry = archive.Next()) {
-        if (complete_) Refuse("something stands behind its manifest");
+        if (complete_) RefuseBackup("something stands behind its manifest");
         const bool known = entry->name == kManifestName || entry->name == kDatabaseName;
         if (!known) ReadFileName(entry->name);
-        if (files_.contains(entry->name)) Refuse("\"" + Printable(entry->name) + "\" stands in it twice");
+        if (files_.contains(entry->name))
+            RefuseBackup("\"" + Printable(entry->name) + "\" stands in it twice");
         if (entry->size > MostOf(entry->name, most))
-            Refuse("\"" + Printable(entry->name) + "\" in it is too large");
+            RefuseBackup("\"" + Printable(entry->name) + "\" in it is too large");
         Keep(archive, *entry);
     }
-    if (!complete_) Refuse("it has no manifest: it was cut, or is something else");
+    if (!complete_) RefuseBackup("it has no manifest: it was cut, or is something else");
 }
 
 void StagedBackup::Keep(ArchiveReader& archive, const ArchiveReader::Entry& entry) {
@@ -106,17 +107,17 @@ void StagedBackup::Keep(ArchiveReader& archive, const ArchiveReader::Entry& entr
 void StagedBackup::CheckManifest() const {
     for (const auto& [name, file] : manifest_.files) {
         const auto found = files_.find(name);
-        if (found == files_.end()) Refuse("\"" + Printable(name) + "\" is missing in it");
-        if (found->second != file) Refuse("\"" + name + "\" in it was changed");
+        if (found == files_.end()) RefuseBackup("\"" + Printable(name) + "\" is missing in it");
+        if (found->second != file) RefuseBackup("\"" + name + "\" in it was changed");
     }
     for (const auto& [name, file] : files_) {
-        if (!manifest_.files.contains(name)) Refuse("its manifest does not know \"" + name + "\"");
+        if (!manifest_.files.contains(name)) RefuseBackup("its manifest does not know \"" + name + "\"");
     }
-    if (!files_.contains(kDatabaseName)) Refuse("it has no database");
+    if (!files_.contains(kDatabaseName)) RefuseBackup("it has no database");
     const auto names = Certificates();
-    if (2 * names.size() + 1 != files_.size()) Refuse("a key or a certificate is missing in it");
+    if (2 * names.size() + 1 != files_.size()) RefuseBackup("a key or a certificate is missing in it");
     if (static_cast<long long>(names.size()) != manifest_.certificates)
-        Refuse("its manifest counts other certificates than it has");
+        RefuseBackup("its manifest counts other certificates than it has");
 }
 
 std::vector<install::InstalledName> StagedBackup::Certificates() const {
@@ -129,7 +130,7 @@ std::vector<install::InstalledName> StagedBackup::Certificates() const {
 
 std::string StagedBackup::Content(const std::string& name) const {
     const auto staged = staged_.find(name);
-    if (staged == staged_.end()) Refuse("\"" + name + "\" is missing in it");
+    if (staged == staged_.end()) RefuseBackup("\"" + name + "\" is missing in it");
     const auto content = ReadSmallFile(work_ / staged->second, kLargestCertificate);
     if (!content) throw Error(Code::kIo, "cannot read " + (work_ / staged->second).string());
     return *content;

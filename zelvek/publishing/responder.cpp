@@ -121,12 +121,15 @@ Responder::Responder(const std::string& address, std::filesystem::path answers,
     server_ = std::make_unique<Server>(std::move(answers), limit);
     const int listener = Listen(address).release();  // the daemon closes it
     server_->daemon =
-        MHD_start_daemon(MHD_USE_EPOLL_INTERNAL_THREAD, 0, nullptr, nullptr, &Answer, &server_->answers,  //
-                         MHD_OPTION_LISTEN_SOCKET, listener,                                              //
-                         MHD_OPTION_THREAD_POOL_SIZE, kThreads,                                           //
-                         MHD_OPTION_CONNECTION_LIMIT, kConnections,                                       //
-                         MHD_OPTION_NOTIFY_CONNECTION, &Note, &server_->visitors,                         //
-                         MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemoryOfOneConnection,                      //
+        // Threads that have all the connections they may have do not look at the listener, and so do not see
+        // it end: they are told by a channel of their own.
+        MHD_start_daemon(MHD_USE_EPOLL_INTERNAL_THREAD | MHD_USE_ITC, 0, nullptr, nullptr, &Answer,
+                         &server_->answers,                                           //
+                         MHD_OPTION_LISTEN_SOCKET, listener,                          //
+                         MHD_OPTION_THREAD_POOL_SIZE, kThreads,                       //
+                         MHD_OPTION_CONNECTION_LIMIT, kConnections,                   //
+                         MHD_OPTION_NOTIFY_CONNECTION, &Note, &server_->visitors,     //
+                         MHD_OPTION_CONNECTION_MEMORY_LIMIT, kMemoryOfOneConnection,  //
                          MHD_OPTION_UNESCAPE_CALLBACK, &LeaveEncoded, nullptr, MHD_OPTION_END);
     if (server_->daemon == nullptr) {
         throw Error(Code::kIo, "cannot serve answers on " + address);
