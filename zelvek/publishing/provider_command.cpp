@@ -78,15 +78,16 @@ void CheckProgram(const std::filesystem::path& program) {
 }
 
 constexpr const char* kCommand = "dns-command";
-constexpr const char* kZone = "dns-command-zone";
-constexpr const char* kTtl = "dns-command-ttl";
+constexpr const char* kZoneOption = "dns-command-zone";
+constexpr const char* kTtlOption = "dns-command-ttl";
 constexpr const char* kTimeout = "dns-command-timeout";
 
 std::unique_ptr<Backend> MakeCommand(const Settings& settings) {
-    const Provider provider{std::get<std::string>(settings.at(kCommand)), std::get<int>(settings.at(kTtl)),
+    const Provider provider{std::get<std::string>(settings.at(kCommand)),
+                            std::get<int>(settings.at(kTtlOption)),
                             std::chrono::seconds{std::get<int>(settings.at(kTimeout))}};
     CheckProgram(provider.program);
-    const auto zones = CheckedNames(std::get<std::vector<std::string>>(settings.at(kZone)));
+    const auto zones = CheckedNames(std::get<std::vector<std::string>>(settings.at(kZoneOption)));
     if (zones.empty()) throw Error(Code::kValue, "the DNS command has no zone that may be written");
     return std::make_unique<CommandBackend>(provider, zones);
 }
@@ -96,8 +97,8 @@ std::unique_ptr<Backend> MakeCommand(const Settings& settings) {
 BackendKind ProviderCommand() {
     return {"a DNS command",
             {{kCommand, "Program that adds and removes records at a DNS provider", std::string()},
-             {kZone, "A zone that it can change; repeatable", std::vector<std::string>()},
-             {kTtl, "Seconds that its records may be cached", 60, 0, 86400},
+             {kZoneOption, "A zone that it can change; repeatable", std::vector<std::string>()},
+             {kTtlOption, "Seconds that its records may be cached", 60, 0, 86400},
              {kTimeout, "Seconds that it may take", 60, 1, 3600}},
             &MakeCommand};
 }
