@@ -101,6 +101,25 @@ void ApplyConfig(CLI::App& app, const std::string& file) try {
     throw CLI::ConfigError(error.what());
 }
 
+const CLI::App& CommandNamed(const CLI::App& group, const std::string& word) {
+    for (const CLI::App* command : group.get_subcommands({})) {
+        if (command->get_name() == word) return *command;
+    }
+    throw CLI::ValidationError("help", "there is no command \"" + Printable(word) + "\"");
+}
+
+/// What --help of the command says that these words name. The library's own help() would tell of the command
+/// that was chosen.
+std::string HelpOf(const CLI::App& line, const std::vector<std::string>& words) {
+    const CLI::App* about = &line;
+    std::string name = line.get_name();
+    for (const std::string& word : words) {
+        about = &CommandNamed(*about, word);
+        str::inpl::Append(name, word, " ");
+    }
+    return about->get_formatter()->make_help(about, name, CLI::AppFormatMode::Normal);
+}
+
 Json::Value ErrorJson(const std::string& code, const std::string& sentence) {
     Json::Value json;
     json["error"]["code"] = code;
@@ -303,19 +322,9 @@ void CommandLine::AddHelp() {
     CLI::App* help = app_->add_subcommand("help", "The same as --help of a command");
     help->add_option("COMMAND", help_of_, "Its words")->expected(0, kNoEnd);
     help->callback([this] {
-        const CLI::App* about = app_.get();
-        std::string name = about->get_name();
-        for (const std::string& word : help_of_) {
-            const auto named =
-                about->get_subcommands([&word](const CLI::App* each) { return each->get_name() == word; });
-            if (named.empty())
-                throw CLI::ValidationError("help", "there is no command \"" + Printable(word) + "\"");
-            about = named.front();
-            str::inpl::Append(name, word, " ");
-        }
-        chosen_ = [about, name] {
-            // Its own help() tells of the command that was chosen, which is this one.
-            std::cout << about->get_formatter()->make_help(about, name, CLI::AppFormatMode::Normal);
+        const std::string text = HelpOf(*app_, help_of_);
+        chosen_ = [text] {
+            std::cout << text;
             return kSuccess;
         };
     });

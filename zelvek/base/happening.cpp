@@ -51,6 +51,7 @@ bool GoesToJournal() {
 
 bool SendToJournal(const std::vector<std::string>& entry) {
     std::vector<iovec> fields;
+    fields.reserve(entry.size());
     // The library does not change them; its structure just lacks the const.
     for (const std::string& field : entry) fields.push_back({const_cast<char*>(field.data()), field.size()});
     return ::sd_journal_sendv(fields.data(), static_cast<int>(fields.size())) == 0;

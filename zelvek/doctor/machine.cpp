@@ -129,7 +129,8 @@ Checks Units(const std::vector<std::string>& units) {
     for (const std::string& unit : units) {
         const std::string active = AskManager("is-active", unit);
         const std::string enabled = AskManager("is-enabled", unit);
-        const std::string said = unit + " is " + active + ", " + enabled;
+        std::string said = unit;
+        said.append(" is ").append(active).append(", ").append(enabled);
         if (active == "active" && (enabled == "enabled" || enabled == "static" || enabled == "indirect")) {
             checks.push_back(Fine("unit", said));
         } else {

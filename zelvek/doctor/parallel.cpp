@@ -10,6 +10,12 @@ namespace {
 
 constexpr std::size_t kAtOnce = 16;
 
+Checks LookAt(const std::string& name, const std::function<Checks(const std::string&)>& look) try {
+    return look(name);
+} catch (const std::exception& error) {
+    return {Wrong(name, error.what(), "")};
+}
+
 }  // namespace
 
 Checks InParallel(const std::vector<std::string>& names,
@@ -17,13 +23,7 @@ Checks InParallel(const std::vector<std::string>& names,
     std::vector<Checks> found(names.size());
     std::atomic<std::size_t> next = 0;
     const auto work = [&] {
-        for (std::size_t i = next++; i < names.size(); i = next++) {
-            try {
-                found[i] = look(names[i]);
-            } catch (const std::exception& error) {
-                found[i] = {Wrong(names[i], error.what(), "")};
-            }
-        }
+        for (std::size_t i = next++; i < names.size(); i = next++) found[i] = LookAt(names[i], look);
     };
     {
         std::vector<std::jthread> threads;

@@ -9,6 +9,7 @@
 #include <memory>
 #include <optional>
 #include <thread>
+#include <utility>
 
 #include "vek/client.h"
 #include "vek/date.h"
@@ -160,6 +161,26 @@ install::Settings InstallSettings(const ServeOptions& options) {
     return settings;
 }
 
+namespace {
+
+std::optional<Responder> WantedResponder(const ServeOptions& options) {
+    if (options.responder.empty()) return std::nullopt;
+    return std::optional<Responder>(std::in_place, options.responder, options.answers);
+}
+
+std::optional<metrics::Endpoint> WantedEndpoint(Store& store, const ServeOptions& options) {
+    if (options.metrics_listen.empty()) return std::nullopt;
+    return std::optional<metrics::Endpoint>(std::in_place, store, options.metrics_listen,
+                                            MetricsSettings(options));
+}
+
+std::optional<Scheduler> WantedScheduler(Store& store, const ServeOptions& options) {
+    if (!options.scheduler) return std::nullopt;
+    return std::optional<Scheduler>(std::in_place, store, SchedulerSettings(options));
+}
+
+}  // namespace
+
 void CheckOptions(const ServeOptions& options) {
     InstallSettings(options);
     WatchSettings(options);
@@ -195,11 +216,8 @@ void Serve(const ServeOptions& options) {
     services.plugins = {options.plugin, options.authorities};
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });
-    std::optional<Responder> responder;
-    if (!options.responder.empty()) responder.emplace(options.responder, options.answers);
-    std::optional<metrics::Endpoint> watched;
-    if (!options.metrics_listen.empty())
-        watched.emplace(store, options.metrics_listen, MetricsSettings(options));
+    const auto responder = WantedResponder(options);
+    const auto watched = WantedEndpoint(store, options);
     // What is made last ends first: runs end while the server still takes their records.
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
@@ -207,8 +225,7 @@ void Serve(const ServeOptions& options) {
     std::optional<RenewalWatch> asking;
     if (options.renewal_info) asking.emplace(services, options.sweep_interval);
     const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
-    std::optional<Scheduler> scheduler;
-    if (options.scheduler) scheduler.emplace(store, SchedulerSettings(options));
+    const auto scheduler = WantedScheduler(store, options);
     UntilEnd(signals, manager);
     reloader.End();
     if (asking) asking->End();
