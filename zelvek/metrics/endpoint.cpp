@@ -50,6 +50,7 @@ struct Endpoint::Server {
         return text;
     }
 
+    // NOLINTNEXTLINE(readability-function-size): the parameters are the library's
     static MHD_Result Answer(void* self, MHD_Connection* connection, const char* path, const char* method,
                              const char* /*version*/, const char* /*upload*/, std::size_t* /*upload_size*/,
                              void** /*state*/) try {
