@@ -148,7 +148,8 @@ std::vector<Candidate> NamesOfService(const std::string& kind) try {
     const NameList list = NameListOf(kind);
     std::vector<Candidate> found;
     std::set<std::string> words;
-    for (const auto& entry : Ask(list.function, {{"limit", kMostNames}}).xml().GetNodes("/doc/elem")) {
+    const auto answer = Ask(list.function, {{"limit", kMostNames}});
+    for (const auto& entry : answer.xml().GetNodes("/doc/elem")) {
         const std::string word = entry.Value(list.key);
         if (words.insert(word).second)
             found.push_back({word, *list.meaning == '\0' ? "" : entry.Value(list.meaning)});

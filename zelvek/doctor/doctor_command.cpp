@@ -89,8 +89,8 @@ void LookAtCertificates(Checks& checks) {
             doctor::Wrong("expiry", str::Str(ending) + " end within two weeks and are not renewed: " + first,
                           "zelvek job list --expires-within 14"));
     }
-    const auto problems =
-        cli::Ask("zelvek.problem.list", {{"state", "open"}, {"limit", "1000"}}).xml().GetNodes("/doc/elem");
+    const auto answer = cli::Ask("zelvek.problem.list", {{"state", "open"}, {"limit", "1000"}});
+    const auto problems = answer.xml().GetNodes("/doc/elem");
     const auto old = std::count_if(problems.begin(), problems.end(), [](const vek_xml::Node& problem) {
         return problem.Value("name") == "old_certificate_served";
     });

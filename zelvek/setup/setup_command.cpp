@@ -108,7 +108,8 @@ void AddDomain(const std::string& name, const std::string& user) {
         cli::Ask("zelvek.domain.add", {{"name", name}, {"user_name", user}});
     } catch (const Error& error) {
         if (error.code() != Code::kExists) throw;
-        const auto own = cli::Ask("zelvek.domain.list", {{"user_name", user}}).xml().GetNodes("/doc/elem");
+        const auto answer = cli::Ask("zelvek.domain.list", {{"user_name", user}});
+        const auto own = answer.xml().GetNodes("/doc/elem");
         const bool has = std::any_of(own.begin(), own.end(), [&](const vek_xml::Node& domain) {
             return names::Canonical(domain.Value("name")) == name;
         });
