@@ -31,6 +31,7 @@ struct Job {
     std::string renew;        // when the installed certificate is renewed
     std::string ask_renewal;  // when the authority is asked next for the time of the renewal
     std::string last_run;     // when the last run ended; empty before the first
+    bool died = false;        // the last run has ended without writing the record back
     std::string due;          // when the next run is due, unless the job is verified, failed or under way
     int notice_step = 0;      // what was told last of the certificate's coming end, or of its never coming
     std::string notice_due;   // when the job is looked at for that; empty: when one of its runs fails
@@ -128,6 +129,8 @@ inline constexpr std::array kJobFields{
              "When the authority is asked next for the time of the renewal", JobField::Kept::kWithJob, true},
     JobField{"last_run", &Job::last_run, JobField::Writer::kService, JobField::kNowhere,
              "When the last run ended", JobField::Kept::kWithJob, true},
+    JobField{"died", &Job::died, JobField::Writer::kService, JobField::kNowhere,
+             "Whether the last run has ended without writing the record back"},
     JobField{"due", &Job::due, JobField::Writer::kService, JobField::kInLists, "When the next run is due",
              JobField::Kept::kWithJob, true},
     JobField{"notice_step", &Job::notice_step, JobField::Writer::kService, JobField::kNowhere,

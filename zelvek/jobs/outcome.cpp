@@ -84,6 +84,9 @@ Outcome OutcomeOfRun(const Job& job, const std::vector<history::Event>& events, 
     const bool goes_on = !job.challenges.empty() || job.next_attempt > now;
     const Outcome outcome = OutcomeOf(events, !job.refusal.empty());
     if (outcome == Outcome::kUnfetched && job.next_attempt > now) return Outcome::kOnItsWay;
+    // The certificate of its order may have gone with the run before, which tells nothing of the authority.
+    const bool refused = !events.empty() && events.back().event == "cert_order_fail";
+    if (outcome == Outcome::kUnfetched && job.died && refused) return Outcome::kRefused;
     const bool cut = outcome == Outcome::kOnItsWay && IsCutShort(events) && !job.verified && !goes_on;
     return cut ? Outcome::kCutShort : outcome;
 }

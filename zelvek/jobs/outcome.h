@@ -28,7 +28,8 @@ const char* Word(Outcome outcome);
 Outcome OutcomeOf(const std::vector<history::Event>& events, bool panel_refused);
 
 /// The same of a run that has written back this record at `now`. An order that goes on, since the run asks
-/// for a time or keeps its challenges, is on its way.
+/// for a time or keeps its challenges, is on its way. After a run that has died (`Job::died`) a refused
+/// finalization is a refusal like any other.
 Outcome OutcomeOfRun(const Job& job, const std::vector<history::Event>& events, const std::string& now);
 
 /// Whether a run that ends with these events may have left a certificate at the authority. Its order was

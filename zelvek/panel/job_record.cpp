@@ -116,6 +116,7 @@ void WriteRecordBack(Services& services, const Query& query, XmlAnswer& answer) 
     job.last_run = now;
     const auto events = SplitLog(names::MakeText(query.parameters.Get("log")), now);
     const Outcome outcome = OutcomeOfRun(job, events, now);
+    job.died = false;
     PlanNextRun(job, outcome, services.retry, now);
     WaitForRecords(transaction, job);
     NoteEnd(transaction, job, events, now);

@@ -504,6 +504,9 @@ CREATE TRIGGER job_removed_with_end AFTER DELETE ON job WHEN OLD.expires > '' BE
     ; END;
 )sql";
 
+// Whether a job's last run has died is known of those that die from now on.
+constexpr const char* kDeaths = "ALTER TABLE job ADD COLUMN died INTEGER NOT NULL DEFAULT 0";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
@@ -530,7 +533,8 @@ const std::vector<const char*>& Migrations() {
                                                      kExaminations,
                                                      kSiteChecks,
                                                      kAuthorities,
-                                                     kTallies};
+                                                     kTallies,
+                                                     kDeaths};
     return migrations;
 }
 

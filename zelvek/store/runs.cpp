@@ -96,7 +96,7 @@ void Free(Transaction& transaction, const Job& job) {
     transaction.NoteDue(job.due);
     transaction
         .Prepare(
-            "UPDATE job SET processing = 0, last_run = :last_run, failures = :failures, due = :due,"
+            "UPDATE job SET processing = 0, died = 1, last_run = :last_run, failures = :failures, due = :due,"
             " notice_due = :notice WHERE id = :id")
         .With(job.last_run)
         .With(job.failures)

@@ -46,7 +46,7 @@ void SetTimes(Transaction& transaction, const Job& job);
 /// As `Claim`, if the job is due at `now` and nobody works on it; says whether it was.
 bool ClaimIfDue(Transaction& transaction, int id, const Process& process, const std::string& now);
 
-/// Frees a job whose run is over: no longer "processing". Its last run, failures and due time are stored.
+/// Frees a job whose run has died: no longer "processing". Its last run, failures and due time are stored.
 void Free(Transaction& transaction, const Job& job);
 
 }  // namespace zelvek::runs

@@ -191,7 +191,9 @@ TEST_P(StoredRuns, LargeProcessNumbersComeBack) {
     EXPECT_EQ(JobOf(process), id);
 }
 
-// Behaviour: A freed job is no longer under way and has the times given; all else of it stays
+// Behaviour: A freed job is no longer under way, has the times given, and its last run has died; all else of
+// it
+//   stays
 TEST_P(StoredRuns, AreFreed) {
     Job job = FilledJob("a");
     job.processing = true;
@@ -204,6 +206,7 @@ TEST_P(StoredRuns, AreFreed) {
     job.notice_due = "look";
     Do([&](Transaction& transaction) { runs::Free(transaction, job); });
     job.processing = false;
+    job.died = true;
     job.postponed.clear();
     EXPECT_THAT(Differences(FindJob(id), job), IsEmpty());
 }

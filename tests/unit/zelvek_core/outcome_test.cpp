@@ -73,6 +73,20 @@ TEST(OutcomeOfARun, IsUnfetchedWhereACertificateMayHaveBeenIssued) {
     EXPECT_EQ(AfterChecks({refused}), Outcome::kUnfetched) << "whatever its words";
 }
 
+// Behaviour: After a run that has died a refused finalization is a refusal like any other: the certificate of
+//   its order may have gone with that run
+TEST(OutcomeOfARun, IsNotUnfetchedAfterARunThatHasDied) {
+    Job job;
+    job.died = true;
+    const std::string now = "2026-01-01 00:00:00";
+    const std::vector<history::Event> refused{Step("challenge_success"), Failed("cert_order_fail", 403)};
+    EXPECT_EQ(OutcomeOfRun(job, refused, now), Outcome::kRefused);
+    EXPECT_EQ(OutcomeOfRun(Job{}, refused, now), Outcome::kUnfetched);
+    EXPECT_EQ(OutcomeOfRun(job, {Step("challenge_success"), Failed("cert_order_req_attempt")}, now),
+              Outcome::kUnfetched)
+        << "the authority has accepted it just now";
+}
+
 // Behaviour: An order that no certificate can have come of is tried again as any other failure: a check
 //   has failed, the authority is ill or asks for patience, or there was no nonce
 TEST(OutcomeOfARun, IsNotUnfetchedWhereNoCertificateCanHaveBeenIssued) {
