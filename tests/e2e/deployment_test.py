@@ -19,9 +19,12 @@ NEIGHBOUR = 64322
 EC = ("--csr", "key_type=ec", "--skip-account-check")  # pebble takes no check
 
 
-class DeploymentTest(unittest.TestCase):
+class DeployedTest(unittest.TestCase):
+    """A web server, an authority, and the service of a user of its own with these further options."""
+
     longMessage = True
     maxDiff = None
+    options_of_service = {}
 
     def setUp(self):
         self.assertTrue(possible(), "these tests need root, or a namespace with several users")
@@ -29,7 +32,12 @@ class DeploymentTest(unittest.TestCase):
         self.addCleanup(self.world.close)
         self.world.start_web()
         self.world.start_pebble()
-        self.world.start_service()
+        self.world.start_service(**self.options_of_service)
+
+
+class DeploymentTest(DeployedTest):
+    def setUp(self):
+        super().setUp()
         self.world.take_account(account_key())
         self.world.add_domain("shop.example")
 
@@ -126,19 +134,10 @@ class DeploymentTest(unittest.TestCase):
         self.assertEqual(stat.S_IMODE(os.stat(log).st_mode) & 0o007, 0)
 
 
-class FirstHour(unittest.TestCase):
+class FirstHour(DeployedTest):
     """Root's commands on a server that has a web server and the service of another user, and no certificate yet."""
 
-    longMessage = True
-    maxDiff = None
-
-    def setUp(self):
-        self.assertTrue(possible(), "these tests need root, or a namespace with several users")
-        self.world = make_world(DeployedWorld)
-        self.addCleanup(self.world.close)
-        self.world.start_web()
-        self.world.start_pebble()
-        self.world.start_service(scheduler="on")
+    options_of_service = {"scheduler": "on"}
 
     def options(self):
         """What the package installs below /etc: the service's options, and nginx's folder."""
