@@ -6,7 +6,9 @@ usage: check_includes.py [ROOT]
 The program's folders include downwards only (LAYERS), libvek's public headers, jsoncpp and the standard library; the
 framework includes neither program nor service, and its public headers nothing but the standard library; its double and its
 examples, which others compile, include public headers alone; the service
-includes libvek's public headers, never the program, and its rooms include downwards only (ROOMS). Prints one line per violation; exit status 1 where there is one.
+includes libvek's public headers, never the program, and its rooms include downwards only (ROOMS). What a file takes of the standard
+library is included by it or by a header of this project that it includes (OF_STANDARD): where several sources are compiled as
+one, the compiler does not miss it. Prints one line per violation; exit status 1 where there is one.
 """
 import re
 import sys
@@ -63,6 +65,23 @@ STANDARD = set(
     cstring ctime cuchar cwchar cwctype""".split()
 )
 
+# Header: names of its own that are in use here.
+OF_STANDARD = {
+    "algorithm": "all_of any_of copy count count_if find find_if max max_element min min_element none_of remove_if reverse sort stable_sort "
+                 "transform unique clamp lower_bound upper_bound",
+    "array": "array", "atomic": "atomic atomic_bool", "charconv": "from_chars to_chars", "chrono": "chrono",
+    "condition_variable": "condition_variable", "deque": "deque", "filesystem": "filesystem", "fstream": "ifstream ofstream",
+    "functional": "function", "future": "async future promise", "iostream": "cerr cin cout", "limits": "numeric_limits", "list": "list",
+    "map": "map multimap", "memory": "make_shared make_unique shared_ptr unique_ptr weak_ptr", "mutex": "lock_guard mutex",
+    "numeric": "accumulate", "optional": "nullopt optional", "random": "mt19937 random_device", "regex": "regex smatch",
+    "set": "multiset set", "shared_mutex": "shared_lock shared_mutex", "sstream": "istringstream ostringstream stringstream",
+    "stdexcept": "logic_error out_of_range runtime_error", "string": "string to_string", "string_view": "string_view",
+    "system_error": "error_code system_category system_error", "thread": "jthread this_thread thread", "tuple": "tie tuple",
+    "unordered_map": "unordered_map", "unordered_set": "unordered_set", "variant": "variant visit", "vector": "vector",
+}
+HEADER_OF = {name: header for header, names in OF_STANDARD.items() for name in names.split()}
+STANDARD_NAME = re.compile(r"\bstd::(\w+)")
+NOT_CODE = re.compile(r'//[^\n]*|/\*.*?\*/|R"(\w*)\(.*?\)\1"|"(?:\\.|[^"\\\n])*"', re.DOTALL)
 INCLUDE = re.compile(r'^\s*#\s*include\b\s*(?:<([^>]*)>|"([^"]*)"|(.*))')
 COMMENT = re.compile(r"/\*.*?\*/", re.DOTALL)
 
@@ -177,9 +196,36 @@ def check_file(root, source, rule):
             yield f"{path}:{number}: {complaint}"
 
 
+def headers_of(root, source, read):
+    """All headers of the standard library and others that a file includes, itself or through this project's. `read`: what
+    the files that were read before include."""
+    found, new, known = set(), [source], set()
+    while new:
+        file = new.pop()
+        if file in known:
+            continue
+        known.add(file)
+        if file not in read:
+            read[file] = [(header, resolve(root, file, header, quoted)) for _, header, quoted in includes(file) if header]
+        new.extend(root / target for _, target in read[file] if target)
+        found.update(header for header, target in read[file] if not target)
+    return found
+
+
+def check_standard(root, source, read):
+    """One line for each header of the standard library that a file lacks, with the first place where it is needed."""
+    text = NOT_CODE.sub(lambda match: "\n" * match[0].count("\n"), source.read_text(encoding="utf-8"))
+    first = {}
+    for number, line in enumerate(text.splitlines(), 1):
+        for name in STANDARD_NAME.findall(line):
+            first.setdefault(HEADER_OF.get(name), number)
+    for header in sorted(first.keys() - headers_of(root, source, read) - {None}):
+        yield f"{source.relative_to(root).as_posix()}:{first[header]}: takes from <{header}> and does not include it"
+
+
 def check(root):
     root = Path(root).resolve()
-    findings = []
+    findings, read = [], {}
     for folder, rule in RULES:
         sources = sorted(file for file in (root / folder).rglob("*") if file.suffix in {".h", ".cpp"})
         # a folder that moved would otherwise pass for ever
@@ -187,6 +233,7 @@ def check(root):
             findings.append(f"{folder}: no sources found")
         for source in sources:
             findings.extend(check_file(root, source, rule))
+            findings.extend(check_standard(root, source, read))
     return findings
 
 

@@ -21,7 +21,7 @@ GOOD = {
     "libvek/include/vek/client.h": '#include <string>\n#include "vek/xml.h"\n',
     "libvek/include/vek/xml.h": "// #include <pugixml.hpp>\n#include <memory>\n",
     "libvek/src/xml.cpp": '#include <pugixml.hpp>\n#include "vek/xml.h"\n#include "socket.h"\n',
-    "libvek/src/socket.h": "#include <sys/socket.h>\n",
+    "libvek/src/socket.h": '#include <sys/socket.h>\n#include "vek/xml.h"\nstd::unique_ptr<int> From(); // std::set\n',
     "libvek/double/double.h": '#include <gtest/gtest.h>\n#include "vek/xml.h"\n#include "double/double.h"\n',
     "libvek/examples/example.cpp": '#include <gmock/gmock.h>\n#include "vek/xml.h"\n#include "double/double.h"\n',
     "zelvek/main.cpp": '#include <socket.h>\n#include "zelvek/base/error.h"\n#include "zelvek/cli/cli.h"\n#include "zelvek/service/serve.h"\n',
@@ -83,6 +83,8 @@ PLANTED = [
     ("zelvek/cli/cli.h", '#include "zelvek/service/serve.h"', "cli must not include service"),
     ("zelvek/tools/tool.h", "#include <string>", "has no place"),
     ("zelvek/tool.h", "#include <string>", "has no place"),
+    ("zelvek/base/error.h", "inline std::set<int> Numbers();", "takes from <set>"),
+    ("libvek/src/socket.h", "std::unique_ptr<int> made; std::vector<int> not_included; // std::map", "takes from <vector>"),
 ]
 
 

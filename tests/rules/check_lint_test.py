@@ -5,7 +5,7 @@ import json
 import re
 import tempfile
 import unittest
-from contextlib import redirect_stdout
+from contextlib import redirect_stderr, redirect_stdout
 from importlib.machinery import SourceFileLoader
 from pathlib import Path
 from unittest import mock
@@ -109,11 +109,23 @@ class Findings(Planted):
         self.assertIn("each clean, but not in a group", said)
         self.assertIn("linted 2 files in 2 groups, 2 of them one by one", said)
 
+    def test_sources_that_are_compiled_as_one_are_found(self):
+        (self.root / "Unity").mkdir()
+        files = [self.write("one.cpp", "int One() { return 1; }\n"), self.write("two.cpp", "int* Two() { return 0; }\n")]
+        both = self.write("Unity/unity_0_cxx.cxx", "".join(f'#include "{file}"\n\n' for file in files))
+        self.write("compile_commands.json", json.dumps(
+            [{"directory": str(self.root), "file": str(both), "command": f"c++ {' '.join(OPTIONS)} -o x.o -c {both}"}]))
+        said = io.StringIO()
+        with mock.patch.multiple(MODULE, ROOT=self.root, listed_files=lambda: files), redirect_stdout(said):
+            self.assertEqual(MODULE.main([str(self.root)]), 1)
+        self.assertRegex(said.getvalue(), r"two\.cpp:1:21: error: use nullptr")
+
     def test_source_that_nothing_compiles_fails(self):
         stranger = self.write("stranger.cpp", "int Stranger() { return 1; }\n")
         self.write("compile_commands.json", "[]")
-        with mock.patch.multiple(MODULE, ROOT=self.root, listed_files=lambda: [stranger]), redirect_stdout(io.StringIO()):
+        with mock.patch.multiple(MODULE, ROOT=self.root, listed_files=lambda: [stranger]), redirect_stderr(io.StringIO()) as said:
             self.assertEqual(MODULE.main([str(self.root)]), 1)
+        self.assertIn("compiles", said.getvalue())
 
 
 class Groups(Planted):

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <optional>
+#include <system_error>
 #include <utility>
 #include <vector>
 

@@ -3,6 +3,7 @@
 #include <json/json.h>
 
 #include <exception>
+#include <memory>
 #include <vector>
 
 #include "vek/date.h"

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <filesystem>
 #include <set>
+#include <system_error>
 #include <utility>
 
 #include "vek/str.h"
