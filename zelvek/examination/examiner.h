@@ -38,6 +38,7 @@ public:
     void End() { ending_ = true; }
 
 private:
+    class Probe;
     struct Patient;
 
     std::vector<Patient> Take();
