@@ -172,7 +172,7 @@ def change(file, statement, rows):
 
 def set_due(file, jobs, time):
     """Has these jobs wait for a run at that time. The service must be stopped."""
-    change(file, "UPDATE job SET last_run = '', next_attempt = :time, due = :time, processing = 0, failures = 0, died = 0"
+    change(file, "UPDATE job SET last_run = '', next_attempt = :time, due = :time, processing = 0, failures = 0"
                  " WHERE id = :job", [{"time": time, "job": job} for job in jobs])
 
 
