@@ -1,5 +1,6 @@
-// Loaded into a plug-in: at its end it writes what the plug-in itself and the tools that it has started have used, in
-// microseconds, into the file that OWN_CPU names. Nobody else can tell: who waits for a process learns the sum alone.
+// Loaded into a plug-in: at its end it writes what the plug-in itself and the tools that it has started have
+// used, in microseconds, into the file that OWN_CPU names. Nobody else can tell: who waits for a process
+// learns the sum alone.
 #include <errno.h>
 #include <fcntl.h>
 #include <stdio.h>
