@@ -3,7 +3,7 @@ import math
 
 WIDTH, HEIGHT = 760, 400
 LEFT, RIGHT, TOP, BOTTOM = 60, 250, 40, 50
-COLOURS = ["#1f77b4", "#d62728", "#2ca02c", "#ff7f0e", "#9467bd", "#8c564b"]
+COLOURS = ["#1f77b4", "#d62728", "#2ca02c", "#ff7f0e", "#9467bd", "#8c564b", "#17a2b8"]
 GREY = "#888888"
 STEPS = (1, 2, 5)  # of each power of ten, where the value axis has its lines
 LINE_OF_TEXT = 20

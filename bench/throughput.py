@@ -27,7 +27,7 @@ def add_arguments(parser):
     parser.add_argument("--binaries", default="build/release/bin", type=os.path.abspath)
     parser.add_argument("--at-once", default="1,4,16,64", type=numbers, help="runs that go on at once")
     parser.add_argument("--lego", default="1,4", type=numbers, help="certificates that lego fetches at once; 0: none")
-    parser.add_argument("--rounds", default=2, type=int, help="of all of these in turn; the middle ones are shown")
+    parser.add_argument("--rounds", default=2, type=int, help="of all of these in turn")
     parser.add_argument("--long", default=500, type=int, metavar="JOBS", help="of the last row, with 16 runs at once; 0: none")
     parser.add_argument("--plot", type=Path, metavar="SVG", help="draw it into this file")
     parser.add_argument("inside", nargs="?", help=argparse.SUPPRESS)
@@ -119,12 +119,21 @@ class Row:
 
     def measure(self, bench):
         names = bench.some_names(self.jobs)
-        others, begin = bench.others_cpu(), None
         self.prepare(bench, names)
-        begin = time.monotonic()
+        others, begin = bench.others_cpu(), time.monotonic()
         self.carry_out(bench, names)
         self.seconds = time.monotonic() - begin
         self.cpu["authority and web server"] = bench.others_cpu() - others
+
+    def nothing(self):
+        """A row of the same kind to which others can be added."""
+        return type(self)(self.at_once, 0)
+
+    def add(self, other):
+        self.jobs += other.jobs
+        self.seconds += other.seconds
+        for part, cpu in other.cpu.items():
+            self.cpu[part] = self.cpu.get(part, 0) + cpu
 
     def rate(self):
         """Jobs in a minute."""
@@ -227,16 +236,18 @@ def fetch_with_lego(bench, name):
 
 def print_all(options, rows):
     long = rows.pop() if options.long else None
-    kinds = {(row.client, row.at_once): [] for row in rows}
+    kinds = {}
     for row in rows:
-        kinds[row.client, row.at_once].append(row)
-    middle = [sorted(same, key=Row.rate)[len(same) // 2] for same in kinds.values()]
-    print(table(middle + [long] if long else middle))
+        kinds.setdefault((row.client, row.at_once), row.nothing()).add(row)
+    rows = list(kinds.values())
+    print(table(rows + [long] if long else rows))
     if long:
         print(report.table([f"memory of the service after, of {long.jobs} jobs", "MB"],
                            [[str(jobs), report.megabytes(size)] for jobs, size in sorted(long.memory.items())]))
     if options.plot:
-        lines = {client: [(row.at_once, row.rate()) for row in middle if row.client == client] for client in ("zelvek", "lego")}
+        lines = {}
+        for row in rows:
+            lines.setdefault(row.client, []).append((row.at_once, row.rate()))
         options.plot.write_text(chart.svg("at once", "certificates in a minute", lines), encoding="utf-8")
 
 
