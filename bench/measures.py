@@ -6,8 +6,9 @@ import xml.etree.ElementTree as ElementTree
 from contextlib import nullcontext
 from statistics import median
 
-from panel import BIG_USER, JOBS_OF_A_USER, date_time, set_due
-from service import NEVER, number, query
+import kernel
+from panel import BIG_USER, JOBS_OF_A_USER, date_time, forget_accounts, restore_accounts, set_due
+from zelvek import NEVER, query
 
 FEWEST_ROUNDS = 5
 INTERVAL = 0.01  # seconds between looks and between sweeps while these are measured
@@ -110,7 +111,8 @@ def visit(service, generator, samples):
 def in_turn(services, rounds):
     """The services, each once a round, the first one being another each time."""
     for done in rounds:
-        yield from services if done % 2 == 0 else reversed(services)
+        first = done % len(services)
+        yield from services[first:] + services[:first]
 
 
 def queries(services, rounds):
@@ -159,10 +161,10 @@ def periodic(services, seconds, **options):
     time.sleep(1)
     samples = {service: [] for service in services}
     for _ in range(FEWEST_ROUNDS):
-        before = [service.threads() for service in services]
+        before = [kernel.threads(service.pid) for service in services]
         time.sleep(seconds / FEWEST_ROUNDS)
         for service, threads in zip(services, before):
-            cost = cost_of_a_turn(threads, service.threads())
+            cost = cost_of_a_turn(threads, kernel.threads(service.pid))
             if cost is not None:
                 samples[service].append(cost)
     for service in services:
@@ -182,16 +184,23 @@ def look(services, seconds):
 
 
 def look_with_due(services, seconds):
-    """One look when ten jobs are due and all four slots are taken, so that nothing is started in it."""
+    """One look when ten jobs are due and none can be started: all wait for the first registration of an account, which a
+    run that sleeps has begun."""
     for service in services:
-        set_due(service.database, service.panel.due_jobs, date_time(-1))
-    return look(services, seconds)
+        jobs = service.panel.due_jobs[:11]
+        set_due(service.database, jobs, date_time(-1))
+        forget_accounts(service.database, jobs)
+    costs = look(services, seconds)
+    for service in services:
+        jobs = service.panel.due_jobs
+        restore_accounts(service.database, jobs[:11])
+        set_due(service.database, jobs, date_time(0.5))
+    return costs
 
 
 def starts_of_due(services, seconds):
-    """CPU seconds for a job that is due to be found, started and freed; ten become due together, once a second."""
+    """CPU seconds for a job that is due to be found, started and freed; ten become due together, some times."""
     for service in services:
-        set_due(service.database, service.panel.due_jobs, date_time(1))
         set_due(service.database, service.panel.due_jobs[-10:], date_time(-1))
     return starts(services, seconds)
 
@@ -286,19 +295,19 @@ WAYS = {"alone": lambda _: nullcontext(), "listing": listing, "slow command": sl
 
 def list_command(service):
     """Seconds and rows of `zelvek job list`, and the most memory that the service and the command had."""
-    service.forget_peak()
+    kernel.forget_peak(service.pid)
     begin = time.perf_counter()
     with service.command("job", "list") as process:
         first = process.stdout.read(1)  # it prints when it has everything
         command = command_peak(process)
         rows = (first + process.stdout.read()).count(b"\n") - 1
-    return {"seconds": time.perf_counter() - begin, "rows": rows, "peak": service.peak_memory(), "command": command}
+    return {"seconds": time.perf_counter() - begin, "rows": rows, "peak": kernel.peak_memory(service.pid), "command": command}
 
 
 def command_peak(process):
     """None for one that has ended already: what it prints fits into the pipe, so it is small."""
     try:
-        return 1024 * number(f"/proc/{process.pid}/status", "VmHWM")
+        return kernel.peak_memory(process.pid)
     except RuntimeError:
         return None
 
@@ -307,7 +316,7 @@ def beside_lists(service, rounds, blocks=5):
     """Seconds of a record read while nobody else asks, while the list command asks, while somebody slowly reads what it
     prints, and while somebody slowly reads an answer from the socket; and the most memory that the service had."""
     samples = {way: {} for way in WAYS}
-    service.forget_peak()
+    kernel.forget_peak(service.pid)
     chance = random.Random(2)
     for _ in range(blocks):
         for way, beside in WAYS.items():
@@ -315,4 +324,4 @@ def beside_lists(service, rounds, blocks=5):
                 for _ in rounds.part(blocks):
                     visit(service, run_of_a_job(service.panel, chance), samples[way])
     seconds = {way: middle(taken["record read"])[0] for way, taken in samples.items()}
-    return seconds | {"peak": service.peak_memory()}
+    return seconds | {"peak": kernel.peak_memory(service.pid)}

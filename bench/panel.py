@@ -10,6 +10,9 @@ JOBS_OF_A_USER = 20  # of anybody else, at the least
 EVENTS_OF_A_RUN = 7  # a run writes its events together, so a job's history lies in several places of the file
 FAILED, WAITING = {0}, {1, 2, 3}  # of ten jobs; the others are verified
 DEAD = (4194303, 1)  # process id and start time of nobody
+DEFAULT_ACCOUNT = 1
+# What a job's folder and names are, the service finds out by itself where it is told that they are missing.
+SETTINGS = {"default_account": str(DEFAULT_ACCOUNT), "folders_missing": "", "names_missing": ""}
 
 
 def date_time(days_from_now=0.0):
@@ -55,21 +58,13 @@ class Panel:
         os.sync()
 
     def _fill_jobs(self, connection):
-        accounts = [account(number) for number in range(self.accounts)]
-        if keeps_accounts(connection):
-            insert(connection, "account", ({"id": number, **text} for number, text in enumerate(accounts, 1)))
-            insert(connection, "setting", [{"name": "default_account", "value": "1"}])
-            insert(connection, "job", (job_row(job, self) | {"account": self._account_of(job) + 1, "due": due(job)}
-                                       for job in range(1, self.jobs + 1)))
-        else:
-            insert(connection, "setting", [{"name": "default_kid", "value": accounts[0]["kid"]},
-                                           {"name": "default_pem", "value": accounts[0]["acmekey"]}])
-            insert(connection, "job", (job_row(job, self) | accounts[self._account_of(job)]
-                                       for job in range(1, self.jobs + 1)))
+        insert(connection, "account", ({"id": number, **account(number)} for number in range(1, self.accounts + 1)))
+        insert(connection, "setting", [{"name": name, "value": value} for name, value in SETTINGS.items()])
+        insert(connection, "job", (job_row(job, self) for job in range(1, self.jobs + 1)))
 
-    def _account_of(self, job):
+    def account_of(self, job):
         """Half of the jobs use the panel-wide account."""
-        return 0 if job % 2 else 1 + job % (self.accounts - 1)
+        return DEFAULT_ACCOUNT if job % 2 else 2 + job % (self.accounts - 1)
 
     def _fill_events(self, connection):
         def rows():
@@ -126,15 +121,23 @@ def account(number):
 
 
 def job_row(job, panel):
-    waiting = kind(job) in WAITING
+    waiting, failed = kind(job) in WAITING, kind(job) in FAILED
     order = f"https://authority.example/order/{job}"
+    ends = {} if waiting or failed else {"expires": date_time(60 + job % 30), "renew": renewal(job),
+                                         "notice_due": renewal(job)}
+    fresh = {"expires": "", "renew": "", "notice_due": ""}
     return {"id": job, "certname": site(job), "domain": site(job), "user_name": panel.owner(job),
             "aliases": f"{site(job)} www.{site(job)}", "check_type": "http" if job % 3 else "dns",
             "csr_internal_request": f"certname_ascii={site(job)}&key_type=rsa", "time_started": date_time(-40),
+            "account": panel.account_of(job), "due": due(job),
             "next_attempt": due(job) if waiting else "", "finalize": order + "/finalize", "finalize_check": order,
             "challenges": challenges(job) if waiting else "", "attempt_count": job % 5,
-            "verified": int(kind(job) not in FAILED | WAITING), "failed": int(kind(job) in FAILED),
-            "last_run": date_time(-1)}
+            "verified": int(not waiting and not failed), "failed": int(failed), "last_run": date_time(-1),
+            **fresh, **ends}
+
+
+def renewal(job):
+    return date_time(30 + job % 30)
 
 
 def challenges(job):
@@ -145,11 +148,6 @@ def challenges(job):
 def due(job):
     """Later than any measurement lasts, and within the day that a job may wait."""
     return date_time(0.2 + job % 1000 / 2000)
-
-
-def keeps_accounts(connection):
-    """Whether accounts have a table of their own; older services kept the key with each job."""
-    return bool(connection.execute("SELECT 1 FROM sqlite_master WHERE name = 'account'").fetchone())
 
 
 def insert(connection, table, rows):
@@ -164,12 +162,27 @@ def insert(connection, table, rows):
     connection.executemany(statement, rows)
 
 
-def set_due(file, jobs, time):
-    """Has these jobs wait for a run at that time. The service must be stopped."""
+def change(file, statement, rows):
+    """The service must be stopped."""
     connection = sqlite3.connect(file)
-    column = ", due = :time" if keeps_accounts(connection) else ""
-    connection.executemany(
-        f"UPDATE job SET last_run = '', next_attempt = :time, processing = 0{column} WHERE id = :job",
-        [{"time": time, "job": job} for job in jobs])
+    connection.executemany(statement, rows)
     connection.commit()
     connection.close()
+
+
+def set_due(file, jobs, time):
+    """Has these jobs wait for a run at that time. The service must be stopped."""
+    change(file, "UPDATE job SET last_run = '', next_attempt = :time, due = :time, processing = 0, failures = 0"
+                 " WHERE id = :job", [{"time": time, "job": job} for job in jobs])
+
+
+def forget_accounts(file, jobs):
+    """Nobody has registered for these jobs, or for the panel, yet. The service must be stopped."""
+    change(file, "UPDATE job SET account = NULL WHERE id = ?", [(job,) for job in jobs])
+    change(file, "DELETE FROM setting WHERE name = ?", [("default_account",)])
+
+
+def restore_accounts(file, jobs):
+    """Undoes `forget_accounts`."""
+    change(file, "UPDATE job SET account = ? WHERE id = ?", [(DEFAULT_ACCOUNT, job) for job in jobs])
+    change(file, "INSERT INTO setting (name, value) VALUES (?, ?)", [("default_account", str(DEFAULT_ACCOUNT))])

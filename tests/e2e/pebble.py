@@ -52,6 +52,10 @@ class Pebble:
         finally:
             connection.close()
 
+    @property
+    def pid(self):
+        return self._process.pid
+
     def log(self):
         return self._process.log()
 

@@ -73,6 +73,10 @@ class WebServer:
         self._process = Background("nginx", ["nginx", "-c", config, "-g", "daemon off;"], os.path.join(folder, "nginx.log"))
         self._process.wait_ready(lambda: accepts(address, 80) and accepts(address, 443))
 
+    @property
+    def pid(self):
+        return self._process.pid
+
     def stop(self):
         self._process.stop()
 

@@ -53,6 +53,7 @@ class World:
         self._stopping = contextlib.ExitStack()
         self._commands = 0
         self._service_start = None
+        self._preloaded = {}
 
     def path(self, name):
         return os.path.join(self.folder, name)
@@ -79,6 +80,11 @@ class World:
         """Pebble as it is; from now on runs are those of a plug-in that is built for it."""
         self.plugin_name = plugin
         self._start_pebble(kind | {"bare": True})
+
+    def start_quiet_pebble(self, plugin):
+        """As `start_bare_pebble`, but every validation begins at once, and no authorization serves twice."""
+        self.plugin_name = plugin
+        self._start_pebble({})
 
     def _start_pebble(self, kind):
         self.pebble = Pebble(self.path("pebble"), self.ca, self.log_path("pebble"), "127.0.0.1:53" if self.dns else None, **kind)
@@ -123,6 +129,10 @@ class World:
     def binary(self, name):
         return os.path.join(self._binaries, name)
 
+    def preload(self, library, **variables):
+        """What is started from now on loads this library first, and has these variables."""
+        self._preloaded = {"LD_PRELOAD": library, **variables}
+
     def _plugin_options(self):
         return ["--plugin", self.binary(self.plugin_name)] if self.plugin_name != "ambrin" else []
 
@@ -130,7 +140,7 @@ class World:
         # A proxy of the environment is nobody's business here: nothing listens there.
         return os.environ | {"VEK_RUN_DIR": self.path("run"), "VEK_LOG_DIR": self.plugin_logs,
                              "VEK_CA_FILE": self.trusted_roots, "PATH": self.search_path,
-                             "https_proxy": "http://127.0.0.1:9", "http_proxy": "http://127.0.0.1:9"}
+                             "https_proxy": "http://127.0.0.1:9", "http_proxy": "http://127.0.0.1:9", **self._preloaded}
 
     def log_path(self, name):
         return os.path.join(self.logs, f"{name}.out")

@@ -25,8 +25,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-// A look costs what is due, so with many due jobs it is not done for each one that is added.
-constexpr milliseconds kBetweenLooks{1000};
+constexpr milliseconds kAfterFailure{1000};
 constexpr milliseconds kLongestWait{3600'000};  // what poll(2) is given at most
 // Between checks of runs whose end does not wake us.
 constexpr milliseconds kBetweenChecks{1000};
@@ -103,24 +102,26 @@ void Scheduler::TryStartDue() {
         StartDue();
     } catch (const std::exception& error) {
         Log(std::string("scheduler: ") + error.what());
-        next_look_ = steady_clock::now() + kBetweenLooks;
+        next_look_ = steady_clock::now() + kAfterFailure;
     }
 }
 
 void Scheduler::StartDue() {
     const Moment now = steady_clock::now();
-    const bool look = look_ && (turns_.UsedUp() || now - last_look_ >= kBetweenLooks);
+    const bool look = look_ && (turns_.UsedUp() || now - last_look_ >= between_looks_);
     {
         // What changes from here on may not be seen below.
         const std::lock_guard lock(signals_.mutex);
         signals_.next.clear();
     }
     const auto under_way = [&](int job) { return runs_.contains(job); };
-    for (const int job : turns_.Claim(settings_.runs_at_once - runs_.size(), under_way, look)) Start(job);
+    const auto claimed = turns_.Claim(settings_.runs_at_once - runs_.size(), under_way, look);
     if (look) {
         look_ = false;
         last_look_ = now;
+        between_looks_ = PauseAfterLook(std::chrono::ceil<milliseconds>(steady_clock::now() - now));
     }
+    for (const int job : claimed) Start(job);
     PlanSleep();
 }
 
@@ -132,7 +133,7 @@ void Scheduler::PlanSleep() {
         const std::chrono::seconds left{vek_date::DateTime(*next).SecondsSince(vek_date::DateTime())};
         sleep = std::min<milliseconds>(sleep, std::max(left, std::chrono::seconds{0}));
     }
-    if (look_) sleep = std::min(sleep, kBetweenLooks);
+    if (look_) sleep = std::min(sleep, between_looks_);
     next_look_ = steady_clock::now() + sleep;
     const std::lock_guard lock(signals_.mutex);
     signals_.next = next.value_or("");

@@ -80,6 +80,7 @@ private:
     Signals signals_;
     bool look_ = true;  // the next start of jobs begins with a look at all that is due
     Moment last_look_;
+    std::chrono::milliseconds between_looks_ = PauseAfterLook({});
     Moment next_look_;
     Descriptor wakes_;  // eventfd: readable when there is a signal
     std::thread thread_;

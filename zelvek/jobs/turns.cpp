@@ -1,5 +1,7 @@
 #include "zelvek/jobs/turns.h"
 
+#include <algorithm>
+
 #include "vek/date.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/log.h"
@@ -12,9 +14,15 @@ namespace zelvek {
 
 namespace {
 
-// Jobs that one look finds at most: it costs what is due, so with many due ones it is not done for each free
-// slot.
-constexpr int kCandidates = 64;
+// Jobs that one look finds at most: it costs what is due, however many it finds, so each start bears its
+// share.
+constexpr int kCandidates = 512;
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds kBetweenLooks{1000};
+constexpr milliseconds kLongestBetweenLooks{60'000};
+constexpr int kShareOfTime = 20;  // that looks take at most: a twentieth
 
 std::string Now() { return vek_date::DateTime().AsDateTime(); }
 
@@ -30,6 +38,10 @@ bool IsDue(const Job& job, const std::string& now) {
 }
 
 }  // namespace
+
+milliseconds PauseAfterLook(milliseconds took) {
+    return std::clamp(kShareOfTime * took, kBetweenLooks, kLongestBetweenLooks);
+}
 
 Turns::Turns(Store& store, Settings settings, Process self)
     : store_(store), settings_(settings), self_(self) {}

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <deque>
 #include <functional>
 #include <optional>
@@ -12,6 +13,11 @@
 #include "zelvek/store/store.h"
 
 namespace zelvek {
+
+/// How long the next look at all due jobs is put off after one that took so long. The store is nobody else's
+/// meanwhile, and what a look costs grows with the due jobs: with tens of thousands it would be looked at all
+/// the time otherwise.
+std::chrono::milliseconds PauseAfterLook(std::chrono::milliseconds took);
 
 /// Which jobs are run next. Starts no process itself.
 class Turns {

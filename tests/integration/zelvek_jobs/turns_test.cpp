@@ -29,6 +29,20 @@ protected:
         return AddJob(job);
     }
 
+    /// Jobs of one user, each with an account of its own, since an authority limits what one may order.
+    void AddMany(int count, const std::string& due) {
+        Do([&](Transaction& transaction) {
+            for (int i = 0; i < count; ++i) {
+                Job job;
+                job.user_name = "anna";
+                job.time_started = job.due = due;
+                job.kid = "https://ca.example/acct/" + std::to_string(i);
+                job.id = jobs::Add(transaction, job);
+                jobs::Save(transaction, job);
+            }
+        });
+    }
+
     int AddWithAccount(const std::string& user, const std::string& due) {
         return Add(user, due, "https://ca.example/acct/1");
     }
@@ -167,6 +181,25 @@ TEST_P(ClaimedTurns, WhatTheLastLookHasFoundIsUsedFirst) {
     EXPECT_THAT(Claim(1, false), ElementsAre(second));
     EXPECT_TRUE(turns_.UsedUp());
     EXPECT_THAT(Claim(1, false), ElementsAre(newer));
+}
+
+// Behaviour: One look serves 512 starts, so each bears little of what it costs where many jobs are due
+TEST_P(ClaimedTurns, OneLookServesManyStarts) {
+    AddMany(513, "2031-05-01 10:00:00");
+    EXPECT_EQ(Claim(1).size(), 1U);
+    EXPECT_EQ(Claim(510, false).size(), 510U);
+    EXPECT_FALSE(turns_.UsedUp());
+    EXPECT_EQ(Claim(1, false).size(), 1U);
+    EXPECT_TRUE(turns_.UsedUp());
+}
+
+// Behaviour: Looks at all due jobs take a twentieth of the time at most; a minute passes between two at most
+TEST(PauseAfterLook, GrowsWithWhatTheLookTook) {
+    using std::chrono::milliseconds;
+    EXPECT_EQ(PauseAfterLook(milliseconds{0}), milliseconds{1000});
+    EXPECT_EQ(PauseAfterLook(milliseconds{50}), milliseconds{1000});
+    EXPECT_EQ(PauseAfterLook(milliseconds{200}), milliseconds{4000});
+    EXPECT_EQ(PauseAfterLook(milliseconds{10'000}), milliseconds{60'000});
 }
 
 // Behaviour: What has been removed or paused since the last look takes no place, and what is due behind it
