@@ -21,7 +21,7 @@ Named Read(const std::string& pem) {
     const std::size_t name_end = pem.find("-----\n");
     if (!pem.starts_with(begin) || name_end == std::string::npos)
         throw vek_err::Error("crypto", "decode", "no private key");
-    const Named key{pem.substr(begin.size(), name_end - begin.size()),
+    Named key{pem.substr(begin.size(), name_end - begin.size()),
                     static_cast<unsigned long>(str::Int(pem.substr(name_end + 6)))};
     if (pem != vek_double::FakePem(key.name, key.bits))
         throw vek_err::Error("crypto", "decode", "no private key");
