@@ -22,7 +22,7 @@ Named Read(const std::string& pem) {
     if (!pem.starts_with(begin) || name_end == std::string::npos)
         throw vek_err::Error("crypto", "decode", "no private key");
     Named key{pem.substr(begin.size(), name_end - begin.size()),
-                    static_cast<unsigned long>(str::Int(pem.substr(name_end + 6)))};
+              static_cast<unsigned long>(str::Int(pem.substr(name_end + 6)))};
     if (pem != vek_double::FakePem(key.name, key.bits))
         throw vek_err::Error("crypto", "decode", "no private key");
     return key;
