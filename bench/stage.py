@@ -23,11 +23,11 @@ class Exchange:
 
 
 class WatchedFront(Front):
-    """Keeps when each request came and was answered. Connections stay open for clients that want them."""
+    """Keeps when each request came and was answered."""
 
-    def __init__(self, *arguments):
-        super().__init__(*arguments, keeps_connections=True)
+    def __init__(self, *arguments, **options):
         self.exchanges = []
+        super().__init__(*arguments, **options)
 
     def _answer(self, request):
         begin = time.monotonic()
@@ -67,12 +67,14 @@ def is_unfinished(body):
 
 
 class Stage(World):
-    """Everything that one certificate needs, whoever asks for it."""
+    """Everything that one certificate needs, whoever asks for it. Connections to the authority stay open for clients that
+    want them, where nothing else is said."""
 
     directory = f"https://{DIRECTORY_HOST}/directory"
 
-    def __init__(self, folder, binaries):
+    def __init__(self, folder, binaries, keeps_connections=True):
         super().__init__(folder, binaries)
+        self._keeps_connections = keeps_connections
         self.webroot = self.path("webroot")
         os.makedirs(self.path("webroot/.well-known"))
         os.symlink(self.answers, self.path("webroot/.well-known/acme-challenge"))
@@ -84,7 +86,8 @@ class Stage(World):
 
     def start_pebble(self, **kind):
         self._start_pebble(kind)
-        self.front = WatchedFront(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca, self.pebble)
+        self.front = WatchedFront(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca, self.pebble,
+                                  keeps_connections=self._keeps_connections)
         self._stopping.callback(self.front.stop)
 
     def environment(self):
