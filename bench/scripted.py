@@ -24,9 +24,6 @@ class ScriptedAuthority:
         self._answers = answers_of_the_authority()
         self._server = TlsServer(AUTHORITY_ADDRESS, 443, *certificates.server(DIRECTORY_HOST), self._answer)
 
-    def requests(self):
-        return [path for _, path in self._server.seen]
-
     def stop(self):
         self._server.stop()
 
