@@ -1,6 +1,7 @@
 #include "vek/crypto.h"
 
 #include <cstdint>
+#include <utility>
 
 #include "double/state.h"
 #include "vek/err.h"
@@ -8,15 +9,46 @@
 
 namespace vek_crypto {
 
-struct RsaPrivateKey::Impl {
+namespace {
+
+struct Named {
     std::string name;
     unsigned long bits;
 };
 
-RsaPrivateKey::RsaPrivateKey(unsigned long bits) : impl_(std::make_unique<Impl>()) {
+Named Read(const std::string& pem) {
+    const std::string begin = "-----BEGIN FAKE ";
+    const std::size_t name_end = pem.find("-----\n");
+    if (!pem.starts_with(begin) || name_end == std::string::npos)
+        throw vek_err::Error("crypto", "decode", "no private key");
+    Named key{pem.substr(begin.size(), name_end - begin.size()),
+              static_cast<unsigned long>(str::Int(pem.substr(name_end + 6)))};
+    if (pem != vek_double::FakePem(key.name, key.bits))
+        throw vek_err::Error("crypto", "decode", "no private key");
+    return key;
+}
+
+}  // namespace
+
+struct RsaPrivateKey::Impl {
+    Impl(std::string its_name, unsigned long its_bits) : name(std::move(its_name)), bits(its_bits) {
+        Count(+1);
+    }
+    ~Impl() { Count(-1); }
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    static void Count(int change) {
+        if (vek_double::World::State* world = vek_double::Current()) world->keys_held += change;
+    }
+
+    std::string name;
+    unsigned long bits;
+};
+
+RsaPrivateKey::RsaPrivateKey(unsigned long bits) {
     vek_double::World::State* world = vek_double::Current();
-    impl_->name = std::to_string(world ? ++world->keys : 0);
-    impl_->bits = bits;
+    impl_ = std::make_unique<Impl>(std::to_string(world ? ++world->keys : 0), bits);
     vek_double::Enter("generate key", std::to_string(bits), impl_->name);
 }
 
@@ -30,16 +62,9 @@ std::string pem_private::Encode(const RsaPrivateKey& key) {
 }
 
 RsaPrivateKey pem_private::Decode(const std::string& pem) {
-    const std::string begin = "-----BEGIN FAKE ";
-    const std::size_t name_end = pem.find("-----\n");
-    if (!pem.starts_with(begin) || name_end == std::string::npos)
-        throw vek_err::Error("crypto", "decode", "no private key");
-    auto impl = std::make_unique<RsaPrivateKey::Impl>();
-    impl->name = pem.substr(begin.size(), name_end - begin.size());
-    impl->bits = static_cast<unsigned long>(str::Int(pem.substr(name_end + 6)));
-    if (pem != vek_double::FakePem(impl->name, impl->bits))
-        throw vek_err::Error("crypto", "decode", "no private key");
-    return RsaPrivateKey(std::move(impl));
+    if (vek_double::World::State* world = vek_double::Current()) ++world->decodings;
+    const Named key = Read(pem);
+    return RsaPrivateKey(std::make_unique<RsaPrivateKey::Impl>(key.name, key.bits));
 }
 
 std::string sign::Calculate(const RsaPrivateKey& key, const std::string& data) {
@@ -68,9 +93,9 @@ std::string FakePem(const std::string& name, unsigned long bits) {
 }
 
 std::string FakeSignature(const std::string& pem, const std::string& data) {
-    const vek_crypto::RsaPrivateKey key = vek_crypto::pem_private::Decode(pem);
-    std::string signature = std::to_string(Fingerprint(data)) + " signed by " + key.impl().name + " ";
-    signature.resize(key.impl().bits / 8, '.');
+    const vek_crypto::Named key = vek_crypto::Read(pem);
+    std::string signature = std::to_string(Fingerprint(data)) + " signed by " + key.name + " ";
+    signature.resize(key.bits / 8, '.');
     return signature;
 }
 

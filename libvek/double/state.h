@@ -65,6 +65,8 @@ struct World::State {
     std::uint64_t milliseconds = 0;  // of the second under way
     int steps = 0;
     int keys = 0;
+    int decodings = 0;
+    int keys_held = 0;
     int log_level = 9;         // the test's limit
     int opened_log_level = 9;  // vek_log::Init's
     int interrupted = 0;       // the signal that ended the run's waits

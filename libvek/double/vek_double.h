@@ -102,6 +102,10 @@ public:
     int steps() const;
     void AllowUnaskedAnswers();
 
+    /// How many times a key was decoded so far, and how many keys there are at the moment.
+    int decodings() const;
+    int keys_held() const;
+
     /// Lines above this level are not written, whatever vek_log::Init says; 9 at first. The log counts as
     /// open from the start, so that the parts of a program can be tested without its entry point, unless it
     /// is closed.

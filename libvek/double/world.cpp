@@ -100,6 +100,8 @@ void World::FailAt(const std::string& kind, int n, Failure failure) {
 }
 void World::ForgetFailures() { state_->injected.clear(); }
 int World::steps() const { return state_->steps; }
+int World::decodings() const { return state_->decodings; }
+int World::keys_held() const { return state_->keys_held; }
 void World::AllowUnaskedAnswers() { state_->unasked_allowed = true; }
 void World::SetLogLevel(int level) { state_->log_level = level; }
 void World::CloseLog() { state_->opened_log_level = 0; }

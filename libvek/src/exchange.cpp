@@ -1,13 +1,13 @@
 #include "exchange.h"
 
 #include <cstdlib>
-#include <filesystem>
 #include <memory>
 
 #include "curl.h"
 #include "exchange_share.h"
 #include "interrupt.h"
 #include "sigpipe.h"
+#include "trust.h"
 #include "vek/err.h"
 #include "vek/str.h"
 
@@ -35,18 +35,6 @@ std::string HostOf(const std::string& url) {
     const std::string scheme = is_url ? str::Lower(PartOf(parsed.get(), CURLUPART_SCHEME)) : "";
     if (scheme != "http" && scheme != "https") Fail("url", "\"" + url + "\" is no http or https URL");
     return PartOf(parsed.get(), CURLUPART_HOST);
-}
-
-// Whether single roots can be looked up in a folder by the hash of their name ("5ed36f99.0").
-bool IsHashed(const char* folder) try {
-    if (folder == nullptr) return false;
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        const std::string name = entry.path().filename();
-        if (name.size() == 10 && name.compare(8, 2, ".0") == 0) return true;
-    }
-    return false;
-} catch (const std::filesystem::filesystem_error&) {
-    return false;
 }
 
 // Parsing the whole store takes longer than a handshake. A hashed folder needs no parsing; a file is parsed

@@ -178,6 +178,7 @@ Ending FinalizeOrder(Run& run) {
 Ending DownloadCertificate(Run& run) {
     run.params.error_name = "cert_recive_failed";
     const AcmeResponse response = AcmePost(run.params, true);
+    run.params.key = {};  // this was the last signature, and an installation may take minutes
     if (IsFailed(response)) return Fail("Failed to get cert");
     run.certificate = response.body;
     run.chain = str::RGetWord(run.certificate, kBlankLine);

@@ -195,6 +195,20 @@ TEST(Double, InterruptionEndsEveryLaterWaitButNoPanelQuery) {
     EXPECT_NO_THROW(panel.Query("func=b"));
 }
 
+// Behaviour: The double counts the keys that there are, and every decoding
+TEST(Double, CountsKeysAndDecodings) {
+    const World world;
+    {
+        const vek_crypto::RsaPrivateKey key(4096);
+        const vek_crypto::RsaPrivateKey same = vek_crypto::pem_private::Decode(vek_double::FakePem("1"));
+        EXPECT_EQ(world.keys_held(), 2);
+    }
+    EXPECT_EQ(world.keys_held(), 0);
+    EXPECT_THROW(vek_crypto::pem_private::Decode("no key"), vek_err::Error);
+    EXPECT_EQ(world.decodings(), 2);
+    EXPECT_EQ(world.keys_held(), 0);
+}
+
 // Behaviour: A signature of the double tells key and data apart
 TEST(Double, SignatureTellsKeyAndDataApart) {
     const World world;

@@ -14,9 +14,9 @@ def encode(data):
 class Key:
     """An account's key, shorter and so sooner made than the plug-in's own."""
 
-    def __init__(self, path):
+    def __init__(self, path, bits=2048):
         self._path = path
-        openssl("genpkey", "-algorithm", "RSA", "-pkeyopt", "rsa_keygen_bits:2048", "-out", path)
+        openssl("genpkey", "-algorithm", "RSA", "-pkeyopt", f"rsa_keygen_bits:{bits}", "-out", path)
         modulus = openssl("rsa", "-in", path, "-noout", "-modulus").decode().strip().partition("=")[2]
         self.jwk = {"e": "AQAB", "kty": "RSA", "n": encode(bytes.fromhex(modulus))}
 

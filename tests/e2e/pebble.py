@@ -99,9 +99,9 @@ class Front:
 
     finishes_later = False
 
-    def __init__(self, address, host, authority, pebble):
+    def __init__(self, address, host, authority, pebble, keeps_connections=False):
         self._host, self._pebble = host, pebble
-        self.server = TlsServer(address, 443, *authority.server(host), self._answer)
+        self.server = TlsServer(address, 443, *authority.server(host), self._answer, keeps_connections)
 
     def stop(self):
         self.server.stop()

@@ -64,13 +64,14 @@ def tls_context(certificate, key):
 
 
 class TlsServer:
-    """Calls `answer(request) -> Answer` for every request."""
+    """Calls `answer(request) -> Answer` for every request. Each has a connection of its own where nothing else is said."""
 
-    def __init__(self, address, port, certificate, key, answer):
+    def __init__(self, address, port, certificate, key, answer, keeps_connections=False):
         self._answer, self._gates, self._closing = answer, [], threading.Event()
         self.seen = []    # (method, path) of every request, in order
         self.faults = []  # what went wrong in here, as against in the client: none in a sound test
         self._server = _Server((address, port), tls_context(certificate, key), self._exchange)
+        self._server.keeps_connections = keeps_connections
         self._thread = threading.Thread(target=self._server.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True)
         self._thread.start()
 
@@ -110,6 +111,7 @@ class TlsServer:
 
 class _Server(http.server.ThreadingHTTPServer):
     daemon_threads = True
+    keeps_connections = False
     request_queue_size = 64
 
     def __init__(self, address, context, exchange):
@@ -138,16 +140,20 @@ class _Handler(http.server.BaseHTTPRequestHandler):
         body = self.rfile.read(int(self.headers.get("Content-Length", 0)))
         headers = {name.lower(): value for name, value in self.headers.items()}
         answer = self.server.exchange(Request(self.command, self.path, headers, body))
-        self.close_connection = True
+        spoilt = answer.drop or answer.cut_at is not None
+        self.close_connection = self.close_connection or spoilt or not self.server.keeps_connections
         if answer.drop:
             self.connection.shutdown(socket.SHUT_RDWR)
             return
         self.send_response(answer.status)
-        for name, value in {"Content-Length": str(len(answer.body)), "Connection": "close", **answer.headers}.items():
+        for name, value in {"Content-Length": str(len(answer.body)), **self._connection(), **answer.headers}.items():
             if value is not None:
                 self.send_header(name, value)
         self.end_headers()
         self._send_body(answer)
+
+    def _connection(self):
+        return {"Connection": "close"} if self.close_connection else {}
 
     def _send_body(self, answer):
         if self.command == "HEAD":
@@ -158,9 +164,9 @@ class _Handler(http.server.BaseHTTPRequestHandler):
                 time.sleep(answer.pace)
         else:
             self.wfile.write(answer.body[:answer.cut_at])
-        if answer.cut_at is None:
-            self.connection.unwrap()  # an orderly end; a cut answer ends without it
-        else:
+        if answer.cut_at is not None:
             self.connection.shutdown(socket.SHUT_RDWR)
+        elif self.close_connection:
+            self.connection.unwrap()  # an orderly end; a cut answer ends without it
 
     do_GET = do_POST = do_HEAD = _serve

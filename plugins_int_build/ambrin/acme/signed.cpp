@@ -39,18 +39,17 @@ std::string Encode(const Json::Value& part) {
     return Base64UrlEncode(str::Trim(WriteCompact(part)));
 }
 
-std::string Sign(const std::string& signing_input) {
-    const vek_crypto::RsaPrivateKey key = vek_crypto::pem_private::Decode(ambrin_data.acmekey);
-    return Base64UrlEncode(vek_crypto::sign::Calculate(key, signing_input));
+std::string Sign(SigningKey& key, const std::string& signing_input) {
+    return Base64UrlEncode(vek_crypto::sign::Calculate(key.Of(ambrin_data.acmekey), signing_input));
 }
 
 /// The request's body: a JWS in flattened JSON form (RFC 7515 section 7.2.2).
-std::string SignedBody(const Json::Value& header, const std::string& payload) {
+std::string SignedBody(SigningKey& key, const Json::Value& header, const std::string& payload) {
     Json::Value body;
     const std::string protected_header = Encode(header);
     body["payload"] = payload;
     body["protected"] = protected_header;
-    body["signature"] = Sign(protected_header + "." + payload);
+    body["signature"] = Sign(key, protected_header + "." + payload);
     return WriteCompact(body);
 }
 
@@ -72,10 +71,11 @@ AcmeResponse Exchange(const std::string& url, const std::string& request) {
 }
 
 /// Signs the payload under this nonce and sends it to the header's URL.
-AcmeResponse Send(Json::Value& header, const std::string& nonce, const std::string& payload) {
+AcmeResponse Send(SigningKey& key, Json::Value& header, const std::string& nonce,
+                  const std::string& payload) {
     header["nonce"] = nonce;
     const std::string url = TextOf(header["url"]);
-    const std::string request = SignedBody(header, payload);
+    const std::string request = SignedBody(key, header, payload);
     Trace("Acme request url '%s'", url);
     Trace("Acme request body '%s'", request);
     return Exchange(url, request);
@@ -99,12 +99,12 @@ AcmeResponse AcmePost(QueryParams& params, bool post_as_get) {
     header["url"] = ResolveUrl(params);
     const std::string nonce = GetNonce(params);
     const std::string payload = post_as_get ? "" : Encode(params.payload);
-    AcmeResponse response = Send(header, nonce, payload);
+    AcmeResponse response = Send(params.key, header, nonce, payload);
     for (int tries = 0; tries < kAuthority.style.tries_with_further_nonces; ++tries) {
         const std::string further_nonce = FurtherNonce(response);
         if (further_nonce.empty()) break;
         Trace("nonce refused, one more try");
-        response = Send(header, further_nonce, payload);
+        response = Send(params.key, header, further_nonce, payload);
     }
     const bool exchanged = response.code != -1;
     if (exchanged && IsFailed(response)) {

@@ -31,7 +31,8 @@ AcmeResponse GetDirectory(QueryParams& params) {
     return response;
 }
 
-std::string GetNonce(QueryParams params) {
-    params.url = TextOf(MemberOf(params.directory, "newNonce"));
-    return HeaderOf(AcmeGet(params), "replay-nonce");
+std::string GetNonce(const QueryParams& params) {
+    QueryParams asked;
+    asked.url = TextOf(MemberOf(params.directory, "newNonce"));
+    return HeaderOf(AcmeGet(asked), "replay-nonce");
 }

@@ -14,6 +14,5 @@ AcmeResponse AcmeGet(QueryParams& params);
 /// alone; `params.url` holds the directory's URL afterwards.
 AcmeResponse GetDirectory(QueryParams& params);
 
-/// A fresh nonce (RFC 8555 section 7.2), or an empty text when the authority gave none. By value, so that the
-/// caller's `url` stays.
-std::string GetNonce(QueryParams params);
+/// A fresh nonce (RFC 8555 section 7.2), or an empty text when the authority gave none.
+std::string GetNonce(const QueryParams& params);

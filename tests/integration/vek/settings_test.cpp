@@ -1,6 +1,7 @@
 // What shows from inside alone: what transfers are set to, and what becomes of libcurl's own failures.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -126,6 +127,33 @@ TEST(TransferSettings, LookRootsUpInAHashedFolderOfTheSystem) {
     Exchange();
     EXPECT_NE(LastSetting(CURLOPT_CAINFO), 0) << "a file that is named comes first";
     EXPECT_EQ(LastSetting(CURLOPT_CAPATH), 0);
+}
+
+// Whether roots are looked up in a folder whose only one has gone since the last exchange, when that does not
+// show: it was changed so long ago, both times.
+bool LooksUpWhereNothingIsLeft(std::chrono::seconds ago) {
+    const vek_test::TempFolder folder;
+    const auto changed = std::filesystem::file_time_type::clock::now() - ago;
+    std::ofstream(folder.file("5ed36f99.0")) << "";
+    std::filesystem::last_write_time(folder.path(), changed);
+    EXPECT_TRUE(LooksUpIn(folder.path().c_str()));
+    std::filesystem::remove(folder.file("5ed36f99.0"));
+    std::filesystem::last_write_time(folder.path(), changed);
+    const bool looks_up = LooksUpIn(folder.path().c_str());
+    std::filesystem::last_write_time(folder.path(), changed - std::chrono::seconds{1});
+    EXPECT_FALSE(LooksUpIn(folder.path().c_str())) << "its change shows";
+    return looks_up;
+}
+
+// Behaviour: The system's folder of roots is read once while it stays as it is; one that has changed a moment
+// ago
+//   is read by every exchange
+TEST(TransferSettings, ReadTheFolderOfTheSystemOnce) {
+    const vek_test::Variable unset("VEK_CA_FILE", "");
+    EXPECT_TRUE(LooksUpWhereNothingIsLeft(std::chrono::hours{1}));
+    EXPECT_TRUE(LooksUpWhereNothingIsLeft(std::chrono::seconds{3}));
+    EXPECT_FALSE(LooksUpWhereNothingIsLeft(std::chrono::seconds{0}));
+    EXPECT_FALSE(LooksUpWhereNothingIsLeft(std::chrono::hours{-1})) << "the clock was set back";
 }
 
 // How an exchange ends in which this function of libcurl's fails.

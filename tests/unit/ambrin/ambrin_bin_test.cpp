@@ -2,6 +2,7 @@
 
 #include "support/issuance.h"
 #include "vek/launcher.h"
+#include "vek/proc.h"
 
 // Whole runs of an http-01 job, and the runs that end before anything is asked of the authority.
 namespace {
@@ -15,6 +16,7 @@ using ambrin_test::kDerCommand;
 using ambrin_test::kDigestCommand;
 using ambrin_test::kDirectoryUrl;
 using ambrin_test::kFinalizeUrl;
+using ambrin_test::kHardReplace;
 using ambrin_test::kKeyDumpCommand;
 using ambrin_test::kNewNonce;
 using ambrin_test::kNewOrder;
@@ -203,6 +205,27 @@ TEST_F(HttpRun, EveryRequestIsSignedOverItsTextsWithANonceOfItsOwn) {
                   vek_double::FakeSignature(vek_double::FakePem("default"), request.signing_input));
     }
     EXPECT_EQ(number, 8);
+}
+
+// Behaviour: The account key is decoded once ...
+// Behaviour: No decoded account key is left when the certificate is installed
+TEST_F(HttpRun, DecodedKeyIsGoneWhenTheCertificateIsInstalled) {
+    int held = -1;
+    world.AlwaysPanel(kHardReplace, [&](const std::string&) {
+        held = world.keys_held();
+        return std::string("<doc/>");
+    });
+    EXPECT_EQ(Run(), 0);
+    EXPECT_EQ(held, 0);
+    EXPECT_EQ(world.decodings(), 1);
+}
+
+// Behaviour: No decoded account key is left of a run that breaks off
+TEST_F(HttpRun, DecodedKeyIsGoneWhenTheRunBreaksOff) {
+    world.FailAt("sign", 3, vek_double::Failure::kInterrupted);
+    EXPECT_THROW(Run(), vek_proc::Interrupted);
+    EXPECT_EQ(world.decodings(), 1);
+    EXPECT_EQ(world.keys_held(), 0);
 }
 
 // Behaviour: A later attempt with stored challenges skips account, order and publication

@@ -1,5 +1,7 @@
 #include "acme/signed.h"
 
+#include <utility>
+
 #include "support/job_test.h"
 #include "vek/err.h"
 #include "vek/proc.h"
@@ -252,6 +254,39 @@ TEST_F(Signed, NonceIsFetchedBeforeTheKeyIsDecoded) {
     AnswerNonces();
     EXPECT_THROW(AcmePost(params, false), vek_err::Error);
     EXPECT_THAT(Story(), ElementsAre("nonce"));
+}
+
+// Behaviour: The account key is decoded once for all the requests that it signs
+TEST_F(Signed, KeyIsDecodedOnceForManyRequests) {
+    for (int i = 0; i < 3; ++i) Post(JsonAnswer(200, "{}"));
+    EXPECT_EQ(world.decodings(), 1);
+    EXPECT_EQ(world.keys_held(), 1);
+}
+
+// Behaviour: A request is signed with the key that the record holds at that moment, whatever has signed
+// before
+TEST_F(Signed, KeyOfTheRecordSignsWhateverHasSignedBefore) {
+    for (const std::string name : {"stored", "other", "stored"}) {
+        ambrin_data.acmekey = vek_double::FakePem(name);
+        Post(JsonAnswer(200, "{}"));
+        EXPECT_EQ(Requests().back().signature,
+                  vek_double::FakeSignature(ambrin_data.acmekey, Requests().back().signing_input))
+            << name;
+        EXPECT_EQ(world.keys_held(), 1);
+    }
+}
+
+// Behaviour: A key that cannot be decoded leaves none behind to sign with
+TEST_F(Signed, BrokenKeyLeavesNoneBehind) {
+    Post(JsonAnswer(200, "{}"));
+    const std::string good = std::exchange(ambrin_data.acmekey, "no key");
+    EXPECT_THROW(AcmePost(params, false), vek_err::Error);
+    EXPECT_EQ(world.keys_held(), 0);
+    EXPECT_THROW(AcmePost(params, false), vek_err::Error);
+    EXPECT_THAT(Requests(), SizeIs(1));
+    ambrin_data.acmekey = good;
+    Post(JsonAnswer(200, "{}"));
+    EXPECT_EQ(Requests().back().signature, vek_double::FakeSignature(good, Requests().back().signing_input));
 }
 
 // Behaviour: A key that cannot be decoded, or a signature ...
