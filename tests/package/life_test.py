@@ -94,7 +94,8 @@ class LifeTest(MachineTest):
 
     def wait_shown(self, name, not_this=""):
         """Another certificate than that one is shown, which a client accepts."""
-        return wait_until(lambda: (now := self.shown(name)) != not_this and now, f"{name} shows a certificate of its own")
+        return wait_until(lambda: (now := self.shown(name)) != not_this and now, f"{name} shows a certificate of its own",
+                          pause=0.2)
 
     def shown(self, name):
         """Which certificate a client that trusts the authority alone is shown for the name; empty if it accepts none."""
@@ -120,7 +121,7 @@ class LifeTest(MachineTest):
         self.assertEqual(self.state(*UNITS, "nginx.service"), ["active"] * 4)
         self.assertEqual(self.modes(), MODES)
         self.assertTrue(self.shown(SITE))
-        wait_until(lambda: self.job(WILD)["verified"], "the wildcard's certificate comes after the reboot")
+        wait_until(lambda: self.job(WILD)["verified"], "the wildcard's certificate comes after the reboot", pause=1)
         # The order of the run that was ended, and no other one.
         self.assertEqual(len(self.world.pebble.issued()), 2)
         self.serve(f"*.{WILD}", OF_WILD)
@@ -136,7 +137,7 @@ class LifeTest(MachineTest):
         self.zelvek("domain", "add", MOVED, "--user", "berta")
         self.zelvek("job", "add", MOVED, "--user", "berta")
         job = str(self.job(MOVED)["id"])
-        wait_until(lambda: TOLD in self.zelvek("job", "show", job), "the service says where the name leads")
+        wait_until(lambda: TOLD in self.zelvek("job", "show", job), "the service says where the name leads", pause=0.5)
 
     def upgrade(self):
         before = self.certificates()

@@ -70,7 +70,7 @@ class Machine:
                 stdin=subprocess.DEVNULL, stdout=console, stderr=console)
         self._leader = wait_until(self._init, "the machine has an init")
         wait_until(lambda: self.run("systemctl", "is-system-running", check=False).stdout.strip() in ("running", "degraded"),
-                   "the machine is up", 4 * LONG)
+                   "the machine is up", 4 * LONG, pause=0.1)
 
     def _init(self):
         self._require_running()

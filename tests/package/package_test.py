@@ -127,8 +127,8 @@ class PackageTest(MachineTest):
         self.machine.run("systemctl", "restart", "zelvek.service")
         before = self.pid()
         self.machine.run("kill", "-STOP", before)
-        wait_until(lambda: self.pid() not in (before, "0"), "another service runs")
-        wait_until(lambda: self.state("zelvek.service") == ["active"], "the service is active")
+        wait_until(lambda: self.pid() not in (before, "0"), "another service runs", pause=0.2)
+        wait_until(lambda: self.state("zelvek.service") == ["active"], "the service is active", pause=0.2)
         self.assertEqual(glob.glob(self.machine.path("/var/lib/zelvek/core*")), [])
 
     def pid(self):
