@@ -12,13 +12,13 @@ class NeverHappened(AssertionError):
     pass
 
 
-def wait_until(condition, what, limit=LONG):
-    """Polls until the condition gives something true, and returns that."""
+def wait_until(condition, what, limit=LONG, pause=0.02):
+    """Polls until the condition gives something true, and returns that. With a long pause where asking costs something."""
     deadline = time.monotonic() + limit
     while not (value := condition()):
         if time.monotonic() > deadline:
             raise NeverHappened(f"waited {limit} s in vain: {what}")
-        time.sleep(0.02)
+        time.sleep(pause)
     return value
 
 

@@ -1,38 +1,13 @@
 """What people are told about jobs whose names lead elsewhere, with what really stands there."""
-import contextlib
-import http.server
 import subprocess
-import threading
 
 from fixture import WorldTest, account_key
 from process import wait_until
+from web import another_server
 from world import FAILURE, INSTALLED, RESOLVERS, WAITING, WEB_ADDRESS
 
 EC = ("--csr", "key_type=ec", "--skip-account-check")  # pebble takes no check
 ELSEWHERE = "203.0.113.7"
-
-
-@contextlib.contextmanager
-def another_server(address):
-    """A web server of somebody else's, which knows none of our answers."""
-    subprocess.run(["ip", "address", "add", f"{address}/32", "dev", "lo"], check=True)
-
-    class Handler(http.server.BaseHTTPRequestHandler):
-        def do_GET(self):
-            self.send_error(404, "Not Found")
-
-        def log_message(self, *_):
-            pass
-
-    server = http.server.ThreadingHTTPServer((address, 80), Handler)
-    thread = threading.Thread(target=server.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True)
-    thread.start()
-    try:
-        yield
-    finally:
-        server.shutdown()
-        server.server_close()
-        subprocess.run(["ip", "address", "del", f"{address}/32", "dev", "lo"], check=True)
 
 
 # Behaviours of: What people are told about a job

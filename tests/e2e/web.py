@@ -1,7 +1,10 @@
 """The web server of the sites: nginx, which serves answer files on port 80 and the sites' certificates on port 443."""
+import contextlib
+import http.server
 import os
 import re
 import subprocess
+import threading
 
 from ca import self_signed
 from process import Background, accepts, wait_until
@@ -97,3 +100,26 @@ class WebServer:
         shown = wait_until(trusted, f"{name} shows a trusted certificate of its own")
         wait_until(lambda: len(descendants(self._process.pid)) == 1, "the old worker is gone")
         return CERTIFICATE.search(shown)[0]
+
+
+@contextlib.contextmanager
+def another_server(address):
+    """A web server of somebody else's, which knows none of our answers."""
+    subprocess.run(["ip", "address", "add", f"{address}/32", "dev", "lo"], check=True)
+
+    class Handler(http.server.BaseHTTPRequestHandler):
+        def do_GET(self):
+            self.send_error(404, "Not Found")
+
+        def log_message(self, *_):
+            pass
+
+    server = http.server.ThreadingHTTPServer((address, 80), Handler)
+    thread = threading.Thread(target=server.serve_forever, kwargs={"poll_interval": 0.05}, daemon=True)
+    thread.start()
+    try:
+        yield
+    finally:
+        server.shutdown()
+        server.server_close()
+        subprocess.run(["ip", "address", "del", f"{address}/32", "dev", "lo"], check=True)

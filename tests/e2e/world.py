@@ -37,6 +37,8 @@ PRIVATE_KEY = re.compile(r"-----BEGIN [A-Z ]*PRIVATE KEY-----.*?-----END [A-Z ]*
 
 
 class World:
+    authority_address = AUTHORITY_ADDRESS
+
     def __init__(self, folder, binaries):
         self.folder, self._binaries = folder, binaries
         self.answers, self.certificates = self.path("answers"), self.path("certs")
@@ -73,7 +75,7 @@ class World:
     def start_pebble(self, **kind):
         """Pebble, of a kind of its own perhaps, with the synchronous front at the production directory's address."""
         self._start_pebble(kind)
-        self.front = Front(AUTHORITY_ADDRESS, DIRECTORY_HOST, self.ca, self.pebble)
+        self.front = Front(self.authority_address, DIRECTORY_HOST, self.ca, self.pebble)
         self._stopping.callback(self.front.stop)
 
     def start_bare_pebble(self, plugin="ambrin-pebble", **kind):

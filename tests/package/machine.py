@@ -1,4 +1,4 @@
-"""A minimal Debian with its real systemd, booted inside the test's namespaces: its network and its loopback addresses."""
+"""A minimal Debian with its real systemd, booted inside the test's namespaces and joined to their network by a cable."""
 import contextlib
 import glob
 import os
@@ -6,13 +6,18 @@ import subprocess
 
 from process import LONG, wait_until
 
+GATEWAY = "198.51.100.1"  # the test's end of the cable
+CABLE = "machine"
 PATH = "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin"
 
 
 class Machine:
-    """`base` stays as it is: what the machine writes lies in memory above it, until the machine is gone."""
+    """`base` stays as it is: what the machine writes lies in memory above it, until the machine is gone.
 
-    def __init__(self, folder, base, hosts):
+    Its `address` belongs to the gateway's network, and one machine is there at a time.
+    """
+
+    def __init__(self, folder, base, address, name_server):
         self._folder, self._nspawn, self._leader = folder, None, None
         os.makedirs(folder)
         command("mount", "-t", "tmpfs", "tmpfs", folder)
@@ -20,8 +25,22 @@ class Machine:
             os.mkdir(self._path(name))
         command("mount", "-t", "overlay", "overlay", "-o",
                 f"lowerdir={base},upperdir={self._path('written')},workdir={self._path('work')}", self._path("root"))
-        lines = ["127.0.0.1 localhost", *(f"{address} {name}" for name, address in hosts.items())]
-        self.write("/etc/hosts", "\n".join(lines) + "\n")
+        self.write("/etc/hostname", "machine\n")
+        self.write("/etc/hosts", "127.0.0.1 localhost\n127.0.1.1 machine\n")
+        self.write("/etc/resolv.conf", f"nameserver {name_server}\n")
+        self._plug_in(address)
+
+    def _plug_in(self, address):
+        """The network is there before the machine boots, and stays while it boots again."""
+        network = self._path("network")
+        open(network, "w", encoding="ascii").close()
+        command("unshare", f"--net={network}", "ip", "link", "set", "lo", "up")
+        command("ip", "link", "add", CABLE, "type", "veth", "peer", "name", "eth0", "netns", network)
+        command("ip", "address", "add", f"{GATEWAY}/24", "dev", CABLE)
+        command("ip", "link", "set", CABLE, "up")
+        for words in (("address", "add", f"{address}/24", "dev", "eth0"), ("link", "set", "eth0", "up"),
+                      ("route", "add", "default", "via", GATEWAY)):
+            command("nsenter", f"--net={network}", "ip", *words)
 
     def _path(self, name):
         return os.path.join(self._folder, name)
@@ -36,6 +55,9 @@ class Machine:
             file.write(text)
         os.chmod(self.path(inside), mode)
 
+    def read(self, inside):
+        return read(self.path(inside))
+
     def append(self, inside, text):
         with open(self.path(inside), "a", encoding="utf-8") as file:
             file.write(text)
@@ -44,10 +66,11 @@ class Machine:
         with open(self._path("console"), "ab") as console:
             self._nspawn = subprocess.Popen(
                 ["systemd-nspawn", "-q", "-D", self._path("root"), "--register=no", "--keep-unit", "--boot", "--console=pipe",
-                 "--resolv-conf=off", "--timezone=off"], stdin=subprocess.DEVNULL, stdout=console, stderr=console)
+                 "--resolv-conf=off", "--timezone=off", f"--network-namespace-path={self._path('network')}"],
+                stdin=subprocess.DEVNULL, stdout=console, stderr=console)
         self._leader = wait_until(self._init, "the machine has an init")
         wait_until(lambda: self.run("systemctl", "is-system-running", check=False).stdout.strip() in ("running", "degraded"),
-                   "the machine is up", 4 * LONG)
+                   "the machine is up", 4 * LONG, pause=0.1)
 
     def _init(self):
         self._require_running()
@@ -60,7 +83,7 @@ class Machine:
             raise AssertionError(f"the machine does not boot:\n{read(self._path('console'))}")
 
     def _inside(self, *words):
-        return ["nsenter", "-t", self._leader, "-m", "-u", "-i", "-p", "-C", "-r", "-w", "--", "env", "-i", f"PATH={PATH}",
+        return ["nsenter", "-t", self._leader, "-m", "-u", "-i", "-n", "-p", "-C", "-r", "-w", "--", "env", "-i", f"PATH={PATH}",
                 "HOME=/root", "LANG=C.UTF-8", "DEBIAN_FRONTEND=noninteractive", *words]
 
     def run(self, *words, check=True, data=None):
@@ -87,6 +110,8 @@ class Machine:
         return ""
 
     def close(self):
+        if not os.path.ismount(self._folder):
+            return
         if self._nspawn and self._nspawn.poll() is None:
             self.run("systemctl", "poweroff", "--force", check=False)
             try:
@@ -94,6 +119,7 @@ class Machine:
             except subprocess.TimeoutExpired:
                 self._nspawn.kill()
                 self._nspawn.wait()
+        command("ip", "link", "delete", CABLE)
         command("umount", "--recursive", self._folder)
 
 

@@ -1,44 +1,18 @@
 """The Debian package on a booted Debian: what an administrator does with it, and what comes of that."""
 import contextlib
 import glob
-import hashlib
-import json
 import os
 import sqlite3
 import ssl
-import subprocess
-import unittest
+import urllib.request
 
-import fixture
 from ca import openssl, read
-from machine import Machine
+from package_world import MACHINE, MODES, UNITS, MachineTest, indented
 from process import LONG, wait_until
-from world import HOSTS, WEB_ADDRESS, World
 
-PLACE = os.environ["PACKAGE_TEST"]  # made by `prepare`
 DATABASE = os.path.join(os.path.dirname(__file__), "..", "integration", "zelvek", "databases", "version-2.sql")
-SITE, ZONE = "shop.example", "zone.example"
-CERTIFICATE = f"/var/lib/zelvek/certs/anna/{SITE}"
-JOB = ("--csr", "key_type=ec", "--skip-account-check")
-UNITS = ("zelvek.service", "zelvek.socket", "zelvek-reload.path")
-MODES = {
-    "/etc/zelvek": "root:zelvek 750", "/etc/zelvek/zelvek.conf": "root:zelvek 640", "/run/vek": "zelvek:zelvek 700",
-    "/run/vek/zelvek.sock": "zelvek:zelvek 600", "/var/lib/zelvek": "zelvek:zelvek 755",
-    "/var/lib/zelvek/zelvek.db": "zelvek:zelvek 600", "/var/log/vek": "zelvek:zelvek 750",
-    "/run/zelvek-reload": "root:root 755", "/run/zelvek-reload/requests": "zelvek:zelvek 700",
-    "/run/zelvek-reload/results": "root:root 755"}
-
-NGINX = """server {{
-    listen {address}:80;
-    location /.well-known/acme-challenge/ {{ alias /var/lib/zelvek/answers/; }}
-}}
-"""
-NGINX_TLS = """server {{
-    listen {address}:443 ssl;
-    ssl_certificate     {certificate}/fullchain.pem;
-    ssl_certificate_key {certificate}/privkey.pem;
-}}
-"""
+SITE = "shop.example"
+OF_APACHE = "<VirtualHost *:443>\n{lines}\n</VirtualHost>\n"
 # Asks again and again, and never twice: whoever is refused, or gets no answer, is not patient as the project's client is.
 ASKING = r"""
 use IO::Socket::UNIX;
@@ -56,38 +30,7 @@ print "$asked\n";
 """
 
 
-def package(version):
-    return glob.glob(os.path.join(PLACE, version, "zelvek_*.deb"))[0]
-
-
-class PackageTest(unittest.TestCase):
-    longMessage = True
-    maxDiff = None
-
-    def setUp(self):
-        self.world = fixture.make_world(PackageWorld)
-        self.addCleanup(self.world.close)
-        self.machine = self.world.machine
-
-    def install(self, version="new"):
-        self.machine.run("dpkg", "-i", self.world.bring(package(version)))
-
-    def state(self, *units):
-        return self.machine.run("systemctl", "is-active", *units, check=False).stdout.split()
-
-    def zelvek(self, *words):
-        return self.machine.run("zelvek", *words).stdout
-
-    def ask(self, *words):
-        return json.loads(self.zelvek(*words, "--json"))
-
-    def modes(self):
-        lines = self.machine.run("stat", "-c", "%n %U:%G %a", *MODES, check=False).stdout.splitlines()
-        return {line.partition(" ")[0]: line.partition(" ")[2] for line in lines}
-
-    def wait_for_service(self):
-        wait_until(lambda: self.state("zelvek.service") == ["active"], "the service is active")
-
+class PackageTest(MachineTest):
     @contextlib.contextmanager
     def asked_all_the_time(self):
         """A process of the service's user asks; nobody may refuse it."""
@@ -104,9 +47,11 @@ class PackageTest(unittest.TestCase):
 
     # Behaviours of: Package
 
-    # Behaviour: The installed package is a service that runs, locked in and with the rights that it needs: by http-01 and
-    #   dns-01 it gets certificates, and reloads the web server that is there
-    def test_the_installed_package_gets_certificates(self):
+    # Behaviour: The installed package is a service that runs, locked in and with the rights that it needs; it reloads the web
+    #   server that is there, and tells what it finds broken
+    # Behaviour: What setting up Apache writes has Apache serve the answers, and the lines that are shown a placeholder
+    # Behaviour: A mistake in the configuration is told, not tried again and again, and nobody waits for the service then
+    def test_the_installed_package(self):
         self.install()
         self.assertEqual(self.state(*UNITS), ["active"] * 3)
         self.assertEqual(self.modes(), MODES)
@@ -114,44 +59,14 @@ class PackageTest(unittest.TestCase):
         # In tenths: 2.5 of 10, where 9.6 is a service without any of it.
         self.machine.run("systemd-analyze", "security", "--no-pager", "--threshold=25", "zelvek.service")
         self.machine.run("logrotate", "--force", "/etc/logrotate.d/zelvek")
-
-        self.world.use_authority_and_dns()
-        self.machine.run("systemctl", "restart", "zelvek.service")
-        for name in (SITE, ZONE):
-            self.zelvek("domain", "add", name, "--user", "anna")
-        self.machine.run("systemctl", "start", "nginx")
-        job = str(self.ask("job", "add", SITE, "--user", "anna", *JOB)["id"])
-        self.wait_installed(job)
-        self.machine.write("/etc/nginx/conf.d/tls.conf", NGINX_TLS.format(address=WEB_ADDRESS, certificate=CERTIFICATE))
-        self.machine.run("systemctl", "reload", "nginx")
-        wait_until(lambda: self.shown() == self.installed(), "the first certificate is shown")
-        first = self.installed()
-        self.zelvek("job", "renew", job)
-        wait_until(lambda: self.shown() == self.installed() != first, "the second certificate is shown")
-        self.assertEqual(self.ask("problem", "list"), [])
-
-        job = str(self.ask("job", "add", ZONE, "--user", "anna", "--check", "dns", *JOB)["id"])
-        self.wait_installed(job)
         self.reloads()
-
-    def wait_installed(self, job):
-        try:
-            wait_until(lambda: self.ask("job", "show", job)["verified"], f"job {job} has its certificate")
-        except AssertionError as error:
-            raise AssertionError(self.zelvek("job", "show", job)) from error
-
-    def installed(self):
-        return fingerprint(read(self.machine.path(f"{CERTIFICATE}/cert.pem")))
-
-    @staticmethod
-    def shown():
-        with contextlib.suppress(OSError):
-            return fingerprint(ssl.get_server_certificate((WEB_ADDRESS, 443)))
-        return ""
+        self.apache()
+        self.mistake()
 
     def reloads(self):
         """What the administrator sees of a broken web server, of none, and of another one."""
-        self.machine.append("/etc/nginx/conf.d/tls.conf", "nonsense;")
+        self.machine.run("systemctl", "start", "nginx")
+        self.machine.write("/etc/nginx/conf.d/broken.conf", "nonsense;")
         self.assertIn('unknown directive "nonsense"', self.reload(status=1))
         self.machine.run("systemctl", "stop", "nginx")
         self.assertEqual(self.reload(), "nginx does not run; it reads the certificates when it starts\n"
@@ -161,14 +76,39 @@ class PackageTest(unittest.TestCase):
         self.assertIn("Reloaded apache2.service", self.machine.run("journalctl", "--no-pager", "-u", "apache2").stdout)
         self.machine.append("/etc/zelvek/reload.conf", "RELOAD_COMMAND='echo another && exit 7'\n")
         self.assertEqual(self.reload(status=7), "another\n")
+        self.machine.append("/etc/zelvek/reload.conf", "RELOAD_COMMAND=\n")
 
     def reload(self, status=0):
         done = self.machine.run("runuser", "-u", "zelvek", "--", "/usr/lib/zelvek/ask-for-reload", check=False)
         self.assertEqual(done.returncode, status, done.stdout + done.stderr)
         return done.stdout
 
+    def apache(self):
+        self.machine.append("/etc/zelvek/zelvek.conf", "scheduler=off\n")
+        self.machine.run("systemctl", "restart", "zelvek.service")
+        done = self.machine.run("zelvek", "setup", "--domain", SITE, "--user", "anna", "--webserver", "apache", check=False)
+        self.assertEqual(done.returncode, 3, done.stdout + done.stderr)
+        self.machine.write("/var/lib/zelvek/answers/token", "answer")
+        with urllib.request.urlopen(f"http://{MACHINE}/.well-known/acme-challenge/token", timeout=LONG) as answer:
+            self.assertEqual((answer.read(), answer.headers["Content-Type"]), (b"answer", "text/plain"))
+
+        lines = indented(done.stdout, '"a2enmod ssl":')
+        self.machine.write("/etc/apache2/sites-enabled/shop.conf", OF_APACHE.format(lines=lines))
+        self.machine.run("a2enmod", "ssl")
+        self.machine.run("systemctl", "restart", "apache2")
+        shown = openssl("x509", "-noout", "-subject", data=ssl.get_server_certificate((MACHINE, 443)).encode()).decode()
+        self.assertIn("placeholder", shown)
+
+    def mistake(self):
+        self.machine.append("/etc/zelvek/zelvek.conf", "no-such-option=1\n")
+        self.machine.run("systemctl", "restart", "zelvek.service", check=False)
+        self.assertEqual(self.state("zelvek.service"), ["failed"])
+        done = self.machine.run("zelvek", "status", check=False)
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        self.assertIn("no-such-option", self.machine.run("journalctl", "--no-pager", "-u", "zelvek.service").stdout)
+
     # Behaviour: A restart and an upgrade refuse nobody; a service that was stopped starts for who asks, one that hangs is
-    #   replaced, and after a reboot everything is there again
+    #   replaced
     def test_who_asks_is_answered(self):
         self.install()
         self.zelvek("domain", "add", SITE, "--user", "anna")
@@ -187,27 +127,12 @@ class PackageTest(unittest.TestCase):
         self.machine.run("systemctl", "restart", "zelvek.service")
         before = self.pid()
         self.machine.run("kill", "-STOP", before)
-        wait_until(lambda: self.pid() not in (before, "0"), "another service runs")
-        self.wait_for_service()
+        wait_until(lambda: self.pid() not in (before, "0"), "another service runs", pause=0.2)
+        wait_until(lambda: self.state("zelvek.service") == ["active"], "the service is active", pause=0.2)
         self.assertEqual(glob.glob(self.machine.path("/var/lib/zelvek/core*")), [])
-
-        self.machine.reboot()
-        self.assertEqual(self.state(*UNITS), ["active"] * 3)
-        self.assertEqual(self.modes(), MODES)
-        self.assertEqual(self.ask("domain", "list")[0]["name"], SITE)
 
     def pid(self):
         return self.machine.run("systemctl", "show", "--property=MainPID", "--value", "zelvek.service").stdout.strip()
-
-    # Behaviour: A mistake in the configuration is told, not tried again and again, and nobody waits for the service then
-    def test_a_mistake_in_the_configuration_is_told(self):
-        self.install()
-        self.machine.append("/etc/zelvek/zelvek.conf", "no-such-option=1\n")
-        self.machine.run("systemctl", "restart", "zelvek.service", check=False)
-        self.assertEqual(self.state("zelvek.service"), ["failed"])
-        done = self.machine.run("zelvek", "status", check=False)
-        self.assertEqual((done.returncode, done.stdout), (1, ""))
-        self.assertIn("no-such-option", self.machine.run("journalctl", "--no-pager", "-u", "zelvek.service").stdout)
 
     # Behaviour: An upgrade brings an older version's jobs up to date, and keeps what the administrator has changed; removing
     #   keeps jobs and configuration for a later installation, and purging leaves nothing but the user
@@ -240,9 +165,6 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(self.modes(), MODES)
         self.assertEqual(self.jobs(), [])
 
-    def jobs(self):
-        return sorted(self.ask("job", "list"), key=lambda job: job["certname"])
-
     def old_database(self):
         file = self.machine.path("/var/lib/zelvek/zelvek.db")
         for name in glob.glob(file + "*"):
@@ -251,51 +173,3 @@ class PackageTest(unittest.TestCase):
             database.executescript(read(DATABASE))
         self.machine.run("chown", "zelvek:zelvek", "/var/lib/zelvek/zelvek.db")
         self.machine.run("chmod", "0600", "/var/lib/zelvek/zelvek.db")
-
-    def left(self):
-        """Files with the package's or the service's name."""
-        found = self.machine.run("find", "/", "-xdev", "(", "-name", "*zelvek*", "-o", "-path", "/var/log/vek", "-o", "-path",
-                                 "/run/vek", ")", "-not", "-path", "/proc/*", "-not", "-path", "/root/*").stdout.split()
-        return [path for path in found if not path.startswith(("/var/log/journal", "/sys"))]
-
-
-def fingerprint(certificate):
-    return hashlib.sha256(openssl("x509", "-outform", "DER", data=certificate.encode())).hexdigest()
-
-
-class PackageWorld(World):
-    """The machine, and around it whatever a test asks for."""
-
-    def __init__(self, folder, binaries):
-        super().__init__(folder, binaries)
-        self.machine = Machine(self.path("machine"), os.path.join(PLACE, "base"), HOSTS)
-        self.machine.write("/etc/resolv.conf", "nameserver 127.0.0.1\n")
-        self.machine.boot()
-
-    def bring(self, file):
-        """Copies a file into the machine."""
-        inside = f"/root/{os.path.basename(file)}"
-        subprocess.run(["cp", file, self.machine.path(inside)], check=True)
-        return inside
-
-    def use_authority_and_dns(self):
-        self.start_dns({zone: {"@": WEB_ADDRESS} for zone in (SITE, ZONE)})
-        self.start_pebble()
-        machine = self.machine
-        machine.write("/etc/test-roots.pem", read(self.ca.root))
-        machine.write("/etc/systemd/system/zelvek.service.d/roots.conf", "[Service]\nEnvironment=VEK_CA_FILE=/etc/test-roots.pem\n")
-        machine.run("systemctl", "daemon-reload")
-        machine.write("/etc/zelvek/dns.key", read(self.dns.key_file), 0o600)
-        machine.run("chown", "zelvek:zelvek", "/etc/zelvek/dns.key")
-        machine.append("/etc/zelvek/zelvek.conf", "retry-interval=1\nrenewal-info=off\npublic-resolvers=off\ndns-server=127.0.0.1\n"
-                                                  f"dns-key-file=/etc/zelvek/dns.key\ndns-zone={ZONE}\n")
-        machine.run("rm", "-f", "/etc/nginx/sites-enabled/default")
-        machine.write("/etc/nginx/conf.d/answers.conf", NGINX.format(address=WEB_ADDRESS))
-
-    def describe(self):
-        return super().describe() + "\n--- the machine's journal\n" + self.machine.describe() + \
-            "\n--- the machine's runs\n" + read(self.machine.path("/var/log/vek/ambrin.log"))[-4000:]
-
-    def close(self):
-        self.machine.close()
-        super().close()

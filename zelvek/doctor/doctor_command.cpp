@@ -209,11 +209,11 @@ void Print(const Checks& checks, bool json) {
 }
 
 int Examine(const DoctorOptions& chosen, const ServeOptions& options) {
+    // What the service may do is what counts, not what root may.
+    BecomeServiceUser(RunDirectory());
     Checks checks{Configuration(chosen.config, options)};
     Panel panel;
     LookAtService(panel, checks);
-    // What the service may do is what counts, not what root may.
-    BecomeServiceUser(RunDirectory());
     if (panel.runs) LookAtCertificates(checks);
     CollectNames(chosen, panel);
     LookAtMachine(options, checks);

@@ -5,6 +5,8 @@
 #include <memory>
 #include <variant>
 
+#include "zelvek/base/run_directory.h"
+#include "zelvek/base/service_user.h"
 #include "zelvek/base/text.h"
 #include "zelvek/publishing/dns_backends.h"
 
@@ -131,6 +133,8 @@ int CheckConfig(const std::string& file) {
     ServeOptions options;
     const int status = ReadServeOptions(file, options);
     if (status != kSuccess) return status;
+    // The service has to be able to use them, not root.
+    BecomeServiceUser(RunDirectory());
     CheckOptions(options);
     std::cout << Printable(file) << ": the service can use these options\n";
     return kSuccess;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 
 #include "service.h"
 #include "zelvek/base/error.h"
@@ -84,6 +85,25 @@ TEST_F(ServiceUser, IsWhoRootsCommandsActAs) {
     EXPECT_EQ(status.st_uid, kNobody) << "made by the plug-in";
     EXPECT_EQ(status.st_gid, kNobody);
     EXPECT_EQ(Try(As(kNobody, {Path("bin/zelvek"), "job", "show", "1"})).status, 0) << "as that user itself";
+}
+
+// Behaviour: Root's check of the options and root's doctor find what the service may use, its own key file
+// too
+TEST_F(ServiceUser, IsWhoseOptionsRootsCommandsLookAt) {
+    std::ofstream(Path("dns.key"))
+        << R"(key "panel" { algorithm hmac-sha256; secret "MTIzNDU2Nzg5MDEyMzQ1Ng=="; };)";
+    fs::permissions(Path("dns.key"), fs::perms{0600});
+    std::ofstream(Path("conf")) << "database=" << Path("kept/zelvek.db").string()
+                                << "\nplugin=" << Path("bin/plugin").string()
+                                << "\npublic-resolvers=off\ndns-server=127.0.0.1\ndns-zone=shop.example"
+                                << "\ndns-key-file=" << Path("dns.key").string() << "\n";
+    EXPECT_EQ(Zelvek({"config", "check", "--config", Path("conf")}).status, 1)
+        << "root's is not the service's";
+    Give(Path("dns.key"), kNobody);
+    const Ended checked = Zelvek({"config", "check", "--config", Path("conf")});
+    EXPECT_EQ(checked.status, 0) << checked.err;
+    const std::string found = Zelvek({"doctor", "--config", Path("conf")}).out;
+    EXPECT_NE(found.find("fine   configuration"), std::string::npos) << found;
 }
 
 // Behaviour: A third user's command does not reach the service, and says so
