@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <sstream>
 
@@ -252,6 +253,13 @@ TEST_F(Query, GoesAsItIsWithoutValues) {
     world.PrepareAnswer("func=a&x=?", "<doc><elem>1</elem><elem>2</elem></doc>");
     const vek_client::Local client("contract", "test");
     EXPECT_EQ(client.Query("func=a&x=?").xml().GetNodes("/doc/elem").size(), 2U);
+}
+
+// Behaviour: A client that knows whose the service is asks it as any other does
+TEST_F(Query, GoesToTheServiceOfAUserThatIsKnown) {
+    world.PrepareAnswer("func=a", "<doc><b>c</b></doc>");
+    const vek_client::Local client("contract", "test", std::optional<uid_t>(12345));
+    EXPECT_EQ(client.Query("func=a").value("b"), "c");
 }
 
 // Behaviour: An answer with an error is raised with the ...
