@@ -139,7 +139,7 @@ Outcome TryOnce(const Letter& letter) {
 
 }  // namespace
 
-Client::Client(std::string service, std::string module, std::optional<uid_t> service_user)
+Client::Client(std::string service, std::string module, std::optional<UserId> service_user)
     : service_(std::move(service)), module_(std::move(module)), service_user_(service_user) {}
 
 Result Client::Send(const std::string& query) const {

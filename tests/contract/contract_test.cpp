@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include <gtest/gtest.h>
-#include <sys/types.h>
 
 #include <sstream>
 
@@ -258,7 +257,7 @@ TEST_F(Query, GoesAsItIsWithoutValues) {
 // Behaviour: A client that knows whose the service is asks it as any other does
 TEST_F(Query, GoesToTheServiceOfAUserThatIsKnown) {
     world.PrepareAnswer("func=a", "<doc><b>c</b></doc>");
-    const vek_client::Local client("contract", "test", std::optional<uid_t>(12345));
+    const vek_client::Local client("contract", "test", std::optional<vek_client::UserId>(12345));
     EXPECT_EQ(client.Query("func=a").value("b"), "c");
 }
 

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <map>
 #include <optional>
 #include <string>
@@ -12,6 +10,9 @@
 
 /// Queries to a local service over its unix socket.
 namespace vek_client {
+
+/// A user of this machine, as the system numbers them.
+using UserId = unsigned;
 
 /// A service's answer.
 class Result {
@@ -58,14 +59,14 @@ public:
     Result Query(const std::string& text) const { return Send(text); }
 
 protected:
-    Client(std::string service, std::string module, std::optional<uid_t> service_user);
+    Client(std::string service, std::string module, std::optional<UserId> service_user);
 
 private:
     Result Send(const std::string& query) const;
 
     std::string service_;
     std::string module_;
-    [[maybe_unused]] std::optional<uid_t> service_user_;
+    [[maybe_unused]] std::optional<UserId> service_user_;
 
     enum class Found { kUnknown, kInVain, kYes };
     [[maybe_unused]] mutable Found found_ = Found::kUnknown;  // looked at as an atomic: threads share clients
@@ -79,7 +80,7 @@ public:
 
     /// Asks a service of that user, too. What is told to it, that user learns: who says whose service it is
     /// has seen that nobody else can put a socket there.
-    Local(std::string service, std::string module, std::optional<uid_t> service_user)
+    Local(std::string service, std::string module, std::optional<UserId> service_user)
         : Client(std::move(service), std::move(module), service_user) {}
 };
 

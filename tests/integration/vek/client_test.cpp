@@ -272,10 +272,10 @@ TEST_F(ForeignService, IsToldNothing) {
 //   one's
 TEST_F(ForeignService, IsAskedWhereItsUserIsKnown) {
     std::string outcome;
-    const vek_client::Local knowing("zelvek", "test", std::optional<uid_t>(kUser));
+    const vek_client::Local knowing("zelvek", "test", std::optional<vek_client::UserId>(kUser));
     EXPECT_NE(HeardOf(knowing, outcome), "");
     EXPECT_EQ(outcome, "b");
-    const vek_client::Local mistaken("zelvek", "test", std::optional<uid_t>(kUser - 1));
+    const vek_client::Local mistaken("zelvek", "test", std::optional<vek_client::UserId>(kUser - 1));
     EXPECT_EQ(HeardOf(mistaken, outcome), "");
     EXPECT_EQ(outcome, Refusal("a service of the same user or of user id 65533"));
 }
