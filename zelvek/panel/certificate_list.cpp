@@ -101,6 +101,8 @@ void ListCertificates(Services& services, const Query& query, XmlAnswer& answer)
 
 }  // namespace
 
-Functions functions::CertificateList() { return {{"zelvek.certificate.list", &ListCertificates}}; }
+Functions functions::CertificateList() {
+    return {{"zelvek.certificate.list", Right::kRead, &ListCertificates}};
+}
 
 }  // namespace zelvek

@@ -164,7 +164,9 @@ void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::JobChanges() {
-    return {{"zelvek.job.add", &AddJob}, {"zelvek.job.edit", &EditJob}, {"zelvek.job.remove", &RemoveJob}};
+    return {{"zelvek.job.add", Right::kChange, &AddJob},
+            {"zelvek.job.edit", Right::kChange, &EditJob},
+            {"zelvek.job.remove", Right::kChange, &RemoveJob}};
 }
 
 }  // namespace zelvek

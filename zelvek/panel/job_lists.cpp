@@ -199,7 +199,8 @@ void ByAttention(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::JobLists() {
-    return {{"zelvek.job.list", &ByNumber}, {"zelvek.job.attention", &ByAttention}};
+    return {{"zelvek.job.list", Right::kRead, &ByNumber},
+            {"zelvek.job.attention", Right::kRead, &ByAttention}};
 }
 
 }  // namespace zelvek

@@ -164,9 +164,10 @@ void ResumeJob(Services& services, const Query& query, XmlAnswer&) {
 }  // namespace
 
 Functions functions::Jobs() {
-    return {{"zelvek.job.show", &ShowJob},    {"zelvek.job.claim", &ClaimJob},
-            {"zelvek.job.renew", &RenewJobs}, {"zelvek.job.retry", &RetryJobs},
-            {"zelvek.job.pause", &PauseJob},  {"zelvek.job.resume", &ResumeJob}};
+    return {
+        {"zelvek.job.show", Right::kRead, &ShowJob},      {"zelvek.job.claim", Right::kOwn, &ClaimJob},
+        {"zelvek.job.renew", Right::kChange, &RenewJobs}, {"zelvek.job.retry", Right::kChange, &RetryJobs},
+        {"zelvek.job.pause", Right::kChange, &PauseJob},  {"zelvek.job.resume", Right::kChange, &ResumeJob}};
 }
 
 }  // namespace zelvek

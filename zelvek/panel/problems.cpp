@@ -138,10 +138,10 @@ void ClearProblems(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::Problems() {
-    return {{"problems.register", &Register},
-            {"zelvek.problem.list", &ListProblems},
-            {"zelvek.problem.seen", &SetSeen},
-            {"zelvek.problem.clear", &ClearProblems}};
+    return {{"problems.register", Right::kOwn, &Register},
+            {"zelvek.problem.list", Right::kRead, &ListProblems},
+            {"zelvek.problem.seen", Right::kChange, &SetSeen},
+            {"zelvek.problem.clear", Right::kChange, &ClearProblems}};
 }
 
 }  // namespace zelvek
