@@ -22,8 +22,8 @@ CERTIFICATE = f"/var/lib/zelvek/certs/anna/{SITE}"
 JOB = ("--csr", "key_type=ec", "--skip-account-check")
 UNITS = ("zelvek.service", "zelvek.socket", "zelvek-reload.path")
 MODES = {
-    "/etc/zelvek": "root:zelvek 750", "/etc/zelvek/zelvek.conf": "root:zelvek 640", "/run/vek": "zelvek:zelvek 700",
-    "/run/vek/zelvek.sock": "zelvek:zelvek 600", "/var/lib/zelvek": "zelvek:zelvek 755",
+    "/etc/zelvek": "root:zelvek 750", "/etc/zelvek/zelvek.conf": "root:zelvek 640", "/run/vek": "zelvek:zelvek 710",
+    "/run/vek/zelvek.sock": "zelvek:zelvek 660", "/var/lib/zelvek": "zelvek:zelvek 755",
     "/var/lib/zelvek/zelvek.db": "zelvek:zelvek 600", "/var/log/vek": "zelvek:zelvek 750",
     "/run/zelvek-reload": "root:root 755", "/run/zelvek-reload/requests": "zelvek:zelvek 700",
     "/run/zelvek-reload/results": "root:root 755"}
@@ -105,7 +105,8 @@ class PackageTest(unittest.TestCase):
     # Behaviours of: Package
 
     # Behaviour: The installed package is a service that runs, locked in and with the rights that it needs: by http-01 and
-    #   dns-01 it gets certificates, and reloads the web server that is there
+    #   dns-01 it gets certificates, and reloads the web server that is there; members of its groups see, or change, what
+    #   they may
     def test_the_installed_package_gets_certificates(self):
         self.install()
         self.assertEqual(self.state(*UNITS), ["active"] * 3)
@@ -132,7 +133,28 @@ class PackageTest(unittest.TestCase):
 
         job = str(self.ask("job", "add", ZONE, "--user", "anna", "--check", "dns", *JOB)["id"])
         self.wait_installed(job)
+        self.groups()
         self.reloads()
+
+    def groups(self):
+        """What people who are not root do with the command line."""
+        for name, options in (("carla", ("-G", "zelvek-admin")), ("monitor", ("-G", "zelvek-read")), ("dora", ())):
+            self.machine.run("useradd", *options, name)
+        self.assertIn("zelvek 0.", self.as_user("monitor", "status").stdout)
+        self.assertIn(SITE, self.as_user("monitor", "job", "list").stdout)
+        refused = self.as_user("monitor", "job", "retry", "--all")
+        self.assertEqual((refused.returncode, refused.stdout, refused.stderr),
+                         (5, "", "zelvek: zelvek.job.retry needs group zelvek-admin\n"))
+        self.assertEqual(self.as_user("carla", "job", "retry", "--all").stdout, "0 jobs tried again\n")
+        self.assertEqual(self.as_user("carla", "backup", "/tmp/backup").returncode, 5)
+        stranger = self.as_user("dora", "status")
+        self.assertEqual((stranger.returncode, stranger.stdout), (5, ""))
+        self.assertIn("Permission denied", stranger.stderr)
+        refusals = self.machine.run("journalctl", "--no-pager", "-u", "zelvek.service", "EVENT=query_refused").stdout
+        self.assertIn("zelvek.job.retry needs group zelvek-admin", refusals)
+
+    def as_user(self, name, *words):
+        return self.machine.run("runuser", "-u", name, "--", "zelvek", *words, check=False)
 
     def wait_installed(self, job):
         try:
