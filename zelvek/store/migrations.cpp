@@ -507,6 +507,9 @@ CREATE TRIGGER job_removed_with_end AFTER DELETE ON job WHEN OLD.expires > '' BE
 // Whether a job's last run has died is known of those that die from now on.
 constexpr const char* kDeaths = "ALTER TABLE job ADD COLUMN died INTEGER NOT NULL DEFAULT 0";
 
+// A user of the panel sees the notifications about their own certificates.
+constexpr const char* kProblemsOfUsers = "CREATE INDEX problem_by_user ON problem (user_name, number)";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
@@ -534,7 +537,8 @@ const std::vector<const char*>& Migrations() {
                                                      kSiteChecks,
                                                      kAuthorities,
                                                      kTallies,
-                                                     kDeaths};
+                                                     kDeaths,
+                                                     kProblemsOfUsers};
     return migrations;
 }
 
