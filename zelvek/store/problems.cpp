@@ -190,8 +190,8 @@ std::vector<Problem> List(Transaction& transaction, State state, long long after
 
 std::vector<Problem> ListOfUser(Transaction& transaction, const std::string& user, State state,
                                 long long after, int limit) {
-    Statement select = transaction.Prepare(kSelect + "user_name = :user AND " + Condition(state) +
-                                           "number > :after ORDER BY number LIMIT :most");
+    Statement select = transaction.Prepare(kSelect + "user_name = :user AND user_name > '' AND " +
+                                           Condition(state) + "number > :after ORDER BY number LIMIT :most");
     return Read(transaction, select.With(user).With(after).With(limit));
 }
 
