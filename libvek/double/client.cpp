@@ -4,8 +4,8 @@
 
 namespace vek_client {
 
-Client::Client(std::string service, std::string module)
-    : service_(std::move(service)), module_(std::move(module)) {}
+Client::Client(std::string service, std::string module, std::optional<UserId> service_user)
+    : service_(std::move(service)), module_(std::move(module)), service_user_(service_user) {}
 
 Result Client::Send(const std::string& query) const {
     vek_double::Enter("panel", query, service_ + "/" + module_);

@@ -32,6 +32,7 @@ struct Letter {
     std::string module;
     std::string identity;
     std::string query;
+    std::optional<uid_t> service_user;  // who may have the service beside this process's user
 };
 
 /// What became of one try: an answer, or an error.
@@ -94,9 +95,12 @@ vek_err::Error Refusal(const Letter& letter, int status, const std::string& body
     return Failure("protocol", letter, "status " + std::to_string(status));
 }
 
-std::string Strange(uid_t service) {
-    return "the service has user id " + std::to_string(service) + ", this process " +
-           std::to_string(geteuid()) + ": only a service of the same user is asked";
+std::string Strange(uid_t service, const std::optional<uid_t>& expected) {
+    const std::string users =
+        "the service has user id " + std::to_string(service) + ", this process " + std::to_string(geteuid());
+    if (!expected) return users + ": only a service of the same user is asked";
+    return users + ": only a service of the same user or of user id " + std::to_string(*expected) +
+           " is asked";
 }
 
 void Write(vek_curl::Easy& easy, const Letter& letter) {
@@ -112,12 +116,12 @@ void Write(vek_curl::Easy& easy, const Letter& letter) {
 Outcome TryOnce(const Letter& letter) {
     vek_curl::Answer answer{.header_limit = kHeaderLimit, .body_limit = kBodyLimit};
     vek_curl::Easy easy;
-    Peer peer(easy);
+    Peer peer(easy, letter.service_user);
     Write(easy, letter);
     easy.Receive(answer);
     const CURLcode code = curl_easy_perform(easy.get());
     if (const auto stranger = peer.stranger())
-        return {.error = Failure("connect", letter, Strange(*stranger))};
+        return {.error = Failure("connect", letter, Strange(*stranger, letter.service_user))};
     if (IsUnreached(code)) {
         return {.error = Failure("connect", letter, Cause(easy, code)),
                 .may_pass = IsAwayForNow(easy, code),
@@ -135,12 +139,13 @@ Outcome TryOnce(const Letter& letter) {
 
 }  // namespace
 
-Client::Client(std::string service, std::string module)
-    : service_(std::move(service)), module_(std::move(module)) {}
+Client::Client(std::string service, std::string module, std::optional<UserId> service_user)
+    : service_(std::move(service)), module_(std::move(module)), service_user_(service_user) {}
 
 Result Client::Send(const std::string& query) const {
     const vek_proc::SigpipeBlocked no_sigpipe;
-    const Letter letter{SocketOf(service_), module_, str::hex::Encode(str::Random(kIdentityBytes)), query};
+    const Letter letter{SocketOf(service_), module_, str::hex::Encode(str::Random(kIdentityBytes)), query,
+                        service_user_};
     Patience patience(query);
     const std::atomic_ref<Found> found(found_);
     for (;;) {

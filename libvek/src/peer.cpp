@@ -8,12 +8,12 @@ namespace vek_client {
 namespace {
 
 // The system's first process holds the socket of a service that it is about to start, and lets nobody but
-// root and that service's user have it. From the service's first start on its own user is seen.
+// root put it there. From the service's first start on its own user is seen.
 bool IsManager(const ucred& listener) { return listener.pid == 1 && listener.uid == 0; }
 
 }  // namespace
 
-Peer::Peer(vek_curl::Easy& transfer) {
+Peer::Peer(vek_curl::Easy& transfer, std::optional<uid_t> service_user) : service_user_(service_user) {
     transfer.Set(CURLOPT_OPENSOCKETFUNCTION, &Open);
     transfer.Set(CURLOPT_OPENSOCKETDATA, this);
     transfer.Set(CURLOPT_PREREQFUNCTION, &Check);
@@ -31,7 +31,8 @@ int Peer::Check(void* self, char* /*far_ip*/, char* /*near_ip*/, int /*far_port*
     ucred service{};
     socklen_t size = sizeof(service);
     if (getsockopt(peer.socket_, SOL_SOCKET, SO_PEERCRED, &service, &size) != 0) return CURL_PREREQFUNC_ABORT;
-    if (service.uid == geteuid() || IsManager(service)) return CURL_PREREQFUNC_OK;
+    if (service.uid == geteuid() || service.uid == peer.service_user_ || IsManager(service))
+        return CURL_PREREQFUNC_OK;
     peer.stranger_ = service.uid;
     return CURL_PREREQFUNC_ABORT;
 }

@@ -254,6 +254,13 @@ TEST_F(Query, GoesAsItIsWithoutValues) {
     EXPECT_EQ(client.Query("func=a&x=?").xml().GetNodes("/doc/elem").size(), 2U);
 }
 
+// Behaviour: A client that knows whose the service is asks it as any other does
+TEST_F(Query, GoesToTheServiceOfAUserThatIsKnown) {
+    world.PrepareAnswer("func=a", "<doc><b>c</b></doc>");
+    const vek_client::Local client("contract", "test", std::optional<vek_client::UserId>(12345));
+    EXPECT_EQ(client.Query("func=a").value("b"), "c");
+}
+
 // Behaviour: An answer with an error is raised with the ...
 TEST_F(Query, RaisesTheErrorOfItsAnswer) {
     world.PrepareAnswer("func=a", "<doc><error type=\"exists\"><msg>It exists</msg></error></doc>");

@@ -61,13 +61,13 @@ class DeploymentTest(DeployedTest):
     def test_the_services_user_may_use_the_command_line_and_no_neighbour(self):
         self.assertEqual(json.loads(self.command(USER, "domain", "list", "--json").stdout)[0]["name"], "shop.example")
         refused = self.command(NEIGHBOUR, "domain", "list")
-        self.assertEqual(refused.returncode, 1)
+        self.assertEqual(refused.returncode, 5)
         self.assertEqual(refused.stdout, "")
         self.assertIn(self.world.path("run"), refused.stderr)
         os.chmod(self.world.path("run"), 0o755)
         os.chmod(self.world.path("run/zelvek.sock"), 0o666)
         refused = self.command(NEIGHBOUR, "domain", "list")
-        self.assertEqual(refused.returncode, 1)
+        self.assertEqual(refused.returncode, 5)
         for user in (USER, NEIGHBOUR):
             self.assertIn(str(user), refused.stderr)
 

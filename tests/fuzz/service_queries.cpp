@@ -75,7 +75,8 @@ struct Service {
     }
 
     std::string Ask(const std::string& form, const Process& caller) {
-        return zelvek::AnswerQuery(services, {zelvek::Parameters(form), caller}).text;
+        return zelvek::AnswerQuery(services, {zelvek::Parameters(form), caller, "", zelvek::Right::kOwn})
+            .text;
     }
 };
 

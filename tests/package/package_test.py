@@ -48,7 +48,7 @@ class PackageTest(MachineTest):
     # Behaviours of: Package
 
     # Behaviour: The installed package is a service that runs, locked in and with the rights that it needs; it reloads the web
-    #   server that is there, and tells what it finds broken
+    #   server that is there, and tells what it finds broken; members of its groups see, or change, what they may
     # Behaviour: What setting up Apache writes has Apache serve the answers, and the lines that are shown a placeholder
     # Behaviour: A mistake in the configuration is told, not tried again and again, and nobody waits for the service then
     def test_the_installed_package(self):
@@ -59,9 +59,31 @@ class PackageTest(MachineTest):
         # In tenths: 2.5 of 10, where 9.6 is a service without any of it.
         self.machine.run("systemd-analyze", "security", "--no-pager", "--threshold=25", "zelvek.service")
         self.machine.run("logrotate", "--force", "/etc/logrotate.d/zelvek")
+        self.groups()
         self.reloads()
         self.apache()
         self.mistake()
+
+    def groups(self):
+        """What people who are not root do with the command line."""
+        for name, options in (("carla", ("-G", "zelvek-admin")), ("monitor", ("-G", "zelvek-read")), ("dora", ())):
+            self.machine.run("useradd", *options, name)
+        self.assertIn("zelvek 0.", self.as_user("monitor", "status").stdout)
+        self.as_user("carla", "domain", "add", "blog.example", "--user", "berta")
+        self.assertIn("blog.example", self.as_user("monitor", "domain", "list").stdout)
+        refused = self.as_user("monitor", "job", "retry", "--all")
+        self.assertEqual((refused.returncode, refused.stdout, refused.stderr),
+                         (5, "", "zelvek: zelvek.job.retry needs group zelvek-admin\n"))
+        self.assertEqual(self.as_user("carla", "job", "retry", "--all").stdout, "0 jobs tried again\n")
+        self.assertEqual(self.as_user("carla", "backup", "/tmp/backup").returncode, 5)
+        stranger = self.as_user("dora", "status")
+        self.assertEqual((stranger.returncode, stranger.stdout), (5, ""))
+        self.assertIn("Permission denied", stranger.stderr)
+        refusals = self.machine.run("journalctl", "--no-pager", "-u", "zelvek.service", "EVENT=query_refused").stdout
+        self.assertIn("zelvek.job.retry needs group zelvek-admin", refusals)
+
+    def as_user(self, name, *words):
+        return self.machine.run("runuser", "-u", name, "--", "zelvek", *words, check=False)
 
     def reloads(self):
         """What the administrator sees of a broken web server, of none, and of another one."""

@@ -16,8 +16,8 @@ MACHINE, AUTHORITY, NAME_SERVER = "198.51.100.10", "203.0.113.2", "203.0.113.53"
 AUTHORITY_ZONE = {"api.letsencrypt.org": {"acme-v02": AUTHORITY}}
 UNITS = ("zelvek.service", "zelvek.socket", "zelvek-reload.path")
 MODES = {
-    "/etc/zelvek": "root:zelvek 750", "/etc/zelvek/zelvek.conf": "root:zelvek 640", "/run/vek": "zelvek:zelvek 700",
-    "/run/vek/zelvek.sock": "zelvek:zelvek 600", "/var/lib/zelvek": "zelvek:zelvek 755",
+    "/etc/zelvek": "root:zelvek 750", "/etc/zelvek/zelvek.conf": "root:zelvek 640", "/run/vek": "zelvek:zelvek 710",
+    "/run/vek/zelvek.sock": "zelvek:zelvek 660", "/var/lib/zelvek": "zelvek:zelvek 755",
     "/var/lib/zelvek/zelvek.db": "zelvek:zelvek 600", "/var/log/vek": "zelvek:zelvek 750",
     "/run/zelvek-reload": "root:root 755", "/run/zelvek-reload/requests": "zelvek:zelvek 700",
     "/run/zelvek-reload/results": "root:root 755"}

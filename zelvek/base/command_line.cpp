@@ -330,13 +330,12 @@ void CommandLine::AddHelp() {
     });
 }
 
-int CommandLine::Complain(const std::string& code, const std::string& sentence) const {
+void CommandLine::Complain(const std::string& code, const std::string& sentence) const {
     if (json_) {
         std::cerr << JsonText(ErrorJson(code, sentence)) << std::endl;
     } else {
         std::cerr << app_->get_name() << ": " << WithoutControls(sentence, ' ') << std::endl;
     }
-    return kFailure;
 }
 
 int CommandLine::Run(int argc, const char* const* argv) {
@@ -358,9 +357,11 @@ int CommandLine::Run(int argc, const char* const* argv) {
     try {
         return WithOutput(app_->get_name(), chosen_());
     } catch (const Error& error) {
-        return Complain(Word(error.code()), error.sentence());
+        Complain(Word(error.code()), error.sentence());
+        return error.code() == Code::kDenied ? kNotAllowed : kFailure;
     } catch (const std::exception& error) {
-        return Complain(Word(Code::kInternal), error.what());
+        Complain(Word(Code::kInternal), error.what());
+        return kFailure;
     }
 }
 

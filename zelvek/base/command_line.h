@@ -38,6 +38,7 @@ enum CommandStatus : int {
     kSuccess = 0,
     kFailure = 1,
     kUsage = 2,
+    kNotAllowed = 5,  // 3 and 4 are single commands'
 };
 
 /// What a command does; returns the program's exit status.
@@ -144,7 +145,7 @@ public:
 
 private:
     void AddHelp();
-    int Complain(const std::string& code, const std::string& sentence) const;
+    void Complain(const std::string& code, const std::string& sentence) const;
 
     std::unique_ptr<CLI::App> app_;
     Action chosen_;

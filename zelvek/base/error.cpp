@@ -19,6 +19,7 @@ const char* Word(Code code) {
         case Code::kBadNames: return "badnames";
         case Code::kIo: return "io";
         case Code::kProtocol: return "protocol";
+        case Code::kDenied: return "denied";
         case Code::kInternal: break;
     }
     return "internal";

@@ -21,12 +21,13 @@ enum class Code {
     kUnavailable,  // a name server does not answer now; trying again may help
     kIo,           // a file, a socket or a process could not be used
     kProtocol,     // what arrived is not a query
+    kDenied,       // who asks may not
     kInternal      // a fault of the service itself; its log says more. Stays the last: CodeOf counts up to it
 };
 
 /// The code as callers of the service read it in an answer: "value", "missed", "exists", "stale", "busy",
 /// "later", "badkey", "badchain", "badnames", "dns" (kUnavailable too: callers know no other word), "io",
-/// "protocol", "internal".
+/// "protocol", "denied", "internal".
 const char* Word(Code code);
 
 /// The code that is told by this word; kInternal for every other text.

@@ -31,13 +31,15 @@ Kind KindOf(Happening happening) {
         case Happening::kRunEnded: return {"run_ended", "432459e3cf9b44bea059d7190a848f2c"};
         case Happening::kInstalled: return {"certificate_installed", "0a0ead47c3d14e2b953353c0725f6c26"};
         case Happening::kNoticeRaised: return {"notice_raised", "f1efb98b979d4f27889a864a83717584"};
+        case Happening::kRefused: return {"query_refused", "a953983a03f94d41afbe52d9b2505a3c"};
         case Happening::kReloadFailed: break;
     }
     return {"reload_failed", "a5ac18c20e0c49da9d36a9dac51d506b"};
 }
 
 bool IsTrouble(Happening happening) {
-    return happening == Happening::kReloadFailed || happening == Happening::kNoticeRaised;
+    return happening == Happening::kReloadFailed || happening == Happening::kNoticeRaised ||
+           happening == Happening::kRefused;
 }
 
 /// Whether what is written to standard error goes to the journal, sd_journal_print(3): the file that the

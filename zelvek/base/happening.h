@@ -7,7 +7,16 @@
 /// fields by which they are found: docs/watching.md has them.
 namespace zelvek {
 
-enum class Happening { kBegan, kEnds, kRunBegan, kRunEnded, kInstalled, kNoticeRaised, kReloadFailed };
+enum class Happening {
+    kBegan,
+    kEnds,
+    kRunBegan,
+    kRunEnded,
+    kInstalled,
+    kNoticeRaised,
+    kRefused,
+    kReloadFailed
+};
 
 /// What it is about, as far as that is known. Nothing secret.
 struct Circumstances {

@@ -12,7 +12,6 @@
 #include <cstdio>
 #include <exception>
 #include <list>
-#include <optional>
 #include <string>
 #include <system_error>
 
@@ -128,6 +127,23 @@ uid_t OwnerOnSafePath(const fs::path& directory) {
     if (S_ISLNK(found.st_mode)) Refuse(walk.at(), "is a symbolic link");
     if (!S_ISDIR(found.st_mode)) Refuse(walk.at(), "is no directory");
     return found.st_uid;
+}
+
+std::optional<uid_t> ServiceUserOf(const fs::path& directory) try {
+    return OwnerOnSafePath(directory);
+} catch (const Error&) {
+    return std::nullopt;
+}
+
+bool IsServiceUser(const fs::path& directory) {
+    Status found{};
+    return ::geteuid() == 0 || ::lstat(directory.c_str(), &found) != 0 || found.st_uid == ::geteuid();
+}
+
+void RequireAccess(const fs::path& path, int mode, const std::string& deed) {
+    if (::euidaccess(path.c_str(), mode) != 0 && errno == EACCES)
+        throw Error(Code::kDenied, deed + " needs root or the service's own user: " + path.string() +
+                                       " is closed to others");
 }
 
 namespace {

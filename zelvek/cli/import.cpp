@@ -95,6 +95,7 @@ Imported Take(const ImportSource& source, const std::string& user, const std::st
                                           "=USER, or --user for all");
         return Send(source, user, certname, options);
     } catch (const Error& error) {
+        if (error.code() == Code::kDenied) throw;  // of all of them
         return Refused(source.name.empty() ? certname : source.name, user, error);
     }
 }

@@ -82,7 +82,7 @@ int AddJob(const NewJobOptions& options) {
 /// What is not given stays as it is.
 struct EditOptions {
     int id = 0;
-    std::string name, check, authority, res_name;
+    std::string user, name, check, authority, res_name;
     std::vector<std::string> aliases, csr;
     bool no_aliases = false;
     bool plain_csr = false;
@@ -102,6 +102,7 @@ std::map<std::string, std::string> Parameters(const EditOptions& job) {
     if (parameters.empty()) throw Error(Code::kValue, "say what is to be changed of the job (--help)");
     if (job.foreign_names) parameters["foreign_names"] = "on";
     parameters["elid"] = str::Str(job.id);
+    if (!job.user.empty()) parameters["user_name"] = job.user;
     return parameters;
 }
 
@@ -116,7 +117,7 @@ int Edit(const EditOptions& options) {
     return kSuccess;
 }
 
-/// Which jobs a command is for: just one of these.
+/// Which jobs a command is for: just one of these, but that the user of a single job can be named.
 struct ChosenJobs {
     std::optional<int> id;
     std::string user;
@@ -125,7 +126,7 @@ struct ChosenJobs {
     bool json = false;
 
     std::map<std::string, std::string> Parameters() const {
-        const int ways = (id ? 1 : 0) + (user.empty() ? 0 : 1) + (days ? 1 : 0) + (all ? 1 : 0);
+        const int ways = (id || !user.empty() ? 1 : 0) + (days ? 1 : 0) + (all ? 1 : 0);
         if (ways != 1)
             throw Error(Code::kValue, "say just once which jobs are meant: by ID or by one option");
         std::map<std::string, std::string> parameters;
@@ -152,11 +153,12 @@ int StartChosen(const std::string& function, const ChosenJobs& jobs, const std::
 /// Of the commands that do one thing to one job.
 struct JobOptions {
     int id = 0;
+    std::string user;
     bool json = false;
 };
 
 int ShowJob(const JobOptions& options) {
-    const auto shown = AskForJob(options.id);
+    const auto shown = AskForJob(options.id, options.user);
     if (options.json) {
         PrintJson(JobJson(shown));
         return kSuccess;
@@ -172,7 +174,9 @@ int ShowJob(const JobOptions& options) {
 }
 
 int Change(const JobOptions& options, const std::string& function, const std::string& done) {
-    Ask(function, {{"elid", str::Str(options.id)}});
+    std::map<std::string, std::string> parameters{{"elid", str::Str(options.id)}};
+    if (!options.user.empty()) parameters["user_name"] = options.user;
+    Ask(function, parameters);
     if (options.json) {
         PrintJson(JobJson(AskForJob(options.id)));
     } else {
@@ -189,6 +193,7 @@ int Resume(const JobOptions& options) { return Change(options, "zelvek.job.resum
 
 struct JobRemovalOptions {
     int id = 0;
+    std::string user;
     bool certificate = false;
     bool json = false;
 };
@@ -204,6 +209,7 @@ std::string TextOfRemoval(const JobRemovalOptions& options, const std::string& p
 int RemoveJob(const JobRemovalOptions& options) {
     std::map<std::string, std::string> parameters{{"elid", str::Str(options.id)}};
     if (options.certificate) parameters["certificate"] = "on";
+    if (!options.user.empty()) parameters["user_name"] = options.user;
     const std::string place = Ask("zelvek.job.remove", parameters).value("place");
     if (!options.json) {
         std::cout << WithoutControls(TextOfRemoval(options, place), ' ') << "\n";
@@ -248,12 +254,18 @@ void AddJobAddCommand(Command& noun) {
         .NonNegative();
 }
 
+/// For the panel, which passes on whose pages are asked for.
+void AddUserOption(Command& command, std::string& user) {
+    command.AddOption("--user", user, "Only where the job is this user's").NotEmpty();
+}
+
 void AddEditCommand(Command& noun) {
     const auto options = std::make_shared<EditOptions>();
     Command edit = noun.AddCommand("edit", "Changes what is given of a job, which begins anew",
                                    [options] { return Edit(*options); });
     AddJsonFlag(edit, options->json);
     edit.AddOption("ID", options->id, "The job's number").Required();
+    AddUserOption(edit, options->user);
     edit.AddOption("--name", options->name, "Another main domain name").NotEmpty();
     edit.AddOption("--alias", options->aliases, "A further name, instead of all it had; repeatable");
     edit.AddFlag("--no-aliases", options->no_aliases, "No further names");
@@ -268,7 +280,8 @@ void AddEditCommand(Command& noun) {
 void AddChoice(Command& command, ChosenJobs& jobs) {
     AddJsonFlag(command, jobs.json);
     command.AddOption("ID", jobs.id, "The job's number");
-    command.AddOption("--user", jobs.user, "All of this user");
+    command.AddOption("--user", jobs.user, "All of this user; with ID, that one if it is this user's")
+        .NotEmpty();
     command.AddFlag("--all", jobs.all, "All");
 }
 
@@ -295,6 +308,7 @@ void AddJobCommand(Command& noun, const std::string& name, const std::string& de
     Command command = noun.AddCommand(name, description, [options, action] { return action(*options); });
     AddJsonFlag(command, options->json);
     command.AddOption("ID", options->id, "The job's number").Required();
+    AddUserOption(command, options->user);
 }
 
 void AddJobRemoveCommand(Command& noun) {
@@ -303,6 +317,7 @@ void AddJobRemoveCommand(Command& noun) {
                                      [options] { return RemoveJob(*options); });
     AddJsonFlag(remove, options->json);
     remove.AddOption("ID", options->id, "The job's number").Required();
+    AddUserOption(remove, options->user);
     remove.AddFlag("--certificate", options->certificate,
                    "Its installed certificate, too; the web server is not reloaded");
 }

@@ -15,6 +15,8 @@
 #include "zelvek/base/authority.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/plugin_run.h"
+#include "zelvek/base/run_directory.h"
+#include "zelvek/base/service_user.h"
 #include "zelvek/base/text.h"
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/job_view.h"
@@ -159,7 +161,16 @@ void PrintOutcome(const vek_xml::Node& job, const Outcome& outcome, int exit_sta
                                                         {"exit status", std::to_string(exit_status)}});
 }
 
+/// A run is a process of the service's user, which has the account's key.
+void RequireRunner(int id) {
+    if (IsServiceUser(RunDirectory())) return;
+    throw Error(Code::kDenied,
+                "\"zelvek job run\" needs root or the service's own user; \"zelvek job retry " +
+                    str::Str(id) + "\" has the service run the job now");
+}
+
 int Run(RunOptions options) {
+    RequireRunner(options.id);
     const auto before = AskForJob(options.id);
     if (options.plugin.empty())
         options.plugin = authorities::PluginOf(PluginBesideProgram(), before.value("authority"));

@@ -18,7 +18,11 @@
 
 namespace zelvek::cli {
 
-vek_client::Result AskForJob(int id) { return Ask("zelvek.job.show", {{"elid", str::Str(id)}}); }
+vek_client::Result AskForJob(int id, const std::string& user) {
+    std::map<std::string, std::string> parameters{{"elid", str::Str(id)}};
+    if (!user.empty()) parameters["user_name"] = user;
+    return Ask("zelvek.job.show", parameters);
+}
 
 std::string StateOf(const vek_xml::Node& job) {
     if (job.Value("paused") == "on") return "paused";

@@ -13,7 +13,8 @@ class Value;
 /// How a job and its history are shown.
 namespace zelvek::cli {
 
-vek_client::Result AskForJob(int id);
+/// Where a user is named, only that user's job is shown.
+vek_client::Result AskForJob(int id, const std::string& user = "");
 
 /// The word for a job's state: paused, verified, failed, running, waiting.
 std::string StateOf(const vek_xml::Node& job);

@@ -85,7 +85,10 @@ std::string CommandsPage(const CommandText& line) {
         << Plain(
                "The service issues and renews the certificates of jobs, each of which is for the names of "
                "one site. "
-               "The commands are for root, who acts as the service's user, and for that user. "
+               "The commands are for root, who acts as the service's user, for that user, and for members of "
+               "the "
+               "service's groups: zelvek-admin changes everything, zelvek-read sees everything, neither a "
+               "key. "
                "Where one takes --json it prints one JSON text, and an error as one, too.")
         << "\n.SH COMMANDS\n";
     for (const CommandText& command : line.commands) WriteCommand(out, line.name, command);
@@ -95,6 +98,7 @@ std::string CommandsPage(const CommandText& line) {
         << ".TP\n2\nthe command line is wrong, or the file of options\n"
         << ".TP\n3\nof job run: the job waits, and a later run goes on\n"
         << ".TP\n4\nof job run: nothing to do\n"
+        << ".TP\n5\nwho asks may not; standard error says which group or user it takes\n"
         << ".SH SEE ALSO\n.BR zelvek.conf (5)\n";
     return out.str();
 }

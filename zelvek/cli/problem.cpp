@@ -45,12 +45,14 @@ std::string ParameterLine(const vek_xml::Node& problem) {
 struct ProblemListOptions {
     Part part;
     std::string state = "open";
+    std::string user;
     bool json = false;
 };
 
 int ListProblems(const ProblemListOptions& options) {
     const auto ask = [&](std::map<std::string, std::string> parameters) {
         parameters["state"] = options.state;
+        if (!options.user.empty()) parameters["user_name"] = options.user;
         return Ask("zelvek.problem.list", parameters);
     };
     Json::Value json(Json::arrayValue);
@@ -115,6 +117,7 @@ void AddProblemCommands(Command& root) {
     AddPartOptions(list, options->part, "Only notifications with a greater number than this");
     list.AddOption("--state", options->state, "In this state alone")
         .OneOf({"open", "raised", "seen", "resolved", "news", "all"});
+    list.AddOption("--user", options->user, "About this user's certificates alone").NotEmpty();
     AddProblemChange(noun, "seen", "Takes note of notifications, which stay open until they are over",
                      "seen");
     AddProblemChange(noun, "clear", "Dismisses notifications; what comes again of a cause is raised anew",

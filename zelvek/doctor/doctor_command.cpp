@@ -208,6 +208,25 @@ void Print(const Checks& checks, bool json) {
     cli::PrintJson(list);
 }
 
+int Told(const Checks& checks, bool json) {
+    Print(checks, json);
+    const bool wrong = std::any_of(checks.begin(), checks.end(),
+                                   [](const Check& each) { return each.state == Check::State::kWrong; });
+    return wrong ? kFailure : kSuccess;
+}
+
+/// For who may ask the service, but not read its options and files.
+int ExamineFromOutside(bool json) {
+    Checks checks;
+    Panel panel;
+    LookAtService(panel, checks);
+    if (panel.runs) LookAtCertificates(checks);
+    checks.push_back(doctor::Note("machine",
+                                  "options, files, ports, tools and name servers were not looked at",
+                                  "have root run the command, or the service's user"));
+    return Told(checks, json);
+}
+
 int Examine(const DoctorOptions& chosen, const ServeOptions& options) {
     // What the service may do is what counts, not what root may.
     BecomeServiceUser(RunDirectory());
@@ -218,10 +237,7 @@ int Examine(const DoctorOptions& chosen, const ServeOptions& options) {
     CollectNames(chosen, panel);
     LookAtMachine(options, checks);
     LookOutside(options, panel, checks);
-    Print(checks, chosen.json);
-    const bool wrong = std::any_of(checks.begin(), checks.end(),
-                                   [](const Check& each) { return each.state == Check::State::kWrong; });
-    return wrong ? kFailure : kSuccess;
+    return Told(checks, chosen.json);
 }
 
 }  // namespace
@@ -230,6 +246,7 @@ void AddDoctorCommand(Command& root) {
     const auto options = std::make_shared<DoctorOptions>();
     Command doctor =
         root.AddCommand("doctor", "Looks at all that certificates need, and says what to do", [options] {
+            if (!IsServiceUser(RunDirectory())) return ExamineFromOutside(options->json);
             ServeOptions serve;
             const int status = ReadServeOptions(options->config, serve);
             return status == kSuccess ? Examine(*options, serve) : status;

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <json/json.h>
+#include <unistd.h>
 
 #include <iostream>
 #include <memory>
@@ -117,6 +118,7 @@ int Backup(const BackupOptions& options, const ReadPlaces& read) {
     }
     Places places;
     if (const int status = FindPlaces(options, read, places); status != kSuccess) return status;
+    RequireAccess(places.database, R_OK, "\"zelvek backup\", which reads all keys,");
     const std::optional<Secret> secret = FindSecret(options);
     // Root's own folders are no business of the service's user.
     OutputFile output(options.file,
@@ -151,6 +153,7 @@ int RestoreFile(const CommonOptions& options, const ReadPlaces& read) {
     vek_proc::LeaveNoCoreFile();
     Places places;
     if (const int status = FindPlaces(options, read, places); status != kSuccess) return status;
+    RequireAccess(places.database.parent_path(), W_OK, "\"zelvek restore\"");
     const std::optional<Secret> secret = FindSecret(options);
     const Descriptor file = Open(options.file, O_RDONLY);
     BecomeServiceUser(places.database.parent_path());

@@ -18,6 +18,6 @@ void ShowAccount(Services& services, const Query& query, XmlAnswer& answer) {
 
 }  // namespace
 
-Functions functions::Accounts() { return {{"zelvek.account.show", &ShowAccount}}; }
+Functions functions::Accounts() { return {{"zelvek.account.show", Right::kRead, &ShowAccount}}; }
 
 }  // namespace zelvek

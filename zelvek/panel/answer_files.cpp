@@ -29,6 +29,6 @@ void EditAnswers(Services& services, const Query& query, XmlAnswer&) {
 
 }  // namespace
 
-Functions functions::AnswerFiles() { return {{"ambrin_challenge", &EditAnswers}}; }
+Functions functions::AnswerFiles() { return {{"ambrin_challenge", Right::kOwn, &EditAnswers}}; }
 
 }  // namespace zelvek

@@ -63,7 +63,8 @@ void CheckAuthority(const Services& services, const std::string& name) {
 }
 
 Functions functions::Authorities() {
-    return {{"zelvek.authority.list", &List}, {"zelvek.authority.default", &SetDefault}};
+    return {{"zelvek.authority.list", Right::kRead, &List},
+            {"zelvek.authority.default", Right::kChange, &SetDefault}};
 }
 
 }  // namespace zelvek

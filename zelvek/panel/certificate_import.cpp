@@ -259,8 +259,8 @@ void PutPlaceholder(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::CertificateImport() {
-    return {{"zelvek.certificate.import", &ImportCertificate},
-            {"zelvek.certificate.placeholder", &PutPlaceholder}};
+    return {{"zelvek.certificate.import", Right::kChange, &ImportCertificate},
+            {"zelvek.certificate.placeholder", Right::kChange, &PutPlaceholder}};
 }
 
 }  // namespace zelvek

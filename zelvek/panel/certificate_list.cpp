@@ -10,6 +10,7 @@
 #include "zelvek/base/names.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/panel/functions.h"
+#include "zelvek/panel/living_runs.h"
 #include "zelvek/store/job_lists.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/served.h"
@@ -28,7 +29,7 @@ Place PlaceAfter(Transaction& transaction, const Query& query) {
     if (text.empty()) return {};
     const bool number = text.find_first_not_of("0123456789") == std::string::npos;
     if (number) {
-        const Job job = jobs::FindShown(transaction, Number(query, "after"));
+        const Job job = JobOfUserAsked(transaction, query, Number(query, "after"));
         return {job.expires, job.id};
     }
     const bool whole = text.find('/') != std::string::npos;
@@ -101,6 +102,8 @@ void ListCertificates(Services& services, const Query& query, XmlAnswer& answer)
 
 }  // namespace
 
-Functions functions::CertificateList() { return {{"zelvek.certificate.list", &ListCertificates}}; }
+Functions functions::CertificateList() {
+    return {{"zelvek.certificate.list", Right::kRead, &ListCertificates}};
+}
 
 }  // namespace zelvek

@@ -106,9 +106,9 @@ void InstallCertificate(Services& services, const Query& query, XmlAnswer&) {
 }  // namespace
 
 Functions functions::Certificates() {
-    return {{"sslcert.csr.edit", &EditCsr},
-            {"sslcert.csr.delete", &DeleteCsr},
-            {"sslcert.hardreplace", &InstallCertificate}};
+    return {{"sslcert.csr.edit", Right::kOwn, &EditCsr},
+            {"sslcert.csr.delete", Right::kOwn, &DeleteCsr},
+            {"sslcert.hardreplace", Right::kOwn, &InstallCertificate}};
 }
 
 }  // namespace zelvek

@@ -101,10 +101,10 @@ void ListDomains(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::Domains() {
-    return {{"domain", &OfUser},
-            {"zelvek.domain.add", &AddDomain},
-            {"zelvek.domain.remove", &RemoveDomain},
-            {"zelvek.domain.list", &ListDomains}};
+    return {{"domain", Right::kOwn, &OfUser},
+            {"zelvek.domain.add", Right::kChange, &AddDomain},
+            {"zelvek.domain.remove", Right::kChange, &RemoveDomain},
+            {"zelvek.domain.list", Right::kRead, &ListDomains}};
 }
 
 }  // namespace zelvek

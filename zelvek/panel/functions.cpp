@@ -17,18 +17,19 @@ namespace zelvek {
 
 namespace {
 
-using Table = std::map<std::string, Function>;
+using Table = std::map<std::string, PanelFunction>;
 
 Table MakeTable() {
     Table table;
-    for (const auto& noun :
-         {functions::JobRecord(), functions::Jobs(), functions::JobChanges(), functions::JobLists(),
-          functions::AnswerFiles(), functions::Records(), functions::Domains(), functions::Certificates(),
-          functions::CertificateList(), functions::CertificateImport(), functions::Problems(),
-          functions::Accounts(), functions::Authorities(), functions::ServiceStatus()}) {
-        table.insert(noun.begin(), noun.end());
-    }
+    for (const PanelFunction& each : EveryFunction()) table.emplace(each.name, each);
     return table;
+}
+
+/// Nothing else is looked at before: who may not ask learns of nothing that is there.
+void CheckRight(const Services& services, const Query& query, const PanelFunction& function) {
+    if (function.needs != Right::kNone && query.right >= function.needs) return;
+    throw Error(Code::kDenied, "func", function.name,
+                function.name + " " + WhoHas(function.needs, services.groups));
 }
 
 std::string Perform(Services& services, const Query& query) {
@@ -37,8 +38,9 @@ std::string Perform(Services& services, const Query& query) {
     const auto function = table.find(name);
     if (function == table.end())
         throw Error(Code::kMissed, "func", name, "there is no function \"" + name + "\"");
+    CheckRight(services, query, function->second);
     XmlAnswer answer;
-    function->second(services, query, answer);
+    function->second.body(services, query, answer);
     return answer.Text();
 }
 
@@ -52,8 +54,8 @@ bool IsForPeople(Code code) {
 /// What an installation says, it tells itself.
 void NoteRefusal(Services& services, const Query& query, const std::string& function,
                  const Error& error) try {
-    // A write-back that is refused changes nothing.
-    if (!IsForPeople(error.code()) || function == "ambrin.data.edit") return;
+    // A write-back that is refused changes nothing, and runs are the service's own user's.
+    if (!IsForPeople(error.code()) || function == "ambrin.data.edit" || query.right != Right::kOwn) return;
     Transaction transaction(services.store);
     const int job = runs::JobOf(transaction, query.caller);
     if (job == 0) return;
@@ -71,6 +73,18 @@ void NoteRefusal(Services& services, const Query& query, const std::string& func
 
 }  // namespace
 
+Functions EveryFunction() {
+    Functions all;
+    for (const auto& noun :
+         {functions::JobRecord(), functions::Jobs(), functions::JobChanges(), functions::JobLists(),
+          functions::AnswerFiles(), functions::Records(), functions::Domains(), functions::Certificates(),
+          functions::CertificateList(), functions::CertificateImport(), functions::Problems(),
+          functions::Accounts(), functions::Authorities(), functions::ServiceStatus()}) {
+        all.insert(all.end(), noun.begin(), noun.end());
+    }
+    return all;
+}
+
 Answer AnswerQuery(Services& services, const Query& query) {
     const std::string& function = query.parameters.Get("func");
     std::string fault;
@@ -79,7 +93,8 @@ Answer AnswerQuery(Services& services, const Query& query) {
     } catch (const Error& error) {
         if (error.code() != Code::kInternal) {
             NoteRefusal(services, query, function, error);
-            return {ErrorAnswer(error), error.code() == Code::kLater};
+            return {ErrorAnswer(error), error.code() == Code::kLater,
+                    error.code() == Code::kDenied ? error.sentence() : ""};
         }
         fault = error.what();
     } catch (const std::exception& error) {

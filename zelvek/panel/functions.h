@@ -11,6 +11,7 @@
 #include "zelvek/certificates/reloader.h"
 #include "zelvek/certificates/site_watch.h"
 #include "zelvek/jobs/next_run.h"
+#include "zelvek/panel/right.h"
 #include "zelvek/panel/xml_answer.h"
 #include "zelvek/publishing/dns_backend.h"
 #include "zelvek/publishing/publisher.h"
@@ -39,17 +40,20 @@ struct Services {
     ServiceFacts facts = {};
     SiteWatch* sites = nullptr;  // null: nobody looks what web servers show
     authorities::Places plugins = {};
+    GroupNames groups = {};
 };
 
 struct Query {
     Parameters parameters;
-    Process caller;
+    Process caller;             // of the service's own user; no process where it is another user's
     std::string identity = {};  // the same each time that the caller sends it; empty for a caller without
+    Right right = Right::kNone;
 };
 
 struct Answer {
     std::string text;
-    bool later = false;  // the service cannot do it for the moment: the caller is to ask again
+    bool later = false;       // the service cannot do it for the moment: the caller is to ask again
+    std::string denied = {};  // what was said to a caller who may not ask that; empty for every other one
 };
 
 /// Carries the query out. Throws nothing: every error becomes an answer; what is the service's own fault is
@@ -59,8 +63,18 @@ Answer AnswerQuery(Services& services, const Query& query);
 /// Every function: errors are `Error`.
 using Function = void (*)(Services&, const Query&, XmlAnswer&);
 
-/// The functions of a noun with their names in queries.
-using Functions = std::vector<std::pair<std::string, Function>>;
+/// A function that queries can name. There is none of which nobody has said who may ask it.
+struct PanelFunction {
+    PanelFunction(std::string called, Right needed, Function does)
+        : name(std::move(called)), needs(needed), body(does) {}
+
+    std::string name;
+    Right needs;
+    Function body;
+};
+
+/// The functions of a noun.
+using Functions = std::vector<PanelFunction>;
 
 namespace functions {
 
@@ -80,6 +94,9 @@ Functions Authorities();
 Functions ServiceStatus();
 
 }  // namespace functions
+
+/// All of them.
+Functions EveryFunction();
 
 /// The number in the parameter `key`, 32 bits. Errors: Error of code kValue.
 int Number(const Query& query, const std::string& key);

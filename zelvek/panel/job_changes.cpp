@@ -1,6 +1,5 @@
 // Jobs added, edited, removed.
 #include <algorithm>
-#include <array>
 #include <exception>
 #include <filesystem>
 #include <map>
@@ -44,8 +43,8 @@ void AddJob(Services& services, const Query& query, XmlAnswer& answer) {
     transaction.Commit();
 }
 
-/// What cannot be edited: whose the certificate is and where it lies.
-constexpr std::array kFixed{"certname", "user_name"};
+/// What cannot be edited: whose the certificate is, which says whose job is meant, and where it lies.
+constexpr const char* kFixed = "certname";
 
 /// What the job becomes: its own parameters, but for what the query says. Of the request everything is new
 /// where any of it is; "plain_csr" alone leaves nothing of it.
@@ -59,8 +58,7 @@ Job EditedJob(const Query& query, const Job& before) {
     if (says("csr_") || says("plain_csr"))
         std::erase_if(form, [](const auto& one) { return one.first.starts_with("csr_"); });
     for (const auto& [key, value] : query.parameters.All()) {
-        const bool fixed = std::find(kFixed.begin(), kFixed.end(), key) != kFixed.end();
-        if (fixed)
+        if (key == kFixed)
             throw Error(Code::kValue, key, value,
                         "the \"" + key + "\" of a job stays as it is: add another job");
         form[key] = value;
@@ -89,7 +87,7 @@ void EditJob(Services& services, const Query& query, XmlAnswer& answer) {
     {
         LivingRuns transaction(services);
         if (AnsweredBefore(transaction, query, answer)) return;
-        FindIdle(transaction, id);
+        FindIdle(transaction, JobAsked(transaction, query));
         const Job before = jobs::Find(transaction, id);
         Job edited = EditedJob(query, before);
         edited.id = id;
@@ -145,7 +143,7 @@ void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
     {
         LivingRuns transaction(services);
         if (AnsweredBefore(transaction, query, answer)) return;
-        job = FindIdle(transaction, id);
+        job = FindIdle(transaction, JobAsked(transaction, query));
         place = PlaceOfCertificate(services, job);
         publications::SetUnwanted(transaction, id);
         const std::string folder = names::ComparedFolderIfAny(job.certname);
@@ -164,7 +162,9 @@ void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::JobChanges() {
-    return {{"zelvek.job.add", &AddJob}, {"zelvek.job.edit", &EditJob}, {"zelvek.job.remove", &RemoveJob}};
+    return {{"zelvek.job.add", Right::kChange, &AddJob},
+            {"zelvek.job.edit", Right::kChange, &EditJob},
+            {"zelvek.job.remove", Right::kChange, &RemoveJob}};
 }
 
 }  // namespace zelvek

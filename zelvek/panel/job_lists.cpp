@@ -107,8 +107,9 @@ bool IsNumber(const std::string& text) {
 }
 
 /// In which of the sequence's lists the job is now, and where.
-Start StartAfterJob(Transaction& transaction, const Sequence& sequence, const std::string& user, int id) {
-    const Job job = jobs::FindShown(transaction, id);
+Start StartAfterJob(Transaction& transaction, const Sequence& sequence, const Query& query) {
+    const std::string& user = query.parameters.Get("user_name");
+    const Job job = JobOfUserAsked(transaction, query, Number(query, "after"));
     const Kind kind = job_lists::KindOf(job);
     const auto& kinds = sequence.kinds;
     auto found = std::find(kinds.begin(), kinds.end(), kind);
@@ -119,11 +120,10 @@ Start StartAfterJob(Transaction& transaction, const Sequence& sequence, const st
 }
 
 /// "LIST/KEY/ID", as a page has given it, or a job's number.
-Start StartOf(Transaction& transaction, const Query& query, const Sequence& sequence,
-              const std::string& user) {
+Start StartOf(Transaction& transaction, const Query& query, const Sequence& sequence) {
     std::string text = query.parameters.Get("after");
     if (text.empty()) return {};
-    if (IsNumber(text)) return StartAfterJob(transaction, sequence, user, Number(query, "after"));
+    if (IsNumber(text)) return StartAfterJob(transaction, sequence, query);
     const std::string given = text;
     const std::string list = str::GetWord(text, '/');
     const bool whole = text.find('/') != std::string::npos;
@@ -171,7 +171,7 @@ void WithName(Transaction& transaction, const Query& query, XmlAnswer& answer) {
 void InSequence(Transaction& transaction, const Query& query, XmlAnswer& answer) {
     const std::string& user = query.parameters.Get("user_name");
     const Sequence sequence = SequenceOf(query, user);
-    const Start start = StartOf(transaction, query, sequence, user);
+    const Start start = StartOf(transaction, query, sequence);
     job_lists::Selection selection{Kind::kFailed, user, start.after, LimitOf(query), sequence.until};
     for (std::size_t list = start.list; list < sequence.kinds.size() && selection.limit > 0; ++list) {
         selection.kind = sequence.kinds[list];
@@ -199,7 +199,8 @@ void ByAttention(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::JobLists() {
-    return {{"zelvek.job.list", &ByNumber}, {"zelvek.job.attention", &ByAttention}};
+    return {{"zelvek.job.list", Right::kRead, &ByNumber},
+            {"zelvek.job.attention", Right::kRead, &ByAttention}};
 }
 
 }  // namespace zelvek

@@ -144,6 +144,6 @@ void ReadOrWrite(Services& services, const Query& query, XmlAnswer& answer) {
 
 }  // namespace
 
-Functions functions::JobRecord() { return {{"ambrin.data.edit", &ReadOrWrite}}; }
+Functions functions::JobRecord() { return {{"ambrin.data.edit", Right::kOwn, &ReadOrWrite}}; }
 
 }  // namespace zelvek

@@ -57,7 +57,7 @@ void AddReason(Transaction& transaction, const Job& job, const std::vector<histo
 
 void ShowJob(Services& services, const Query& query, XmlAnswer& answer) {
     LivingRuns transaction(services);
-    const int id = Number(query, "elid");
+    const int id = JobAsked(transaction, query);
     const Job job = jobs::FindShown(transaction, id);
     const auto events = history::Of(transaction, id);
     XmlAnswer::Element doc = answer.Doc();
@@ -79,7 +79,7 @@ void ShowJob(Services& services, const Query& query, XmlAnswer& answer) {
 void ClaimJob(Services& services, const Query& query, XmlAnswer& answer) {
     LivingRuns transaction(services);
     if (AnsweredBefore(transaction, query, answer)) return;
-    const Job job = FindStartable(transaction, Number(query, "elid"));
+    const Job job = FindStartable(transaction, JobAsked(transaction, query));
     if (const auto other = RegistrationUnderWay(transaction, job)) {
         throw Error(Code::kBusy, "ambrin.data", std::to_string(job.id),
                     "job " + std::to_string(*other) +
@@ -98,7 +98,7 @@ void RenewJobs(Services& services, const Query& query, XmlAnswer& answer) {
     const vek_date::DateTime now;
     if (query.parameters.Has("elid")) {
         LivingRuns transaction(services);
-        restarts::StartAnew(transaction, FindStartable(transaction, Number(query, "elid")).id,
+        restarts::StartAnew(transaction, FindStartable(transaction, JobAsked(transaction, query)).id,
                             now.AsDateTime(), true);
         transaction.Commit();
         answer.Doc().Value("count", 1);
@@ -127,7 +127,7 @@ void RetryJobs(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string now = vek_date::DateTime().AsDateTime();
     if (query.parameters.Has("elid")) {
         LivingRuns transaction(services);
-        restarts::Retry(transaction, FindStartable(transaction, Number(query, "elid")).id, now);
+        restarts::Retry(transaction, FindStartable(transaction, JobAsked(transaction, query)).id, now);
         transaction.Commit();
         answer.Doc().Value("count", 1);
         return;
@@ -150,13 +150,13 @@ void RetryJobs(Services& services, const Query& query, XmlAnswer& answer) {
 /// A run that is under way goes on to its end.
 void PauseJob(Services& services, const Query& query, XmlAnswer&) {
     Transaction transaction(services.store);
-    restarts::Pause(transaction, jobs::FindShown(transaction, Number(query, "elid")).id);
+    restarts::Pause(transaction, jobs::FindShown(transaction, JobAsked(transaction, query)).id);
     transaction.Commit();
 }
 
 void ResumeJob(Services& services, const Query& query, XmlAnswer&) {
     LivingRuns transaction(services);
-    restarts::Resume(transaction, jobs::FindShown(transaction, Number(query, "elid")).id,
+    restarts::Resume(transaction, jobs::FindShown(transaction, JobAsked(transaction, query)).id,
                      vek_date::DateTime().AsDateTime());
     transaction.Commit();
 }
@@ -164,9 +164,10 @@ void ResumeJob(Services& services, const Query& query, XmlAnswer&) {
 }  // namespace
 
 Functions functions::Jobs() {
-    return {{"zelvek.job.show", &ShowJob},    {"zelvek.job.claim", &ClaimJob},
-            {"zelvek.job.renew", &RenewJobs}, {"zelvek.job.retry", &RetryJobs},
-            {"zelvek.job.pause", &PauseJob},  {"zelvek.job.resume", &ResumeJob}};
+    return {
+        {"zelvek.job.show", Right::kRead, &ShowJob},      {"zelvek.job.claim", Right::kOwn, &ClaimJob},
+        {"zelvek.job.renew", Right::kChange, &RenewJobs}, {"zelvek.job.retry", Right::kChange, &RetryJobs},
+        {"zelvek.job.pause", Right::kChange, &PauseJob},  {"zelvek.job.resume", Right::kChange, &ResumeJob}};
 }
 
 }  // namespace zelvek

@@ -10,6 +10,23 @@ LivingRuns::LivingRuns(Services& services) : Transaction(services.store) {
     FreeJobsOfTheDead(*this, vek_date::DateTime().AsDateTime(), services.retry);
 }
 
+Job JobOfUserAsked(Transaction& transaction, const Query& query, int id) {
+    const std::string& user = query.parameters.Get("user_name");
+    Job job = jobs::FindShown(transaction, id);
+    if (user.empty() || job.user_name == user) return job;
+    throw jobs::NoSuchJob(id);
+}
+
+int JobAsked(Transaction& transaction, const Query& query) {
+    const int id = Number(query, "elid");
+    if (query.parameters.Has("user_name")) {
+        // Whoever passes on a user's name has forgotten it where it is empty: that is nobody's job then.
+        if (query.parameters.Get("user_name").empty()) throw jobs::NoSuchJob(id);
+        JobOfUserAsked(transaction, query, id);
+    }
+    return id;
+}
+
 Job FindIdle(Transaction& transaction, int id) {
     Job job = jobs::FindShown(transaction, id);
     if (job.processing) {

@@ -79,8 +79,11 @@ problems::State ProblemStateNamed(const std::string& name) {
 void ListProblems(Services& services, const Query& query, XmlAnswer& answer) {
     const Page page(query);
     const problems::State state = ProblemStateNamed(query.parameters.Get("state"));
+    const std::string& user = query.parameters.Get("user_name");
     Transaction transaction(services.store);
-    for (const auto& problem : problems::List(transaction, state, page.after, page.limit)) {
+    const auto found = user.empty() ? problems::List(transaction, state, page.after, page.limit)
+                                    : problems::ListOfUser(transaction, user, state, page.after, page.limit);
+    for (const auto& problem : found) {
         XmlAnswer::Element element = answer.Elem();
         element.Value("number", problem.number)
             .Value("id", problem.id)
@@ -104,12 +107,19 @@ struct Deed {
     long long (*to_some)(Transaction& transaction, int limit);
 };
 
+/// Whether the notification is the one's whom the query names; every one is where it names nobody.
+bool IsAskers(Transaction& transaction, const Query& query, long long number) {
+    if (!query.parameters.Has("user_name")) return true;
+    const auto problem = problems::Find(transaction, number);
+    return problem && !problem->user.empty() && problem->user == query.parameters.Get("user_name");
+}
+
 /// One, or all that it can be done to.
 void DoToProblems(const Deed& deed, Services& services, const Query& query, XmlAnswer& answer) {
     if (query.parameters.Has("number")) {
         const int number = Number(query, "number");
         Transaction transaction(services.store);
-        if (!deed.to_one(transaction, number)) {
+        if (!IsAskers(transaction, query, number) || !deed.to_one(transaction, number)) {
             const std::string text = std::to_string(number);
             throw Error(Code::kMissed, "problem", text, "there is no notification " + text);
         }
@@ -117,6 +127,8 @@ void DoToProblems(const Deed& deed, Services& services, const Query& query, XmlA
         answer.Doc().Value("count", 1);
         return;
     }
+    if (query.parameters.Has("user_name"))
+        throw Error(Code::kValue, "user_name", "", "of one user's notifications say the number, too");
     long long count = 0;
     for (long long found = kAtOnce; found >= kAtOnce; count += found) {
         // In steps, so that nobody waits long for the store.
@@ -138,10 +150,10 @@ void ClearProblems(Services& services, const Query& query, XmlAnswer& answer) {
 }  // namespace
 
 Functions functions::Problems() {
-    return {{"problems.register", &Register},
-            {"zelvek.problem.list", &ListProblems},
-            {"zelvek.problem.seen", &SetSeen},
-            {"zelvek.problem.clear", &ClearProblems}};
+    return {{"problems.register", Right::kOwn, &Register},
+            {"zelvek.problem.list", Right::kRead, &ListProblems},
+            {"zelvek.problem.seen", Right::kChange, &SetSeen},
+            {"zelvek.problem.clear", Right::kChange, &ClearProblems}};
 }
 
 }  // namespace zelvek

@@ -100,7 +100,8 @@ void DeleteRecord(Services& services, const Query& query, XmlAnswer&) {
 }  // namespace
 
 Functions functions::Records() {
-    return {{"domain.record.edit", &EditRecord}, {"domain.record.delete", &DeleteRecord}};
+    return {{"domain.record.edit", Right::kOwn, &EditRecord},
+            {"domain.record.delete", Right::kOwn, &DeleteRecord}};
 }
 
 }  // namespace zelvek

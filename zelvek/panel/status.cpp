@@ -130,6 +130,6 @@ void ShowStatus(Services& services, const Query&, XmlAnswer& answer) {
 
 }  // namespace
 
-Functions functions::ServiceStatus() { return {{"zelvek.status", &ShowStatus}}; }
+Functions functions::ServiceStatus() { return {{"zelvek.status", Right::kRead, &ShowStatus}}; }
 
 }  // namespace zelvek

@@ -12,9 +12,8 @@ namespace zelvek {
 
 namespace {
 
-std::string TooMany() {
-    const std::string body =
-        ErrorAnswer({Code::kLater, "query", "", "this process has too many connections open"});
+std::string TooMany(const std::string& why) {
+    const std::string body = ErrorAnswer({Code::kLater, "query", "", why});
     return "HTTP/1.1 503 Service Unavailable\r\nContent-Type: text/xml; charset=utf-8\r\nConnection: "
            "close\r\n"
            "Content-Length: " +
@@ -29,22 +28,24 @@ void EndWith(int connection, const std::string& answer) {
 
 }  // namespace
 
-void Connections::Open(int connection, pid_t process) {
-    static const std::string too_many = TooMany();
+void Connections::Open(int connection, const Caller& caller) {
+    std::string excess;
     {
         const std::lock_guard lock(mutex_);
-        if (CountOf(process) < kOfOneProcess) {
-            open_[connection] = process;
+        excess = Excess(caller);
+        if (excess.empty()) {
+            open_[connection] = caller;
             deadlines_.Set(connection, kLimit);
             return;
         }
     }
-    EndWith(connection, too_many);
+    EndWith(connection, TooMany(excess));
 }
 
-bool Connections::IsOpen(int connection) {
+std::optional<Caller> Connections::CallerAt(int connection) {
     const std::lock_guard lock(mutex_);
-    return open_.contains(connection);
+    const auto found = open_.find(connection);
+    return found == open_.end() ? std::nullopt : std::optional(found->second);
 }
 
 void Connections::Arrived(int connection) { deadlines_.Lift(connection); }
@@ -62,9 +63,17 @@ std::size_t Connections::Count() {
     return open_.size();
 }
 
-int Connections::CountOf(pid_t process) const {
-    return static_cast<int>(std::count_if(open_.begin(), open_.end(),
-                                          [process](const auto& each) { return each.second == process; }));
+std::string Connections::Excess(const Caller& caller) const {
+    const auto count = [this](const auto& counts) {
+        return std::count_if(open_.begin(), open_.end(),
+                             [&counts](const auto& each) { return counts(each.second); });
+    };
+    if (count([&](const Caller& each) { return each.process == caller.process; }) >= kOfOneProcess)
+        return "this process has too many connections open";
+    if (caller.right == Right::kOwn ||
+        count([](const Caller& each) { return each.right != Right::kOwn; }) < kOfOtherUsers)
+        return "";
+    return "other users than the service's have too many connections open";
 }
 
 }  // namespace zelvek

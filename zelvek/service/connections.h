@@ -1,31 +1,34 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstddef>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <string>
 
 #include "zelvek/base/deadlines.h"
+#include "zelvek/service/caller.h"
 
 namespace zelvek {
 
 /// The open connections of the service's socket. None is open for long without a query, and no process has so
-/// many that others find no place. Safe from any thread.
+/// many that others find no place; other users than the service's, all together, neither. Safe from any
+/// thread.
 class Connections {
 public:
     static constexpr int kOfOneProcess = 8;
+    static constexpr int kOfOtherUsers = 64;
 
     /// For the whole of a query to arrive, and for the whole of an answer to be taken: both travel inside
     /// this machine.
     static constexpr std::chrono::seconds kLimit{10};
 
-    /// A new one, of that process. One more than the process may have is ended at once, after an answer with
-    /// status 503, so that its caller tries again.
-    void Open(int connection, pid_t process);
+    /// A new one, of that caller. One more than there may be is ended at once, after an answer with status
+    /// 503, so that its caller tries again.
+    void Open(int connection, const Caller& caller);
 
-    /// Whether it may ask: those that were ended at once may not.
-    bool IsOpen(int connection);
+    /// Who asks there; nobody for one that was ended at once.
+    std::optional<Caller> CallerAt(int connection);
 
     /// Its query has arrived as a whole: the service takes the time that it needs.
     void Arrived(int connection);
@@ -42,10 +45,11 @@ public:
     std::size_t Count();
 
 private:
-    int CountOf(pid_t process) const;
+    /// Why one more is too many; empty where it is not.
+    std::string Excess(const Caller& caller) const;
 
     std::mutex mutex_;
-    std::map<int, pid_t> open_;  // without those that were ended at once
+    std::map<int, Caller> open_;  // without those that were ended at once
     Deadlines deadlines_;
 };
 

@@ -12,6 +12,7 @@
 #include <utility>
 
 #include "zelvek/base/error.h"
+#include "zelvek/base/happening.h"
 #include "zelvek/base/log.h"
 
 namespace zelvek {
@@ -29,30 +30,47 @@ constexpr milliseconds kDrainPause{10};
 constexpr seconds kDrainQueries{120};  // an installation may be waiting for its reload command
 constexpr seconds kDrainUploads{1};    // for queries that were sent and are still to be read
 
+/// Who sends a query, and which one.
+struct Sender {
+    Caller caller;
+    Process process;  // of the service's own user alone
+    std::string identity;
+};
+
+void LogRefusal(const Caller& caller, const std::string& sentence) {
+    Log(Happening::kRefused, {},
+        "refused user id " + std::to_string(caller.user) + ", process " + std::to_string(caller.process) +
+            ": " + sentence);
+}
+
 /// One query on its way in.
 class Upload {
 public:
-    Upload(const Process& caller, std::string identity) : caller_(caller), identity_(std::move(identity)) {}
+    explicit Upload(Sender sender)
+        : sender_(std::move(sender)),
+          limit_(sender_.caller.right > Right::kRead ? Server::kBodyLimit : Server::kReadersLimit) {}
 
     /// A query beyond the limit is read to its end, since the caller hears the reason only after that, but
     /// not kept.
     void Take(const char* data, std::size_t size) {
-        too_big_ = too_big_ || body_.size() + size > Server::kBodyLimit;
+        too_big_ = too_big_ || body_.size() + size > limit_;
         too_big_ ? body_.clear() : static_cast<void>(body_.append(data, size));
     }
 
     Answer Carry(Services& services) const {
         if (too_big_) {
-            return {
-                ErrorAnswer({Code::kProtocol, "query", "",
-                             "the query is larger than " + std::to_string(Server::kBodyLimit) + " bytes"})};
+            return {ErrorAnswer({Code::kProtocol, "query", "",
+                                 "the query is larger than " + std::to_string(limit_) + " bytes"})};
         }
-        return AnswerQuery(services, {Parameters(body_), caller_, identity_});
+        const Query query{Parameters(body_), sender_.process, sender_.identity, sender_.caller.right};
+        Answer answer = AnswerQuery(services, query);
+        if (!answer.denied.empty()) LogRefusal(sender_.caller, answer.denied);
+        return answer;
     }
 
 private:
-    Process caller_;
-    std::string identity_;
+    Sender sender_;
+    std::size_t limit_;
     std::string body_;
     bool too_big_ = false;
 };
@@ -69,8 +87,20 @@ MHD_Result Send(MHD_Connection* connection, unsigned status, const std::string& 
     return result;
 }
 
-MHD_Result Refuse(MHD_Connection* connection, unsigned status, const std::string& message) {
-    return Send(connection, status, ErrorAnswer({Code::kProtocol, "query", "", message}));
+MHD_Result Refuse(MHD_Connection* connection, unsigned status, const std::string& message,
+                  Code code = Code::kProtocol) {
+    return Send(connection, status, ErrorAnswer({code, "query", "", message}));
+}
+
+/// Why who connects is told nothing.
+std::string Unadmitted(const Caller& caller, const GroupNames& groups) {
+    const std::string user = std::to_string(caller.user);
+    if (groups.admin.empty() && groups.read.empty()) {
+        return "this service answers processes of user id " + std::to_string(::geteuid()) +
+               " alone, and this one has user id " + user;
+    }
+    return "this service " + WhoHas(Right::kRead, groups) + ", and this process, of user id " + user +
+           ", has none of that";
 }
 
 /// What a query's header says; empty where it says nothing.
@@ -92,11 +122,16 @@ int DescriptorOf(MHD_Connection* connection) {
 /// The first call for a request, when its headers are there.
 MHD_Result Begin(Server& server, MHD_Connection* connection, const std::string& path,
                  const std::string& method, void** state) {
-    const int descriptor = DescriptorOf(connection);
-    if (!server.connections().IsOpen(descriptor)) return MHD_NO;
-    Process caller;
+    const auto caller = server.connections().CallerAt(DescriptorOf(connection));
+    if (!caller) return MHD_NO;
+    if (caller->right == Right::kNone) {
+        const std::string why = Unadmitted(*caller, server.services().groups);
+        LogRefusal(*caller, why);
+        return Refuse(connection, MHD_HTTP_FORBIDDEN, why, Code::kDenied);
+    }
+    Sender sender{*caller, {}, HeaderOf(connection, kIdentityHeader)};
     try {
-        caller = OwnProcess(PeerOf(descriptor));
+        if (caller->right == Right::kOwn) sender.process = ProcessOf(caller->process);
     } catch (const Error& error) {
         Log(std::string("refused a connection: ") + error.what());
         return Refuse(connection, MHD_HTTP_FORBIDDEN, error.what());
@@ -104,12 +139,11 @@ MHD_Result Begin(Server& server, MHD_Connection* connection, const std::string& 
     if (path != "/") return Refuse(connection, MHD_HTTP_NOT_FOUND, "queries go to \"/\"");
     if (method != MHD_HTTP_METHOD_POST)
         return Refuse(connection, MHD_HTTP_METHOD_NOT_ALLOWED, "queries are POSTs");
-    const std::string identity = HeaderOf(connection, kIdentityHeader);
-    if (!identity.empty() && !IsIdentity(identity)) {
+    if (!sender.identity.empty() && !IsIdentity(sender.identity)) {
         return Refuse(connection, MHD_HTTP_BAD_REQUEST,
                       std::string(kIdentityHeader) + " has 32 hexadecimal digits in small letters");
     }
-    *state = new Upload(caller, identity);  // deleted by End
+    *state = new Upload(std::move(sender));  // deleted by End
     return MHD_YES;
 }
 
@@ -143,12 +177,13 @@ void End(void* /*server*/, MHD_Connection* /*connection*/, void** state, MHD_Req
 /// Called when a connection is there, before anything is read, and again before it is closed.
 void Note(void* server, MHD_Connection* connection, void** /*state*/,
           MHD_ConnectionNotificationCode code) try {
-    auto& connections = static_cast<Server*>(server)->connections();
+    auto& self = *static_cast<Server*>(server);
+    auto& connections = self.connections();
     const int descriptor = DescriptorOf(connection);
     if (code == MHD_CONNECTION_NOTIFY_CLOSED) {
         connections.Closed(descriptor);
     } else {
-        connections.Open(descriptor, PeerOf(descriptor).pid);
+        connections.Open(descriptor, CallerOf(descriptor, self.groups()));
     }
 } catch (const std::exception& error) {
     Log(std::string("a connection: ") + error.what());
@@ -156,8 +191,8 @@ void Note(void* server, MHD_Connection* connection, void** /*state*/,
 
 }  // namespace
 
-Server::Server(Services& services, ServiceSocket& socket)
-    : services_(services), socket_(socket), listener_(socket.ReleaseListener()) {
+Server::Server(Services& services, ServiceSocket& socket, const Groups& groups)
+    : services_(services), socket_(socket), groups_(groups), listener_(socket.ReleaseListener()) {
     // The library's own time limit would count the time that our answer takes, and begin anew with each byte.
     constexpr unsigned kFlags = MHD_USE_POLL_INTERNAL_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_ITC;
     daemon_ = MHD_start_daemon(kFlags, 0, nullptr, nullptr, &Handle, this,  //

@@ -14,7 +14,7 @@ namespace zelvek {
 class Server {
 public:
     /// Errors: Error.
-    Server(Services& services, ServiceSocket& socket);
+    Server(Services& services, ServiceSocket& socket, const Groups& groups);
 
     /// Takes no new connections, lets the queries that have arrived be answered, and ends. Connections that
     /// are not taken yet wait for the next service, where the socket is a service manager's.
@@ -25,8 +25,12 @@ public:
     /// The greatest length of a query in bytes.
     static constexpr std::size_t kBodyLimit = std::size_t{8} << 20;
 
+    /// The same of a caller who may only read, and has nothing long to say.
+    static constexpr std::size_t kReadersLimit = std::size_t{64} << 10;
+
     Services& services() { return services_; }
     Connections& connections() { return connections_; }
+    const Groups& groups() const { return groups_; }
 
 private:
     /// Leaves the socket to whoever has it after this service.
@@ -40,6 +44,7 @@ private:
 
     Services& services_;
     ServiceSocket& socket_;
+    Groups groups_;
     int listener_;  // the daemon closes it; -1 once it is left
     Connections connections_;
     MHD_Daemon* daemon_ = nullptr;

@@ -29,6 +29,7 @@
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/publishing/responder.h"
+#include "zelvek/service/caller.h"
 #include "zelvek/service/looks.h"
 #include "zelvek/service/query_server.h"
 #include "zelvek/service/renewal_watch.h"
@@ -182,6 +183,7 @@ std::optional<Scheduler> WantedScheduler(Store& store, const ServeOptions& optio
 }  // namespace
 
 void CheckOptions(const ServeOptions& options) {
+    FindGroups(options.groups);
     InstallSettings(options);
     WatchSettings(options);
     CheckPlugin(options);
@@ -194,7 +196,8 @@ void Serve(const ServeOptions& options) {
     vek_proc::LeaveNoCoreFile();
     const EndSignals signals;
     ServiceManager manager;
-    ServiceSocket socket(RunDirectory(), manager.TakeSocket());
+    const Groups groups = FindGroups(options.groups);
+    ServiceSocket socket(RunDirectory(), groups, manager.TakeSocket());
     Store store(WithParent(options.database));
     CheckPlaces(options);
     const auto backend = dns::MakeBackend(options.dns);
@@ -214,12 +217,13 @@ void Serve(const ServeOptions& options) {
     Looks looks(store, publisher, options);
     services.sites = looks.sites();
     services.plugins = {options.plugin, options.authorities};
+    services.groups = options.groups;
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });
     const auto responder = WantedResponder(options);
     const auto watched = WantedEndpoint(store, options);
     // What is made last ends first: runs end while the server still takes their records.
-    const Server server(services, socket);
+    const Server server(services, socket, groups);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
     notifier.Start(options.sweep_interval);
     std::optional<RenewalWatch> asking;

@@ -16,6 +16,7 @@
 #include "zelvek/jobs/limits.h"
 #include "zelvek/metrics/metrics.h"
 #include "zelvek/notices/notifier.h"
+#include "zelvek/panel/right.h"
 #include "zelvek/publishing/dns_backends.h"
 #include "zelvek/service/sweep.h"
 
@@ -45,6 +46,7 @@ struct ServeOptions {
     bool renewal_info = true;
     Retention retention;
     notices::Notifier::Settings notify;
+    GroupNames groups;                                                           // whose members may ask
     std::vector<std::string> public_resolvers{"1.1.1.1", "8.8.8.8", "9.9.9.9"};  // or "off" alone
     dns::Settings dns;  // without a back end, records cannot be published
 };

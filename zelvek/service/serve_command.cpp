@@ -1,5 +1,7 @@
 #include "zelvek/service/serve_command.h"
 
+#include <unistd.h>
+
 #include <array>
 #include <iostream>
 #include <memory>
@@ -120,6 +122,10 @@ void AddServeOptions(Command& serve, ServeOptions& options) {
     serve.AddOption("--http-responder", options.responder, "ADDR:PORT to serve the answer files on");
     serve.AddOption("--public-resolvers", options.public_resolvers,
                     "Name servers to ask what others see of a name that was not proved; repeatable, or off");
+    serve.AddOption("--admin-group", options.groups.admin,
+                    "Members of this group may change everything by the command line, but see no key");
+    serve.AddOption("--read-group", options.groups.read,
+                    "Members of this group may see everything but keys, and change nothing");
     AddJobOptions(serve, options);
     AddWatchingOptions(serve, options);
     AddRetentionOptions(serve, options.retention);
@@ -143,6 +149,7 @@ int CheckConfig(const std::string& file) {
 }  // namespace
 
 int ReadServeOptions(const std::string& file, ServeOptions& options) {
+    RequireAccess(file, R_OK, "reading the service's options");
     CommandLine reader("zelvek", "");
     Command serve = reader.Root().AddCommand("serve", "", [] { return kSuccess; });
     AddServeOptions(serve, options);

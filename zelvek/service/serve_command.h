@@ -8,7 +8,8 @@
 namespace zelvek {
 
 /// The options that `serve --config FILE` has, read as it reads them, so that everybody says the same of
-/// them. Returns kSuccess; any other status has been explained on standard error by then.
+/// them. Returns kSuccess; any other status has been explained on standard error by then. Errors: Error of
+/// code kDenied where this process may not read the file.
 int ReadServeOptions(const std::string& file, ServeOptions& options);
 
 /// Adds the command `serve` with its options.

@@ -9,7 +9,9 @@
 #include <system_error>
 #include <utility>
 
+#include "zelvek/base/access_list.h"
 #include "zelvek/base/error.h"
+#include "zelvek/base/log.h"
 #include "zelvek/base/run_directory.h"
 #include "zelvek/base/text.h"
 #include "zelvek/base/umask.h"
@@ -75,11 +77,13 @@ std::string PlaceOf(const Descriptor& listener) {
     return {address.sun_path, ::strnlen(address.sun_path, sizeof(address.sun_path))};
 }
 
-/// The file's user is this process's, and nobody else can connect.
+/// The file's user is this process's, and nobody else can connect but by an access list, which the service
+/// makes anew.
 void CheckOwn(const fs::path& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) throw IoError("looking at", path, errno);
-    if (S_ISSOCK(status.st_mode) && status.st_uid == ::geteuid() && (status.st_mode & 077) == 0) return;
+    const unsigned closed = HasAccessList(path) ? 07 : 077;
+    if (S_ISSOCK(status.st_mode) && status.st_uid == ::geteuid() && (status.st_mode & closed) == 0) return;
     throw Error(Code::kIo, "the socket " + path.string() + " that was handed over has to be of user id " +
                                std::to_string(::geteuid()) + ", with mode 0600");
 }
@@ -96,7 +100,7 @@ void CheckHandedOver(const Descriptor& listener, const fs::path& path) {
 
 }  // namespace
 
-ServiceSocket::ServiceSocket(const fs::path& directory, Descriptor handed_over)
+ServiceSocket::ServiceSocket(const fs::path& directory, const Groups& groups, Descriptor handed_over)
     : path_(Prepared(directory) / "zelvek.sock"),
       lock_(Lock(directory / "zelvek.lock", "another service runs on " + path_.string() + " already")),
       handed_over_(handed_over),
@@ -107,6 +111,17 @@ ServiceSocket::ServiceSocket(const fs::path& directory, Descriptor handed_over)
         RemoveOld();
         listener_ = Listen(path_);
     }
+    LetIn(groups);
+}
+
+void ServiceSocket::LetIn(const Groups& groups) const try {
+    constexpr unsigned kPass = 1;
+    constexpr unsigned kConnect = 6;
+    LetGroups(path_, kConnect, groups.All());
+    LetGroups(path_.parent_path(), kPass, groups.All());
+} catch (const Error& error) {
+    // Certificates matter more than who may look at them.
+    Log(std::string("members of groups cannot use the service: ") + error.what());
 }
 
 void ServiceSocket::RemoveOld() const {
@@ -131,13 +146,8 @@ ucred PeerOf(int connection) {
     return peer;
 }
 
-Process OwnProcess(const ucred& peer) {
-    if (peer.uid != ::geteuid()) {
-        throw Error(Code::kProtocol, "this service answers processes of user id " +
-                                         std::to_string(::geteuid()) + " alone, and this one has user id " +
-                                         std::to_string(peer.uid));
-    }
-    const auto process = FindProcess(peer.pid);
+Process ProcessOf(pid_t peer) {
+    const auto process = FindProcess(peer);
     if (!process) throw Error(Code::kProtocol, "the process that asked has ended");
     return *process;
 }

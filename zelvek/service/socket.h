@@ -8,17 +8,20 @@
 #include "zelvek/base/descriptor.h"
 #include "zelvek/base/file_lock.h"
 #include "zelvek/base/process.h"
+#include "zelvek/service/caller.h"
 
 namespace zelvek {
 
-/// The socket that the service listens on, `zelvek.sock` in the run directory: for its own user alone.
+/// The socket that the service listens on, `zelvek.sock` in the run directory: for its own user, and for
+/// members of the groups that may ask.
 class ServiceSocket {
 public:
     /// Prepares the directory and listens: on the socket that a service manager has made there and handed
     /// over, or on one of its own. A socket file that nobody answers on is replaced by that. Errors: Error;
     /// another service in the same directory is one, a directory that somebody else can write, and a socket
-    /// that was handed over and is not the one of that directory.
-    explicit ServiceSocket(const std::filesystem::path& directory, Descriptor handed_over = {});
+    /// that was handed over and is not the one of that directory. Where the file system cannot let groups in,
+    /// the log says so.
+    ServiceSocket(const std::filesystem::path& directory, const Groups& groups, Descriptor handed_over = {});
 
     /// Removes the socket's file, unless it was handed over.
     ~ServiceSocket();
@@ -41,6 +44,8 @@ private:
     /// The socket's file of a service that has died.
     void RemoveOld() const;
 
+    void LetIn(const Groups& groups) const;
+
     std::filesystem::path path_;
     FileLock lock_;
     bool handed_over_;
@@ -51,8 +56,7 @@ private:
 /// code kIo.
 ucred PeerOf(int connection);
 
-/// The process at the other end. Errors: Error of code kProtocol when it belongs to another user than the
-/// service, or has ended.
-Process OwnProcess(const ucred& peer);
+/// The process of that id, while it is connected. Errors: Error of code kProtocol when it has ended.
+Process ProcessOf(pid_t peer);
 
 }  // namespace zelvek

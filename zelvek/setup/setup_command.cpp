@@ -1,6 +1,7 @@
 #include "zelvek/setup/setup_command.h"
 
 #include <json/json.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -13,6 +14,7 @@
 #include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/names.h"
+#include "zelvek/base/service_user.h"
 #include "zelvek/base/text.h"
 #include "zelvek/base/tool.h"
 #include "zelvek/certificates/install.h"
@@ -226,6 +228,8 @@ int AskService(const SetupOptions& options, const ServeOptions& serve, bool serv
 
 int SetUp(const SetupOptions& options, const ServeOptions& serve) {
     CheckNames(options);
+    if (!options.dry_run)
+        RequireAccess(options.etc, W_OK, "\"zelvek setup\", which adds to the web server's configuration,");
     const setup::WebServer web = setup::FindWebServer(options.etc, options.web_server);
     Teller teller(options.json);
     for (const setup::ConfigFile& file : Plan(options, web, serve)) {

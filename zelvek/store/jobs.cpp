@@ -90,11 +90,19 @@ std::vector<Job> Read(Statement& statement, const Fields& fields) {
     return jobs;
 }
 
+}  // namespace
+
+Error NoSuchJob(int id) {
+    return {Code::kMissed, "ambrin.data", str::Str(id), "there is no job " + str::Str(id)};
+}
+
+namespace {
+
 Job FindWith(Transaction& transaction, int id, const Fields& fields, const std::string& select) {
     Statement statement = transaction.Prepare(select);
     const std::vector<Job> found = Read(statement.With(id), fields);
     if (found.empty()) {
-        throw Error(Code::kMissed, "ambrin.data", str::Str(id), "there is no job " + str::Str(id));
+        throw NoSuchJob(id);
     }
     return found.front();
 }

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "zelvek/base/error.h"
 #include "zelvek/base/job.h"
 #include "zelvek/store/store.h"
 
@@ -23,6 +24,9 @@ void NameFolders(Transaction& transaction);
 
 /// The whole job, with its account's key. Errors: Error of code kMissed.
 Job Find(Transaction& transaction, int id);
+
+/// What is said of a number without a job.
+Error NoSuchJob(int id);
 
 /// The job as the command line shows it: the fields that lists have, and its holder; no key. Errors: as
 /// `Find`.

@@ -507,6 +507,11 @@ CREATE TRIGGER job_removed_with_end AFTER DELETE ON job WHEN OLD.expires > '' BE
 // Whether a job's last run has died is known of those that die from now on.
 constexpr const char* kDeaths = "ALTER TABLE job ADD COLUMN died INTEGER NOT NULL DEFAULT 0";
 
+// A user of the panel sees the notifications about their own certificates; those about nobody's are not among
+// them, and what asks for a cause has an index of its own.
+constexpr const char* kProblemsOfUsers =
+    "CREATE INDEX problem_by_user ON problem (user_name, number) WHERE user_name > '';\n";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
@@ -534,7 +539,8 @@ const std::vector<const char*>& Migrations() {
                                                      kSiteChecks,
                                                      kAuthorities,
                                                      kTallies,
-                                                     kDeaths};
+                                                     kDeaths,
+                                                     kProblemsOfUsers};
     return migrations;
 }
 

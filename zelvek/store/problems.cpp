@@ -188,6 +188,13 @@ std::vector<Problem> List(Transaction& transaction, State state, long long after
     return Read(transaction, select.With(after).With(limit));
 }
 
+std::vector<Problem> ListOfUser(Transaction& transaction, const std::string& user, State state,
+                                long long after, int limit) {
+    Statement select = transaction.Prepare(kSelect + "user_name = :user AND user_name > '' AND " +
+                                           Condition(state) + "number > :after ORDER BY number LIMIT :most");
+    return Read(transaction, select.With(user).With(after).With(limit));
+}
+
 std::optional<Problem> Find(Transaction& transaction, long long number) {
     Statement select = transaction.Prepare(kSelect + "number = :number");
     const std::vector<Problem> found = Read(transaction, select.With(number));

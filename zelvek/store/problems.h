@@ -66,6 +66,10 @@ enum class State { kOpen, kRaised, kSeen, kResolved, kNews, kAny };
 /// The one with this number; nothing where it has been forgotten.
 std::optional<Problem> Find(Transaction& transaction, long long number);
 
+/// Those in this state about this user's certificates with numbers above `after`, at most `limit`, by number.
+std::vector<Problem> ListOfUser(Transaction& transaction, const std::string& user, State state,
+                                long long after, int limit);
+
 /// Those in this state with numbers above `after`, at most `limit`, by number.
 std::vector<Problem> List(Transaction& transaction, State state, long long after, int limit);
 

@@ -1,13 +1,18 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "vek/xml.h"
 
 /// Queries to a local service over its unix socket.
 namespace vek_client {
+
+/// A user of this machine, as the system numbers them.
+using UserId = unsigned;
 
 /// A service's answer.
 class Result {
@@ -54,22 +59,29 @@ public:
     Result Query(const std::string& text) const { return Send(text); }
 
 protected:
-    Client(std::string service, std::string module);
+    Client(std::string service, std::string module, std::optional<UserId> service_user);
 
 private:
     Result Send(const std::string& query) const;
 
     std::string service_;
     std::string module_;
+    [[maybe_unused]] std::optional<UserId> service_user_;
 
     enum class Found { kUnknown, kInVain, kYes };
     [[maybe_unused]] mutable Found found_ = Found::kUnknown;  // looked at as an atomic: threads share clients
 };
 
-/// The client of a service on this machine: `$VEK_RUN_DIR/<service>.sock`. `module` is the caller's name.
+/// The client of a service on this machine: `$VEK_RUN_DIR/<service>.sock`. `module` is the caller's name. A
+/// service of another user than this process's is told nothing.
 class Local : public Client {
 public:
-    Local(std::string service, std::string module) : Client(std::move(service), std::move(module)) {}
+    Local(std::string service, std::string module) : Local(std::move(service), std::move(module), {}) {}
+
+    /// Asks a service of that user, too. What is told to it, that user learns: who says whose service it is
+    /// has seen that nobody else can put a socket there.
+    Local(std::string service, std::string module, std::optional<UserId> service_user)
+        : Client(std::move(service), std::move(module), service_user) {}
 };
 
 }  // namespace vek_client

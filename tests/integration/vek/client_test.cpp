@@ -220,30 +220,64 @@ TEST_F(Client, NamesTheSocketThatItCannotReach) {
     }
 }
 
+/// A service of another user's on the client's socket. Only root can be two users.
+class ForeignService : public Client {
+protected:
+    static constexpr uid_t kUser = 65534;
+
+    void SetUp() override {
+        ASSERT_EQ(geteuid(), 0U) << "only root can be two users";
+        std::filesystem::permissions(folder.path(), std::filesystem::perms{0777});
+    }
+
+    /// What it has heard of this one query, which ends with `outcome`: an error's type and text, or the
+    /// answer's "a".
+    std::string HeardOf(const vek_client::Local& asking, std::string& outcome) {
+        std::atomic<int> connections = 0;
+        std::string heard;
+        const auto serve = [&](Connection& connection) {
+            heard += connection.Read();
+            if (!heard.empty()) connection.Write(vek_test::Answer(200, "", AnyAnswer("")));
+            ++connections;
+        };
+        EXPECT_EQ(seteuid(kUser), 0);
+        std::optional<Server> server(std::in_place, serve, SocketPath());
+        EXPECT_EQ(seteuid(0), 0);
+        try {
+            outcome = asking.Query("func=a").value("a");
+        } catch (const vek_err::Error& error) {
+            outcome = error.what();
+        }
+        for (int wait = 0; connections == 0 && wait < 6000; ++wait)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        server.reset();
+        EXPECT_EQ(connections, 1);
+        return heard;
+    }
+
+    std::string Refusal(const std::string& asked) const {
+        return "client: connect: " + SocketPath() + ": the service has user id 65534, this process 0: only " +
+               asked + " is asked";
+    }
+};
+
 // Behaviour: A service of another user is told nothing; the error is "connect" and names socket and users
-TEST_F(Client, TellsAnotherUsersServiceNothing) {
-    ASSERT_EQ(geteuid(), 0U) << "only root can be two users";
-    std::filesystem::permissions(folder.path(), std::filesystem::perms{0777});
-    std::atomic<int> connections = 0;
-    std::string heard;
-    const auto serve = [&](Connection& connection) {
-        heard += connection.Read();
-        ++connections;
-    };
-    ASSERT_EQ(seteuid(65534), 0);
-    std::optional<Server> server(std::in_place, serve, SocketPath());
-    ASSERT_EQ(seteuid(0), 0);
-    const auto [type, text] = Error();
-    for (int wait = 0; connections == 0 && wait < 6000; ++wait)
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    server.reset();
-    EXPECT_EQ(type, "connect");
-    EXPECT_EQ(
-        text,
-        "client: connect: " + SocketPath() +
-            ": the service has user id 65534, this process 0: only a service of the same user is asked");
-    EXPECT_EQ(connections, 1);
-    EXPECT_EQ(heard, "");
+TEST_F(ForeignService, IsToldNothing) {
+    std::string outcome;
+    EXPECT_EQ(HeardOf(client, outcome), "");
+    EXPECT_EQ(outcome, Refusal("a service of the same user"));
+}
+
+// Behaviour: A client that has been told whose the service is asks that user's service, too, and no third
+//   one's
+TEST_F(ForeignService, IsAskedWhereItsUserIsKnown) {
+    std::string outcome;
+    const vek_client::Local knowing("zelvek", "test", std::optional<vek_client::UserId>(kUser));
+    EXPECT_NE(HeardOf(knowing, outcome), "");
+    EXPECT_EQ(outcome, "b");
+    const vek_client::Local mistaken("zelvek", "test", std::optional<vek_client::UserId>(kUser - 1));
+    EXPECT_EQ(HeardOf(mistaken, outcome), "");
+    EXPECT_EQ(outcome, Refusal("a service of the same user or of user id 65533"));
 }
 
 // Behaviour: An answer that cannot be read is an error ...

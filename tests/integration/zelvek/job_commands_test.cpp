@@ -270,7 +270,7 @@ TEST_F(JobCommands, AnEditIsCheckedLikeANewJob) {
         EXPECT_EQ(Json({"job", "show", "1"})["events"].size(), 0U);
     }
     EXPECT_EQ(ErrorOf("func=zelvek.job.edit&elid=1&certname=x"), "value");
-    EXPECT_EQ(ErrorOf("func=zelvek.job.edit&elid=1&user_name=bob"), "value");
+    EXPECT_EQ(ErrorOf("func=zelvek.job.edit&elid=1&check_type=http&user_name=bob"), "missed");
     EXPECT_EQ(ErrorOf("func=zelvek.job.edit&elid=9&domain=shop.example"), "missed");
     EXPECT_EQ(Zelvek({"job", "edit", "1", "--alias", "shop.example"}).status, 0)
         << "a name that it has already is not asked for its owner";

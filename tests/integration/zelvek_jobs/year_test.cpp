@@ -240,7 +240,7 @@ private:
         std::string form;
         for (const auto& [key, value] : parameters)
             form += (form.empty() ? "" : "&") + key + "=" + Encoded(value);
-        const Answer answer = AnswerQuery(services_, {Parameters(form), self_});
+        const Answer answer = AnswerQuery(services_, {Parameters(form), self_, "", Right::kOwn});
         answer_.emplace(answer.text);
         EXPECT_FALSE(answer_->GetNode("/doc/error")) << answer.text;
         return answer_->GetNode("/doc");

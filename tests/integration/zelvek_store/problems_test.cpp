@@ -65,6 +65,30 @@ INSTANTIATE_TEST_SUITE_P(Engines, StoredProblems, ::testing::ValuesIn(Engines())
 
 // Behaviours of: Store
 
+// Behaviour: Notifications about one user's certificates come in their order, a page at a time, and none
+// about
+//   nobody's or another user's
+TEST_P(StoredProblems, OfAUserAreAboutTheirCertificates) {
+    Problem of_bob = OfShop("2");
+    of_bob.user = "bob";
+    for (const Problem& problem : {OfShop("1"), of_bob, OfShop("3", "anna")}) Raise(problem);
+    AddOf("4", "t4");
+    Resolve("bob", "shop");
+    const auto ids = [&](const std::string& user, State state, long long after = 0, int limit = 10) {
+        Transaction transaction(store());
+        std::vector<std::string> found;
+        for (const Problem& problem : problems::ListOfUser(transaction, user, state, after, limit))
+            found.push_back(problem.id);
+        return found;
+    };
+    using Found = std::vector<std::string>;
+    EXPECT_EQ(ids("anna", State::kOpen), (Found{"1", "3"}));
+    EXPECT_EQ(ids("anna", State::kAny, 0, 1), Found{"1"});
+    EXPECT_EQ(ids("anna", State::kAny, List().front().number), Found{"3"});
+    EXPECT_EQ(ids("bob", State::kOpen), Found{});
+    EXPECT_EQ(ids("carla", State::kAny), Found{});
+}
+
 // Behaviour: Notifications come in the order in which they came, with their parameters by name, after a
 //   restart too
 TEST_P(StoredProblems, ComeInTheirOrderWithTheirParameters) {

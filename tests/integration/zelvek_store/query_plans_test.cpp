@@ -401,6 +401,14 @@ Operations OtherOperations() {
                  problems::List(transaction, state, 0, 10);
              }
          }},
+        {"problems::ListOfUser",
+         [](Transaction& transaction) {
+             using problems::State;
+             for (const State state :
+                  {State::kOpen, State::kRaised, State::kSeen, State::kResolved, State::kNews, State::kAny}) {
+                 problems::ListOfUser(transaction, "anna", state, 0, 10);
+             }
+         }},
         {"problems::RemoveOlder",
          [](Transaction& transaction) { problems::RemoveOlder(transaction, "a", 10, 5); }},
         {"problems::Find", [](Transaction& transaction) { problems::Find(transaction, 1); }},
