@@ -196,12 +196,34 @@ class PackageTest(unittest.TestCase):
         self.assertEqual(self.modes(), MODES)
         self.assertEqual(self.ask("domain", "list")[0]["name"], SITE)
 
+    def status_text(self):
+        return self.machine.run("systemctl", "show", "--property=StatusText", "--value", "zelvek.service").stdout
+
     def pid(self):
         return self.machine.run("systemctl", "show", "--property=MainPID", "--value", "zelvek.service").stdout.strip()
 
-    # Behaviour: A mistake in the configuration is told, not tried again and again, and nobody waits for the service then
+    # Behaviour: A mistake in the configuration is told, not tried again and again, and nobody waits for the service then; a
+    #   reload takes other options over, and with a mistake in them it fails and changes nothing
     def test_a_mistake_in_the_configuration_is_told(self):
         self.install()
+        self.wait_for_service()
+        pid = self.pid()
+        self.machine.append("/etc/zelvek/zelvek.conf", "scheduler=off\n")
+        self.machine.run("systemctl", "reload", "zelvek.service")
+        wait_until(lambda: "scheduler        off" in self.zelvek("status"), "the scheduler is off")
+        self.assertIn("taken over: scheduler", self.machine.run("systemctl", "status", "--no-pager", "zelvek.service").stdout)
+        self.machine.write("/etc/zelvek/conf.d/site.conf", "scheduler=on\nruns-at-once=many\n")
+        done = self.machine.run("systemctl", "reload", "zelvek.service", check=False)
+        self.assertNotEqual(done.returncode, 0)
+        status = self.machine.run("systemctl", "status", "--no-pager", "--full", "zelvek.service", check=False).stdout
+        self.assertIn("/etc/zelvek/conf.d/site.conf:2: ", status)
+        self.machine.run("systemctl", "kill", "--signal=HUP", "--kill-who=main", "zelvek.service")
+        wait_until(lambda: "the old ones go on" in self.status_text(), "the service tells of the mistake")
+        self.assertIn("/etc/zelvek/conf.d/site.conf:2: ", self.status_text())
+        self.assertIn("scheduler        off", self.zelvek("status"))
+        self.assertEqual((self.state("zelvek.service"), self.pid()), (["active"], pid))
+        self.machine.run("rm", "/etc/zelvek/conf.d/site.conf")
+
         self.machine.append("/etc/zelvek/zelvek.conf", "no-such-option=1\n")
         self.machine.run("systemctl", "restart", "zelvek.service", check=False)
         self.assertEqual(self.state("zelvek.service"), ["failed"])

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "zelvek/base/command_line.h"
 #include "zelvek/service/serve.h"
@@ -11,8 +12,9 @@ namespace zelvek {
 /// them. Returns kSuccess; any other status has been explained on standard error by then.
 int ReadServeOptions(const std::string& file, ServeOptions& options);
 
-/// Adds the command `serve` with its options.
-void AddServeCommand(Command& root);
+/// Adds the command `serve` with its options. `words` is the command line, program and all, which a running
+/// service reads again with its files.
+void AddServeCommand(Command& root, const std::vector<std::string>& words = {});
 
 /// Adds the commands about the options that `serve` reads from files.
 void AddConfigCommands(Command& root);

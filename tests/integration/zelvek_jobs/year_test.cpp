@@ -156,8 +156,7 @@ public:
           store_(folder_ / "zelvek.db"),
           publisher_(store_, folder_ / "answers", nullptr),
           reloader_(store_, {}),
-          services_{store_,    publisher_,   nullptr, install::Settings{folder_ / "certs"},
-                    reloader_, RetryPolicy{}},
+          services_{store_, publisher_, install::Settings{folder_ / "certs"}, reloader_},
           self_(FindProcess(::getpid()).value()),
           turns_(store_, {}, self_),
           authority_(rules) {
