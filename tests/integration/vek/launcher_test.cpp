@@ -187,6 +187,22 @@ TEST_F(Launcher, TellsOnceWhichSocketItTriedInVain) {
                                ": No such file or directory\n");
 }
 
+// Behaviour: A plug-in that refuses its arguments ends at once where no service is there, with its status and
+//   its usage on standard error; a service hears of it as of every other run
+TEST_F(Launcher, ExplainsItsUsageWhereNobodyIsThere) {
+    const auto begun = steady_clock::now();
+    Start("return, store", "7");
+    EXPECT_EQ(End(), 7);
+    EXPECT_LT(steady_clock::now() - begun, seconds(5));
+    EXPECT_EQ(TextOf(err),
+              "usage: vek_test_plugin WHAT [VALUE]\n       vek_test_plugin --help | --version\n");
+    StartService();
+    Start("return, store", "7");
+    EXPECT_EQ(End(), 7);
+    EXPECT_EQ(TextOf(err), "");
+    EXPECT_THAT(Queries(), ElementsAre(kWrittenBack + std::string("&sok=ok")));
+}
+
 // Behaviour: "--help" and "--version" of a plug-in are answered by the launcher with status 0, without a
 //   service, and nothing is written back
 TEST_F(Launcher, AnswersQuestionsAboutThePluginItself) {
