@@ -258,14 +258,14 @@ CommandOption Command::AddOption(const std::string& name, std::optional<int>& va
 
 CommandOption Command::AddOption(const std::string& name, std::vector<std::string>& values,
                                  const std::string& description) {
-    const CommandOption added = AddValue(name, values, description);
+    CommandOption added = AddValue(name, values, description);
     added.option_->allow_extra_args(false);  // one value each time, so that an argument may follow
     return added;
 }
 
 CommandOption Command::AddRest(const std::string& name, std::vector<std::string>& values,
                                const std::string& description) {
-    const CommandOption added = AddValue(name, values, description);
+    CommandOption added = AddValue(name, values, description);
     added.option_->expected(1, kNoEnd);
     return added;
 }

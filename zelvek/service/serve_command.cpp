@@ -21,24 +21,9 @@ void AddDnsOption(Command& serve, const dns::Option& option, dns::Settings& sett
     std::visit(add, settings[option.name] = option.standard);
 }
 
-void AddJobOptions(Command& serve, ServeOptions& options) {
+void AddRunOptions(Command& serve, ServeOptions& options) {
     constexpr int kMostRuns = 1000;
     constexpr int kMostOrders = 1000000;
-    serve.AddOption("--plugin", options.plugin, "The ACME plug-in; those for other authorities lie beside it")
-        .NotEmpty()
-        .DefaultText("ambrin beside zelvek")
-        .AtNextStart();
-    serve
-        .AddOption("--authorities-dir", options.authorities,
-                   "What plug-ins beside it are for, NAME.conf files")
-        .NotEmpty()
-        .DefaultText("of the installation")
-        .AtNextStart();
-    serve.AddSwitch("--scheduler", options.scheduler, "Whether due jobs are started: on or off").AtReload();
-    serve
-        .AddOption("--scheduler-interval", options.scheduler_interval,
-                   "Seconds between looks at the jobs, where nothing is due before")
-        .AtReload();
     serve.AddOption("--runs-at-once", options.runs_at_once, "Runs that go on at once")
         .Between(1, kMostRuns)
         .DefaultText("twice the processors")
@@ -65,10 +50,29 @@ void AddJobOptions(Command& serve, ServeOptions& options) {
             "What runs write to their log: 3 misuse, 4 failures too, 8 each signed request, 9 everything")
         .Between(0, vek_log::kTrace)
         .AtReload();
+}
+
+void AddJobOptions(Command& serve, ServeOptions& options) {
+    serve.AddOption("--plugin", options.plugin, "The ACME plug-in; those for other authorities lie beside it")
+        .NotEmpty()
+        .DefaultText("ambrin beside zelvek")
+        .AtNextStart();
+    serve
+        .AddOption("--authorities-dir", options.authorities,
+                   "What plug-ins beside it are for, NAME.conf files")
+        .NotEmpty()
+        .DefaultText("of the installation")
+        .AtNextStart();
+    serve.AddSwitch("--scheduler", options.scheduler, "Whether due jobs are started: on or off").AtReload();
+    serve
+        .AddOption("--scheduler-interval", options.scheduler_interval,
+                   "Seconds between looks at the jobs, where nothing is due before")
+        .AtReload();
     serve
         .AddOption("--sweep-interval", options.sweep_interval,
                    "Seconds between looks for what dead runs left")
         .AtNextStart();
+    AddRunOptions(serve, options);
 }
 
 /// A job's history and the notifications are there for people to look back, not for ever.
@@ -130,14 +134,7 @@ void AddWatchingOptions(Command& serve, ServeOptions& options) {
         .AtReload();
 }
 
-void AddServeOptions(Command& serve, ServeOptions& options) {
-    serve.AddConfigFile("--config",
-                        "File of these options, key=value lines; conf.d/*.conf beside it are read, too",
-                        options.places);
-    serve.AddOption("--database", options.database, "Job records, keys, notifications")
-        .NotEmpty()
-        .AtNextStart();
-    serve.AddOption("--answers-dir", options.answers, "http-01 answer files").NotEmpty().AtNextStart();
+void AddInstallationOptions(Command& serve, ServeOptions& options) {
     serve.AddOption("--certs-dir", options.install.directory, "Installed certificates")
         .NotEmpty()
         .AtNextStart();
@@ -160,6 +157,17 @@ void AddServeOptions(Command& serve, ServeOptions& options) {
         .AddOption("--check-pause", options.site_watch.first_pause,
                    "Seconds until the first look; each further pause is twice as long, up to an hour")
         .AtReload();
+}
+
+void AddServeOptions(Command& serve, ServeOptions& options) {
+    serve.AddConfigFile("--config",
+                        "File of these options, key=value lines; conf.d/*.conf beside it are read, too",
+                        options.places);
+    serve.AddOption("--database", options.database, "Job records, keys, notifications")
+        .NotEmpty()
+        .AtNextStart();
+    serve.AddOption("--answers-dir", options.answers, "http-01 answer files").NotEmpty().AtNextStart();
+    AddInstallationOptions(serve, options);
     serve.AddOption("--http-responder", options.responder, "ADDR:PORT to serve the answer files on")
         .AtNextStart();
     serve
