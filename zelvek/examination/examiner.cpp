@@ -33,8 +33,29 @@ constexpr std::size_t kMostAddresses = 4;  // of a name
 constexpr std::size_t kMostServers = 8;    // of a zone
 constexpr std::size_t kRandomBytes = 16;
 
+template <class Value>
+void Shorten(std::vector<Value>& values, std::size_t most) {
+    if (values.size() > most) values.erase(values.begin() + static_cast<std::ptrdiff_t>(most), values.end());
+}
+
+/// The names that are looked at, canonical. Older versions took names that have no such form.
+std::vector<std::string> HostsOf(const Job& job) {
+    std::vector<std::string> hosts;
+    for (const std::string& name : str::Split(job.aliases, " ")) {
+        try {
+            hosts.push_back(names::WithoutWildcard(names::Canonical(name)));
+        } catch (const Error&) {
+            continue;
+        }
+    }
+    Shorten(hosts, kMostNames);
+    return hosts;
+}
+
+}  // namespace
+
 /// An answer file of our own, as long as this lives. A service that dies meanwhile leaves it to the sweep.
-class Probe {
+class Examiner::Probe {
 public:
     Probe(Publisher& publisher, const Process& self, const std::string& user)
         : publisher_(publisher),
@@ -62,27 +83,6 @@ private:
     PublishedItem item_;
     std::string content_;
 };
-
-template <class Value>
-void Shorten(std::vector<Value>& values, std::size_t most) {
-    if (values.size() > most) values.erase(values.begin() + static_cast<std::ptrdiff_t>(most), values.end());
-}
-
-/// The names that are looked at, canonical. Older versions took names that have no such form.
-std::vector<std::string> HostsOf(const Job& job) {
-    std::vector<std::string> hosts;
-    for (const std::string& name : str::Split(job.aliases, " ")) {
-        try {
-            hosts.push_back(names::WithoutWildcard(names::Canonical(name)));
-        } catch (const Error&) {
-            continue;
-        }
-    }
-    Shorten(hosts, kMostNames);
-    return hosts;
-}
-
-}  // namespace
 
 /// One job under examination.
 struct Examiner::Patient {

@@ -44,6 +44,7 @@ public:
     void End() { ending_ = true; }
 
 private:
+    class Probe;
     struct Patient;
 
     /// By what one job is examined.

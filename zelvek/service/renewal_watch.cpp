@@ -18,8 +18,8 @@ constexpr int kAskedAtOnce = 20;
 constexpr int kHalfDay = 12 * 3600;      // seconds
 constexpr int kLongest = 3 * 24 * 3600;  // whatever an authority says
 
-std::string After(const std::string& now, int seconds) {
-    return DateTime(now).AddSeconds(seconds).AsDateTime();
+std::string After(const std::string& now, int time) {
+    return DateTime(now).AddSeconds(time).AsDateTime();
 }
 
 }  // namespace
