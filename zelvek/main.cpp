@@ -21,7 +21,7 @@ int ReadPlaces(const std::string& file, zelvek::moving::Places& places) {
 int main(int argc, char** argv) {
     zelvek::CommandLine line("zelvek", "The panel's local management service and its command line");
     zelvek::Command root = line.Root();
-    zelvek::AddServeCommand(root);
+    zelvek::AddServeCommand(root, {argv, argv + argc});
     zelvek::AddConfigCommands(root);
     zelvek::moving::AddCommands(root, ReadPlaces);
     for (const auto& add_commands : zelvek::cli::kEveryNoun) add_commands(root);

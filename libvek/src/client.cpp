@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "curl.h"
+#include "end.h"
 #include "patience.h"
 #include "peer.h"
 #include "sigpipe.h"
@@ -148,9 +149,14 @@ Result Client::Send(const std::string& query) const {
                         service_user_};
     Patience patience(query);
     const std::atomic_ref<Found> found(found_);
+    vek_end::NoteQuery();
+    if (vek_end::HasNothingToStore() && found == Found::kUnknown) found = Found::kInVain;
     for (;;) {
         Outcome outcome = TryOnce(letter);
-        if (!outcome.unreached) found = Found::kYes;
+        if (!outcome.unreached) {
+            found = Found::kYes;
+            vek_end::NoteService();
+        }
         if (!outcome.error) return Result(outcome.answer);
         if (outcome.may_pass && found != Found::kInVain && patience.Pause()) continue;
         if (found == Found::kUnknown) found = Found::kInVain;

@@ -14,6 +14,7 @@
 #include <string_view>
 #include <utility>
 
+#include "end.h"
 #include "interrupt.h"
 #include "vek/log.h"
 #include "vek/proc.h"
@@ -47,9 +48,25 @@ int ReportException() try { throw; } catch (const std::exception& e) {
     return kException;
 }
 
+std::string Usage() {
+    const std::string name = program_invocation_short_name;
+    return "usage: " + name + " " + vek_launcher::about.arguments + "\n       " + name +
+           " --help | --version\n";
+}
+
+// Where the plug-in has refused its arguments and nobody was there to be told, the person at the terminal is.
+void ExplainUnheard() {
+    const int status = vek_end::StatusUnheard();
+    if (status == 0 || &vek_launcher::about == nullptr) return;
+    const std::string text = Usage();
+    [[maybe_unused]] const auto written = write(STDERR_FILENO, text.data(), text.size());
+    _exit(status);
+}
+
 // Ends the process for an exception that nobody can catch, such as one from the destructor of a static object
 // that cannot write its record back.
 [[noreturn]] void Terminate() {
+    ExplainUnheard();
     if (std::current_exception()) {
         ReportException();
     } else {
@@ -76,8 +93,7 @@ std::string AboutText(int argc, char** argv) {
     const vek_launcher::About& about = vek_launcher::about;
     if (question == "--version") return name + " " + about.version + "\n";
     if (question != "--help") return "";
-    return "usage: " + name + " " + about.arguments + "\n       " + name + " --help | --version\n" +
-           about.purpose + "\n";
+    return Usage() + about.purpose + "\n";
 }
 
 // Ends the process where such a question was asked. Nothing is destroyed: a record that was never read must
@@ -100,7 +116,9 @@ int main(int argc, char** argv) try {
     // A process that was started with SIGCHLD ignored could not wait for its children.
     std::signal(SIGCHLD, SIG_DFL);
     vek_interrupt::Watch();
-    return zelmain(argc, argv);
+    const int status = zelmain(argc, argv);
+    vek_end::NoteStatus(status);
+    return status;
 } catch (...) {
     return ReportException();
 }

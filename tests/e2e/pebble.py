@@ -1,8 +1,10 @@
 """The certificate authority under test, Debian's pebble, and the front that makes it answer like the production one."""
+import contextlib
 import http.client
 import json
 import os
 import re
+import signal
 import ssl
 
 from process import Background, accepts, wait_until
@@ -59,6 +61,15 @@ class Pebble:
 
     def log(self):
         return self._process.log()
+
+    @contextlib.contextmanager
+    def paused(self):
+        """Nothing is answered meanwhile: whoever asks waits."""
+        os.kill(self._process.pid, signal.SIGSTOP)
+        try:
+            yield
+        finally:
+            os.kill(self._process.pid, signal.SIGCONT)
 
     def register(self, key, host):
         """The URL, at that host, of an account that nobody has to ask for."""

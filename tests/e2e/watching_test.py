@@ -6,6 +6,7 @@ import subprocess
 import urllib.parse
 import urllib.request
 
+from ca import read, self_signed
 from fixture import WorldTest
 from process import Background, wait_until
 
@@ -102,7 +103,7 @@ class Journalled(WorldTest):
     # Behaviour: Where standard error is the journal, what people watch for has its job, certificate, kind and outcome in fields
     #   of their own, and no line besides
     def test_what_people_watch_for_has_fields_in_the_journal(self):
-        self.world.start_service(scheduler="on")
+        self.world.start_service(scheduler="on", reload_command="echo no web server; exit 7")
         self.world.add_domain("shop.example")
         job = self.world.add_job("shop.example")
         # No authority is there.
@@ -113,6 +114,7 @@ class Journalled(WorldTest):
         self.assertLessEqual(of_job.items(), began.items())
         self.assertTrue(began["MESSAGE"].startswith(f"job {job}: run started, process "))
         self.assertNotIn("run started", self.world.service.log())
+        self.installs_and_fails_to_reload()
         self.assertEqual(self.world.service.stop(), 0)
         self.assertIn("service_began", self.journal.events())
         self.assertEqual(self.journal.events()["service_ends"]["MESSAGE"], "ending on signal 15")
@@ -122,6 +124,22 @@ class Journalled(WorldTest):
             text = page.read()
         for event, identity in identities.items():
             self.assertIn(f"| `{event}` | `{identity}` |", text)
+
+    def installs_and_fails_to_reload(self):
+        folder = self.world.path("made")
+        self_signed(folder, "other.example")
+        self.world.query("sslcert.hardreplace", user="anna", elid="anna%#%other.example", cacrt="",
+                         crt=read(f"{folder}/fullchain.pem"), key=read(f"{folder}/privkey.pem"))
+        of_certificate = {"CERTNAME": "other.example", "CERTUSER": "anna", "SYSLOG_IDENTIFIER": "zelvek"}
+        wanted = {"certificate_installed": {"PRIORITY": "6", "MESSAGE": "anna's certificate other.example is installed"},
+                  "notice_raised": {"PRIORITY": "4", "OUTCOME": "web_server_reload"},
+                  "reload_failed": {"PRIORITY": "4"}}
+        for event, fields in wanted.items():
+            entry = wait_until(lambda event=event: self.journal.events().get(event), f"{event} is in the journal")
+            self.assertLessEqual((of_certificate | fields).items(), entry.items())
+            self.assertNotIn("JOB_ID", entry)
+        self.assertIn("no web server", self.journal.events()["reload_failed"]["OUTCOME"])
+        self.assertNotIn("PRIVATE KEY", "".join(value for entry in self.journal.entries for value in entry.values()))
 
     # Behaviour: Where standard error is another file than the one that the service manager has named, lines are plain
     def test_another_file_than_the_journal_has_plain_lines(self):

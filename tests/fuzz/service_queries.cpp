@@ -49,10 +49,10 @@ struct Service {
     fs::path folder = MakeFolder();
     fs::path answers = folder / "answers";
     zelvek::Store store{folder / "zelvek.db"};
-    MemoryRecords records;
-    zelvek::Publisher publisher{store, answers, &records};
+    std::shared_ptr<MemoryRecords> records = std::make_shared<MemoryRecords>();
+    zelvek::Publisher publisher{store, answers, records};
     zelvek::Reloader reloader{store, {}};
-    zelvek::Services services{store, publisher, &records, {folder / "certs"}, reloader, {}};
+    zelvek::Services services{store, publisher, {folder / "certs"}, reloader};
     Process living = *zelvek::FindProcess(getpid());
     Process dead{living.pid, living.start - 1};
 
@@ -70,7 +70,7 @@ struct Service {
         SQLite::Statement names(database, "SELECT name FROM sqlite_master WHERE type = 'table'");
         while (names.executeStep()) tables.push_back(names.getColumn(0).getString());
         for (const std::string& table : tables) database.exec("DELETE FROM " + table);
-        records.records.clear();
+        records->records.clear();
         for (const auto& entry : fs::directory_iterator(answers)) fs::remove(entry);
     }
 
@@ -148,7 +148,7 @@ void HoldPublications(Service& service) {
         fuzz::Hold(zelvek::answers::IsToken(name), "an answer file is named by a token");
         fuzz::Hold(known.count(" " + name + " ") == 1, "every answer file is known");
     }
-    for (const std::string& record : service.records.records)
+    for (const std::string& record : service.records->records)
         fuzz::Hold(known.count(record) == 1, "every record is known");
     for (const auto& entry : fs::directory_iterator(service.folder)) {
         const std::string name = entry.path().filename();

@@ -4,6 +4,7 @@ import hashlib
 import os
 import shutil
 import socket
+import sqlite3
 import ssl
 
 import pictures
@@ -62,7 +63,8 @@ class LifeTest(MachineTest):
 
     # Behaviour: A panel's whole life: README's commands install it and get a certificate; a wildcard comes by dns-01 over a
     #   reboot, a name that leads elsewhere is told with what to do, an upgrade keeps all; a backup makes the same panel of
-    #   another machine, where renewals go on, and purging leaves nothing but what the web server's sites include
+    #   another machine, where renewals go on, and purging leaves nothing but what the web server's sites include; a service that is
+    #   stopped in the middle of a run has the run write its record back, and leaves no process
     def test_a_panels_life(self):
         self.first_certificate()
         with another_server(ELSEWHERE):
@@ -74,6 +76,8 @@ class LifeTest(MachineTest):
         self.purge()
         self.move(kept)
         self.renewals()
+        self.stops_in_the_middle_of_a_run()
+        self.no_secrets()
 
     def first_certificate(self):
         self.world.bring(package("old"))
@@ -206,4 +210,28 @@ class LifeTest(MachineTest):
         for name in SHOWN:
             self.wait_shown(name, not_this=before[name])
         self.assertEqual(len(self.world.pebble.issued()), 4)
-        self.no_secrets()
+
+    def stops_in_the_middle_of_a_run(self):
+        """The run writes its record back, and what does not end by itself is killed."""
+        job = str(self.job(SITE)["id"])
+        with self.world.pebble.paused():
+            self.zelvek("job", "renew", job)
+            wait_until(lambda: self.ask("job", "show", job)["processing"], "a run is under way")
+            wait_until(lambda: self.named("ambrin"), "its process is there")
+            group = self.property("ControlGroup")
+            # What a command of the administrator's has left behind, deaf to SIGTERM. Where the groups lie is the kernel's to say.
+            self.machine.run("sh", "-c", "(trap '' TERM; exec setsid sleep 5000) >/dev/null 2>&1 & for place in '' /unified /systemd; do "
+                             f"procs=/sys/fs/cgroup$place{group}/cgroup.procs; [ ! -e $procs ] || echo $! >$procs || exit; done")
+            self.assertIn(self.named("sleep")[0], self.machine.run("systemctl", "status", "--no-pager", "zelvek.service").stdout)
+            self.assertEqual(len(self.named("sleep")), 1)
+            self.machine.run("systemctl", "stop", "zelvek.service")
+            self.assertEqual((self.state("zelvek.service"), self.property("Result")), (["inactive"], "success"))
+        self.assertEqual(self.named("ambrin") + self.named("sleep") + self.named("zelvek"), [])
+        self.assertEqual(self.machine.run("find", "/sys/fs/cgroup", "-path", f"*{group}").stdout, "")
+        with contextlib.closing(sqlite3.connect(f"file:{self.machine.path('/var/lib/zelvek/zelvek.db')}?immutable=1", uri=True)) as there:
+            self.assertEqual(there.execute("SELECT processing, attempt_count FROM job WHERE id = ?", (job,)).fetchall(), [(0, 1)])
+        self.machine.run("systemctl", "start", "zelvek.service")
+        wait_until(lambda: self.job(SITE)["verified"], "the next run brings the certificate", pause=0.5)
+
+    def named(self, name):
+        return self.machine.run("pidof", name, check=False).stdout.split()

@@ -50,12 +50,14 @@ class PackageTest(MachineTest):
     # Behaviour: The installed package is a service that runs, locked in and with the rights that it needs; it reloads the web
     #   server that is there, and tells what it finds broken; members of its groups see, or change, what they may
     # Behaviour: What setting up Apache writes has Apache serve the answers, and the lines that are shown a placeholder
-    # Behaviour: A mistake in the configuration is told, not tried again and again, and nobody waits for the service then
+    # Behaviour: A mistake in the configuration is told, not tried again and again, and nobody waits for the service then; a
+    #   reload takes other options over, and with a mistake in them it fails and changes nothing
     def test_the_installed_package(self):
         self.install()
         self.assertEqual(self.state(*UNITS), ["active"] * 3)
         self.assertEqual(self.modes(), MODES)
         self.assertIn("zelvek 0.", self.zelvek("status"))
+        self.machine.run("test", "-x", "/usr/share/doc/zelvek/examples/dns-command")
         # In tenths: 2.5 of 10, where 9.6 is a service without any of it.
         self.machine.run("systemd-analyze", "security", "--no-pager", "--threshold=25", "zelvek.service")
         self.machine.run("logrotate", "--force", "/etc/logrotate.d/zelvek")
@@ -122,6 +124,22 @@ class PackageTest(MachineTest):
         self.assertIn("placeholder", shown)
 
     def mistake(self):
+        pid = self.pid()
+        self.machine.append("/etc/zelvek/zelvek.conf", "runs-at-once=3\n")
+        self.machine.run("systemctl", "reload", "zelvek.service")
+        wait_until(lambda: "taken over: runs-at-once" in self.status_text(), "the other option is taken over")
+        self.machine.write("/etc/zelvek/conf.d/site.conf", "scheduler=on\nruns-at-once=many\n")
+        done = self.machine.run("systemctl", "reload", "zelvek.service", check=False)
+        self.assertNotEqual(done.returncode, 0)
+        status = self.machine.run("systemctl", "status", "--no-pager", "--full", "zelvek.service", check=False).stdout
+        self.assertIn("/etc/zelvek/conf.d/site.conf:2: ", status)
+        self.machine.run("systemctl", "kill", "--signal=HUP", "--kill-who=main", "zelvek.service")
+        wait_until(lambda: "the old ones go on" in self.status_text(), "the service tells of the mistake")
+        self.assertIn("/etc/zelvek/conf.d/site.conf:2: ", self.status_text())
+        self.assertIn("scheduler        off", self.zelvek("status"))
+        self.assertEqual((self.state("zelvek.service"), self.pid()), (["active"], pid))
+        self.machine.run("rm", "/etc/zelvek/conf.d/site.conf")
+
         self.machine.append("/etc/zelvek/zelvek.conf", "no-such-option=1\n")
         self.machine.run("systemctl", "restart", "zelvek.service", check=False)
         self.assertEqual(self.state("zelvek.service"), ["failed"])
@@ -153,8 +171,11 @@ class PackageTest(MachineTest):
         wait_until(lambda: self.state("zelvek.service") == ["active"], "the service is active", pause=0.2)
         self.assertEqual(glob.glob(self.machine.path("/var/lib/zelvek/core*")), [])
 
+    def status_text(self):
+        return self.property("StatusText")
+
     def pid(self):
-        return self.machine.run("systemctl", "show", "--property=MainPID", "--value", "zelvek.service").stdout.strip()
+        return self.property("MainPID")
 
     # Behaviour: An upgrade brings an older version's jobs up to date, and keeps what the administrator has changed; removing
     #   keeps jobs and configuration for a later installation, and purging leaves nothing but the user

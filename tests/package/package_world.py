@@ -51,6 +51,9 @@ class MachineTest(unittest.TestCase):
     def state(self, *units):
         return self.machine.run("systemctl", "is-active", *units, check=False).stdout.split()
 
+    def property(self, name):
+        return self.machine.run("systemctl", "show", f"--property={name}", "--value", "zelvek.service").stdout.strip()
+
     def zelvek(self, *words):
         return self.machine.run("zelvek", *words).stdout
 

@@ -5,12 +5,10 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
-#include <filesystem>
 #include <iostream>
 #include <map>
 #include <set>
 #include <sstream>
-#include <system_error>
 
 #include "vek/str.h"
 #include "zelvek/base/config_file.h"
@@ -21,13 +19,13 @@
 
 namespace zelvek {
 
-namespace fs = std::filesystem;
-
 namespace {
 
 constexpr double kShortestSeconds = 0.001;
 constexpr double kLongestSeconds = 86400;
 constexpr int kNoEnd = -1;  // of the values that an argument takes
+const std::string kAtReload = "Options that take effect when the service is reloaded";
+const std::string kAtNextStart = "Options that take effect when the service is started";
 
 /// The option that a line names.
 CLI::Option& OptionOf(CLI::App& app, const std::string& place, const ConfigLine& line) {
@@ -46,27 +44,10 @@ void Apply(CLI::Option& option, const std::string& place, const std::string& val
     }
 }
 
-/// The file, then the files of the folder `conf.d` beside it by their names: a package or another program
-/// adds options there without changing a file of the administrator's.
-std::vector<fs::path> FilesOf(const fs::path& file) {
-    std::vector<fs::path> added;
-    std::error_code error;
-    const fs::path folder = file.parent_path() / "conf.d";
-    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
-        const std::string name = entry->path().filename();
-        if (name.front() != '.' && entry->path().extension() == ".conf") added.push_back(entry->path());
-    }
-    if (error && error != std::errc::no_such_file_or_directory)
-        throw CLI::ConfigError(IoError("cannot read", folder, error.value()).what());
-    std::sort(added.begin(), added.end());
-    added.insert(added.begin(), file);
-    return added;
-}
-
 /// Takes from files what the command line does not say.
 class ConfigFiles {
 public:
-    explicit ConfigFiles(CLI::App& app) : app_(app) {
+    ConfigFiles(CLI::App& app, std::map<std::string, std::string>& places) : app_(app), places_(places) {
         for (const CLI::Option* option : app.get_options()) {
             if (option->count() > 0) given_.insert(option);
         }
@@ -86,17 +67,19 @@ public:
             if (given_.contains(&option)) continue;
             if (fresh) option.clear();
             Apply(option, place, line.value);
+            places_[line.name] = place;
         }
     }
 
 private:
     CLI::App& app_;
+    std::map<std::string, std::string>& places_;
     std::set<const CLI::Option*> given_;
 };
 
-void ApplyConfig(CLI::App& app, const std::string& file) try {
-    ConfigFiles files(app);
-    for (const fs::path& each : FilesOf(file)) files.Take(each);
+void ApplyConfig(CLI::App& app, const std::string& file, std::map<std::string, std::string>& places) try {
+    ConfigFiles files(app, places);
+    for (const std::filesystem::path& each : FilesOf(file)) files.Take(each);
 } catch (const Error& error) {
     throw CLI::ConfigError(error.what());
 }
@@ -134,6 +117,11 @@ std::vector<std::string> ChoicesOf(const std::string& type) {
     return str::Split(type.substr(begin + 2, type.find('}') - begin - 2), ",");
 }
 
+Effect EffectOf(const CLI::Option& option) {
+    if (option.get_group() == kAtReload) return Effect::kAtReload;
+    return option.get_group() == kAtNextStart ? Effect::kAtNextStart : Effect::kAtOnce;
+}
+
 OptionText TextOf(const CLI::Option& option) {
     const std::string type = option.get_type_name();
     const bool has_value = option.get_type_size_max() > 0;
@@ -142,7 +130,7 @@ OptionText TextOf(const CLI::Option& option) {
             has_value ? str::GetWord(kind, ':') : "", option.get_description(),
             // The library has "[]" for a list in which nothing stands.
             option.get_default_str() == "[]" ? "" : option.get_default_str(), ChoicesOf(type),
-            option.get_required()};
+            option.get_required(), EffectOf(option)};
 }
 
 CommandText TextOf(const CLI::App& app) {
@@ -205,8 +193,22 @@ CommandOption& CommandOption::Check(const std::function<std::string(const std::s
     return *this;
 }
 
+CommandOption& CommandOption::With(Effect effect) {
+    values_->SetEffect("--" + option_->get_lnames().front(), effect);
+    option_->group(effect == Effect::kAtReload ? kAtReload : kAtNextStart);
+    return *this;
+}
+
+struct Command::ConfigFile {
+    std::string name;
+    std::map<std::string, std::string>* places = nullptr;
+};
+
 Command::Command(CLI::App* app, Action* chosen)
-    : app_(app), chosen_(chosen), config_file_(std::make_shared<std::string>()) {}
+    : app_(app),
+      chosen_(chosen),
+      config_file_(std::make_shared<ConfigFile>()),
+      values_(std::make_shared<OptionValues>()) {}
 
 Command Command::AddGroup(const std::string& name, const std::string& description) {
     return {app_->add_subcommand(name, description)->require_subcommand(1), chosen_};
@@ -215,15 +217,22 @@ Command Command::AddGroup(const std::string& name, const std::string& descriptio
 Command Command::AddCommand(const std::string& name, const std::string& description, const Action& action) {
     Command added(app_->add_subcommand(name, description), chosen_);
     added.app_->callback([added, action] {
-        if (!added.config_file_->empty()) ApplyConfig(*added.app_, *added.config_file_);
+        const ConfigFile& file = *added.config_file_;
+        if (!file.name.empty()) ApplyConfig(*added.app_, file.name, *file.places);
         *added.chosen_ = action;
     });
     return added;
 }
 
 template <class Value>
+CommandOption Command::Added(CLI::Option* option, Value& value) {
+    if (!option->get_positional()) values_->Add("--" + option->get_lnames().front(), value);
+    return {option, values_};
+}
+
+template <class Value>
 CommandOption Command::AddValue(const std::string& name, Value& value, const std::string& description) {
-    return CommandOption(app_->add_option(name, value, description));
+    return Added(app_->add_option(name, value, description), value);
 }
 
 CommandOption Command::AddOption(const std::string& name, std::string& value,
@@ -242,20 +251,21 @@ CommandOption Command::AddOption(const std::string& name, int& value, const std:
 
 CommandOption Command::AddOption(const std::string& name, std::optional<int>& value,
                                  const std::string& description) {
-    return CommandOption(app_->add_option_function<int>(
-        name, [&value](int number) { value = number; }, description));
+    return Added(app_->add_option_function<int>(
+                     name, [&value](int number) { value = number; }, description),
+                 value);
 }
 
 CommandOption Command::AddOption(const std::string& name, std::vector<std::string>& values,
                                  const std::string& description) {
-    const CommandOption added = AddValue(name, values, description);
+    CommandOption added = AddValue(name, values, description);
     added.option_->allow_extra_args(false);  // one value each time, so that an argument may follow
     return added;
 }
 
 CommandOption Command::AddRest(const std::string& name, std::vector<std::string>& values,
                                const std::string& description) {
-    const CommandOption added = AddValue(name, values, description);
+    CommandOption added = AddValue(name, values, description);
     added.option_->expected(1, kNoEnd);
     return added;
 }
@@ -265,7 +275,7 @@ CommandOption Command::AddSeconds(const std::string& name, Duration& value, cons
     using Seconds = std::chrono::duration<double>;
     std::ostringstream text;
     text << Seconds(value).count();
-    return CommandOption(
+    return Added(
         app_->add_option_function<double>(
                 name, [&value](double seconds) { value = std::chrono::ceil<Duration>(Seconds(seconds)); },
                 description)
@@ -275,7 +285,8 @@ CommandOption Command::AddSeconds(const std::string& name, Duration& value, cons
             ->check([](const std::string& seconds) {
                 return seconds.find_first_of("nN") == std::string::npos ? std::string()
                                                                         : "no number of seconds";
-            }));
+            }),
+        value);
 }
 
 CommandOption Command::AddOption(const std::string& name, std::chrono::seconds& value,
@@ -289,19 +300,21 @@ CommandOption Command::AddOption(const std::string& name, std::chrono::milliseco
 }
 
 CommandOption Command::AddFlag(const std::string& name, bool& value, const std::string& description) {
-    return CommandOption(app_->add_flag(name, value, description));
+    return Added(app_->add_flag(name, value, description), value);
 }
 
 CommandOption Command::AddSwitch(const std::string& name, bool& value, const std::string& description) {
-    return CommandOption(
-        app_->add_option_function<std::string>(
-                name, [&value](const std::string& text) { value = text == "on"; }, description)
-            ->default_str(value ? "on" : "off")
-            ->check(CLI::IsMember({"on", "off"})));
+    return Added(app_->add_option_function<std::string>(
+                         name, [&value](const std::string& text) { value = text == "on"; }, description)
+                     ->default_str(value ? "on" : "off")
+                     ->check(CLI::IsMember({"on", "off"})),
+                 value);
 }
 
-void Command::AddConfigFile(const std::string& name, const std::string& description) {
-    app_->add_option(name, *config_file_, description)->check(CLI::ExistingFile);
+void Command::AddConfigFile(const std::string& name, const std::string& description,
+                            std::map<std::string, std::string>& places) {
+    config_file_->places = &places;
+    app_->add_option(name, config_file_->name, description)->check(CLI::ExistingFile);
 }
 
 CommandLine::CommandLine(const std::string& program, const std::string& description)
@@ -362,6 +375,17 @@ int CommandLine::Run(int argc, const char* const* argv) {
     } catch (const std::exception& error) {
         Complain(Word(Code::kInternal), error.what());
         return kFailure;
+    }
+}
+
+void CommandLine::Read(const std::vector<std::string>& words) {
+    std::vector<const char*> arguments;
+    arguments.reserve(words.size());
+    for (const std::string& word : words) arguments.push_back(word.c_str());
+    try {
+        app_->parse(static_cast<int>(arguments.size()), arguments.data());
+    } catch (const CLI::ParseError& error) {
+        throw Error(Code::kValue, error.what());
     }
 }
 

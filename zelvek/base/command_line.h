@@ -3,10 +3,14 @@
 #include <chrono>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "zelvek/base/option_values.h"
 
 namespace CLI {
 class App;
@@ -24,6 +28,7 @@ struct OptionText {
     std::vector<std::string> choices =
         {};  // the only values that it takes; empty where others are taken, too
     bool required = false;
+    Effect effect = Effect::kAtOnce;
 };
 
 /// What the help says of a command, or of a group of commands.
@@ -60,10 +65,19 @@ public:
     /// `complaint` says what is wrong with a text; it is empty for one that can be used.
     CommandOption& Check(const std::function<std::string(const std::string&)>& complaint);
 
+    /// When a service that runs goes by another value: when it reads its options again, or not before it is
+    /// started anew.
+    CommandOption& AtReload() { return With(Effect::kAtReload); }
+    CommandOption& AtNextStart() { return With(Effect::kAtNextStart); }
+
 private:
     friend class Command;
-    explicit CommandOption(CLI::Option* option) : option_(option) {}
+    CommandOption(CLI::Option* option, std::shared_ptr<OptionValues> values)
+        : option_(option), values_(std::move(values)) {}
+    CommandOption& With(Effect effect);
+
     CLI::Option* option_;
+    std::shared_ptr<OptionValues> values_;
 };
 
 /// A command, or a group of commands; a handle that is valid while its `CommandLine` lives. Options are named
@@ -106,13 +120,20 @@ public:
 
     /// An option with a file of lines "option=value" (config_file.h): what it says holds where the command
     /// line says nothing. Files conf.d/*.conf beside it are read after it, by their names; what a later file
-    /// says of an option replaces what an earlier one says. A mistake is told with file and line.
-    void AddConfigFile(const std::string& name, const std::string& description);
+    /// says of an option replaces what an earlier one says. A mistake is told with file and line, and
+    /// `places` gets the place of each option that stands in a file: "FILE:LINE: ".
+    void AddConfigFile(const std::string& name, const std::string& description,
+                       std::map<std::string, std::string>& places);
+
+    /// The variables of the options.
+    OptionValues& values() { return *values_; }
 
 private:
     friend class CommandLine;
     Command(CLI::App* app, Action* chosen);
 
+    template <class Value>
+    CommandOption Added(CLI::Option* option, Value& value);
     template <class Value>
     CommandOption AddValue(const std::string& name, Value& value, const std::string& description);
     template <class Duration>
@@ -120,7 +141,9 @@ private:
 
     CLI::App* app_;
     Action* chosen_;
-    std::shared_ptr<std::string> config_file_;
+    struct ConfigFile;
+    std::shared_ptr<ConfigFile> config_file_;
+    std::shared_ptr<OptionValues> values_;
 };
 
 /// The program's command line. Its source is the one file that includes CLI11, which takes several seconds in
@@ -142,6 +165,9 @@ public:
     /// standard error; where "--json" is among the arguments, that line is a JSON object
     /// {"error": {"code", "message"}} with the error's word, or "usage".
     int Run(int argc, const char* const* argv);
+
+    /// Reads the arguments and does nothing. Errors: Error of code kValue.
+    void Read(const std::vector<std::string>& words);
 
 private:
     void AddHelp();

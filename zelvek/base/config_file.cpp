@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <fstream>
+#include <system_error>
 
 #include "zelvek/base/error.h"
 #include "zelvek/base/text.h"
 
 namespace zelvek {
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -44,6 +47,21 @@ std::vector<ConfigLine> ReadConfigFile(const std::string& file) {
     // A folder opens, and then cannot be read.
     if (!input.eof()) throw IoError("cannot read", file, errno);
     return lines;
+}
+
+std::vector<fs::path> FilesOf(const fs::path& file) {
+    std::vector<fs::path> added;
+    std::error_code error;
+    const fs::path folder = file.parent_path() / "conf.d";
+    for (fs::directory_iterator entry(folder, error), end; !error && entry != end; entry.increment(error)) {
+        const std::string name = entry->path().filename();
+        if (name.front() != '.' && entry->path().extension() == ".conf") added.push_back(entry->path());
+    }
+    if (error && error != std::errc::no_such_file_or_directory)
+        throw IoError("cannot read", folder, error.value());
+    std::sort(added.begin(), added.end());
+    added.insert(added.begin(), file);
+    return added;
 }
 
 }  // namespace zelvek

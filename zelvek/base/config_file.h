@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -17,5 +18,9 @@ struct ConfigLine {
 /// and lines that begin with "#". Errors: Error of code kIo for a file that cannot be read; of code kValue,
 /// with file and line, for any other line, and for one with a control character.
 std::vector<ConfigLine> ReadConfigFile(const std::string& file);
+
+/// The file, then the files of the folder `conf.d` beside it by their names: a package or another program
+/// adds options there without changing a file of the administrator's. Errors: Error of code kIo.
+std::vector<std::filesystem::path> FilesOf(const std::filesystem::path& file);
 
 }  // namespace zelvek

@@ -309,6 +309,13 @@ std::string InstalledRenewalName(const Settings& settings, const std::string& us
     return "";
 }
 
+bool HoldsPlaceholder(const Settings& settings, const std::string& user, const std::string& certname) try {
+    const auto there = ReadSmallFile(PlaceOf(settings, user, certname) / "cert.pem", kLargestCertificate);
+    return there && IsPlaceholder(*there);
+} catch (const Error&) {
+    return false;
+}
+
 void RemoveLeftovers(const Settings& settings) {
     const Folder directory = OpenDirectory(settings);
     const FileLock lock = Lock(settings);

@@ -66,6 +66,9 @@ std::string InstalledRenewalName(const Settings& settings, const std::string& us
 std::optional<Description> DescribeInstalled(const Settings& settings, const std::string& user,
                                              const std::string& certname);
 
+/// Whether a placeholder is installed there.
+bool HoldsPlaceholder(const Settings& settings, const std::string& user, const std::string& certname);
+
 /// Removes what `Install` has put there: the link to the installation, and the folders of installations. What
 /// else stands in the way stays, as does whatever a link leads to that is no installation's. Says whether
 /// there was anything. Errors: Error of code kValue, kIo (as `Install`), kBusy.

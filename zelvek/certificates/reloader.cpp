@@ -47,10 +47,11 @@ Reloader::Reloader(Store& store, Settings settings) : store_(store), settings_(s
 
 void Reloader::Expect(const std::string& user, const std::string& certname,
                       const std::filesystem::path& directory) {
-    if (settings_.command.empty()) return;
+    const auto settings = settings_.Get();
+    if (settings->command.empty()) return;
     const vek_date::DateTime now;
     reloads::Reload reload{user, certname, directory, now.AsDateTime()};
-    reload.next = Later(now, settings_.limit + std::chrono::seconds(kUntilInstalled));
+    reload.next = Later(now, settings->limit + std::chrono::seconds(kUntilInstalled));
     Transaction transaction(store_);
     reloads::Expect(transaction, reload);
     transaction.Commit();
@@ -65,8 +66,9 @@ void Reloader::Forget(const std::string& user, const std::string& certname) {
 }
 
 void Reloader::Reload(const InstalledCertificate& installed) {
-    if (settings_.command.empty()) return;
-    const std::string reason = RunReload(settings_.command, settings_.limit, installed);
+    const auto settings = settings_.Get();
+    if (settings->command.empty()) return;
+    const std::string reason = RunReload(settings->command, settings->limit, installed);
     const vek_date::DateTime now;
     Transaction transaction(store_);
     const auto reload = reloads::Find(transaction, installed.user, installed.name);
@@ -74,9 +76,9 @@ void Reloader::Reload(const InstalledCertificate& installed) {
     if (reason.empty()) {
         EndReload(transaction, installed.user, installed.name);
     } else {
-        const auto pause = settings_.first_pause * (1 << std::min(reload->failures, kMostDoublings));
+        const auto pause = settings->first_pause * (1 << std::min(reload->failures, kMostDoublings));
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(pause);
-        reloads::SetFailed(transaction, *reload, Later(now, std::min(seconds, settings_.longest_pause)),
+        reloads::SetFailed(transaction, *reload, Later(now, std::min(seconds, settings->longest_pause)),
                            reason);
         Tell(transaction, *reload, now.AsDateTime(), reason);
     }
@@ -89,6 +91,7 @@ void Reloader::Reload(const InstalledCertificate& installed) {
 }
 
 void Reloader::RetryDue() {
+    const auto settings = settings_.Get();
     const vek_date::DateTime now;
     std::vector<reloads::Reload> due;
     {
@@ -96,9 +99,9 @@ void Reloader::RetryDue() {
         // What lies later than any pause can mean was written by a clock that has been set back since.
         due = reloads::Due(
             transaction, now.AsDateTime(),
-            Later(now, settings_.longest_pause + settings_.limit + std::chrono::seconds(kUntilInstalled)),
+            Later(now, settings->longest_pause + settings->limit + std::chrono::seconds(kUntilInstalled)),
             kTriedAtOnce);
-        if (settings_.command.empty()) {
+        if (settings->command.empty()) {
             for (const reloads::Reload& reload : due)
                 EndReload(transaction, reload.user_name, reload.certname);
             transaction.Commit();

@@ -4,7 +4,9 @@
 #include <chrono>
 #include <filesystem>
 #include <string>
+#include <utility>
 
+#include "zelvek/base/snapshot.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/reload.h"
 #include "zelvek/store/store.h"
@@ -25,6 +27,10 @@ public:
 
     Reloader(Store& store, Settings settings);
 
+    /// Other settings from now on; a reload under way ends by those with which it began. Safe from any
+    /// thread.
+    void Change(Settings settings) { settings_.Set(std::move(settings)); }
+
     /// To be called before a certificate is put in place: a service that is killed in between reloads when it
     /// is back.
     void Expect(const std::string& user, const std::string& certname, const std::filesystem::path& directory);
@@ -43,7 +49,7 @@ public:
 
 private:
     Store& store_;
-    Settings settings_;
+    Snapshot<Settings> settings_;
     std::atomic<bool> ending_{false};
 };
 

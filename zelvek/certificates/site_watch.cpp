@@ -64,29 +64,33 @@ SiteWatch::SiteWatch(Store& store, Settings settings) : store_(store), settings_
 
 void SiteWatch::Expect(const std::string& user, const std::string& certname,
                        const std::filesystem::path& directory) {
+    const auto settings = settings_.Get();
+    if (!settings->wanted) return;
     const vek_date::DateTime now;
     Transaction transaction(store_);
     served::Expect(transaction, {user, names::ComparedFolder(certname), certname, directory, now.AsDateTime(),
-                                 Later(now, settings_.first_pause)});
+                                 Later(now, settings->first_pause)});
     transaction.Commit();
 }
 
 void SiteWatch::LookAtDue() {
+    const auto settings = settings_.Get();
+    if (!settings->wanted) return;
     const vek_date::DateTime now;
     std::vector<Check> due;
     {
         Transaction transaction(store_);
         // What lies later than any pause can mean was written by a clock that has been set back since.
-        due = served::Due(transaction, now.AsDateTime(), Later(now, 2 * settings_.longest_pause),
+        due = served::Due(transaction, now.AsDateTime(), Later(now, 2 * settings->longest_pause),
                           kLookedAtOnce);
     }
     for (const Check& check : due) {
         if (ending_) return;
-        Keep(check, Look(check));
+        Keep(check, Look(check, *settings), *settings);
     }
 }
 
-Served SiteWatch::Look(const Check& check) const {
+Served SiteWatch::Look(const Check& check, const Settings& settings) const {
     const std::string now = vek_date::DateTime().AsDateTime();
     try {
         // The folder's owner may have put anything there.
@@ -95,10 +99,9 @@ Served SiteWatch::Look(const Check& check) const {
         if (!text) throw Error(Code::kIo, "the installed certificate cannot be read");
         const Leaf installed = ReadLeaf(*text);
         const std::string name = NameFor(installed.names);
-        const auto sites =
-            settings_.site ? std::vector<Site>{*settings_.site} : SitesOf(name, kMostAddresses);
+        const auto sites = settings.site ? std::vector<Site>{*settings.site} : SitesOf(name, kMostAddresses);
         for (const Site& site : sites) {
-            const Leaf shown = ReadLeaf(CertificateAt(site, name, settings_.limit));
+            const Leaf shown = ReadLeaf(CertificateAt(site, name, settings.limit));
             if (shown.der != installed.der) return {served::kOlder, now, OldOne(site, shown)};
         }
         return {served::kServed, now, ""};
@@ -107,11 +110,11 @@ Served SiteWatch::Look(const Check& check) const {
     }
 }
 
-void SiteWatch::Keep(const Check& check, const Served& seen) {
+void SiteWatch::Keep(const Check& check, const Served& seen, const Settings& settings) {
     const bool done = seen.state == served::kServed || check.looks + 1 >= kMostLooks;
-    const auto pause = settings_.first_pause * (1LL << std::min(check.looks, kMostDoublingsOfPause));
+    const auto pause = settings.first_pause * (1LL << std::min(check.looks, kMostDoublingsOfPause));
     const std::string next =
-        Later(vek_date::DateTime(), std::min<std::chrono::milliseconds>(pause, settings_.longest_pause));
+        Later(vek_date::DateTime(), std::min<std::chrono::milliseconds>(pause, settings.longest_pause));
     Transaction transaction(store_);
     if (!served::IsExpected(transaction, check)) return;  // another certificate was installed meanwhile
     served::Set(transaction, check.user_name, check.folder, seen);

@@ -5,8 +5,10 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "zelvek/base/snapshot.h"
 #include "zelvek/certificates/site_look.h"
 #include "zelvek/store/served.h"
 #include "zelvek/store/store.h"
@@ -18,6 +20,7 @@ namespace zelvek {
 class SiteWatch {
 public:
     struct Settings {
+        bool wanted = true;        // otherwise nobody looks
         std::optional<Site> site;  // where to look; nothing for each name's own addresses
         std::chrono::milliseconds first_pause{
             5000};  // after an installation; each further one is twice as long
@@ -26,6 +29,9 @@ public:
     };
 
     SiteWatch(Store& store, Settings settings);
+
+    /// Other settings from the next look on. Safe from any thread.
+    void Change(Settings settings) { settings_.Set(std::move(settings)); }
 
     /// A certificate has been installed there, and the web server reloaded.
     void Expect(const std::string& user, const std::string& certname, const std::filesystem::path& directory);
@@ -38,11 +44,11 @@ public:
     void End() { ending_ = true; }
 
 private:
-    served::Served Look(const served::Check& check) const;
-    void Keep(const served::Check& check, const served::Served& seen);
+    served::Served Look(const served::Check& check, const Settings& settings) const;
+    void Keep(const served::Check& check, const served::Served& seen, const Settings& settings);
 
     Store& store_;
-    Settings settings_;
+    Snapshot<Settings> settings_;
     std::atomic<bool> ending_{false};
 };
 

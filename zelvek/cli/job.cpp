@@ -198,11 +198,13 @@ struct JobRemovalOptions {
     bool json = false;
 };
 
-std::string TextOfRemoval(const JobRemovalOptions& options, const std::string& place) {
+std::string TextOfRemoval(const JobRemovalOptions& options, const std::string& place, bool placeholder) {
     const std::string job = "job " + str::Str(options.id) + " removed";
     if (place.empty()) return job + "; no certificate of it was installed";
-    if (!options.certificate) return job + "; its certificate stays in " + place;
-    return job + " with its certificate: the web server's configuration must not name " + place +
+    const std::string what =
+        placeholder ? "the placeholder that only lets the web server start" : "its certificate";
+    if (!options.certificate) return job + "; " + what + " stays in " + place;
+    return job + " with " + what + ": the web server's configuration must not name " + place +
            " any more, then have it reloaded";
 }
 
@@ -210,14 +212,17 @@ int RemoveJob(const JobRemovalOptions& options) {
     std::map<std::string, std::string> parameters{{"elid", str::Str(options.id)}};
     if (options.certificate) parameters["certificate"] = "on";
     if (!options.user.empty()) parameters["user_name"] = options.user;
-    const std::string place = Ask("zelvek.job.remove", parameters).value("place");
+    const auto answer = Ask("zelvek.job.remove", parameters);
+    const std::string place = answer.value("place");
+    const bool placeholder = answer.value("placeholder") == "on";
     if (!options.json) {
-        std::cout << WithoutControls(TextOfRemoval(options, place), ' ') << "\n";
+        std::cout << WithoutControls(TextOfRemoval(options, place, placeholder), ' ') << "\n";
         return kSuccess;
     }
     Json::Value json;
     json["id"] = options.id;
     json["certificate"] = place;
+    json["placeholder"] = placeholder;
     json["certificate_removed"] = options.certificate && !place.empty();
     PrintJson(json);
     return kSuccess;

@@ -54,6 +54,7 @@ void WriteOption(std::ostream& out, const OptionText& option) {
     out << "\n" << Lines(option.description);
     if (option.required && option.name.starts_with("-")) out << "; required";
     if (!option.standard.empty() && !option.value.empty()) out << " (" << Plain(option.standard) << ")";
+    if (option.effect == Effect::kAtNextStart) out << "; takes effect at the next start";
     out << "\n";
 }
 
@@ -113,7 +114,9 @@ std::string OptionsPage(const CommandText& line) {
                "beside "
                "this one are read after it, by their names; what a later file says of an option replaces "
                "what an "
-               "earlier one says. \"zelvek config check\" names mistakes with file and line.")
+               "earlier one says. \"zelvek config check\" names mistakes with file and line. "
+               "\"systemctl reload zelvek\", or SIGHUP, has the service read them again; where one cannot be "
+               "used, all stay as they were. Runs under way keep what they began with.")
         << "\n.SH OPTIONS\n";
     const auto serve = std::find_if(line.commands.begin(), line.commands.end(),
                                     [](const CommandText& each) { return each.name == "serve"; });

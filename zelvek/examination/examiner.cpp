@@ -87,6 +87,7 @@ private:
 /// One job under examination.
 struct Examiner::Patient {
     Job job;
+    std::shared_ptr<const Means> means;
     std::vector<PublishedItem> records;  // TXT records that are published for it
     steady_clock::time_point end_by;
     std::vector<Finding> found = {};
@@ -99,14 +100,19 @@ struct Examiner::Patient {
 };
 
 Examiner::Examiner(Store& store, Publisher& publisher, Settings settings, Process self)
-    : store_(store),
-      publisher_(publisher),
-      settings_(std::move(settings)),
-      dns_(settings_.resolvers, settings_.dns_port),
-      self_(self) {}
+    : store_(store), publisher_(publisher), means_(MeansOf(std::move(settings))), self_(self) {}
+
+Examiner::Means Examiner::MeansOf(Settings settings) {
+    PublicDns dns(settings.resolvers, settings.dns_port);
+    return {std::move(settings), std::move(dns)};
+}
+
+void Examiner::Change(Settings settings) { means_.Set(MeansOf(std::move(settings))); }
 
 void Examiner::ExamineSome() {
-    std::vector<Patient> patients = Take();
+    const auto means = means_.Get();
+    if (means->settings.resolvers.empty()) return;
+    std::vector<Patient> patients = Take(means);
     {
         std::vector<std::jthread> threads;
         threads.reserve(patients.size());
@@ -115,11 +121,12 @@ void Examiner::ExamineSome() {
     for (const Patient& patient : patients) Keep(patient);
 }
 
-std::vector<Examiner::Patient> Examiner::Take() {
+std::vector<Examiner::Patient> Examiner::Take(const std::shared_ptr<const Means>& means) {
     std::vector<Patient> patients;
     Transaction transaction(store_);
     for (const int id : findings::TakeAsked(transaction, kAtOnce)) {
-        Patient patient{jobs::FindShown(transaction, id), {}, steady_clock::now() + settings_.limit};
+        Patient patient{
+            jobs::FindShown(transaction, id), means, {}, steady_clock::now() + means->settings.limit};
         for (const auto& entry : publications::OfJob(transaction, id)) {
             if (!entry.item.IsAnswer()) patient.records.push_back(entry.item);
         }
@@ -146,20 +153,20 @@ void Examiner::LookAtWeb(Patient& patient) const {
 }
 
 void Examiner::LookAtHost(Patient& patient, const std::string& host) const {
-    auto addresses = dns_.Addresses(host);
+    auto addresses = patient.means->dns.Addresses(host);
     if (!addresses) return patient.Note(host, "", finding_state::kNotLookedUp);
     if (addresses->empty()) return patient.Note(host, "", finding_state::kNoAddress);
     Shorten(*addresses, kMostAddresses);
     for (const std::string& address : *addresses) {
         if (ending_ || steady_clock::now() > patient.end_by) return;
         // Whoever has the name decides where it points: to no server that only this one reaches.
-        if (settings_.public_only && !IsPublicAddress(address)) {
+        if (patient.means->settings.public_only && !IsPublicAddress(address)) {
             patient.Note(host, address, finding_state::kNotPublic);
             continue;
         }
         if (!patient.probe) patient.probe = std::make_unique<Probe>(publisher_, self_, patient.job.user_name);
-        const WebLook look =
-            LookAtAnswer(host, address, patient.probe->token(), patient.probe->content(), settings_.web_port);
+        const WebLook look = LookAtAnswer(host, address, patient.probe->token(), patient.probe->content(),
+                                          patient.means->settings.web_port);
         patient.Note(host, address, look.state, look.detail);
     }
 }
@@ -169,7 +176,7 @@ void Examiner::LookAtRecords(Patient& patient) const {
     for (const PublishedItem& record : patient.records) {
         if (ending_ || steady_clock::now() > patient.end_by) return;
         if (!servers.contains(record.zone)) {
-            const auto found = dns_.NameServers(record.zone);
+            const auto found = patient.means->dns.NameServers(record.zone);
             if (!found) patient.Note(record.zone, "", finding_state::kNotLookedUp);
             servers[record.zone] = found.value_or(std::vector<std::string>{});
             Shorten(servers[record.zone], kMostServers);
@@ -179,19 +186,19 @@ void Examiner::LookAtRecords(Patient& patient) const {
 }
 
 void Examiner::LookAtRecord(Patient& patient, const PublishedItem& record, const std::string& server) const {
-    auto addresses = dns_.Addresses(server).value_or(std::vector<std::string>{});
+    auto addresses = patient.means->dns.Addresses(server).value_or(std::vector<std::string>{});
     if (addresses.empty()) return patient.Note(server, "", finding_state::kNoAddress);
     Shorten(addresses, kMostAddresses);
     for (const std::string& address : addresses) {
         if (ending_ || steady_clock::now() > patient.end_by) return;
         // Where its host points is up to whoever has that name, as with a web server's.
-        if (settings_.public_only && !IsPublicAddress(address)) {
+        if (patient.means->settings.public_only && !IsPublicAddress(address)) {
             patient.Note(server, address, finding_state::kNotPublic);
             continue;
         }
         const std::string place = str::Append(server, "(" + address + ")", " ");
         std::string reason;
-        const auto values = dns_.TxtAt(address, record.name, reason);
+        const auto values = patient.means->dns.TxtAt(address, record.name, reason);
         if (!values) {
             patient.Note(record.name, place, finding_state::kUnreached, reason);
             continue;

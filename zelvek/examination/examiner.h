@@ -2,11 +2,13 @@
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "zelvek/base/job.h"
 #include "zelvek/base/process.h"
+#include "zelvek/base/snapshot.h"
 #include "zelvek/examination/public_dns.h"
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/store/findings.h"
@@ -20,7 +22,7 @@ namespace zelvek {
 class Examiner {
 public:
     struct Settings {
-        std::vector<std::string> resolvers;  // addresses of public name servers
+        std::vector<std::string> resolvers;  // addresses of public name servers; none: nobody looks
         int dns_port = 53;
         int web_port = 80;
         bool public_only = true;         // no other addresses are connected to; tests have no public ones
@@ -30,6 +32,10 @@ public:
     /// `self` publishes the answers that are looked for. Errors: Error of code kValue for settings that
     /// cannot be used.
     Examiner(Store& store, Publisher& publisher, Settings settings, Process self);
+
+    /// Other settings from the next jobs on. Safe from any thread. Errors: Error of code kValue for settings
+    /// that cannot be used; nothing has changed then.
+    void Change(Settings settings);
 
     /// Examines a few of the jobs that wait for it, at once, and keeps what was found.
     void ExamineSome();
@@ -41,7 +47,15 @@ private:
     class Probe;
     struct Patient;
 
-    std::vector<Patient> Take();
+    /// By what one job is examined.
+    struct Means {
+        Settings settings = {};
+        PublicDns dns{{}};
+    };
+
+    static Means MeansOf(Settings settings);
+
+    std::vector<Patient> Take(const std::shared_ptr<const Means>& means);
     void Examine(Patient& patient) const;
     void LookAtWeb(Patient& patient) const;
     void LookAtHost(Patient& patient, const std::string& host) const;
@@ -52,8 +66,7 @@ private:
 
     Store& store_;
     Publisher& publisher_;
-    Settings settings_;
-    PublicDns dns_;
+    Snapshot<Means> means_;
     Process self_;
     std::atomic<bool> ending_{false};
 };

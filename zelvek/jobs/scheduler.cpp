@@ -68,8 +68,26 @@ void Scheduler::NoteDue(const std::string& due) {
     Wake();
 }
 
+void Scheduler::Change(Settings settings) {
+    {
+        const std::lock_guard lock(signals_.mutex);
+        signals_.settings = std::move(settings);
+    }
+    Wake();
+}
+
+/// What waits may be started by the new ones.
+void Scheduler::TakeSettings() {
+    const std::lock_guard lock(signals_.mutex);
+    if (!signals_.settings) return;
+    settings_ = *std::exchange(signals_.settings, std::nullopt);
+    turns_.Change(settings_.turns);
+    signals_.look = true;
+}
+
 void Scheduler::Loop() {
     while (!Ending()) {
+        TakeSettings();
         const bool freed = Reap();
         EndLateRuns();
         if (MayLook(freed)) TryStartDue();

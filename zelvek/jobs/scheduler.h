@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <map>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 
@@ -25,7 +26,7 @@ public:
         std::filesystem::path plugin;  // the first authority's
         // The longest sleep: what no process tells, such as a clock that was set, is noticed then.
         std::chrono::milliseconds interval{60'000};
-        std::size_t runs_at_once = 1;
+        std::size_t runs_at_once = 1;  // 0: none is started
         Turns::Settings turns;
         std::chrono::seconds run_limit{3600};  // what a run may take
         std::chrono::seconds kill_after{60};   // what it may take to end when it is asked to
@@ -37,6 +38,10 @@ public:
     /// Asks the runs under way to end and waits for them: they still write their records back, so the service
     /// has to answer meanwhile.
     ~Scheduler();
+
+    /// Other settings for what is started from now on: runs under way go on by those with which they began.
+    /// Safe from any thread.
+    void Change(Settings settings);
     Scheduler(const Scheduler&) = delete;
     Scheduler& operator=(const Scheduler&) = delete;
 
@@ -55,9 +60,11 @@ private:
         std::string next;  // the time for which the loop sleeps; empty: it wants to be told of any
         bool look = true;  // something is due earlier than the loop knows
         bool end = false;
+        std::optional<Settings> settings;  // not taken over yet
     };
 
     void Loop();
+    void TakeSettings();
     bool MayLook(bool freed);
     void TryStartDue();
     void StartDue();

@@ -33,6 +33,8 @@ public:
     /// `self` is who claims the jobs.
     Turns(Store& store, Settings settings, Process self);
 
+    void Change(Settings settings) { settings_ = settings; }
+
     /// Claims at most `slots` jobs that are due, in turns between users, and returns them. Before, jobs of
     /// dead runs are freed, those whose certificates end or whose pause is over begin anew, and times that a
     /// wrong clock has left are mended. Work that only a look at all due jobs can do is done where `look`

@@ -10,6 +10,7 @@
 #include "zelvek/base/listener.h"
 #include "zelvek/base/log.h"
 #include "zelvek/base/signals_blocked.h"
+#include "zelvek/base/snapshot.h"
 #include "zelvek/base/text.h"
 
 namespace zelvek::metrics {
@@ -40,12 +41,12 @@ bool AsksForMetrics(std::string_view method, std::string_view path) {
 
 struct Endpoint::Server {
     Store& store;
-    Settings settings;
+    Snapshot<Settings> settings;
     MHD_Daemon* daemon = nullptr;
 
     std::string Metrics() {
         Transaction transaction(store);
-        std::string text = Text(transaction, settings, vek_date::DateTime().AsDateTime());
+        std::string text = Text(transaction, *settings.Get(), vek_date::DateTime().AsDateTime());
         transaction.Commit();
         return text;
     }
@@ -79,6 +80,8 @@ Endpoint::Endpoint(Store& store, const std::string& address, const Settings& set
 }
 
 Endpoint::~Endpoint() { MHD_stop_daemon(server_->daemon); }
+
+void Endpoint::Change(const Settings& settings) { server_->settings.Set(settings); }
 
 int Endpoint::Port() const {
     const MHD_DaemonInfo* info = MHD_get_daemon_info(server_->daemon, MHD_DAEMON_INFO_BIND_PORT);

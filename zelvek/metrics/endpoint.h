@@ -19,6 +19,9 @@ public:
     Endpoint(const Endpoint&) = delete;
     Endpoint& operator=(const Endpoint&) = delete;
 
+    /// Other settings from the next look on. Safe from any thread.
+    void Change(const Settings& settings);
+
     /// The port that it listens on, chosen by the system where `address` has port 0.
     int Port() const;
 

@@ -81,16 +81,30 @@ void CheckSettings(const Notifier::Settings& settings) {
                     "--notify-smtp takes smtp://host:port or smtps://host:port, without a user");
 }
 
-Notifier::Notifier(Store& store, Settings settings) : store_(store), settings_(std::move(settings)) {
-    CheckSettings(settings_);
-    if (!settings_.texts.empty()) texts_ = Texts(settings_.texts);
-    if (!settings_.addresses.empty()) addresses_ = ReadAddressFile(settings_.addresses);
-    if (settings_.from.empty()) settings_.from = OwnAddress();
-    if (!settings_.administrator.empty() || !settings_.addresses.empty()) {
-        mail_ = settings_.smtp.empty() ? SendmailChannel(settings_.sendmail, settings_.limit)
-                                       : SmtpChannel(settings_.smtp, settings_.limit);
+struct Notifier::Means {
+    Settings settings;
+    Texts texts = {};
+    std::map<std::string, std::string> addresses = {};
+    Channel mail = {};     // empty where nobody has an address
+    Channel command = {};  // empty for none
+};
+
+std::shared_ptr<Notifier::Means> Notifier::MeansOf(Settings settings) {
+    CheckSettings(settings);
+    const auto means = std::make_shared<Means>(Means{std::move(settings)});
+    Settings& used = means->settings;
+    if (!used.texts.empty()) means->texts = Texts(used.texts);
+    if (!used.addresses.empty()) means->addresses = ReadAddressFile(used.addresses);
+    if (used.from.empty()) used.from = OwnAddress();
+    if (!used.administrator.empty() || !used.addresses.empty()) {
+        means->mail = used.smtp.empty() ? SendmailChannel(used.sendmail, used.limit)
+                                        : SmtpChannel(used.smtp, used.limit);
     }
-    if (!settings_.command.empty()) command_ = CommandChannel(settings_.command, settings_.limit);
+    if (!used.command.empty()) means->command = CommandChannel(used.command, used.limit);
+    return means;
+}
+
+Notifier::Notifier(Store& store, Settings settings) : store_(store), means_(MeansOf(std::move(settings))) {
     GiveUpInterrupted();
 }
 
@@ -101,6 +115,23 @@ Notifier::~Notifier() {
 
 void Notifier::Start(std::chrono::milliseconds look) {
     periodic_.emplace("notices", look, [this] { DeliverDue(DateTime()); });
+}
+
+void Notifier::Change(std::shared_ptr<Means> means) {
+    const std::lock_guard lock(next_mutex_);
+    next_.swap(means);
+}
+
+/// Between two deliveries: nothing is under way to anybody. Where the store cannot say so now, the next look
+/// tries again.
+void Notifier::TakeMeans() {
+    const std::lock_guard lock(next_mutex_);
+    if (!next_) return;
+    Transaction transaction(store_);
+    deliveries::Reroute(transaction, kMail);
+    deliveries::Reroute(transaction, kCommand);
+    transaction.Commit();
+    means_ = std::exchange(next_, nullptr);
 }
 
 /// Somebody may have other addresses than the service before this one knew.
@@ -114,9 +145,9 @@ void Notifier::GiveUpInterrupted() {
 }
 
 void Notifier::ReadAddresses() {
-    if (settings_.addresses.empty()) return;
+    if (means_->settings.addresses.empty()) return;
     try {
-        addresses_ = ReadAddressFile(settings_.addresses);
+        means_->addresses = ReadAddressFile(means_->settings.addresses);
     } catch (const Error& error) {
         Log(std::string("notices: ") + error.what());
     }
@@ -125,12 +156,13 @@ void Notifier::ReadAddresses() {
 /// By mail whoever has an address, else the administrator; the command everybody.
 std::vector<std::string> Notifier::RecipientsFor(const std::string& owner, const std::string& route) const {
     std::vector<std::string> recipients;
-    if (mail_ && route != kCommand) {
-        const auto found = addresses_.find(owner);
-        const std::string& address = found != addresses_.end() ? found->second : settings_.administrator;
+    if (means_->mail && route != kCommand) {
+        const auto found = means_->addresses.find(owner);
+        const std::string& address =
+            found != means_->addresses.end() ? found->second : means_->settings.administrator;
         if (!address.empty()) recipients.push_back(kMail + address);
     }
-    if (command_ && route != kMail) recipients.push_back(kCommand + owner);
+    if (means_->command && route != kMail) recipients.push_back(kCommand + owner);
     return recipients;
 }
 
@@ -162,7 +194,7 @@ void Notifier::RouteNew(const DateTime& now) {
 
 /// A tenth of the interval, up to a minute, doubled by each failure, up to an hour.
 seconds Notifier::PauseAfter(int failures) const {
-    const seconds first = std::min(settings_.interval / 10, seconds{60});
+    const seconds first = std::min(means_->settings.interval / 10, seconds{60});
     if (failures == 0) return first;
     return std::min(std::max(first, seconds{1}) * (1 << std::min(failures - 1, kMostDoublings)),
                     kLongestPause);
@@ -170,13 +202,14 @@ seconds Notifier::PauseAfter(int failures) const {
 
 void Notifier::DeliverDue(const DateTime& now) {
     RecordEnd(now);
+    TakeMeans();
     RouteNew(now);
     std::vector<Recipient> due;
     {
         Transaction transaction(store_);
         // What lies later than any pause can mean was written by a clock that has been set back since.
         due = deliveries::Due(transaction, now.AsDateTime(),
-                              After(now, std::max(settings_.interval, kLongestPause) + kLongestPause),
+                              After(now, std::max(means_->settings.interval, kLongestPause) + kLongestPause),
                               kRecipientsAtOnce);
     }
     for (Recipient& recipient : due) {
@@ -220,21 +253,22 @@ Handover Notifier::HandOver(const Recipient& recipient, const Digest& digest, co
         transaction.Commit();
     };
     if (recipient.name.starts_with(kCommand)) {
-        if (!command_) return {Handover::Outcome::kRefused, "there is no --notify-command any more"};
+        if (!means_->command) return {Handover::Outcome::kRefused, "there is no --notify-command any more"};
         const std::string name = recipient.name.substr(kCommand.size());
-        const auto found = addresses_.find(name);
-        const std::string address = found != addresses_.end() ? found->second
-                                    : name == kAdministrator  ? settings_.administrator
-                                                              : "";
-        return command_({{}, {}, JsonOf(digest, texts_, name, address)}, handing);
+        const auto found = means_->addresses.find(name);
+        const std::string address = found != means_->addresses.end() ? found->second
+                                    : name == kAdministrator         ? means_->settings.administrator
+                                                                     : "";
+        return means_->command({{}, {}, JsonOf(digest, means_->texts, name, address)}, handing);
     }
-    if (!mail_) return {Handover::Outcome::kRefused, "nobody is told by mail any more"};
-    const Letter letter = LetterOf(digest, texts_);
+    if (!means_->mail) return {Handover::Outcome::kRefused, "nobody is told by mail any more"};
+    const Letter letter = LetterOf(digest, means_->texts);
     const std::string to = recipient.name.substr(kMail.size());
-    const std::string domain = settings_.from.substr(settings_.from.find('@') + 1);
+    const std::string domain = means_->settings.from.substr(means_->settings.from.find('@') + 1);
     const std::string id = "zelvek." + digest.attempt + "@" + domain;
-    return mail_({settings_.from, to, MessageOf({settings_.from, to, letter.subject, letter.text, id, now})},
-                 handing);
+    return means_->mail({means_->settings.from, to,
+                         MessageOf({means_->settings.from, to, letter.subject, letter.text, id, now})},
+                        handing);
 } catch (const std::exception& error) {
     return {Handover::Outcome::kRefused, error.what()};
 }
@@ -247,7 +281,7 @@ void Notifier::RecordEnd(const DateTime& now) {
     Transaction transaction(store_);
     switch (handover.outcome) {
         case Handover::Outcome::kAccepted:
-            deliveries::Finish(transaction, recipient, After(now, settings_.interval));
+            deliveries::Finish(transaction, recipient, After(now, means_->settings.interval));
             break;
         case Handover::Outcome::kRefused: deliveries::Postpone(transaction, recipient, later); break;
         case Handover::Outcome::kUnknown: deliveries::Repeat(transaction, recipient, later); break;

@@ -4,6 +4,8 @@
 #include <chrono>
 #include <filesystem>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -48,6 +50,16 @@ public:
     Notifier(const Notifier&) = delete;
     Notifier& operator=(const Notifier&) = delete;
 
+    /// What settings come to: the files read, the ways made.
+    struct Means;
+
+    /// Errors: as the constructor.
+    static std::shared_ptr<Means> MeansOf(Settings settings);
+
+    /// Delivers by these from the next look on: recipients of what waits are found anew. Safe from any
+    /// thread.
+    void Change(std::shared_ptr<Means> means);
+
     /// Delivers on a thread of its own from now on, looking that often.
     void Start(std::chrono::milliseconds look);
 
@@ -58,6 +70,7 @@ private:
     /// Users and their addresses; the old ones stay where the file cannot be read any more.
     void ReadAddresses();
     void GiveUpInterrupted();
+    void TakeMeans();
     bool HasNew(const std::string& route);
     bool RouteSome(const std::string& route, const vek_date::DateTime& now);
     void RouteNew(const vek_date::DateTime& now);
@@ -70,11 +83,9 @@ private:
     std::chrono::seconds PauseAfter(int failures) const;
 
     Store& store_;
-    Settings settings_;
-    Texts texts_;
-    std::map<std::string, std::string> addresses_;
-    Channel mail_;                                                     // empty where nobody has an address
-    Channel command_;                                                  // empty for none
+    std::shared_ptr<Means> means_;
+    std::mutex next_mutex_;
+    std::shared_ptr<Means> next_;                                      // not taken over yet
     std::optional<std::pair<deliveries::Recipient, Handover>> ended_;  // not recorded yet
     std::atomic<bool> ending_ = false;
     std::optional<Periodic> periodic_;

@@ -86,7 +86,7 @@ std::string CheckType(const Services& services, const Query& query, const Names&
         throw Error(Code::kValue, "check_type", type,
                     "\"" + *wildcard + "\" is a wildcard, which only records in the DNS prove: \"dns\"");
     }
-    if (type == "dns" && services.records == nullptr) {
+    if (type == "dns" && services.publisher.records() == nullptr) {
         throw Error(Code::kValue, "check_type", type,
                     "the names can only be proved by records in the DNS, and the service has no name server "
                     "for them: see dns-server in zelvek.conf(5)");

@@ -86,6 +86,7 @@ void RemoveDomain(Services& services, const Query& query, XmlAnswer& answer) {
 void ListDomains(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string& user = query.parameters.Get("user_name");
     const Page page(query);
+    const auto records = services.publisher.records();
     Transaction transaction(services.store);
     const auto found =
         user.empty() ? domains::List(transaction, page.after, page.limit) : domains::Of(transaction, user);
@@ -94,7 +95,7 @@ void ListDomains(Services& services, const Query& query, XmlAnswer& answer) {
             .Value("id", domain.id)
             .Value("name", domain.name)
             .Value("user", domain.user_name)
-            .Flag("zone", services.records != nullptr && services.records->Serves(domain.ascii));
+            .Flag("zone", records != nullptr && records->Serves(domain.ascii));
     }
 }
 

@@ -7,13 +7,13 @@
 #include "zelvek/base/authority.h"
 #include "zelvek/base/form.h"
 #include "zelvek/base/process.h"
+#include "zelvek/base/snapshot.h"
 #include "zelvek/certificates/install.h"
 #include "zelvek/certificates/reloader.h"
 #include "zelvek/certificates/site_watch.h"
 #include "zelvek/jobs/next_run.h"
 #include "zelvek/panel/right.h"
 #include "zelvek/panel/xml_answer.h"
-#include "zelvek/publishing/dns_backend.h"
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/store/store.h"
 
@@ -25,18 +25,22 @@ namespace zelvek {
 struct ServiceFacts {
     std::string started = {};  // date-time
     std::string database = {};
-    bool scheduler = false;
+};
+
+/// What the functions go by, and other options may change while the service runs.
+struct Rules {
+    RetryPolicy retry = {};
+    int history_entries = 1000;  // of a job, the newest ones
+    bool scheduler = false;      // whether due jobs are started
 };
 
 /// What the functions work with.
 struct Services {
     Store& store;
     Publisher& publisher;
-    dns::Backend* records;  // null: no DNS back end
     install::Settings install;
     Reloader& reloader;
-    RetryPolicy retry;
-    int history_entries = 1000;  // of a job, the newest ones
+    Snapshot<Rules> rules = {};
     ServiceFacts facts = {};
     SiteWatch* sites = nullptr;  // null: nobody looks what web servers show
     authorities::Places plugins = {};

@@ -151,7 +151,12 @@ void RemoveJob(Services& services, const Query& query, XmlAnswer& answer) {
         ForgetSite(transaction, job.user_name, folder);
         jobs::Remove(transaction, id);
         if (certificate) CheckNobodyElseHas(transaction, job);
-        if (!place.empty()) answer.Doc().Value("place", names::MakeText(place));
+        if (!place.empty()) {
+            answer.Doc()
+                .Value("place", names::MakeText(place))
+                .Flag("placeholder",
+                      install::HoldsPlaceholder(services.install, job.user_name, job.certname));
+        }
         RememberAnswer(transaction, query, answer);
         transaction.Commit();
     }

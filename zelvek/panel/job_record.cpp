@@ -30,7 +30,7 @@ void ReadRecord(Services& services, const Query& query, XmlAnswer& answer) {
     const std::string now = vek_date::DateTime().AsDateTime();
     {
         Transaction transaction(services.store);
-        FreeJobsOfTheDead(transaction, now, services.retry);
+        FreeJobsOfTheDead(transaction, now, services.rules.Get()->retry);
         jobs::FindShown(transaction, id);
         transaction.Commit();
     }
@@ -59,7 +59,7 @@ void CheckHolder(const Query& query, const Job& job) {
 void KeepHistory(Services& services, Transaction& transaction, int id,
                  const std::vector<history::Event>& events) {
     for (const auto& event : events) history::Add(transaction, id, event);
-    history::Shorten(transaction, id, services.history_entries);
+    history::Shorten(transaction, id, services.rules.Get()->history_entries);
 }
 
 void KeepDefaultAccount(Transaction& transaction, const Query& query, const Job& job) {
@@ -117,7 +117,7 @@ void WriteRecordBack(Services& services, const Query& query, XmlAnswer& answer) 
     const auto events = SplitLog(names::MakeText(query.parameters.Get("log")), now);
     const Outcome outcome = OutcomeOfRun(job, events, now);
     job.died = false;
-    PlanNextRun(job, outcome, services.retry, now);
+    PlanNextRun(job, outcome, services.rules.Get()->retry, now);
     WaitForRecords(transaction, job);
     NoteEnd(transaction, job, events, now);
     run_end::Count(transaction,

@@ -7,7 +7,7 @@
 namespace zelvek {
 
 LivingRuns::LivingRuns(Services& services) : Transaction(services.store) {
-    FreeJobsOfTheDead(*this, vek_date::DateTime().AsDateTime(), services.retry);
+    FreeJobsOfTheDead(*this, vek_date::DateTime().AsDateTime(), services.rules.Get()->retry);
 }
 
 Job JobOfUserAsked(Transaction& transaction, const Query& query, int id) {

@@ -33,10 +33,10 @@ Record Checked(const std::string& user, const std::string& name, const std::stri
 /// it. Empty when the user has none.
 std::string ChooseZone(Services& services, const Record& record) {
     std::vector<std::string> zones;
+    const auto records = services.publisher.records();
     Transaction transaction(services.store);
     for (const auto& domain : domains::Of(transaction, record.user)) {
-        if (services.records != nullptr && services.records->Serves(domain.ascii))
-            zones.push_back(domain.ascii);
+        if (records != nullptr && records->Serves(domain.ascii)) zones.push_back(domain.ascii);
     }
     const auto holding = names::ZonesContaining(zones, record.name);
     return holding.empty() ? "" : holding.front();
@@ -69,7 +69,7 @@ void EditRecord(Services& services, const Query& query, XmlAnswer&) {
     CheckType(query);
     const Record record =
         Checked(query.parameters.Get("su"), query.parameters.Get("name"), query.parameters.Get("value"));
-    if (services.records == nullptr) {
+    if (services.publisher.records() == nullptr) {
         throw Error(Code::kDns, "domain.record", record.name,
                     "no DNS back end is configured, so no record can be made");
     }

@@ -25,7 +25,7 @@ void AddService(const Services& services, XmlAnswer& answer) {
         .Value("started", services.facts.started)
         .Value("now", vek_date::DateTime().AsDateTime())
         .Value("database", services.facts.database)
-        .Flag("scheduler", services.facts.scheduler);
+        .Flag("scheduler", services.rules.Get()->scheduler);
 }
 
 /// The one that new jobs get, and each that is in use.

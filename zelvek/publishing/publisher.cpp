@@ -44,8 +44,18 @@ bool IsUnwanted(const std::vector<Publication>& entries, int job) {
 
 }  // namespace
 
-Publisher::Publisher(Store& store, std::filesystem::path answers, dns::Backend* records)
-    : store_(store), answers_(std::move(answers)), records_(records) {}
+Publisher::Publisher(Store& store, std::filesystem::path answers, std::shared_ptr<dns::Backend> records)
+    : store_(store), answers_(std::move(answers)), records_(std::move(records)) {}
+
+void Publisher::UseRecords(std::shared_ptr<dns::Backend> records) {
+    const std::lock_guard lock(records_mutex_);
+    records_.swap(records);
+}
+
+std::shared_ptr<dns::Backend> Publisher::records() const {
+    const std::lock_guard lock(records_mutex_);
+    return records_;
+}
 
 void Publisher::Publish(const Process& publisher, const std::string& user, const PublishedItem& item,
                         const std::string& content) {
@@ -91,7 +101,7 @@ void Publisher::NoteWhenSeen(const PublishedItem& item) {
     if (item.IsAnswer()) return;
     std::chrono::seconds ttl{0};
     try {
-        ttl = std::clamp(Records().NegativeTtl(item.zone), std::chrono::seconds{0}, kLongestNegativeTtl);
+        ttl = std::clamp(Records()->NegativeTtl(item.zone), std::chrono::seconds{0}, kLongestNegativeTtl);
     } catch (const Error& error) {
         Log("asking how long the zone " + item.zone + " is remembered: " + error.what());
     }
@@ -210,7 +220,7 @@ void Publisher::Perform(const PublishedItem& item, const std::string& content) {
     if (item.IsAnswer()) {
         answers::Create(answers_, item.name, content);
     } else {
-        Records().AddTxt(item.zone, item.name, item.value);
+        Records()->AddTxt(item.zone, item.name, item.value);
     }
 }
 
@@ -218,7 +228,7 @@ void Publisher::Revoke(const PublishedItem& item) {
     if (item.IsAnswer()) {
         answers::Remove(answers_, item.name);
     } else {
-        Records().RemoveTxt(item.zone, item.name, item.value);
+        Records()->RemoveTxt(item.zone, item.name, item.value);
     }
 }
 
@@ -226,12 +236,13 @@ std::mutex& Publisher::LockOf(const PublishedItem& item) {
     return locks_[std::hash<std::string>{}(item.zone + " " + item.name) % locks_.size()];
 }
 
-dns::Backend& Publisher::Records() {
-    if (records_ == nullptr) {
+std::shared_ptr<dns::Backend> Publisher::Records() const {
+    auto used = records();
+    if (used == nullptr) {
         throw Error(Code::kDns, "domain.record", "",
                     "no DNS back end is configured: give " + dns::SelectingOptions());
     }
-    return *records_;
+    return used;
 }
 
 }  // namespace zelvek

@@ -3,6 +3,7 @@
 #include <array>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -20,7 +21,13 @@ namespace zelvek {
 class Publisher {
 public:
     /// `records` may be null: no DNS back end.
-    Publisher(Store& store, std::filesystem::path answers, dns::Backend* records);
+    Publisher(Store& store, std::filesystem::path answers, std::shared_ptr<dns::Backend> records);
+
+    /// Records are written and removed there from now on; what is under way goes on where it began.
+    void UseRecords(std::shared_ptr<dns::Backend> records);
+
+    /// The DNS back end; null for none.
+    std::shared_ptr<dns::Backend> records() const;
 
     /// `content` is an answer file's; a record's value is part of `item`. A publication that fails for a
     /// reason that passes (Code::kUnavailable) is no error: it is tried again by every sweep until it is
@@ -53,11 +60,12 @@ private:
     Outcome Report(const std::string& deed, const publications::PublishedItem& item, const Error& error);
     void Remove(const publications::Publication& entry);
     std::mutex& LockOf(const publications::PublishedItem& item);
-    dns::Backend& Records();
+    std::shared_ptr<dns::Backend> Records() const;
 
     Store& store_;
     std::filesystem::path answers_;
-    dns::Backend* records_;
+    mutable std::mutex records_mutex_;
+    std::shared_ptr<dns::Backend> records_;
     // One lock for a few items, held from the change of an item's entry to the change outside: otherwise a
     // sweep could remove an item that is just being published again. Items of other locks go on while a name
     // server is slow.

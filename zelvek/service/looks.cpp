@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "zelvek/base/process.h"
@@ -17,26 +18,31 @@ const std::string kOff = "off";
 
 SiteWatch::Settings WatchSettings(const ServeOptions& options) {
     SiteWatch::Settings settings = options.site_watch;
-    if (options.check_sites != kOff && options.check_sites != "name")
-        settings.site = ReadSite(options.check_sites);
+    settings.wanted = options.check_sites != kOff;
+    if (settings.wanted && options.check_sites != "name") settings.site = ReadSite(options.check_sites);
     return settings;
 }
 
-Looks::Looks(Store& store, Publisher& publisher, const ServeOptions& options) {
-    if (options.check_sites != kOff) {
-        sites_.emplace(store, WatchSettings(options));
-        watching_.emplace("sites", options.sweep_interval, [this] { sites_->LookAtDue(); });
-    }
-    if (options.public_resolvers != std::vector{kOff}) {
-        examiner_.emplace(store, publisher, Examiner::Settings{options.public_resolvers},
-                          FindProcess(::getpid()).value());
-        examining_.emplace("examination", options.sweep_interval, [this] { examiner_->ExamineSome(); });
-    }
+Examiner::Settings ExaminerSettings(const ServeOptions& options) {
+    if (options.public_resolvers == std::vector{kOff}) return {};
+    return {options.public_resolvers};
 }
 
+Looks::Looks(Store& store, Publisher& publisher, const ServeOptions& options)
+    : sites_(store, WatchSettings(options)),
+      examiner_(store, publisher, ExaminerSettings(options), FindProcess(::getpid()).value()),
+      watching_("sites", options.sweep_interval, [this] { sites_.LookAtDue(); }),
+      examining_("examination", options.sweep_interval, [this] { examiner_.ExamineSome(); }) {}
+
 Looks::~Looks() {
-    if (sites_) sites_->End();
-    if (examiner_) examiner_->End();
+    sites_.End();
+    examiner_.End();
+}
+
+void Looks::Change(const ServeOptions& options) {
+    SiteWatch::Settings sites = WatchSettings(options);
+    examiner_.Change(ExaminerSettings(options));
+    sites_.Change(std::move(sites));
 }
 
 }  // namespace zelvek

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <optional>
-
 #include "zelvek/base/periodic.h"
 #include "zelvek/certificates/site_watch.h"
 #include "zelvek/examination/examiner.h"
@@ -23,17 +21,23 @@ public:
     Looks(const Looks&) = delete;
     Looks& operator=(const Looks&) = delete;
 
-    /// Null where nobody looks at web servers.
-    SiteWatch* sites() { return sites_ ? &*sites_ : nullptr; }
+    /// Looks by other options from now on; a look under way ends by those with which it began. Errors: as the
+    /// constructor; nothing has changed then.
+    void Change(const ServeOptions& options);
+
+    SiteWatch& sites() { return sites_; }
 
 private:
-    std::optional<SiteWatch> sites_;
-    std::optional<Examiner> examiner_;
-    std::optional<Periodic> watching_;
-    std::optional<Periodic> examining_;
+    SiteWatch sites_;
+    Examiner examiner_;
+    Periodic watching_;
+    Periodic examining_;
 };
 
 /// How the options want new certificates looked for. Errors: Error of code kValue.
 SiteWatch::Settings WatchSettings(const ServeOptions& options);
+
+/// How they want names examined that were not proved.
+Examiner::Settings ExaminerSettings(const ServeOptions& options);
 
 }  // namespace zelvek

@@ -1,56 +1,41 @@
 #include "zelvek/service/serve.h"
 
 #include <pwd.h>
-#include <unistd.h>
 
-#include <cerrno>
+#include <array>
 #include <csignal>
+#include <exception>
 #include <iostream>
-#include <memory>
-#include <optional>
-#include <thread>
-#include <utility>
 
 #include "vek/client.h"
-#include "vek/date.h"
 #include "vek/err.h"
 #include "vek/proc.h"
-#include "zelvek/base/durable.h"
+#include "vek/str.h"
 #include "zelvek/base/error.h"
-#include "zelvek/base/folder.h"
 #include "zelvek/base/happening.h"
 #include "zelvek/base/log.h"
 #include "zelvek/base/periodic.h"
 #include "zelvek/base/run_directory.h"
 #include "zelvek/base/text.h"
 #include "zelvek/base/version.h"
-#include "zelvek/jobs/scheduler.h"
-#include "zelvek/metrics/endpoint.h"
-#include "zelvek/panel/functions.h"
-#include "zelvek/publishing/publisher.h"
-#include "zelvek/publishing/responder.h"
-#include "zelvek/service/caller.h"
 #include "zelvek/service/looks.h"
-#include "zelvek/service/query_server.h"
-#include "zelvek/service/renewal_watch.h"
+#include "zelvek/service/running_service.h"
 #include "zelvek/service/service_manager.h"
 #include "zelvek/service/socket.h"
-#include "zelvek/service/sweep.h"
-#include "zelvek/store/store.h"
 
 namespace zelvek {
 
-namespace fs = std::filesystem;
-
 namespace {
 
-/// The signals that end the service, taken by its main thread alone. Threads made later block them too.
-class EndSignals {
+/// The signals that are meant for the service, taken by its main thread alone. Threads made later block them
+/// too.
+class Signals {
 public:
-    EndSignals() {
+    Signals() {
         sigemptyset(&signals_);
         sigaddset(&signals_, SIGTERM);
         sigaddset(&signals_, SIGINT);
+        sigaddset(&signals_, SIGHUP);
         pthread_sigmask(SIG_BLOCK, &signals_, nullptr);
         std::signal(SIGPIPE, SIG_IGN);
         std::signal(SIGCHLD, SIG_DFL);  // plug-ins could not be waited for otherwise
@@ -66,61 +51,15 @@ private:
     sigset_t signals_{};
 };
 
-/// Makes the directory where it is missing. Everybody may read it, web servers among them.
-void UseDirectory(const std::string& purpose, const fs::path& directory) try {
-    MakeFolders(directory, 0755);
-    if (::access(directory.c_str(), W_OK | X_OK) != 0) throw IoError("cannot write to", directory, errno);
-} catch (const Error& error) {
-    throw Error(error.code(), purpose + ": " + error.what());
-}
-
 uid_t IdOf(const std::string& user) {
-    const passwd* entry = ::getpwnam(user.c_str());  // before any other thread is there
-    if (entry == nullptr)
+    constexpr std::size_t kLongestEntry = 16384;
+    std::array<char, kLongestEntry> texts{};
+    passwd entry{};
+    passwd* found = nullptr;
+    ::getpwnam_r(user.c_str(), &entry, texts.data(), texts.size(), &found);
+    if (found == nullptr)
         throw Error(Code::kValue, "--certs-owner: there is no user \"" + Printable(user) + "\"");
-    return entry->pw_uid;
-}
-
-/// What killed services have left in files; it keeps nobody from starting.
-void TidyCertificates(const install::Settings& installed) {
-    try {
-        install::RemoveLeftovers(installed);
-    } catch (const Error& error) {
-        Log(std::string("removing what killed services left: ") + error.what());
-    }
-}
-
-fs::path WithParent(const fs::path& file) {
-    if (file.has_parent_path()) UseDirectory("the database's directory", file.parent_path());
-    return file;
-}
-
-void CheckPlugin(const ServeOptions& options) {
-    if (options.scheduler && ::access(options.plugin.c_str(), X_OK) != 0) {
-        throw IoError("plug-in", options.plugin, errno);
-    }
-}
-
-/// What the service works with outside its database is there, and can be used.
-void CheckPlaces(const ServeOptions& options) {
-    UseDirectory("the answers' directory", options.answers);
-    durable::RemoveLeftovers(options.answers);
-    UseDirectory("the certificates' directory", options.install.directory);
-    CheckPlugin(options);
-}
-
-Scheduler::Settings SchedulerSettings(const ServeOptions& options) {
-    return {options.plugin,
-            options.scheduler_interval,
-            static_cast<std::size_t>(options.runs_at_once),
-            {{options.retry_interval}, options.limits},
-            options.run_limit,
-            Scheduler::Settings{}.kill_after,
-            options.plugin_log_level};
-}
-
-metrics::Settings MetricsSettings(const ServeOptions& options) {
-    return {options.metrics.certificates, options.limits.orders};
+    return entry.pw_uid;
 }
 
 /// Whether a query comes back from the service's own socket. One that comes back with an error has been
@@ -143,13 +82,42 @@ std::unique_ptr<Periodic> WatchOneself(const ServiceManager& manager) {
     });
 }
 
-/// Says that the service is there, and returns when it is asked to end.
-void UntilEnd(const EndSignals& signals, const ServiceManager& manager) {
+std::string Listed(const std::vector<std::string>& names) {
+    std::string list;
+    for (const std::string& name : names) str::inpl::Append(list, name, ", ");
+    return list;
+}
+
+/// Has the service go by the options as they are now; returns in one line what came of it.
+std::string Reload(RunningService& service, const ReadAgain& read_again) try {
+    const NewOptions fresh = read_again();
+    service.Use(fresh.options);
+    fresh.taken_over();
+    if (!fresh.at_next_start.empty()) {
+        Log(Listed(fresh.at_next_start) + (fresh.at_next_start.size() == 1 ? " has" : " have") +
+            " changed: takes effect at the next start");
+    }
+    if (fresh.changed.empty()) return "options read again: none has changed";
+    return "options read again, taken over: " + Listed(fresh.changed);
+} catch (const std::exception& error) {
+    return std::string("the options cannot be used, the old ones go on: ") + error.what();
+}
+
+/// Says that the service is there, and returns when it is asked to end. `reload` has it read its options
+/// again and says what came of that.
+void UntilEnd(const Signals& signals, const ServiceManager& manager,
+              const std::function<std::string()>& reload) {
     const auto watched = WatchOneself(manager);
     manager.TellReady();
     std::cout << "zelvek: ready" << std::endl;
     LogToJournal(Happening::kBegan, {}, std::string("zelvek ") + Version() + " is ready");
-    const int signal = signals.Wait();
+    int signal = signals.Wait();
+    for (; signal == SIGHUP; signal = signals.Wait()) {
+        manager.TellReloading();
+        const std::string outcome = reload();
+        Log(outcome);
+        manager.TellReady(outcome);
+    }
     manager.TellEnding();
     Log(Happening::kEnds, {}, "ending on signal " + std::to_string(signal));
 }
@@ -164,75 +132,64 @@ install::Settings InstallSettings(const ServeOptions& options) {
 
 namespace {
 
-std::optional<Responder> WantedResponder(const ServeOptions& options) {
-    if (options.responder.empty()) return std::nullopt;
-    return std::optional<Responder>(std::in_place, options.responder, options.answers);
+/// What `check` complains of is told with the place of the option, where it stands in a file.
+template <class Check>
+void CheckOf(const ServeOptions& options, const std::string& name, const Check& check) {
+    try {
+        check();
+    } catch (const Error& error) {
+        const auto place = options.places.find(name);
+        throw Error(error.code(), (place == options.places.end() ? "" : place->second) + error.sentence());
+    }
 }
 
-std::optional<metrics::Endpoint> WantedEndpoint(Store& store, const ServeOptions& options) {
-    if (options.metrics_listen.empty()) return std::nullopt;
-    return std::optional<metrics::Endpoint>(std::in_place, store, options.metrics_listen,
-                                            MetricsSettings(options));
+/// Each option alone, so that it is known which one is wrong.
+void CheckNotices(const ServeOptions& options) {
+    using Settings = notices::Notifier::Settings;
+    const auto check = [&](const std::string& name, auto member) {
+        Settings settings;
+        settings.*member = options.notify.*member;
+        CheckOf(options, name, [&] { notices::CheckSettings(settings); });
+    };
+    check("notify-mail", &Settings::administrator);
+    check("notify-addresses", &Settings::addresses);
+    check("notify-from", &Settings::from);
+    check("notify-smtp", &Settings::smtp);
+    check("notice-texts", &Settings::texts);
 }
 
-std::optional<Scheduler> WantedScheduler(Store& store, const ServeOptions& options) {
-    if (!options.scheduler) return std::nullopt;
-    return std::optional<Scheduler>(std::in_place, store, SchedulerSettings(options));
+/// A back end's own mistakes are told of the option that selects it.
+std::string SelectedBackend(const ServeOptions& options) {
+    for (const dns::BackendKind& kind : dns::BackendKinds()) {
+        const std::string& name = kind.options.front().name;
+        if (options.places.contains(name)) return name;
+    }
+    return "";
 }
 
 }  // namespace
 
 void CheckOptions(const ServeOptions& options) {
-    FindGroups(options.groups);
-    InstallSettings(options);
-    WatchSettings(options);
-    CheckPlugin(options);
-    if (!options.metrics_listen.empty()) metrics::CheckAddress(options.metrics_listen);
-    dns::MakeBackend(options.dns);
-    notices::CheckSettings(options.notify);
+    CheckOf(options, "admin-group", [&] { FindGroups(options.groups); });
+    CheckOf(options, "certs-owner", [&] { InstallSettings(options); });
+    CheckOf(options, "check-sites", [&] { WatchSettings(options); });
+    CheckOf(options, "public-resolvers", [&] { PublicDns(ExaminerSettings(options).resolvers); });
+    CheckOf(options, "plugin", [&] { CheckPlugin(options); });
+    CheckOf(options, "metrics-listen", [&] {
+        if (!options.metrics_listen.empty()) metrics::CheckAddress(options.metrics_listen);
+    });
+    CheckOf(options, SelectedBackend(options), [&] { dns::MakeBackend(options.dns); });
+    CheckNotices(options);
 }
 
-void Serve(const ServeOptions& options) {
+void Serve(const ServeOptions& options, const ReadAgain& read_again) {
     vek_proc::LeaveNoCoreFile();
-    const EndSignals signals;
+    const Signals signals;
     ServiceManager manager;
     const Groups groups = FindGroups(options.groups);
     ServiceSocket socket(RunDirectory(), groups, manager.TakeSocket());
-    Store store(WithParent(options.database));
-    CheckPlaces(options);
-    const auto backend = dns::MakeBackend(options.dns);
-
-    Publisher publisher(store, options.answers, backend.get());
-    Reloader reloader(store, options.reload);
-    const install::Settings installed = InstallSettings(options);
-    Services services{store,
-                      publisher,
-                      backend.get(),
-                      installed,
-                      reloader,
-                      {options.retry_interval},
-                      options.retention.history_entries,
-                      {vek_date::DateTime().AsDateTime(), options.database, options.scheduler}};
-    notices::Notifier notifier(store, options.notify);
-    Looks looks(store, publisher, options);
-    services.sites = looks.sites();
-    services.plugins = {options.plugin, options.authorities};
-    services.groups = options.groups;
-    // It takes a while where there are many certificates, and may go on while queries are answered.
-    const std::jthread tidying([&] { TidyCertificates(installed); });
-    const auto responder = WantedResponder(options);
-    const auto watched = WantedEndpoint(store, options);
-    // What is made last ends first: runs end while the server still takes their records.
-    const Server server(services, socket, groups);
-    const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
-    notifier.Start(options.sweep_interval);
-    std::optional<RenewalWatch> asking;
-    if (options.renewal_info) asking.emplace(services, options.sweep_interval);
-    const Periodic reloading("reload", options.sweep_interval, [&] { reloader.RetryDue(); });
-    const auto scheduler = WantedScheduler(store, options);
-    UntilEnd(signals, manager);
-    reloader.End();
-    if (asking) asking->End();
+    RunningService service(options, socket, groups);
+    UntilEnd(signals, manager, [&] { return Reload(service, read_again); });
 }
 
 }  // namespace zelvek

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
+#include <functional>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -49,13 +51,27 @@ struct ServeOptions {
     GroupNames groups;                                                           // whose members may ask
     std::vector<std::string> public_resolvers{"1.1.1.1", "8.8.8.8", "9.9.9.9"};  // or "off" alone
     dns::Settings dns;  // without a back end, records cannot be published
+
+    std::map<std::string, std::string> places = {};  // of options that stand in a file: "FILE:LINE: "
 };
 
-/// The service: serves until SIGTERM or SIGINT. Errors: Error for a set-up that cannot be used.
-void Serve(const ServeOptions& options);
+/// Options that were read again while the service runs.
+struct NewOptions {
+    ServeOptions options;                    // what takes effect at a start is as the service has it
+    std::vector<std::string> changed;        // names of options that have other values than before
+    std::vector<std::string> at_next_start;  // of those that take effect then
+    std::function<void()> taken_over;        // to be called when the service goes by them
+};
+
+/// Errors: Error for options that cannot be used.
+using ReadAgain = std::function<NewOptions()>;
+
+/// The service: serves until SIGTERM or SIGINT, and goes by other options after SIGHUP; where they cannot be
+/// used, it goes on by those that it has. Errors: Error for a set-up that cannot be used.
+void Serve(const ServeOptions& options, const ReadAgain& read_again);
 
 /// What `Serve` would say of the options before it takes anything over, such as a key file that cannot be
-/// read. Errors: the same.
+/// read. Errors: the same, with file and line where the option stands in a file.
 void CheckOptions(const ServeOptions& options);
 
 /// Where and for whom certificates are installed. Errors: Error of code kValue for a user that is not known.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "zelvek/base/command_line.h"
 #include "zelvek/service/serve.h"
@@ -12,8 +13,9 @@ namespace zelvek {
 /// code kDenied where this process may not read the file.
 int ReadServeOptions(const std::string& file, ServeOptions& options);
 
-/// Adds the command `serve` with its options.
-void AddServeCommand(Command& root);
+/// Adds the command `serve` with its options. `words` is the command line, program and all, which a running
+/// service reads again with its files.
+void AddServeCommand(Command& root, const std::vector<std::string>& words = {});
 
 /// Adds the commands about the options that `serve` reads from files.
 void AddConfigCommands(Command& root);

@@ -11,6 +11,7 @@
 #include <cstdlib>
 
 #include "zelvek/base/error.h"
+#include "zelvek/base/text.h"
 
 namespace zelvek {
 
@@ -63,6 +64,16 @@ std::optional<std::chrono::milliseconds> TakeWatchdog() {
 
 ServiceManager::ServiceManager()
     : address_(Take("NOTIFY_SOCKET")), watchdog_(TakeWatchdog()), socket_(TakeListener()) {}
+
+void ServiceManager::TellReloading() const {
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();  // CLOCK_MONOTONIC
+    const auto microseconds = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
+    Tell("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(microseconds));
+}
+
+void ServiceManager::TellReady(const std::string& outcome) const {
+    Tell("READY=1\nSTATUS=" + WithoutControls(outcome, ' '));
+}
 
 void ServiceManager::Tell(const std::string& state) const {
     sockaddr_un address{};

@@ -24,6 +24,11 @@ public:
     std::optional<std::chrono::milliseconds> watchdog() const { return watchdog_; }
 
     void TellReady() const { Tell("READY=1"); }
+
+    /// The service reads its options again; that is over with the next `TellReady`, which says what came of
+    /// it in one line.
+    void TellReloading() const;
+    void TellReady(const std::string& outcome) const;
     void TellAlive() const { Tell("WATCHDOG=1"); }
     void TellEnding() const { Tell("STOPPING=1"); }
 

@@ -38,7 +38,7 @@ std::string DaysBefore(const vek_date::DateTime& now, int days) {
 
 void FreeWhatTheDeadHold(Services& services, const vek_date::DateTime& now) {
     Transaction transaction(services.store);
-    FreeJobsOfTheDead(transaction, now.AsDateTime(), services.retry);
+    FreeJobsOfTheDead(transaction, now.AsDateTime(), services.rules.Get()->retry);
     runs::ForgetDeadProcesses(transaction);
     requests::RemoveLeft(transaction, vek_date::DateTime(now).AddSeconds(-kKeepLeftRequests).AsDateTime());
     transaction.Commit();

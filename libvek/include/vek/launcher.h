@@ -16,7 +16,9 @@ struct About {
 
 /// A plug-in may define it. Then the launcher answers a command line of "--help" or "--version" alone, with
 /// status 0: neither `zelmain` nor the destructor of a static object is called, so no service is asked.
-/// Without it these are arguments like any other.
+/// Without it these are arguments like any other. Where a plug-in returns another status than 0 before it has
+/// asked its service anything, and no service is there either when its static objects write back, its usage
+/// goes to standard error and the process ends at once, with that status.
 [[gnu::weak]] extern const About about;
 
 }  // namespace vek_launcher

@@ -119,6 +119,10 @@ void ReadOn() {
 
 int Run(const std::string& what, const std::string& value) {
     if (what == "return") return str::Int(value);
+    if (what == "return, store") {
+        record.query += "&sok=ok";
+        return str::Int(value);
+    }
     if (what == "read, then store") {
         record.query += "&sok=ok";
         record.client.Query("func=read");

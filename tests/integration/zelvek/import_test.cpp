@@ -198,7 +198,9 @@ TEST_F(Import, AFolderIsTakenOverWhereItCanBe) {
     EXPECT_EQ(ErrorIn(Zelvek({"import", "letsencrypt", Path("nothing"), "--json"})), "io");
 }
 
-// Behaviour: A placeholder is put where no certificate is, is none itself, and gives way to the first one
+// Behaviour: A placeholder is put where no certificate is, is none itself, is called what it is when its job
+// is removed,
+//   and gives way to the first certificate
 TEST_F(Import, APlaceholderStandsInForACertificate) {
     Start({{"--reload-command", "touch " + Path("reloaded").string()}});
     const auto put = [] {
@@ -218,7 +220,14 @@ TEST_F(Import, APlaceholderStandsInForACertificate) {
     EXPECT_TRUE(Eventually([&] { return Ask("func=zelvek.job.show&elid=" + job).value("renew") != ""; }));
     EXPECT_LT(Ask("func=zelvek.job.show&elid=" + job).value("expires"),
               vek_date::DateTime().AddDays(1).AsDateTime());
-    EXPECT_EQ(Zelvek({"job", "remove", job}).status, 0);
+    EXPECT_EQ(Zelvek({"job", "remove", job}).out,
+              "job " + job + " removed; the placeholder that only lets the web server start stays in " +
+                  place.string() + "\n");
+    const Json::Value removed = Read(Zelvek({"job", "remove", AddJob(), "--certificate", "--json"}).out);
+    EXPECT_TRUE(removed["placeholder"].asBool());
+    EXPECT_TRUE(removed["certificate_removed"].asBool());
+    EXPECT_FALSE(fs::exists(place));
+    EXPECT_EQ(put(), "on");
     MakeCertificate("shop", "shop.example");
     EXPECT_FALSE(IsPlaceholder(ReadFile(Path("shop.pem"))));
     EXPECT_EQ(TakeOver("shop").status, 0);

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <fstream>
 
 #include "service.h"
 #include "zelvek/base/umask.h"
@@ -165,6 +166,28 @@ TEST_F(Started, TheManagerHearsOfReadinessLifeAndEnd) {
     std::string last;
     for (std::string told; !(told = manager.Next(std::chrono::milliseconds(0))).empty();) last = told;
     EXPECT_EQ(last, "STOPPING=1");
+}
+
+// Behaviour: A service manager hears when the service reads its options again, and what came of that
+TEST_F(Started, TheManagerHearsOfAReload) {
+    const Listening manager(Path("manager"));
+    std::ofstream(Path("conf")) << "retry-interval=5\n";
+    Start({{"--config", Path("conf")}});
+    EXPECT_EQ(manager.Next(), "READY=1");
+    const auto reload = [&](const std::string& line) {
+        std::ofstream(Path("conf")) << line << "\n";
+        service().Signal(SIGHUP);
+        const std::string begun = manager.Next();
+        EXPECT_EQ(begun.substr(0, begun.find('=', 12)), "RELOADING=1\nMONOTONIC_USEC");
+        EXPECT_GT(std::stoll(begun.substr(begun.rfind('=') + 1)), 0);
+        return manager.Next();
+    };
+    EXPECT_EQ(reload("retry-interval=6"), "READY=1\nSTATUS=options read again, taken over: retry-interval");
+    const std::string refused = reload("retry-interval=never");
+    EXPECT_EQ(refused.find("READY=1\nSTATUS=the options cannot be used, the old ones go on: " +
+                           Path("conf").string() + ":1: "),
+              0U)
+        << refused;
 }
 
 // Behaviour: A service that does not answer on its own socket is silent, so that its service manager starts

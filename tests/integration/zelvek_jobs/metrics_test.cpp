@@ -138,11 +138,13 @@ TEST_P(Metrics, TellOfOrders) {
 
 // Behaviour: Metrics are served at /metrics alone, and only where no other machine can ask
 TEST_P(Metrics, AreServedToThisMachineAlone) {
-    const metrics::Endpoint endpoint(store(), "127.0.0.1:0", {});
+    metrics::Endpoint endpoint(store(), "127.0.0.1:0", {});
     const std::string answer = Get(endpoint.Port(), "GET /metrics");
     EXPECT_THAT(answer, StartsWith("HTTP/1.1 200 OK\r\n"));
     EXPECT_THAT(answer, HasSubstr("\r\nContent-Type: text/plain; version=0.0.4; charset=utf-8\r\n"));
     EXPECT_THAT(answer, HasSubstr("\nzelvek_jobs{state=\"waiting\"} 0\n"));
+    endpoint.Change({20, 7});
+    EXPECT_THAT(Get(endpoint.Port(), "GET /metrics"), HasSubstr("\nzelvek_authority_orders_limit 7\n"));
     EXPECT_THAT(Get(endpoint.Port(), "GET /"), StartsWith("HTTP/1.1 404 "));
     EXPECT_THAT(Get(endpoint.Port(), "POST /metrics"), StartsWith("HTTP/1.1 404 "));
     for (const char* address : {"127.0.0.1:1", "127.9.9.9:1", "[::1]:1"})

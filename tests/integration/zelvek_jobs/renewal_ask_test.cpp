@@ -26,7 +26,7 @@ protected:
     MovedClock clock_{kNow};
     Publisher publisher_{store(), "answers", nullptr};
     Reloader reloader_{store(), {}};
-    Services services_{store(), publisher_, nullptr, {"certs"}, reloader_, {}};
+    Services services_{store(), publisher_, {"certs"}, reloader_};
     AskedAuthorities authorities_{
         [](const std::string& name) { return name == "ambrin-gone" ? std::string() : "no URL of " + name; }};
     int names_ = 0;

@@ -1,8 +1,4 @@
-#include "zelvek/certificates/install.h"
-
-#include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -10,9 +6,7 @@
 #include <csignal>
 #include <thread>
 
-#include "unit/zelvek_parts/authority.h"
-#include "unit/zelvek_parts/support.h"
-#include "zelvek/base/descriptor.h"
+#include "integration/zelvek_parts/installation.h"
 
 namespace {
 
@@ -22,40 +16,15 @@ using parts::Entries;
 using parts::Failure;
 using parts::FailureOf;
 using parts::Hierarchy;
+using parts::Installation;
 using parts::Mode;
 using parts::Put;
 using testing::AllOf;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::Not;
 using testing::SizeIs;
 using zelvek::install::Install;
 using zelvek::install::Request;
-using zelvek::install::Settings;
-
-class Installation : public testing::Test {
-protected:
-    Request RequestFor(const Hierarchy& pki) const {
-        return {"alice", "shop.example", pki.intermediate.Pem() + pki.leaf.Pem(), pki.leaf.KeyPem()};
-    }
-
-    Failure Try(const Request& request) const {
-        return FailureOf([&] { Install(settings_, request); });
-    }
-
-    void ExpectInstalled(const Hierarchy& pki) const {
-        EXPECT_EQ(Content(place_ / "fullchain.pem"), pki.leaf.Pem() + pki.intermediate.Pem());
-        EXPECT_EQ(Content(place_ / "cert.pem"), pki.leaf.Pem());
-        EXPECT_EQ(Content(place_ / "chain.pem"), pki.intermediate.Pem());
-        EXPECT_EQ(Content(place_ / "privkey.pem"), pki.leaf.KeyPem());
-    }
-
-    parts::TempFolder folder_;
-    Settings settings_{folder_.path() / "certs"};
-    fs::path user_ = folder_.path() / "certs" / "alice";
-    fs::path place_ = user_ / "shop.example";
-    Hierarchy pki_;
-};
 
 // Behaviours of: Requests and installations (sslcert.csr.edit, sslcert.csr.delete, sslcert.hardreplace)
 
@@ -200,70 +169,6 @@ TEST_F(Installation, WrongKeyOrChainChangesNothing) {
     EXPECT_EQ(Entries(user_), before);
 }
 
-// Behaviour: Names that cannot be folders are refused; folders bear the ASCII form; links are not followed
-TEST_F(Installation, NamesThatCannotBeFoldersAreRefused) {
-    for (const std::string& name :
-         {std::string(), std::string("."), std::string(".."), std::string(".hidden"), std::string("a/b"),
-          std::string("../a"), std::string("a\0b", 3), std::string("a\nb"), std::string("\xff\xfe"),
-          std::string(231, 'a')}) {
-        Request request = RequestFor(pki_);
-        request.certname = name;
-        EXPECT_EQ(Try(request).type, "value") << name;
-        if (name == "\xff\xfe") continue;  // a file system takes any bytes, a domain name does not
-        request = RequestFor(pki_);
-        request.user = name;
-        EXPECT_EQ(Try(request).type, "value") << name;
-    }
-    EXPECT_FALSE(fs::exists(settings_.directory));
-}
-
-// Behaviour: Names that cannot be folders are refused ...
-TEST_F(Installation, FoldersAreNamedByTheAsciiForm) {
-    Request request = RequestFor(pki_);
-    request.certname = "bücher.example";
-    Install(settings_, request);
-    EXPECT_EQ(Content(user_ / "xn--bcher-kva.example" / "cert.pem"), pki_.leaf.Pem());
-    request.certname = "*.shop.example";
-    Install(settings_, request);
-    EXPECT_EQ(Content(user_ / "_wildcard.shop.example" / "cert.pem"), pki_.leaf.Pem());
-    request.certname = "My shop (2); $(rm)";
-    Install(settings_, request);
-    EXPECT_EQ(Content(user_ / "My shop (2); $(rm)" / "cert.pem"), pki_.leaf.Pem());
-}
-
-// Behaviour: A place that no folder can have is an error "io" with path and reason
-TEST_F(Installation, PlaceBelowAFileIsAnErrorWithPathAndReason) {
-    Put(folder_.path() / "file", "");
-    settings_.directory = folder_.path() / "file" / "certs";
-    const Failure failure = Try(RequestFor(pki_));
-    EXPECT_EQ(failure.type, "io");
-    EXPECT_THAT(failure.text, AllOf(HasSubstr("file/certs"), HasSubstr("Not a directory")));
-}
-
-// Behaviour: A folder or file that somebody has put in the installation's place is kept, and the installation
-//   fails
-TEST_F(Installation, WhatIsNoLinkIsNotReplaced) {
-    fs::create_directories(place_);
-    Put(place_ / "by-hand.pem", "kept");
-    EXPECT_EQ(Try(RequestFor(pki_)).type, "io");
-    EXPECT_EQ(Content(place_ / "by-hand.pem"), "kept");
-    EXPECT_THAT(Entries(user_), ElementsAre("shop.example"));
-
-    fs::remove_all(place_);
-    Put(place_, "kept");
-    EXPECT_EQ(Try(RequestFor(pki_)).type, "io");
-    EXPECT_EQ(Content(place_), "kept");
-}
-
-// Behaviour: Names that cannot be folders are refused ...
-TEST_F(Installation, UserFolderThatIsALinkIsNotFollowed) {
-    fs::create_directories(folder_.path() / "certs");
-    fs::create_directory(folder_.path() / "victim");
-    fs::create_symlink(folder_.path() / "victim", user_);
-    EXPECT_EQ(Try(RequestFor(pki_)).type, "io");
-    EXPECT_THAT(Entries(folder_.path() / "victim"), SizeIs(0));
-}
-
 // Behaviour: A full disk or a killed run leaves the old installation whole
 // The key fits, the chain does not: the failure comes when the staging folder is half filled.
 TEST_F(Installation, FullDiskLeavesTheOldInstallationAndNoStaging) {
@@ -284,68 +189,6 @@ TEST_F(Installation, FullDiskLeavesTheOldInstallationAndNoStaging) {
     EXPECT_THAT(failure.text, AllOf(HasSubstr("cert.pem"), HasSubstr("too large")));
     ExpectInstalled(pki_);
     EXPECT_EQ(Entries(user_), before);
-}
-
-class ForeignFolders : public Installation {
-protected:
-    static constexpr uid_t kSomebody = 12345;
-
-    ForeignFolders() { fs::create_directories(user_); }
-
-    void SetUp() override { ASSERT_EQ(geteuid(), 0u) << "only root can give a folder to somebody else"; }
-};
-
-// Behaviour: A certificate is not installed in a folder of a foreign owner, unless the set-up names that
-// owner
-TEST_F(ForeignFolders, OfUnnamedOwnersAreRefused) {
-    ASSERT_EQ(chown(user_.c_str(), kSomebody, kSomebody), 0);
-    const Failure failure = Try(RequestFor(pki_));
-    EXPECT_EQ(failure.type, "io");
-    EXPECT_THAT(failure.text,
-                AllOf(HasSubstr(user_.string()), HasSubstr("12345"), HasSubstr("--certs-owner")));
-    EXPECT_THAT(Entries(user_), SizeIs(0));
-    settings_.owners.push_back(kSomebody);
-    Install(settings_, RequestFor(pki_));
-    ExpectInstalled(pki_);
-    EXPECT_EQ(Mode(place_ / "privkey.pem"), 0600u);
-}
-
-// Behaviour: A certificate is not installed where everybody may write
-TEST_F(ForeignFolders, OpenToEverybodyAreRefused) {
-    for (const fs::path& folder : {user_, settings_.directory}) {
-        ASSERT_EQ(chmod(folder.c_str(), 0777), 0);
-        EXPECT_EQ(Try(RequestFor(pki_)).type, "io") << folder;
-        ASSERT_EQ(chmod(folder.c_str(), 0755), 0);
-    }
-    EXPECT_THAT(Entries(user_), SizeIs(0));
-}
-
-// Behaviour: The lock of the installations can be opened by the service's user alone, and is not waited for
-// for
-//   ever
-TEST_F(Installation, LockIsOutOfReachOfOthers) {
-    Install(settings_, RequestFor(pki_));
-    EXPECT_EQ(Mode(settings_.directory / ".lock"), 0600u);
-    // A lock on the folders themselves, which everybody can read, holds nothing up.
-    for (const fs::path& folder : {settings_.directory, user_}) {
-        const zelvek::Descriptor opened = zelvek::Open(folder, O_RDONLY | O_DIRECTORY);
-        ASSERT_EQ(flock(opened.get(), LOCK_EX | LOCK_NB), 0);
-        Install(settings_, RequestFor(pki_));
-    }
-}
-
-// Behaviour: Folders are made with mode 0755 whatever the umask, those above them too
-TEST_F(Installation, MissingFoldersAboveHaveTheirModeToo) {
-    settings_.directory = folder_.path() / "a" / "b" / "certs";
-    for (const mode_t mask : {mode_t{0}, mode_t{077}}) {
-        const mode_t before = umask(mask);
-        const Failure failure = Try(RequestFor(pki_));
-        umask(before);
-        ASSERT_EQ(failure.type, "none") << failure.text;
-        for (const char* made : {"a", "a/b", "a/b/certs", "a/b/certs/alice"})
-            EXPECT_EQ(Mode(folder_.path() / made), 0755u) << made;
-        fs::remove_all(folder_.path() / "a");
-    }
 }
 
 // Behaviour: A certificate that lacks one of the names that it is for is refused as "badnames" with those

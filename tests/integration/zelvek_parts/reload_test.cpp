@@ -4,6 +4,8 @@
 
 #include "unit/zelvek_parts/authority.h"
 #include "unit/zelvek_parts/support.h"
+#include "zelvek/certificates/reloader.h"
+#include "zelvek/store/reloads.h"
 
 namespace {
 
@@ -87,6 +89,25 @@ TEST_F(Reload, EndlessOutputIsNotKept) {
     EXPECT_THAT(Run("head -c 300000000 /dev/zero | tr '\\0' 'x'; echo; echo the end; exit 1"),
                 HasSubstr("the end"));
     EXPECT_LT(peak_kilobytes() - before, 100000);
+}
+
+// Behaviour: The reload command may change while the service runs: from the next installation on it is that
+// one
+TEST_F(Reload, TheCommandMayChange) {
+    zelvek::Store store(folder_.path() / "zelvek.db");
+    zelvek::Reloader reloader(store, {});
+    const auto expected = [&] {
+        zelvek::Transaction transaction(store);
+        return zelvek::reloads::Find(transaction, "alice", "shop.example").has_value();
+    };
+    reloader.Expect("alice", "shop.example", folder_.path());
+    EXPECT_FALSE(expected()) << "there is no command";
+    reloader.Change({.command = "echo done > '" + out_ + "'"});
+    reloader.Expect("alice", "shop.example", folder_.path());
+    EXPECT_TRUE(expected());
+    reloader.Reload(installed_);
+    EXPECT_EQ(Content(out_), "done\n");
+    EXPECT_FALSE(expected());
 }
 
 }  // namespace

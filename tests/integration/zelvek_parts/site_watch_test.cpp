@@ -104,6 +104,23 @@ TEST_F(Sites, ThatShowTheCertificateAreFound) {
     EXPECT_TRUE(Problems().empty());
 }
 
+// Behaviour: Where to look may change while the service runs; where nobody is to look any more, nobody does
+TEST_F(Sites, AreLookedAtWhereTheSettingsSay) {
+    const Server server(&Serve, new_.get());
+    Install(new_, 1);
+    EXPECT_EQ(Look().state, "unreachable");
+    SiteWatch::Settings settings;
+    settings.wanted = false;
+    settings.site = At(server.port());
+    settings.first_pause = std::chrono::milliseconds{1};
+    settings.longest_pause = std::chrono::seconds{0};
+    watch_->Change(settings);
+    EXPECT_EQ(Look().state, "unreachable");
+    settings.wanted = true;
+    watch_->Change(settings);
+    EXPECT_EQ(Look().state, "served");
+}
+
 // Behaviour: A web server that still shows an older certificate is told with its address and that
 //   certificate's date, the administrator from the sixth look on, until it shows the new one
 TEST_F(Sites, ThatShowAnOlderCertificateAreTold) {

@@ -23,7 +23,7 @@ protected:
             ++done_;
             return 7;
         });
-        command.AddConfigFile("--config", "File of options");
+        command.AddConfigFile("--config", "File of options", places_);
         command.AddOption("PLACE", place_, "Where");
         command.AddOption("--text", text_, "A text").OneOf({"one", "two words"});
         command.AddOption("--number", number_, "A number").Between(1, 9);
@@ -55,6 +55,7 @@ protected:
     std::optional<int> most_;
     std::vector<std::string> many_;
     milliseconds pause_{1500};
+    std::map<std::string, std::string> places_;
     bool flag_ = false;
     bool switch_ = true;
     int done_ = 0;
@@ -171,6 +172,62 @@ TEST_F(Commands, RefuseAFileThatCannotBeRead) {
     EXPECT_EQ(Run({"group", "do", "--config", "/nowhere/file"}), kUsage);
     EXPECT_EQ(Run({"group", "do", "--config", "/"}), kUsage);
     EXPECT_EQ(done_, 0);
+}
+
+// Behaviour: Of each option that stands in a file it is known where
+TEST_F(Commands, KnowThePlacesOfOptions) {
+    std::ofstream(file_) << "# nothing\n\nnumber=3\n";
+    EXPECT_EQ(Run({"group", "do", "--config", file_.c_str(), "--text", "one"}), 7) << err_;
+    EXPECT_EQ(places_, (std::map<std::string, std::string>{{"number", file_ + ":3: "}}));
+}
+
+/// The options of a service, two of which it can change while it runs.
+struct Declared {
+    Declared() {
+        Command serve = line.Root().AddCommand("serve", "Serves", [] { return kSuccess; });
+        serve.AddOption("--limit", limit, "A number").Between(1, 9).AtReload();
+        serve.AddOption("--pause", pause, "Seconds").AtReload();
+        serve.AddOption("--place", place, "Where").AtNextStart();
+        values = &serve.values();
+        kept = std::make_shared<Command>(serve);
+    }
+
+    int limit = 5;
+    milliseconds pause{1500};
+    std::string place = "here";
+    CommandLine line{"program", ""};
+    OptionValues* values = nullptr;
+    std::shared_ptr<Command> kept;
+};
+
+// Behaviour: Options that are read again are compared by what they mean; of those that differ, a running
+//   service takes over the ones that it can change
+TEST(ReadAgain, TakesOverWhatCanChange) {
+    Declared running;
+    Declared fresh;
+    fresh.line.Read({"program", "serve", "--limit", "5", "--pause", "1.50", "--place", "here"});
+    EXPECT_THAT(running.values->Differing(Effect::kAtReload, *fresh.values), ::testing::IsEmpty());
+    EXPECT_THAT(running.values->Differing(Effect::kAtNextStart, *fresh.values), ::testing::IsEmpty());
+    Declared other;
+    other.line.Read({"program", "serve", "--limit", "9", "--pause", "2", "--place", "there"});
+    EXPECT_THAT(running.values->Differing(Effect::kAtReload, *other.values), ElementsAre("limit", "pause"));
+    EXPECT_THAT(running.values->Differing(Effect::kAtNextStart, *other.values), ElementsAre("place"));
+    running.values->Take(Effect::kAtReload, *other.values);
+    EXPECT_EQ(running.limit, 9);
+    EXPECT_EQ(running.pause, milliseconds(2000));
+    EXPECT_EQ(running.place, "here");
+}
+
+// Behaviour: Options that are read again and cannot be used are an error that says why, and change nothing
+TEST(ReadAgain, RefusesWhatCannotBeUsed) {
+    Declared fresh;
+    try {
+        fresh.line.Read({"program", "serve", "--limit", "10"});
+        FAIL() << "it takes the number";
+    } catch (const Error& error) {
+        EXPECT_EQ(error.code(), Code::kValue);
+        EXPECT_THAT(error.sentence(), HasSubstr("--limit"));
+    }
 }
 
 // Behaviour: A command that fails says so in one line

@@ -3,8 +3,8 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <map>
 #include <regex>
-#include <set>
 
 #include "zelvek/cli/completion.h"
 #include "zelvek/cli/manual.h"
@@ -77,35 +77,53 @@ TEST(Manual, TakesNoTextForARequest) {
     EXPECT_THAT(CommandsPage(line), HasSubstr("\n\\&.so /etc/passwd\n.br\n\\&'br \\en.\n"));
 }
 
-/// The names of the options that `serve` takes from files.
-std::set<std::string> ServiceOptions() {
+CommandText ServeLine() {
     CommandLine line("zelvek", "");
     Command root = line.Root();
     AddServeCommand(root);
-    std::set<std::string> names;
-    for (const CommandText& command : line.Describe().commands) {
-        for (const OptionText& option : command.options) names.insert(option.name.substr(2));
-    }
-    for (const char* of_the_command_line : {"help", "config"}) names.erase(of_the_command_line);
-    return names;
+    return line.Describe();
 }
 
-// Behaviour: The packaged file of options and its manual page have every option of the service
-TEST(Manual, ThePackagedFileHasEveryOption) {
+/// The options that `serve` takes from files, with the time when another value takes effect.
+std::map<std::string, Effect> ServiceOptions() {
+    std::map<std::string, Effect> options;
+    for (const CommandText& command : ServeLine().commands) {
+        for (const OptionText& option : command.options) options[option.name.substr(2)] = option.effect;
+    }
+    for (const char* of_the_command_line : {"help", "config"}) options.erase(of_the_command_line);
+    return options;
+}
+
+/// The same as the packaged file has it: in the order of its two parts.
+std::map<std::string, Effect> PackagedOptions() {
     std::ifstream file(PACKAGING "/zelvek.conf");
-    std::set<std::string> named;
+    std::map<std::string, Effect> options;
+    Effect effect = Effect::kAtOnce;
     const std::regex option("#?([a-z-]+)=.*");
     for (std::string line; std::getline(file, line);) {
         std::smatch found;
-        if (std::regex_match(line, found, option)) named.insert(found[1]);
+        if (line.starts_with("## What takes effect at a start")) effect = Effect::kAtNextStart;
+        if (line.starts_with("## What takes effect at a reload")) effect = Effect::kAtReload;
+        if (std::regex_match(line, found, option)) options[found[1]] = effect;
     }
-    EXPECT_EQ(named, ServiceOptions());
-    CommandLine line("zelvek", "");
-    Command root = line.Root();
-    AddServeCommand(root);
-    const std::string page = OptionsPage(line.Describe());
-    for (const std::string& name : named)
-        EXPECT_THAT(page, HasSubstr("\\fB" + std::regex_replace(name, std::regex("-"), "\\-") + "=")) << name;
+    return options;
+}
+
+// Behaviour: The packaged file of options and its manual page have every option of the service, and say which
+//   take effect at a reload and which at the next start
+TEST(Manual, ThePackagedFileHasEveryOption) {
+    EXPECT_EQ(PackagedOptions(), ServiceOptions());
+    const std::string page = OptionsPage(ServeLine());
+    for (const auto& [name, effect] : PackagedOptions()) {
+        EXPECT_NE(effect, Effect::kAtOnce) << name;
+        const std::string entry = "\\fB" + std::regex_replace(name, std::regex("-"), "\\-") + "=";
+        const std::size_t at = page.find(entry);
+        ASSERT_NE(at, std::string::npos) << name;
+        const std::string text = page.substr(at, page.find(".TP\n", at) - at);
+        EXPECT_EQ(text.find("takes effect at the next start") != std::string::npos,
+                  effect == Effect::kAtNextStart)
+            << text;
+    }
 }
 
 }  // namespace

@@ -63,6 +63,8 @@ protected:
         notifier_ = std::make_unique<Notifier>(*store_, settings_);
     }
 
+    void Change() { notifier_->Change(Notifier::MeansOf(settings_)); }
+
     void Deliver(const std::string& now) {
         if (!notifier_) Restart();
         notifier_->DeliverDue(DateTime(now));
@@ -333,6 +335,24 @@ TEST_F(Notices, GoOnWhenTheClockWasSetBack) {
     Raise("root", "next.example");
     Deliver("2026-03-01 00:00:00");
     EXPECT_THAT(TakeMails(), SizeIs(1));
+}
+
+// Behaviour: Who is told, and how, may change while the service runs: what waits goes to the new address,
+// once
+TEST_F(Notices, WhatWaitsGoesTheNewWay) {
+    Raise("root", "shop.example");
+    Deliver("2026-03-01 00:00:00");
+    settings_.administrator = "other@panel.example";
+    Change();
+    Deliver("2026-03-01 00:01:00");
+    Deliver("2026-03-01 00:02:00");
+    EXPECT_THAT(TakeMails(), ElementsAre(HasSubstr("\nTo: other@panel.example\n")));
+    settings_.administrator = "nobody";
+    EXPECT_THROW(Change(), Error);
+    Raise("root", "next.example");
+    Deliver("2026-03-01 01:00:00");
+    Deliver("2026-03-01 01:01:00");
+    EXPECT_THAT(TakeMails(), ElementsAre(HasSubstr("\nTo: other@panel.example\n")));
 }
 
 // Behaviour: Settings that cannot be used are refused when the service starts, a file's mistakes with file

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <future>
+#include <memory>
 #include <string>
 
 #include "unit/zelvek_parts/support.h"
@@ -36,19 +37,19 @@ public:
 TEST(Publisher, WaitsForOneItemAlone) {
     const parts::TempFolder folder;
     zelvek::Store store(folder.path() / "zelvek.db");
-    SilentForOne server;
-    zelvek::Publisher publisher(store, folder.path(), &server);
+    const auto server = std::make_shared<SilentForOne>();
+    zelvek::Publisher publisher(store, folder.path(), server);
     const zelvek::Process self = zelvek::FindProcess(getpid()).value();
     const auto publish = [&](const std::string& zone) {
         publisher.Publish(self, "anna", PublishedItem{zone, "_acme-challenge." + zone, "value"}, "");
     };
     auto slow = std::async(std::launch::async, [&] { publish("silent.example"); });
-    server.asked.get_future().wait();
+    server->asked.get_future().wait();
     publish("other.example");
     publisher.Publish(self, "anna", PublishedItem{"", "token", ""}, "content");
     EXPECT_EQ(parts::Content(folder.path() / "token"), "content");
     EXPECT_NE(slow.wait_for(std::chrono::seconds(0)), std::future_status::ready);
-    server.answer.set_value();
+    server->answer.set_value();
     slow.get();
 }
 
@@ -70,8 +71,7 @@ public:
 TEST(Publisher, NotesWhenARecordIsSeenByAll) {
     const parts::TempFolder folder;
     zelvek::Store store(folder.path() / "zelvek.db");
-    Remembered server;
-    zelvek::Publisher publisher(store, folder.path(), &server);
+    zelvek::Publisher publisher(store, folder.path(), std::make_shared<Remembered>());
     const zelvek::Process self = zelvek::FindProcess(getpid()).value();
     const auto seen = [&](const std::string& zone) {
         publisher.Publish(self, "anna", PublishedItem{zone, "_acme-challenge." + zone, "value"}, "");
@@ -84,6 +84,29 @@ TEST(Publisher, NotesWhenARecordIsSeenByAll) {
     EXPECT_LT(seen("some.example"), in(3700));
     EXPECT_GT(seen("long.example"), in(3 * 3600));
     EXPECT_LT(seen("long.example"), in(3 * 3600 + 100));
+}
+
+// Behaviour: Where the DNS back end is replaced, a record under way is written where that began, and later
+// ones
+//   in the new place
+TEST(Publisher, GoesOnWhereAPublicationBegan) {
+    const parts::TempFolder folder;
+    zelvek::Store store(folder.path() / "zelvek.db");
+    auto old_one = std::make_shared<SilentForOne>();
+    zelvek::Publisher publisher(store, folder.path(), old_one);
+    const zelvek::Process self = zelvek::FindProcess(getpid()).value();
+    const auto publish = [&] {
+        publisher.Publish(self, "anna", {"silent.example", "_acme-challenge.silent.example", "value"}, "");
+    };
+    auto slow = std::async(std::launch::async, publish);
+    old_one->asked.get_future().wait();
+    publisher.UseRecords(nullptr);
+    EXPECT_EQ(publisher.records(), nullptr);
+    EXPECT_GT(old_one.use_count(), 1) << "who works with it keeps it";
+    old_one->answer.set_value();
+    slow.get();
+    EXPECT_EQ(old_one.use_count(), 1);
+    EXPECT_EQ(parts::FailureOf(publish).type, "dns");
 }
 
 // Behaviour: Where no DNS back end is configured the error names the options that select one
