@@ -35,6 +35,7 @@
 #include "zelvek/service/service_manager.h"
 #include "zelvek/service/socket.h"
 #include "zelvek/service/sweep.h"
+#include "zelvek/store/engines.h"
 #include "zelvek/store/store.h"
 
 namespace zelvek {
@@ -89,9 +90,9 @@ void TidyCertificates(const install::Settings& installed) {
     }
 }
 
-fs::path WithParent(const fs::path& file) {
-    if (file.has_parent_path()) UseDirectory("the database's directory", file.parent_path());
-    return file;
+Place WithParent(const Place& database) {
+    if (database.IsFile()) UseDirectory("the database's directory", database.File().parent_path());
+    return database;
 }
 
 void CheckPlugin(const ServeOptions& options) {
@@ -182,6 +183,7 @@ std::optional<Scheduler> WantedScheduler(Store& store, const ServeOptions& optio
 }  // namespace
 
 void CheckOptions(const ServeOptions& options) {
+    CheckPlace(Place(options.database));
     InstallSettings(options);
     WatchSettings(options);
     CheckPlugin(options);
@@ -195,7 +197,8 @@ void Serve(const ServeOptions& options) {
     const EndSignals signals;
     ServiceManager manager;
     ServiceSocket socket(RunDirectory(), manager.TakeSocket());
-    Store store(WithParent(options.database));
+    const Place database(options.database);
+    Store store(WithParent(database));
     CheckPlaces(options);
     const auto backend = dns::MakeBackend(options.dns);
 
@@ -209,7 +212,7 @@ void Serve(const ServeOptions& options) {
                       reloader,
                       {options.retry_interval},
                       options.retention.history_entries,
-                      {vek_date::DateTime().AsDateTime(), options.database, options.scheduler}};
+                      {vek_date::DateTime().AsDateTime(), database.Shown(), options.scheduler}};
     notices::Notifier notifier(store, options.notify);
     Looks looks(store, publisher, options);
     services.sites = looks.sites();
