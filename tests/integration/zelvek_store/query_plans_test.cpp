@@ -10,6 +10,7 @@
 #include <set>
 
 #include "engine.h"
+#include "operations.h"
 #include "zelvek/store/accounts.h"
 #include "zelvek/store/answered.h"
 #include "zelvek/store/deliveries.h"
@@ -657,5 +658,7 @@ TEST_F(QueryPlans, ReferencesHaveAnIndex) {
 }
 
 }  // namespace
+
+Operations StoreOperations() { return AllOperations(); }
 
 }  // namespace zelvek::testing
