@@ -35,6 +35,7 @@
 #include "zelvek/service/service_manager.h"
 #include "zelvek/service/socket.h"
 #include "zelvek/service/sweep.h"
+#include "zelvek/store/copy_mark.h"
 #include "zelvek/store/engines.h"
 #include "zelvek/store/store.h"
 
@@ -199,6 +200,7 @@ void Serve(const ServeOptions& options) {
     ServiceSocket socket(RunDirectory(), manager.TakeSocket());
     const Place database(options.database);
     Store store(WithParent(database));
+    copy_mark::CheckIsNone(store);
     CheckPlaces(options);
     const auto backend = dns::MakeBackend(options.dns);
 
