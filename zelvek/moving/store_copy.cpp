@@ -181,10 +181,8 @@ private:
     static CopiedTable Read(Connection& store, const Table& table) {
         CopiedTable read{table.name, 0, ""};
         Digest digest;
-        ForEachPage(store, table, {}, [&](const auto& columns, const auto& page) {
-            if (read.rows == 0) {
-                for (const std::string& column : columns) digest.Take(column + ",");
-            }
+        for (const std::string& column : rows::ColumnsOf(store, table)) digest.Take(column + ",");
+        ForEachPage(store, table, {}, [&](const auto& /*columns*/, const auto& page) {
             for (const Row& row : page) {
                 for (const auto& value : row)
                     digest.Take(value ? std::to_string(value->size()) + ":" + *value : "-");

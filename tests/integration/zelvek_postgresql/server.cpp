@@ -33,7 +33,7 @@ while read -r word; do
     start)
       "$programs/postgres" -D data -k "$1" -c listen_addresses= -c fsync=off -c synchronous_commit=off \
         -c full_page_writes=off -c shared_buffers=16MB -c autovacuum=off -c wal_level=minimal -c max_wal_senders=0 \
-        -c max_connections=20 >>log 2>&1 </dev/null &
+        -c max_connections=20 -c deadlock_timeout=100ms >>log 2>&1 </dev/null &
       server=$!
       until "$programs/pg_isready" -q -h "$1" || ! kill -0 "$server" 2>/dev/null; do sleep 0.05; done
       "$programs/pg_isready" -q -h "$1" || cat log >&2 ;;
@@ -153,11 +153,15 @@ void PostgresqlServer::Renew() {
     MakeRenewable();
 }
 
-std::vector<std::string> PostgresqlServer::Do(const std::string& sql, const std::string& database) const {
-    const std::unique_ptr<PGconn, void (*)(PGconn*)> connection(::PQconnectdb(Url(database).c_str()),
-                                                                &::PQfinish);
+PostgresqlServer::Session PostgresqlServer::Connect(const std::string& database) const {
+    Session session(::PQconnectdb(Url(database).c_str()), &::PQfinish);
     ::PQsetNoticeProcessor(
-        connection.get(), [](void*, const char*) {}, nullptr);
+        session.get(), [](void*, const char*) {}, nullptr);
+    return session;
+}
+
+std::vector<std::string> PostgresqlServer::Do(const std::string& sql, const std::string& database) const {
+    const Session connection = Connect(database);
     const std::unique_ptr<PGresult, void (*)(PGresult*)> result(::PQexec(connection.get(), sql.c_str()),
                                                                 &::PQclear);
     const ExecStatusType status = ::PQresultStatus(result.get());

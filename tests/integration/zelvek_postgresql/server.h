@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -29,11 +30,18 @@ public:
     /// The URL of a database there.
     std::string Url(const std::string& database = "store") const;
 
+    /// Where its socket lies.
+    const std::filesystem::path& folder() const { return folder_; }
+
     /// Makes an empty database, or makes one anew.
     void Make(const std::string& database);
 
     /// The database "store" is as a new one, with all tables: what a test has left is gone.
     void Renew();
+
+    /// A session of another program's.
+    using Session = std::unique_ptr<PGconn, void (*)(PGconn*)>;
+    Session Connect(const std::string& database = "store") const;
 
     /// The first column of what a statement gives, as another program gets it.
     std::vector<std::string> Do(const std::string& sql, const std::string& database = "store") const;
