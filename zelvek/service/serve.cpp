@@ -3,7 +3,9 @@
 #include <pwd.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <iostream>
 #include <memory>
@@ -63,6 +65,12 @@ public:
         return signal;
     }
 
+    /// Whether one comes within that time.
+    bool ComeWithin(std::chrono::seconds time) const {
+        const timespec limit{time.count(), 0};
+        return ::sigtimedwait(&signals_, nullptr, &limit) > 0;
+    }
+
 private:
     sigset_t signals_{};
 };
@@ -94,6 +102,23 @@ void TidyCertificates(const install::Settings& installed) {
 Place WithParent(const Place& database) {
     if (database.IsFile()) UseDirectory("the database's directory", database.File().parent_path());
     return database;
+}
+
+/// A server may begin after the service, or be away: it is waited for. Null when the service is to end
+/// before.
+std::unique_ptr<Store> OpenStore(const Place& database, const EndSignals& signals) {
+    constexpr std::chrono::seconds kLongestPause{10};
+    for (std::chrono::seconds pause{1};; pause = std::min(2 * pause, kLongestPause)) {
+        try {
+            auto store = std::make_unique<Store>(WithParent(database));
+            copy_mark::CheckIsNone(*store);
+            return store;
+        } catch (const Error& error) {
+            if (database.IsFile() || error.code() != Code::kLater) throw;
+            Log(error.what());
+        }
+        if (signals.ComeWithin(pause)) return nullptr;
+    }
 }
 
 void CheckPlugin(const ServeOptions& options) {
@@ -199,8 +224,9 @@ void Serve(const ServeOptions& options) {
     ServiceManager manager;
     ServiceSocket socket(RunDirectory(), manager.TakeSocket());
     const Place database(options.database);
-    Store store(WithParent(database));
-    copy_mark::CheckIsNone(store);
+    const auto opened = OpenStore(database, signals);
+    if (!opened) return;
+    Store& store = *opened;
     CheckPlaces(options);
     const auto backend = dns::MakeBackend(options.dns);
 

@@ -100,7 +100,10 @@ void AddWatchingOptions(Command& serve, ServeOptions& options) {
 void AddServeOptions(Command& serve, ServeOptions& options) {
     serve.AddConfigFile("--config",
                         "File of these options, key=value lines; conf.d/*.conf beside it are read, too");
-    serve.AddOption("--database", options.database, "Job records, keys, notifications").NotEmpty();
+    serve
+        .AddOption("--database", options.database,
+                   "Job records, keys, notifications: a file, or a URL postgresql://...")
+        .NotEmpty();
     serve.AddOption("--answers-dir", options.answers, "http-01 answer files").NotEmpty();
     serve.AddOption("--certs-dir", options.install.directory, "Installed certificates").NotEmpty();
     serve.AddOption("--certs-owner", options.certs_owners,

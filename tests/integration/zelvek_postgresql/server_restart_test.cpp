@@ -1,5 +1,7 @@
 // A service whose database's server is started anew.
 #include <atomic>
+#include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <thread>
 
@@ -48,6 +50,29 @@ TEST_F(ServerRestart, LosesNoWriteBack) {
     EXPECT_TRUE(service().Running());
     EXPECT_EQ(ErrorOf(kStatus), "");
     Stop();
+}
+
+// Behaviour: A service that begins before its database's server waits for it
+TEST_F(ServerRestart, IsWaitedForAtTheStart) {
+    Stop();
+    server_.Stop();
+    const auto waiting = StartCommand(ServeCommand({{"--database", server_.Url()}}));
+    EXPECT_TRUE(Eventually([&] { return waiting->Err().find("it cannot be reached") != std::string::npos; }));
+    EXPECT_EQ(waiting->Out(), "");
+    server_.Start();
+    EXPECT_TRUE(Eventually([&] { return waiting->Out() == "zelvek: ready\n"; }));
+    waiting->Signal(SIGTERM);
+    EXPECT_EQ(waiting->Wait().status, 0);
+}
+
+// Behaviour: A service whose engine is not installed says which package brings it
+TEST_F(ServerRestart, NeedsItsPackage) {
+    Stop();
+    std::filesystem::copy_file(ZELVEK_BINARY, Path("zelvek"));
+    std::ofstream(Path("z.conf")) << "database=" << server_.Url() << "\n";
+    const Ended ended = StartCommand({Path("zelvek"), "config", "check", "--config", Path("z.conf")})->Wait();
+    EXPECT_EQ(ended.status, 1);
+    EXPECT_THAT(ended.err, HasSubstr("this needs the package zelvek-postgresql, which is not installed"));
 }
 
 // Behaviour: What is asked once is done once, however often the database's server is started anew meanwhile

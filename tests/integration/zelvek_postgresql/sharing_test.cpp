@@ -95,6 +95,18 @@ TEST_F(SharedDatabase, OfAnotherProgramIsRefused) {
                 ElementsAre("other"));
 }
 
+// Behaviour: Panels in schemas of their own share a server's database without meeting
+TEST_F(SharedDatabase, HasSchemasApart) {
+    server_.Make("apart");
+    Store first(server_.Url("apart"));
+    server_.Do("CREATE SCHEMA second", "apart");
+    Store second(server_.Url("apart") + "&options=-csearch_path%3Dsecond");
+    AddJob(first);
+    EXPECT_EQ(AddJob(second), 1);
+    EXPECT_EQ(AddJob(second), 2);
+    EXPECT_THAT(server_.Do("SELECT count(*) FROM public.job", "apart"), ElementsAre("1"));
+}
+
 // Behaviour: A second service on a server's database is refused as long as the first one runs
 TEST_F(SharedDatabase, HasOneServiceAtATime) {
     {
