@@ -136,9 +136,8 @@ void CheckUrl(const std::string& url) {
     const std::unique_ptr<PQconninfoOption, void (*)(PQconninfoOption*)> options(
         ::PQconninfoParse(url.c_str(), &reason), &::PQconninfoFree);
     if (!options) {
-        const Error error(Code::kValue, "the URL of the database cannot be used: " + Line(reason));
-        ::PQfreemem(reason);
-        throw error;
+        const std::unique_ptr<char, void (*)(void*)> owned(reason, &::PQfreemem);
+        throw Error(Code::kValue, "the URL of the database cannot be used: " + Line(reason));
     }
     for (const PQconninfoOption* option = options.get(); option->keyword != nullptr; ++option) {
         const std::string_view key = option->keyword;

@@ -146,8 +146,10 @@ void PostgresqlConnection::SetVersion(long long version) {
 
 std::vector<std::string> PostgresqlConnection::Columns(const std::string& table) {
     const Result none = session_.client().Do("SELECT * FROM " + table + " LIMIT 0");
+    const int count = ::PQnfields(none.held.get());
     std::vector<std::string> names;
-    for (int i = 0; i < ::PQnfields(none.held.get()); ++i) names.emplace_back(::PQfname(none.held.get(), i));
+    names.reserve(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) names.emplace_back(::PQfname(none.held.get(), i));
     return names;
 }
 

@@ -58,8 +58,9 @@ void ReplaceTimes(std::string& text) {
         const std::string time = text.substr(begin, comma - begin);
         const std::string added = text.substr(comma + 2, end - comma - 2);
         const std::string from = time == "'now'" ? "now() AT TIME ZONE 'UTC'" : time + "::timestamp";
-        text.replace(at, end + 1 - at,
-                     "to_char((" + from + ") + (" + added + ")::interval, 'YYYY-MM-DD HH24:MI:SS')");
+        std::string sum = "to_char((" + from;
+        sum.append(") + (").append(added).append(")::interval, 'YYYY-MM-DD HH24:MI:SS')");
+        text.replace(at, end + 1 - at, sum);
     }
 }
 

@@ -14,16 +14,17 @@ namespace {
 std::string Joined(const std::vector<std::string>& names, const std::string& before,
                    const std::string& after = "") {
     std::string joined;
-    for (const std::string& name : names) str::inpl::Append(joined, before + name + after, ", ");
+    for (const std::string& name : names) {
+        std::string word = before;
+        word.append(name).append(after);
+        str::inpl::Append(joined, word, ", ");
+    }
     return joined;
 }
 
 /// As texts, which is what both engines make of whatever a column holds.
 std::string AsTexts(const Table& table, const std::vector<std::string>& columns) {
-    std::string joined;
-    for (const std::string& column : columns)
-        str::inpl::Append(joined, "CAST (" + table.name + "." + column + " AS TEXT)", ", ");
-    return joined;
+    return Joined(columns, "CAST (" + table.name + ".", " AS TEXT)");
 }
 
 // The keys with their table's name: the texts that are selected have the same names.
