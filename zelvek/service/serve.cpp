@@ -218,29 +218,26 @@ void CheckOptions(const ServeOptions& options) {
     notices::CheckSettings(options.notify);
 }
 
-void Serve(const ServeOptions& options) {
-    vek_proc::LeaveNoCoreFile();
-    const EndSignals signals;
-    ServiceManager manager;
-    ServiceSocket socket(RunDirectory(), manager.TakeSocket());
-    const Place database(options.database);
-    const auto opened = OpenStore(database, signals);
-    if (!opened) return;
-    Store& store = *opened;
+namespace {
+
+/// With its database open, until it is asked to end.
+void ServeStore(Store& store, const ServeOptions& options, const EndSignals& signals, ServiceManager& manager,
+                ServiceSocket& socket) {
     CheckPlaces(options);
     const auto backend = dns::MakeBackend(options.dns);
 
     Publisher publisher(store, options.answers, backend.get());
     Reloader reloader(store, options.reload);
     const install::Settings installed = InstallSettings(options);
-    Services services{store,
-                      publisher,
-                      backend.get(),
-                      installed,
-                      reloader,
-                      {options.retry_interval},
-                      options.retention.history_entries,
-                      {vek_date::DateTime().AsDateTime(), database.Shown(), options.scheduler}};
+    Services services{
+        store,
+        publisher,
+        backend.get(),
+        installed,
+        reloader,
+        {options.retry_interval},
+        options.retention.history_entries,
+        {vek_date::DateTime().AsDateTime(), Place(options.database).Shown(), options.scheduler}};
     notices::Notifier notifier(store, options.notify);
     Looks looks(store, publisher, options);
     services.sites = looks.sites();
@@ -260,6 +257,17 @@ void Serve(const ServeOptions& options) {
     UntilEnd(signals, manager);
     reloader.End();
     if (asking) asking->End();
+}
+
+}  // namespace
+
+void Serve(const ServeOptions& options) {
+    vek_proc::LeaveNoCoreFile();
+    const EndSignals signals;
+    ServiceManager manager;
+    ServiceSocket socket(RunDirectory(), manager.TakeSocket());
+    const auto store = OpenStore(Place(options.database), signals);
+    if (store) ServeStore(*store, options, signals, manager, socket);
 }
 
 }  // namespace zelvek

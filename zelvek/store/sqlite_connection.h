@@ -11,7 +11,7 @@
 namespace zelvek {
 
 /// The connection to an SQLite database file, which this process has for itself meanwhile.
-class SqliteConnection : public Connection {
+class SqliteConnection final : public Connection {
 public:
     /// Opens or creates the file. Errors: those of `DatabaseFile`, and of the engine.
     explicit SqliteConnection(const std::filesystem::path& file);

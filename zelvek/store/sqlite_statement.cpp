@@ -96,7 +96,7 @@ private:
         std::string& place = texts_.emplace_back();
         soci::indicator& given = indicators_.emplace_back(soci::i_ok);
         statement_.exchange(soci::into(place, given));
-        columns_.push_back([&place, &given, variable] {
+        columns_.emplace_back([&place, &given, variable] {
             *variable = given == soci::i_null ? std::nullopt : std::optional(place);
         });
     }
@@ -112,7 +112,7 @@ private:
     void HandOver(std::deque<Value>& places, Variable& variable) {
         Value& place = places.emplace_back();
         statement_.exchange(soci::into(place));
-        columns_.push_back([&place, &variable] { variable = static_cast<Variable>(std::move(place)); });
+        columns_.emplace_back([&place, &variable] { variable = static_cast<Variable>(std::move(place)); });
     }
 
     SqliteConnection::State& connection_;
