@@ -24,6 +24,7 @@ int main(int argc, char** argv) {
     zelvek::AddServeCommand(root, {argv, argv + argc});
     zelvek::AddConfigCommands(root);
     zelvek::moving::AddCommands(root, ReadPlaces);
+    zelvek::moving::AddStoreCommands(root);
     for (const auto& add_commands : zelvek::cli::kEveryNoun) add_commands(root);
     zelvek::AddDoctorCommand(root);
     zelvek::AddSetupCommand(root);

@@ -36,6 +36,7 @@ LAYERS = {
 ROOMS = {
     "base": set(),
     "store": {"base"},
+    "postgresql": {"base", "store"},
     "certificates": {"base", "store"},
     "publishing": {"base", "store"},
     "jobs": {"base", "store"},

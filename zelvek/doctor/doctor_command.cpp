@@ -24,6 +24,7 @@
 #include "zelvek/doctor/machine.h"
 #include "zelvek/doctor/network.h"
 #include "zelvek/service/serve_command.h"
+#include "zelvek/store/engines.h"
 #include "zelvek/store/integrity.h"
 
 namespace zelvek {
@@ -125,20 +126,35 @@ std::string HostOf(const std::string& url) {
     return rest.substr(0, rest.find_first_of("/:"));
 }
 
-void LookAtMachine(const ServeOptions& options, Checks& checks) {
-    checks.push_back(doctor::Tools({"dig", "openssl"}));
-    checks.push_back(doctor::WritableFolder("answers folder", options.answers));
-    checks.push_back(doctor::WritableFolder("certificates folder", options.install.directory));
-    checks.push_back(doctor::Disk("disk", options.database.parent_path()));
-    checks.push_back(doctor::Disk("disk", options.install.directory));
-    checks.push_back(doctor::SecretFile("database", options.database));
+void LookAtDatabaseFile(const std::filesystem::path& file, Checks& checks) {
+    checks.push_back(doctor::Disk("disk", file.parent_path()));
+    checks.push_back(doctor::SecretFile("database", file));
     try {
-        const std::string damage = DamageOf(options.database);
+        const std::string damage = DamageOf(file);
         checks.push_back(damage.empty() ? doctor::Fine("integrity", "the database is whole")
                                         : doctor::Wrong("integrity", damage, "restore a backup"));
     } catch (const Error& error) {
         checks.push_back(doctor::Wrong("integrity", error.what(), "see whether the path is right"));
     }
+}
+
+void LookAtDatabase(const ServeOptions& options, Checks& checks) try {
+    const Place place(options.database);
+    if (place.IsFile()) {
+        LookAtDatabaseFile(place.File(), checks);
+    } else {
+        checks.push_back(doctor::Fine("database", place.Shown() + ": " + LookAt(place)));
+    }
+} catch (const Error& error) {
+    checks.push_back(doctor::Wrong("database", error.what(), "see database in zelvek.conf(5)"));
+}
+
+void LookAtMachine(const ServeOptions& options, Checks& checks) {
+    checks.push_back(doctor::Tools({"dig", "openssl"}));
+    checks.push_back(doctor::WritableFolder("answers folder", options.answers));
+    checks.push_back(doctor::WritableFolder("certificates folder", options.install.directory));
+    checks.push_back(doctor::Disk("disk", options.install.directory));
+    LookAtDatabase(options, checks);
     checks.push_back(doctor::Listening(80, "http-01 needs a web server at port 80"));
     checks.push_back(doctor::Listening(443, "sites need a web server at port 443"));
     Append(checks, doctor::Units({"zelvek.service", "zelvek-reload.path"}));

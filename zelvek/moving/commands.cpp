@@ -15,6 +15,7 @@
 #include "zelvek/base/service_user.h"
 #include "zelvek/moving/output_file.h"
 #include "zelvek/moving/restore.h"
+#include "zelvek/store/place.h"
 
 namespace zelvek::moving {
 
@@ -57,6 +58,11 @@ int FindPlaces(const CommonOptions& options, const ReadPlaces& read, Places& pla
         if (status != kSuccess) return status;
     }
     if (!options.database.empty()) places.database = options.database;
+    if (!Place(places.database).IsFile()) {
+        throw Error(Code::kValue,
+                    "a backup has the database of a file: \"zelvek store copy\" makes one of the "
+                    "server's, which --database takes");
+    }
     if (!options.certificates.empty()) places.certificates.directory = options.certificates;
     places.database = fs::absolute(places.database);
     places.certificates.directory = fs::absolute(places.certificates.directory);

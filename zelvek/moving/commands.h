@@ -15,4 +15,7 @@ using ReadPlaces = std::function<int(const std::string& file, Places& places)>;
 /// Adds the commands `backup` and `restore`.
 void AddCommands(Command& root, const ReadPlaces& read_places);
 
+/// Adds the commands about stores as they are.
+void AddStoreCommands(Command& root);
+
 }  // namespace zelvek::moving

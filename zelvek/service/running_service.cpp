@@ -9,23 +9,14 @@
 #include "vek/date.h"
 #include "zelvek/base/durable.h"
 #include "zelvek/base/error.h"
-#include "zelvek/base/folder.h"
 #include "zelvek/base/log.h"
 #include "zelvek/service/sweep.h"
+#include "zelvek/service/use_directory.h"
+#include "zelvek/store/place.h"
 
 namespace zelvek {
 
-namespace fs = std::filesystem;
-
 namespace {
-
-/// Makes the directory where it is missing. Everybody may read it, web servers among them.
-void UseDirectory(const std::string& purpose, const fs::path& directory) try {
-    MakeFolders(directory, 0755);
-    if (::access(directory.c_str(), W_OK | X_OK) != 0) throw IoError("cannot write to", directory, errno);
-} catch (const Error& error) {
-    throw Error(error.code(), purpose + ": " + error.what());
-}
 
 /// What killed services have left in files; it keeps nobody from starting.
 void TidyCertificates(const install::Settings& installed) {
@@ -36,13 +27,8 @@ void TidyCertificates(const install::Settings& installed) {
     }
 }
 
-fs::path WithParent(const fs::path& file) {
-    if (file.has_parent_path()) UseDirectory("the database's directory", file.parent_path());
-    return file;
-}
-
 /// What the service works with outside its database is there, and can be used. Returns the answers' place.
-const fs::path& CheckPlaces(const ServeOptions& options) {
+const std::filesystem::path& CheckPlaces(const ServeOptions& options) {
     UseDirectory("the answers' directory", options.answers);
     durable::RemoveLeftovers(options.answers);
     UseDirectory("the certificates' directory", options.install.directory);
@@ -98,7 +84,7 @@ RunningService::RunningService(const ServeOptions& options, ServiceSocket& socke
                 InstallSettings(options),
                 reloader_,
                 RulesOf(options),
-                {vek_date::DateTime().AsDateTime(), options.database},
+                {vek_date::DateTime().AsDateTime(), Place(options.database).Shown()},
                 &looks_.sites(),
                 {options.plugin, options.authorities},
                 options.groups},

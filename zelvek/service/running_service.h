@@ -27,7 +27,7 @@ namespace zelvek {
 class RunningService {
 public:
     /// Errors: Error for options that cannot be used.
-    RunningService(const ServeOptions& options, ServiceSocket& socket, const Groups& groups);
+    RunningService(const ServeOptions& options, Store& store, ServiceSocket& socket, const Groups& groups);
     ~RunningService();
     RunningService(const RunningService&) = delete;
     RunningService& operator=(const RunningService&) = delete;
@@ -39,7 +39,7 @@ public:
 private:
     void StartOrEndParts(const ServeOptions& options);
 
-    Store store_;
+    Store& store_;
     Publisher publisher_;
     Reloader reloader_;
     notices::Notifier notifier_;

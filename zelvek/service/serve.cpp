@@ -2,10 +2,13 @@
 
 #include <pwd.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <memory>
 
 #include "vek/client.h"
 #include "vek/err.h"
@@ -22,6 +25,10 @@
 #include "zelvek/service/running_service.h"
 #include "zelvek/service/service_manager.h"
 #include "zelvek/service/socket.h"
+#include "zelvek/service/use_directory.h"
+#include "zelvek/store/copy_mark.h"
+#include "zelvek/store/engines.h"
+#include "zelvek/store/store.h"
 
 namespace zelvek {
 
@@ -47,6 +54,13 @@ public:
         return signal;
     }
 
+    /// Whether the service is asked to end within that time.
+    bool EndComesWithin(std::chrono::seconds time) const {
+        const timespec limit{time.count(), 0};
+        const int signal = ::sigtimedwait(&signals_, nullptr, &limit);
+        return signal > 0 && signal != SIGHUP;
+    }
+
 private:
     sigset_t signals_{};
 };
@@ -60,6 +74,28 @@ uid_t IdOf(const std::string& user) {
     if (found == nullptr)
         throw Error(Code::kValue, "--certs-owner: there is no user \"" + Printable(user) + "\"");
     return entry.pw_uid;
+}
+
+Place WithParent(const Place& database) {
+    if (database.IsFile()) UseDirectory("the database's directory", database.File().parent_path());
+    return database;
+}
+
+/// A server may begin after the service, or be away: it is waited for. Null when the service is to end
+/// before.
+std::unique_ptr<Store> OpenStore(const Place& database, const Signals& signals) {
+    constexpr std::chrono::seconds kLongestPause{10};
+    for (std::chrono::seconds pause{1};; pause = std::min(2 * pause, kLongestPause)) {
+        try {
+            auto store = std::make_unique<Store>(WithParent(database));
+            copy_mark::CheckIsNone(*store);
+            return store;
+        } catch (const Error& error) {
+            if (database.IsFile() || error.code() != Code::kLater) throw;
+            Log(error.what());
+        }
+        if (signals.EndComesWithin(pause)) return nullptr;
+    }
 }
 
 /// Whether a query comes back from the service's own socket. One that comes back with an error has been
@@ -188,8 +224,21 @@ void Serve(const ServeOptions& options, const ReadAgain& read_again) {
     ServiceManager manager;
     const Groups groups = FindGroups(options.groups);
     ServiceSocket socket(RunDirectory(), groups, manager.TakeSocket());
-    RunningService service(options, socket, groups);
+    const auto store = OpenStore(Place(options.database), signals);
+    if (!store) return;
+    RunningService service(options, *store, socket, groups);
     UntilEnd(signals, manager, [&] { return Reload(service, read_again); });
+}
+
+}  // namespace
+
+void Serve(const ServeOptions& options) {
+    vek_proc::LeaveNoCoreFile();
+    const EndSignals signals;
+    ServiceManager manager;
+    ServiceSocket socket(RunDirectory(), manager.TakeSocket());
+    const auto store = OpenStore(Place(options.database), signals);
+    if (store) ServeStore(*store, options, signals, manager, socket);
 }
 
 }  // namespace zelvek

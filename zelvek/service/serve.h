@@ -25,7 +25,7 @@
 namespace zelvek {
 
 struct ServeOptions {
-    std::filesystem::path database = "/var/lib/zelvek/zelvek.db";
+    std::string database = "/var/lib/zelvek/zelvek.db";  // a Place
     std::filesystem::path answers = "/var/lib/zelvek/answers";
     install::Settings install{"/var/lib/zelvek/certs"};
     std::vector<std::string> certs_owners;  // names of users

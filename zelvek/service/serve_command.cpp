@@ -167,7 +167,9 @@ void AddServeOptions(Command& serve, ServeOptions& options) {
     serve.AddConfigFile("--config",
                         "File of these options, key=value lines; conf.d/*.conf beside it are read, too",
                         options.places);
-    serve.AddOption("--database", options.database, "Job records, keys, notifications")
+    serve
+        .AddOption("--database", options.database,
+                   "Job records, keys, notifications: a file, or a URL postgresql://...")
         .NotEmpty()
         .AtNextStart();
     serve.AddOption("--answers-dir", options.answers, "http-01 answer files").NotEmpty().AtNextStart();

@@ -8,8 +8,9 @@
 
 #include "zelvek/base/descriptor.h"
 #include "zelvek/base/error.h"
-#include "zelvek/store/connection.h"
 #include "zelvek/store/soci_state.h"
+#include "zelvek/store/sqlite_connection.h"
+#include "zelvek/store/statement.h"
 #include "zelvek/store/store.h"
 
 namespace zelvek {
@@ -52,7 +53,7 @@ auto WithFile(const fs::path& file, const Action& action) -> decltype(action()) 
 }
 
 void CheckWhole(const fs::path& file) {
-    Connection connection(file);
+    SqliteConnection connection(file);
     std::string fault;
     Statement(connection, "PRAGMA integrity_check(1)").Into(fault).Next();
     if (fault != "ok") throw Error(Code::kIo, "it is damaged: " + fault);
@@ -60,7 +61,7 @@ void CheckWhole(const fs::path& file) {
 
 /// A process of this machine could have the number of one that was on the other.
 void ForgetProcesses(const fs::path& file) {
-    Connection connection(file);
+    SqliteConnection connection(file);
     connection.Begin();
     connection.Execute({"UPDATE job SET holder_pid = 0, holder_start = 0", "DELETE FROM reader",
                         "DELETE FROM csr", "DELETE FROM answered_query",

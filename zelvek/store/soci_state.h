@@ -4,17 +4,16 @@
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include <map>
+#include <memory>
 #include <string>
-#include <utility>
 
 #include "zelvek/base/error.h"
-#include "zelvek/store/connection.h"
-#include "zelvek/store/statement.h"
+#include "zelvek/store/sqlite_connection.h"
 
-/// What `Connection` and `Statement` share behind their headers: the SQL library.
+/// What the SQLite connection and its statements share behind their headers: the SQL library.
 namespace zelvek {
 
-struct Connection::State {
+struct SqliteConnection::State {
     explicit State(const std::string& database) : session(soci::sqlite3, database) {}
 
     soci::session session;
@@ -39,5 +38,8 @@ auto Translated(const Action& action) -> decltype(action()) {
         throw Error(Code::kInternal, error.get_error_message());
     }
 }
+
+/// One use of the statement of this text, which the connection keeps prepared afterwards.
+std::unique_ptr<StatementUse> UseOf(SqliteConnection::State& connection, const std::string& sql);
 
 }  // namespace zelvek

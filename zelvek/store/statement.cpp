@@ -1,123 +1,81 @@
 #include "zelvek/store/statement.h"
 
 #include <algorithm>
-#include <deque>
-#include <exception>
-#include <functional>
-#include <utility>
-#include <vector>
 
+#include "zelvek/base/text.h"
 #include "zelvek/store/connection.h"
-#include "zelvek/store/soci_state.h"
 
 namespace zelvek {
 
-struct Statement::State {
-    State(Connection::State& owner, const std::string& sql)
-        : connection(owner), text(sql), statement(Take()) {}
+namespace {
 
-    /// The kept statement of this text, or a new one.
-    soci::statement Take() {
-        const auto kept = connection.kept.find(text);
-        if (kept == connection.kept.end()) {
-            soci::statement fresh(connection.session);
-            fresh.alloc();
-            fresh.prepare(text, soci::details::st_repeatable_query);
-            return fresh;
-        }
-        soci::statement taken = kept->second;
-        connection.kept.erase(kept);
-        return taken;
-    }
+constexpr const char* kReplacement = "\xef\xbf\xbd";  // U+FFFD
 
-    /// To the end, so that the engine does not take it for a reader that is still under way.
-    void PutBack() {
-        while (more) more = statement.fetch();
-        statement.bind_clean_up();
-        connection.kept.insert_or_assign(text, statement);
-    }
-
-    bool Step() {
-        if (!begun) {
-            statement.define_and_bind();
-            statement.execute(false);
-            begun = true;
-        }
-        more = statement.fetch();
-        if (more) std::for_each(columns.begin(), columns.end(), [](const auto& hand_over) { hand_over(); });
-        return more;
-    }
-
-    /// The library writes into a place of this object, also when `PutBack` reads on; the caller's variable
-    /// gets the rows that the caller asks for.
-    template <class Value, class Variable>
-    void HandOver(std::deque<Value>& places, Variable& variable) {
-        Value& place = places.emplace_back();
-        statement.exchange(soci::into(place));
-        columns.push_back([&place, &variable] { variable = static_cast<Variable>(std::move(place)); });
-    }
-
-    Connection::State& connection;
-    std::string text;
-    soci::statement statement;
-    bool begun = false;
-    bool more = false;
-    bool failed = false;
-    // They stay where they are while the library refers to them.
-    std::deque<std::string> texts;
-    std::deque<long long> numbers;
-    std::vector<std::function<void()>> columns;
-};
-
-Statement::Statement(Connection& connection, const std::string& sql)
-    : state_(Translated([&] { return std::make_unique<State>(*connection.state_, sql); })) {}
-
-// What has failed is not kept: the engine may have left it half-way.
-Statement::~Statement() {
-    if (state_->failed) return;
-    try {
-        state_->PutBack();
-    } catch (const std::exception&) {
-        state_->failed = true;
-    }
+bool IsPlainAscii(const std::string& text) {
+    constexpr unsigned char kFirstOther = 0x80;
+    return std::all_of(text.begin(), text.end(), [](unsigned char c) { return c != 0 && c < kFirstOther; });
 }
 
+}  // namespace
+
+std::string StoredText(const std::string& text) {
+    std::string fit;
+    fit.reserve(text.size());
+    for (std::size_t at = 0; at < text.size();) {
+        const auto character = CharacterAt(text, at);
+        const bool kept = character && character->point != 0;
+        kept ? fit.append(text, at, character->length) : fit.append(kReplacement);
+        at += character ? character->length : 1;
+    }
+    return fit;
+}
+
+Statement::Statement(Connection& connection, const std::string& sql) : use_(connection.Use(sql)) {}
+
+Statement::~Statement() = default;
+
 Statement& Statement::With(const std::string& value) {
-    state_->statement.exchange(soci::use(state_->texts.emplace_back(value)));
+    IsPlainAscii(value) ? use_->Give(value) : use_->Give(StoredText(value));
     return *this;
 }
 
 Statement& Statement::With(long long value) {
-    state_->statement.exchange(soci::use(state_->numbers.emplace_back(value)));
+    use_->Give(value);
+    return *this;
+}
+
+Statement& Statement::WithOptional(const std::optional<std::string>& value) {
+    if (value) return With(*value);
+    use_->GiveNothing();
+    return *this;
+}
+
+Statement& Statement::IntoOptional(std::optional<std::string>& column) {
+    use_->Receive(&column);
     return *this;
 }
 
 Statement& Statement::Into(std::string& column) {
-    state_->HandOver(state_->texts, column);
+    use_->Receive(&column);
     return *this;
 }
 
 Statement& Statement::Into(long long& column) {
-    state_->HandOver(state_->numbers, column);
+    use_->Receive(&column);
     return *this;
 }
 
 Statement& Statement::Into(int& column) {
-    state_->HandOver(state_->numbers, column);
+    use_->Receive(&column);
     return *this;
 }
 
 Statement& Statement::Into(bool& column) {
-    state_->HandOver(state_->numbers, column);
+    use_->Receive(&column);
     return *this;
 }
 
-bool Statement::Next() {
-    state_->failed = true;
-    const bool row = Translated([&] { return state_->Step(); });
-    state_->failed = false;
-    return row;
-}
+bool Statement::Next() { return use_->Next(); }
 
 std::vector<int> Statement::Numbers() {
     std::vector<int> numbers;
@@ -127,15 +85,6 @@ std::vector<int> Statement::Numbers() {
     return numbers;
 }
 
-long long Statement::Run() {
-    state_->failed = true;
-    const long long changed = Translated([&] {
-        state_->statement.define_and_bind();
-        state_->statement.execute(true);
-        return state_->statement.get_affected_rows();
-    });
-    state_->failed = false;
-    return changed;
-}
+long long Statement::Run() { return use_->Run(); }
 
 }  // namespace zelvek

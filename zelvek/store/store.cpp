@@ -11,6 +11,8 @@
 #include "zelvek/base/error.h"
 #include "zelvek/base/job.h"
 #include "zelvek/base/log.h"
+#include "zelvek/store/connection.h"
+#include "zelvek/store/engines.h"
 #include "zelvek/store/job_names.h"
 #include "zelvek/store/jobs.h"
 #include "zelvek/store/migrations.h"
@@ -18,6 +20,15 @@
 namespace zelvek {
 
 namespace {
+
+void RollBack(Connection& connection) {
+    try {
+        connection.Rollback();
+    } catch (const std::exception& error) {
+        // The engine has rolled back by itself where the disk failed.
+        Log(std::string("rolling back: ") + error.what());
+    }
+}
 
 /// The statements of a migration: each ends with ";" at the end of a line.
 std::vector<std::string> Statements(const std::string& migration) {
@@ -66,42 +77,68 @@ std::vector<std::string> NeededColumns(Connection& connection, std::size_t migra
                           [](const JobField& field) { return field.key == std::string("failures"); });
 }
 
+/// A transaction, which is rolled back unless it is committed.
+class Undoing {
+public:
+    explicit Undoing(Connection& connection) : connection_(connection) { connection_.Begin(); }
+    ~Undoing() {
+        if (!committed_) RollBack(connection_);
+    }
+    Undoing(const Undoing&) = delete;
+    Undoing& operator=(const Undoing&) = delete;
+
+    void Commit() {
+        connection_.Commit();
+        committed_ = true;
+    }
+
+private:
+    Connection& connection_;
+    bool committed_ = false;
+};
+
+/// How many migrations the database has had.
+std::size_t CheckedVersion(Connection& connection) {
+    const auto version = static_cast<std::size_t>(connection.Version());
+    if (version <= Migrations().size()) return version;
+    throw Error(Code::kIo, "its version " + std::to_string(version) + " is newer than this program's, " +
+                               std::to_string(Migrations().size()));
+}
+
 void Migrate(Connection& connection) {
     const auto& migrations = Migrations();
-    const auto version = static_cast<std::size_t>(connection.Version());
-    if (version > migrations.size()) {
-        throw Error(Code::kIo, "its version " + std::to_string(version) + " is newer than this program's, " +
-                                   std::to_string(migrations.size()));
-    }
-    for (std::size_t next = version; next < migrations.size(); ++next) {
-        connection.Begin();
+    for (std::size_t next = CheckedVersion(connection); next < migrations.size();) {
+        Undoing transaction(connection);
+        // Another program may have come first: nobody changes the version from here on.
+        next = CheckedVersion(connection);
+        if (next >= migrations.size()) return;
         connection.Execute(NeededColumns(connection, next));
         connection.Execute(Statements(migrations[next]));
-        connection.SetVersion(static_cast<long long>(next) + 1);
-        connection.Commit();
+        connection.SetVersion(static_cast<long long>(++next));
+        transaction.Commit();
     }
 }
 
 /// A new field of a job needs no migration of its own.
 void AddMissingColumns(Connection& connection) {
-    const auto changes = MissingColumns(connection, [](const JobField&) { return true; });
-    if (changes.empty()) return;
-    connection.Begin();
-    connection.Execute(changes);
-    connection.Commit();
+    const auto any = [](const JobField&) { return true; };
+    if (MissingColumns(connection, any).empty()) return;
+    Undoing transaction(connection);
+    connection.Execute(MissingColumns(connection, any));
+    transaction.Commit();
 }
 
 }  // namespace
 
-Store::Store(const std::filesystem::path& file) try : connection_(file) {
-    Migrate(connection_);
-    AddMissingColumns(connection_);
+Store::Store(const Place& place, Sharing sharing) try : connection_(Open(place, sharing)) {
+    Migrate(*connection_);
+    AddMissingColumns(*connection_);
     Transaction transaction(*this);
     jobs::NameFolders(transaction);
     job_names::FillIn(transaction);
     transaction.Commit();
 } catch (const Error& error) {
-    throw Error(error.code(), "database " + file.string() + ": " + error.what());
+    throw Error(error.code(), "database " + place.Shown() + ": " + error.what());
 }
 
 Store::~Store() {
@@ -114,7 +151,7 @@ Store::~Store() {
 
 void Store::Tidy() {
     const std::lock_guard lock(mutex_);
-    if (untidy_) untidy_ = !connection_.EmptyLog();
+    if (untidy_) untidy_ = !connection_->EmptyLog();
 }
 
 void Store::TellOfDue(std::function<void(const std::string& due)> listener) {
@@ -122,20 +159,16 @@ void Store::TellOfDue(std::function<void(const std::string& due)> listener) {
     due_listener_ = std::move(listener);
 }
 
-Transaction::Transaction(Store& store) : store_(store), lock_(store.mutex_) { store_.connection_.Begin(); }
+Transaction::Transaction(Store& store) : store_(store), lock_(store.mutex_) { store_.connection_->Begin(); }
 
 Transaction::~Transaction() {
-    if (!open_) return;
-    try {
-        store_.connection_.Rollback();
-    } catch (const std::exception& error) {
-        // The engine has rolled back by itself where the disk failed.
-        Log(std::string("rolling back: ") + error.what());
-    }
+    if (open_) RollBack(*store_.connection_);
 }
 
+std::vector<std::string> Transaction::Prepared() const { return store_.connection_->Prepared(); }
+
 void Transaction::Commit() {
-    store_.connection_.Commit();
+    store_.connection_->Commit();
     open_ = false;
     if (!due_.empty() && store_.due_listener_) store_.due_listener_(due_);
 }

@@ -1,26 +1,28 @@
 #pragma once
 
-#include <filesystem>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "zelvek/store/connection.h"
+#include "zelvek/store/place.h"
 #include "zelvek/store/statement.h"
 
 namespace zelvek {
+
+class Connection;
 
 /// Everything that the panel keeps: jobs and their history, accounts with their private keys, domains,
 /// requests, notifications, publications. One file of this folder for each; all their functions work inside a
 /// `Transaction`.
 class Store {
 public:
-    /// Opens or creates the database, for this process alone, and brings it to the newest version.
-    /// Errors: Error that names the file: of code kBusy when another process has it; a file of a newer
-    /// version than this program's is one, and a file that is no database or another user's, which stays as
-    /// it is.
-    explicit Store(const std::filesystem::path& file);
+    /// Opens the database, which is made where it is a file, and brings it to the newest version; of several
+    /// that do so at once, one does and the others wait. Errors: Error that names the place: of code kBusy
+    /// when another process has it; a database of a newer version than this program's is one, and what is no
+    /// database of ours or another user's, which stays as it is.
+    explicit Store(const Place& place, Sharing sharing = Sharing::kAlone);
 
     /// As `Tidy`; what fails is logged.
     ~Store();
@@ -40,7 +42,7 @@ public:
 private:
     friend class Transaction;
     std::mutex mutex_;
-    Connection connection_;
+    std::unique_ptr<Connection> connection_;
     bool untidy_ = true;  // a service that was killed may have left keys in the log
     std::function<void(const std::string&)> due_listener_;
 };
@@ -64,10 +66,10 @@ public:
 
     /// For the store's own functions: SQL that both SQLite and PostgreSQL understand, a ":name" for each
     /// value.
-    Statement Prepare(const std::string& sql) { return Statement(store_.connection_, sql); }
+    Statement Prepare(const std::string& sql) { return Statement(*store_.connection_, sql); }
 
     /// For tests and for people who look for a slow query: the texts of all statements prepared so far.
-    std::vector<std::string> Prepared() const { return store_.connection_.Prepared(); }
+    std::vector<std::string> Prepared() const;
 
 private:
     Store& store_;

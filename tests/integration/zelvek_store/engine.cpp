@@ -5,7 +5,9 @@
 
 #include <csignal>
 #include <cstdlib>
+#include <fstream>
 
+#include "../zelvek_postgresql/server.h"
 #include "zelvek/store/jobs.h"
 
 namespace zelvek::testing {
@@ -13,7 +15,14 @@ namespace zelvek::testing {
 namespace fs = std::filesystem;
 
 std::vector<Engine> Engines() {
-    return {{"sqlite", [](const fs::path& folder) { return std::make_unique<Store>(folder / "zelvek.db"); }}};
+    const auto file = [](const fs::path& folder) { return std::make_unique<Store>(folder / "zelvek.db"); };
+    const auto server = [](const fs::path& folder) {
+        const fs::path mark = folder / "begun";
+        if (!fs::exists(mark)) PostgresqlServer::Shared().Renew();
+        std::ofstream{mark};
+        return std::make_unique<Store>(PostgresqlServer::Shared().Url());
+    };
+    return {{"sqlite", file}, {"postgresql", server}};
 }
 
 std::string EngineName(const ::testing::TestParamInfo<Engine>& info) { return info.param.name; }

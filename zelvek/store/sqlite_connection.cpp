@@ -1,9 +1,10 @@
-#include "zelvek/store/connection.h"
+#include "zelvek/store/sqlite_connection.h"
 
 #include <soci/sqlite3/soci-sqlite3.h>
 
 #include "zelvek/base/error.h"
 #include "zelvek/store/soci_state.h"
+#include "zelvek/store/statement.h"
 
 namespace zelvek {
 
@@ -22,7 +23,8 @@ std::string ConnectString(const std::filesystem::path& file) {
 
 }  // namespace
 
-Connection::Connection(const std::filesystem::path& file) : file_(std::filesystem::absolute(file)) {
+SqliteConnection::SqliteConnection(const std::filesystem::path& file)
+    : file_(std::filesystem::absolute(file)) {
     // Some names of a file, as ":memory:", mean something else to the engine; no path that begins with "/"
     // does.
     state_ =
@@ -33,14 +35,14 @@ Connection::Connection(const std::filesystem::path& file) : file_(std::filesyste
              "PRAGMA secure_delete = ON"});  // a deleted key leaves no bytes in the file
 }
 
-Connection::~Connection() = default;
+SqliteConnection::~SqliteConnection() = default;
 
-void Connection::Execute(const std::vector<std::string>& statements) {
+void SqliteConnection::Execute(const std::vector<std::string>& statements) {
     for (const std::string& statement : statements) Translated([&] { state_->session << statement; });
 }
 
 /// Another program may count its versions in the same place. Nothing has been changed so far.
-void Connection::CheckIsOurs() {
+void SqliteConnection::CheckIsOurs() {
     int tables = 0;
     Translated([&] {
         state_->session << "SELECT count(*) FROM sqlite_master WHERE name IN ('job', 'domain', 'setting')",
@@ -49,16 +51,18 @@ void Connection::CheckIsOurs() {
     if (Version() != 0 && tables != 3) throw Error(Code::kIo, "it is another program's database");
 }
 
-void Connection::Begin() {
+void SqliteConnection::Begin() {
     file_.CheckIsThere();
     Statement(*this, "BEGIN IMMEDIATE").Run();
 }
 
-void Connection::Commit() { Statement(*this, "COMMIT").Run(); }
+void SqliteConnection::Commit() { Statement(*this, "COMMIT").Run(); }
 
-void Connection::Rollback() { Statement(*this, "ROLLBACK").Run(); }
+void SqliteConnection::Rollback() { Statement(*this, "ROLLBACK").Run(); }
 
-bool Connection::EmptyLog() {
+void SqliteConnection::BeginReading() { Statement(*this, "BEGIN").Run(); }
+
+bool SqliteConnection::EmptyLog() {
     int busy = 1;
     // Whoever reads the database would be waited for otherwise, and all of the store's users with them.
     Execute({"PRAGMA busy_timeout = 0"});
@@ -72,17 +76,17 @@ bool Connection::EmptyLog() {
     return busy == 0;
 }
 
-long long Connection::Version() {
+long long SqliteConnection::Version() {
     long long version = 0;
     Translated([&] { state_->session << "PRAGMA user_version", soci::into(version); });
     return version;
 }
 
-void Connection::SetVersion(long long version) {
+void SqliteConnection::SetVersion(long long version) {
     Execute({"PRAGMA user_version = " + std::to_string(version)});
 }
 
-std::vector<std::string> Connection::Columns(const std::string& table) {
+std::vector<std::string> SqliteConnection::Columns(const std::string& table) {
     soci::row row;  // described, though none is found
     Translated([&] { state_->session << "SELECT * FROM " << table << " WHERE 1 = 0", soci::into(row); });
     std::vector<std::string> names;
@@ -90,7 +94,39 @@ std::vector<std::string> Connection::Columns(const std::string& table) {
     return names;
 }
 
-std::vector<std::string> Connection::Prepared() const {
+long long SqliteConnection::LastNumber(const std::string& table, const std::string& column) {
+    long long number = 0;
+    // Of AUTOINCREMENT columns it is remembered, of others the highest one that is there counts.
+    Statement(*this, "SELECT coalesce(max(seq), 0) FROM sqlite_sequence WHERE name = :table")
+        .With(table)
+        .Into(number)
+        .Next();
+    if (number > 0) return number;
+    Statement(*this, "SELECT coalesce(max(" + column + "), 0) FROM " + table).Into(number).Next();
+    return number;
+}
+
+void SqliteConnection::SetLastNumber(const std::string& table, const std::string& /*column*/,
+                                     long long number) {
+    // There is a row for a table with such a column as soon as it has had a row.
+    if (Statement(*this, "UPDATE sqlite_sequence SET seq = :number WHERE name = :table")
+            .With(number)
+            .With(table)
+            .Run() > 0)
+        return;
+    Statement(*this,
+              "INSERT INTO sqlite_sequence (name, seq) SELECT name, :number FROM sqlite_master"
+              " WHERE type = 'table' AND name = :table AND sql LIKE '%AUTOINCREMENT%'")
+        .With(number)
+        .With(table)
+        .Run();
+}
+
+std::unique_ptr<StatementUse> SqliteConnection::Use(const std::string& sql) {
+    return Translated([&] { return UseOf(*state_, sql); });
+}
+
+std::vector<std::string> SqliteConnection::Prepared() const {
     std::vector<std::string> texts;
     for (const auto& [text, statement] : state_->kept) texts.push_back(text);
     return texts;
