@@ -52,7 +52,10 @@ void Connection::CheckIsOurs() {
 void Connection::Begin() {
     file_.CheckIsThere();
     Statement(*this, "BEGIN IMMEDIATE").Run();
+    state_->changed = false;
 }
+
+bool Connection::HasChanged() const { return state_->changed; }
 
 void Connection::Commit() { Statement(*this, "COMMIT").Run(); }
 

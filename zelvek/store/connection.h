@@ -28,6 +28,9 @@ public:
     void Commit();
     void Rollback();
 
+    /// Whether a row was changed since the transaction's beginning.
+    bool HasChanged() const;
+
     /// Moves all changes from the engine's log into the database and empties the log; says whether that was
     /// possible at once. Not inside a transaction.
     bool EmptyLog();

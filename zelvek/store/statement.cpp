@@ -116,6 +116,8 @@ bool Statement::Next() {
     state_->failed = true;
     const bool row = Translated([&] { return state_->Step(); });
     state_->failed = false;
+    // One that changes rows and has columns gives the changed ones.
+    if (row && !state_->text.starts_with("SELECT")) state_->connection.changed = true;
     return row;
 }
 
@@ -135,6 +137,7 @@ long long Statement::Run() {
         return state_->statement.get_affected_rows();
     });
     state_->failed = false;
+    if (changed > 0) state_->connection.changed = true;
     return changed;
 }
 
