@@ -21,11 +21,11 @@ using Table = std::map<std::string, Function>;
 
 Table MakeTable() {
     Table table;
-    for (const auto& noun :
-         {functions::JobRecord(), functions::Jobs(), functions::JobChanges(), functions::JobLists(),
-          functions::AnswerFiles(), functions::Records(), functions::Domains(), functions::Certificates(),
-          functions::CertificateList(), functions::CertificateImport(), functions::Problems(),
-          functions::Accounts(), functions::Authorities(), functions::ServiceStatus()}) {
+    for (const auto& noun : {functions::JobRecord(), functions::Jobs(), functions::JobChanges(),
+                             functions::JobLists(), functions::AnswerFiles(), functions::Records(),
+                             functions::Domains(), functions::Certificates(), functions::CertificateList(),
+                             functions::CertificateImport(), functions::Problems(), functions::Accounts(),
+                             functions::Authorities(), functions::ServiceStatus(), functions::PageAccess()}) {
         table.insert(noun.begin(), noun.end());
     }
     return table;

@@ -25,6 +25,7 @@ struct ServiceFacts {
     std::string started = {};  // date-time
     std::string database = {};
     bool scheduler = false;
+    std::string page = {};  // the address that people open; empty: there is no page
 };
 
 /// What the functions work with.
@@ -78,6 +79,7 @@ Functions Problems();
 Functions Accounts();
 Functions Authorities();
 Functions ServiceStatus();
+Functions PageAccess();
 
 }  // namespace functions
 

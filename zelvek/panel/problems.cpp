@@ -80,7 +80,10 @@ void ListProblems(Services& services, const Query& query, XmlAnswer& answer) {
     const Page page(query);
     const problems::State state = ProblemStateNamed(query.parameters.Get("state"));
     Transaction transaction(services.store);
-    for (const auto& problem : problems::List(transaction, state, page.after, page.limit)) {
+    const std::string& owner = query.parameters.Get("owner");
+    const auto some = owner.empty() ? problems::List(transaction, state, page.after, page.limit)
+                                    : problems::OpenOf(transaction, owner, page.after, page.limit);
+    for (const auto& problem : some) {
         XmlAnswer::Element element = answer.Elem();
         element.Value("number", problem.number)
             .Value("id", problem.id)

@@ -92,6 +92,7 @@ Json::Value JobJson(const vek_client::Result& shown) {
         Json::Value event;
         event["time"] = TimeJson(node.Value("time"));
         for (const char* key : {"state", "event", "detail"}) event[key] = node.Value(key);
+        event["words"] = WordsOfEvent(node.Value("event"), node.Value("detail"));
         json["events"].append(event);
     }
     for (const auto& node : shown.xml().GetNodes("/doc/reload")) {

@@ -26,6 +26,7 @@
 #include "zelvek/base/version.h"
 #include "zelvek/jobs/scheduler.h"
 #include "zelvek/metrics/endpoint.h"
+#include "zelvek/page/page.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/publishing/responder.h"
@@ -174,6 +175,16 @@ std::optional<metrics::Endpoint> WantedEndpoint(Store& store, const ServeOptions
                                             MetricsSettings(options));
 }
 
+std::optional<page::Page> WantedPage(Services& services, const ServeOptions& options) {
+    if (options.page.listen.empty()) return std::nullopt;
+    return std::optional<page::Page>(std::in_place, services, options.page,
+                                     page::Allowed{options.limits.orders, options.limits.failures});
+}
+
+std::string PageAddress(const ServeOptions& options) {
+    return options.page.listen.empty() ? "" : page::AddressOf(options.page).url;
+}
+
 std::optional<Scheduler> WantedScheduler(Store& store, const ServeOptions& options) {
     if (!options.scheduler) return std::nullopt;
     return std::optional<Scheduler>(std::in_place, store, SchedulerSettings(options));
@@ -186,6 +197,7 @@ void CheckOptions(const ServeOptions& options) {
     WatchSettings(options);
     CheckPlugin(options);
     if (!options.metrics_listen.empty()) metrics::CheckAddress(options.metrics_listen);
+    page::CheckSettings(options.page);
     dns::MakeBackend(options.dns);
     notices::CheckSettings(options.notify);
 }
@@ -202,14 +214,15 @@ void Serve(const ServeOptions& options) {
     Publisher publisher(store, options.answers, backend.get());
     Reloader reloader(store, options.reload);
     const install::Settings installed = InstallSettings(options);
-    Services services{store,
-                      publisher,
-                      backend.get(),
-                      installed,
-                      reloader,
-                      {options.retry_interval},
-                      options.retention.history_entries,
-                      {vek_date::DateTime().AsDateTime(), options.database, options.scheduler}};
+    Services services{
+        store,
+        publisher,
+        backend.get(),
+        installed,
+        reloader,
+        {options.retry_interval},
+        options.retention.history_entries,
+        {vek_date::DateTime().AsDateTime(), options.database, options.scheduler, PageAddress(options)}};
     notices::Notifier notifier(store, options.notify);
     Looks looks(store, publisher, options);
     services.sites = looks.sites();
@@ -218,6 +231,7 @@ void Serve(const ServeOptions& options) {
     const std::jthread tidying([&] { TidyCertificates(installed); });
     const auto responder = WantedResponder(options);
     const auto watched = WantedEndpoint(store, options);
+    const auto page = WantedPage(services, options);
     // What is made last ends first: runs end while the server still takes their records.
     const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });

@@ -504,8 +504,8 @@ CREATE TRIGGER job_removed_with_end AFTER DELETE ON job WHEN OLD.expires > '' BE
     ; END;
 )sql";
 
-// What the service's page needs: who has been let in, who has done what, jobs by name, notifications by who is
-// told, and how many runs ended on each day.
+// What the service's page needs: who has been let in, who has done what, jobs by name, notifications by who
+// is told, and how many runs ended on each day.
 constexpr const char* kPage = R"sql(
 CREATE TABLE page_session (
     number INTEGER PRIMARY KEY,

@@ -12,7 +12,8 @@ void Add(Transaction& transaction, const Deed& deed) {
 
 std::vector<Deed> Newest(Transaction& transaction, long long before, int limit) {
     Statement select = transaction.Prepare(
-        "SELECT number, time, who, what FROM page_deed WHERE number < :before ORDER BY number DESC LIMIT :most");
+        "SELECT number, time, who, what FROM page_deed WHERE number < :before ORDER BY number DESC LIMIT "
+        ":most");
     Deed deed;
     select.With(before).With(limit).Into(deed.number).Into(deed.time).Into(deed.who).Into(deed.what);
     std::vector<Deed> found;

@@ -71,8 +71,7 @@ long long RemoveAll(Transaction& transaction, Kind kind) {
 }
 
 void RemoveOlder(Transaction& transaction, Kind kind, const std::string& began, const std::string& seen) {
-    transaction
-        .Prepare("DELETE FROM page_session WHERE kind = :kind AND (began < :began OR seen < :seen)")
+    transaction.Prepare("DELETE FROM page_session WHERE kind = :kind AND (began < :began OR seen < :seen)")
         .With(WordOf(kind))
         .With(began)
         .With(seen)

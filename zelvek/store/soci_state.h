@@ -18,7 +18,7 @@ struct Connection::State {
     explicit State(const std::string& database) : session(soci::sqlite3, database) {}
 
     soci::session session;
-    bool changed = false;  // since the transaction's beginning
+    bool changed = false;                         // since the transaction's beginning
     std::map<std::string, soci::statement> kept;  // by text; those that are in use are taken out
 };
 

@@ -32,8 +32,8 @@ void CountRunOfDay(Transaction& transaction, const std::string& day, const std::
 }
 
 std::vector<RunsOfDay> OfRunsSince(Transaction& transaction, const std::string& day) {
-    Statement select = transaction.Prepare(
-        "SELECT day, outcome, runs FROM run_day WHERE day >= :day ORDER BY day, outcome");
+    Statement select =
+        transaction.Prepare("SELECT day, outcome, runs FROM run_day WHERE day >= :day ORDER BY day, outcome");
     RunsOfDay some;
     select.With(day).Into(some.day).Into(some.outcome).Into(some.runs);
     std::vector<RunsOfDay> found;

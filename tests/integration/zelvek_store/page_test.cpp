@@ -11,9 +11,9 @@ namespace zelvek::testing {
 
 namespace {
 
+using page_sessions::Kind;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using page_sessions::Kind;
 
 class PageRecords : public StoreTest {
 protected:
@@ -37,7 +37,8 @@ INSTANTIATE_TEST_SUITE_P(Engines, PageRecords, ::testing::ValuesIn(Engines()), E
 
 // Behaviours of: The page
 
-// Behaviour: Sessions and links are kept apart, outlive a restart, and go one by one, all at once, or when they are
+// Behaviour: Sessions and links are kept apart, outlive a restart, and go one by one, all at once, or when
+// they are
 //   old or unused
 TEST_P(PageRecords, SessionsAreKeptUntilTheyEnd) {
     const auto add = [&](Kind kind, const std::string& began, const std::string& seen) {
@@ -73,7 +74,8 @@ TEST_P(PageRecords, SessionsAreKeptUntilTheyEnd) {
     EXPECT_EQ(count(Kind::kSession), 0U);
 }
 
-// Behaviour: Who did what by the page is read from the newest on, page by page, and the oldest are forgotten first
+// Behaviour: Who did what by the page is read from the newest on, page by page, and the oldest are forgotten
+// first
 TEST_P(PageRecords, DeedsAreReadFromTheNewestOn) {
     const auto what = [&](long long before, int limit) {
         std::vector<std::string> texts;
@@ -83,9 +85,7 @@ TEST_P(PageRecords, DeedsAreReadFromTheNewestOn) {
         return texts;
     };
     for (const std::string text : {"a", "b", "c"}) {
-        Do([&](Transaction& transaction) {
-            page_deeds::Add(transaction, {0, text, "anna", text});
-        });
+        Do([&](Transaction& transaction) { page_deeds::Add(transaction, {0, text, "anna", text}); });
     }
     EXPECT_THAT(what(100, 2), ElementsAre("3c", "2b"));
     EXPECT_THAT(what(2, 2), ElementsAre("1a"));
@@ -96,14 +96,19 @@ TEST_P(PageRecords, DeedsAreReadFromTheNewestOn) {
 // Behaviour: Certificates are listed by the beginning of their names, everybody's or one user's, page by page
 TEST_P(PageRecords, JobsAreListedByTheBeginningOfTheirNames) {
     for (const std::string user : {"bert", "anna"}) {
-        for (const std::string name : {"shop.example", "b\xc3\xbc" "cher.example", "shop.test", "a.example"})
+        for (const std::string name : {"shop.example",
+                                       "b\xc3\xbc"
+                                       "cher.example",
+                                       "shop.test", "a.example"})
             AddNamed(name, user);
     }
-    EXPECT_THAT(Names({"shop.", "", {}, 10}), ElementsAre("shop.example bert", "shop.example anna",
-                                                          "shop.test bert", "shop.test anna"));
+    EXPECT_THAT(Names({"shop.", "", {}, 10}),
+                ElementsAre("shop.example bert", "shop.example anna", "shop.test bert", "shop.test anna"));
     EXPECT_THAT(Names({"shop.", "anna", {}, 10}), ElementsAre("shop.example anna", "shop.test anna"));
-    EXPECT_THAT(Names({"shop.", "", {"shop.example", 1}, 2}), ElementsAre("shop.example anna", "shop.test bert"));
-    EXPECT_THAT(Names({"b\xc3\xbc", "anna", {}, 10}), ElementsAre("b\xc3\xbc" "cher.example anna"));
+    EXPECT_THAT(Names({"shop.", "", {"shop.example", 1}, 2}),
+                ElementsAre("shop.example anna", "shop.test bert"));
+    EXPECT_THAT(Names({"b\xc3\xbc", "anna", {}, 10}), ElementsAre("b\xc3\xbc"
+                                                                  "cher.example anna"));
     EXPECT_EQ(Names({"", "", {}, 10}).size(), 8U);
     EXPECT_THAT(Names({"%", "", {}, 10}), IsEmpty());
 }
@@ -134,7 +139,8 @@ TEST_P(PageRecords, RunsAreCountedForEachDay) {
     });
 }
 
-// Behaviour: Somebody who wants to know is told of each transaction that has changed something, and of no other
+// Behaviour: Somebody who wants to know is told of each transaction that has changed something, and of no
+// other
 TEST_P(PageRecords, ChangesAreTold) {
     int told = 0;
     store().TellOfChange([&] { ++told; });

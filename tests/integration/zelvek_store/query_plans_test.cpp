@@ -55,16 +55,16 @@ const std::set<std::string> kHoldsWhatIsLookedFor{
 // Indexes over times, of which all that is older, or newer, than a time is looked for, and over names, of
 // which all with one beginning are.
 const std::set<std::string> kOverTimes{
-    "answered_query_by_time",      "csr_by_time",       "job_by_last_run",   "job_by_renewal",
-    "job_event_by_time",           "problem_by_time",   "reload_by_next",    "authority_use_by_time",
-    "job_by_ask_renewal",          "job_by_notice",     "recipient_by_next", "delivery_by_recipient",
+    "answered_query_by_time",      "csr_by_time",        "job_by_last_run",   "job_by_renewal",
+    "job_event_by_time",           "problem_by_time",    "reload_by_next",    "authority_use_by_time",
+    "job_by_ask_renewal",          "job_by_notice",      "recipient_by_next", "delivery_by_recipient",
     "sqlite_autoindex_job_name_1", "site_check_by_next", "page_deed_by_time", "job_by_certname"};
 
 // Tables that stay small: the sweep forgets readers that have died, "waiting" is what is due, and "busy" has
 // the users with runs under way; there are few authorities, and few words
 // and bounds by which runs and notifications are counted; of days there are as many as histories are kept.
-const std::set<std::string> kSmallTables{"reader",    "waiting",      "busy",         "authority_count",
-                                         "run_count", "run_duration", "problem_count",   "run_day"};
+const std::set<std::string> kSmallTables{"reader",    "waiting",      "busy",          "authority_count",
+                                         "run_count", "run_duration", "problem_count", "run_day"};
 
 // The index of which just what is looked for is read, so that it may be sorted: the jobs that are due, for
 // users to take turns.
@@ -441,8 +441,7 @@ Operations OtherOperations() {
                  problems::List(transaction, state, 0, 10);
              }
          }},
-        {"problems::OpenOf",
-         [](Transaction& transaction) { problems::OpenOf(transaction, "anna", 0, 10); }},
+        {"problems::OpenOf", [](Transaction& transaction) { problems::OpenOf(transaction, "anna", 0, 10); }},
         {"problems::RemoveOlder",
          [](Transaction& transaction) { problems::RemoveOlder(transaction, "a", 10, 5); }},
         {"problems::Find", [](Transaction& transaction) { problems::Find(transaction, 1); }},
