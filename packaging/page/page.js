@@ -175,6 +175,8 @@ async function start() {
 }
 
 window.addEventListener("hashchange", go);
+// "In 5 minutes" grows old, without a question to the service.
+setInterval(() => current?.data && draw(), 60000);
 
 const preferred = (navigator.language ?? "en").slice(0, 2) === "de" ? "de" : "en";
 await choose(preferred);

@@ -17,6 +17,7 @@ export function next(job) {
   if (job.state === "running") return say("next_running");
   const when = job.state === "verified" ? job.renew : job.due;
   if (!when) return "";
+  if (new Date(when) <= Date.now()) return [say(job.state === "verified" ? "next_renews_now" : "next_now"), job.failures ? ` (${say("failures", { count: count(job.failures) })})` : ""];
   return [say(job.state === "verified" ? "next_renews" : job.failures ? "next_retries" : "next_runs"), " ", time(when, "near"),
     job.failures ? ` (${say("failures", { count: count(job.failures) })})` : ""];
 }

@@ -4,6 +4,8 @@
 
 #include <charconv>
 #include <exception>
+#include <memory>
+#include <optional>
 
 #include "vek/date.h"
 #include "vek/err.h"
@@ -169,22 +171,32 @@ Response Api::Dispatch(const Request& request) {
                  : Refusal(kNotFound, "missed", "there is nothing at this path");
 }
 
+namespace {
+
+/// The token of {"token": "..."}; nothing for any other text.
+std::optional<std::string> TokenIn(const std::string& text) try {
+    Json::Value body;
+    Json::CharReaderBuilder builder;
+    Json::CharReaderBuilder::strictMode(&builder.settings_);
+    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
+    const bool read = reader->parse(text.data(), text.data() + text.size(), &body, nullptr);
+    if (!read || !body.isObject() || !body["token"].isString()) return std::nullopt;
+    return body["token"].asString();
+} catch (const std::exception&) {
+    return std::nullopt;  // it is nested too deeply
+}
+
+}  // namespace
+
 Response Api::LogIn(const Request& request) {
     if (gate_.IsTooBusy()) {
         Response response = Refusal(429, "busy", "too many log-ins failed; try again in a minute");
         response.headers["Retry-After"] = "60";
         return response;
     }
-    Json::Value body;
-    Json::CharReaderBuilder builder;
-    Json::CharReaderBuilder::strictMode(&builder.settings_);
-    const std::unique_ptr<Json::CharReader> reader(builder.newCharReader());
-    const std::string& text = request.body;
-    const bool read = request.content_type.starts_with("application/json") &&
-                      reader->parse(text.data(), text.data() + text.size(), &body, nullptr) &&
-                      body.isObject() && body["token"].isString();
-    if (!read) return Refusal(400, "value", "a log-in is {\"token\": \"...\"}");
-    const auto cookie = gate_.LogIn(body["token"].asString(), request.agent);
+    const auto token = request.content_type.starts_with("application/json") ? TokenIn(request.body) : std::nullopt;
+    if (!token) return Refusal(400, "value", "a log-in is {\"token\": \"...\"}");
+    const auto cookie = gate_.LogIn(*token, request.agent);
     if (!cookie) {
         Log("page: a log-in failed");
         return Refusal(401, "login", "this link does not hold: it works once, within a minute");

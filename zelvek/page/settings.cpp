@@ -39,7 +39,7 @@ Address AddressOf(const Settings& settings) {
     if (!url.ends_with('/')) url += '/';
     const std::size_t begin = url.find("//") + 2;
     const std::size_t end = url.find('/', begin);
-    if (end == begin || url.find('@') != std::string::npos) throw NoUrl(url);
+    if (end == std::string::npos || end == begin || url.find('@') != std::string::npos) throw NoUrl(url);
     return {url, url.substr(begin, end - begin), url.substr(end), tls};
 }
 

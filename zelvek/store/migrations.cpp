@@ -508,7 +508,7 @@ CREATE TRIGGER job_removed_with_end AFTER DELETE ON job WHEN OLD.expires > '' BE
 // is told, and how many runs ended on each day.
 constexpr const char* kPage = R"sql(
 CREATE TABLE page_session (
-    number INTEGER PRIMARY KEY,
+    number INTEGER PRIMARY KEY AUTOINCREMENT,
     kind TEXT NOT NULL,
     hash TEXT NOT NULL,
     user_name TEXT NOT NULL,
