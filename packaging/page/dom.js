@@ -64,6 +64,9 @@ function adopt(old, fresh) {
 }
 
 export function updateChildren(parent, wanted) {
+  // What has gone goes first: an element that need not be moved keeps the focus.
+  const keys = new Set(wanted.map(keyOf));
+  for (const child of [...parent.childNodes]) if (keyOf(child) !== null && !keys.has(keyOf(child))) child.remove();
   let at = parent.firstChild;
   for (const fresh of wanted) {
     let match = at;

@@ -45,6 +45,7 @@ function door(text) {
   stream?.close();
   stream = null;
   current = null;
+  tell("");
   document.title = `${say("log_in")} · zelvek`;
   updateChildren(document.getElementById("header"), [el("div", { class: "bar" }, el("span", { class: "brand" }, "zelvek"))]);
   const enter = async (event) => {
