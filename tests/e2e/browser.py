@@ -1,7 +1,9 @@
 """A real browser without a screen, as a person uses it."""
+import contextlib
 import os
 
 from selenium import webdriver
+from selenium.common.exceptions import StaleElementReferenceException
 from selenium.webdriver.chrome.options import Options
 from selenium.webdriver.chrome.service import Service
 from selenium.webdriver.common.action_chains import ActionChains
@@ -61,6 +63,9 @@ class Browser:
     def one(self, css):
         return self.driver.find_element(By.CSS_SELECTOR, css)
 
+    def heading(self):
+        return self.script("return document.querySelector('h1')?.textContent")
+
     def button(self, words, inside="main"):
         """By what a screen reader calls it, or what stands on it."""
         for found in self.driver.find_elements(By.CSS_SELECTOR, f"{inside} button, {inside} a"):
@@ -75,7 +80,10 @@ class Browser:
         actions.perform()
 
     def focused(self):
-        return self.driver.switch_to.active_element.accessible_name
+        # Asked in two steps: it may be gone in between.
+        with contextlib.suppress(StaleElementReferenceException):
+            return self.driver.switch_to.active_element.accessible_name
+        return ""
 
     def tab_to(self, words):
         """The way of a person without a mouse."""

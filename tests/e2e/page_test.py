@@ -77,6 +77,7 @@ class Page(SharedWorldTest):
         self.browser.one(".numbers a").click()
         self.browser.sees("shop.example")
         self.assertNotIn("blog.example", self.browser.text(), "the number leads to what it counts")
+        self.picture_every_view()
 
     # Behaviour: Every action is reached and done with the keyboard alone, and does nothing before what it will do has been said
     #   and agreed to
@@ -87,10 +88,10 @@ class Page(SharedWorldTest):
             self.browser.script("document.body.focus()")
             self.browser.tab_to(name)
             self.browser.press(Keys.ENTER)
-            wait_until(lambda: self.browser.one("h1").text == name, f"the view {name}")
+            wait_until(lambda: self.browser.heading() == name, f"the view {name}")
         self.browser.tab_to("blog.example")
         self.browser.press(Keys.ENTER)
-        wait_until(lambda: self.browser.one("h1").text == "blog.example", "the job")
+        wait_until(lambda: self.browser.heading() == "blog.example", "the job")
         self.browser.tab_to("Pause: blog.example")
         self.browser.press(Keys.ENTER)
         self.browser.sees("No run begins until somebody resumes it")
@@ -122,13 +123,13 @@ class Page(SharedWorldTest):
             self.browser.size(width, 800)
             for view in ("", "jobs", f"job/{self.other}", "notices", "deeds"):
                 self.browser.view(view)
-                wait_until(lambda: self.browser.script("return document.readyState") == "complete" and self.browser.one("h1").text, "the view")
+                wait_until(lambda: self.browser.script("return document.readyState") == "complete" and self.browser.heading(), "the view")
                 self.browser.driver.implicitly_wait(0)
                 wait_until(lambda: view not in ("", "notices", f"job/{self.other}") or "xxx" in self.browser.text(), "the hostile text is shown")
                 self.assertLessEqual(self.browser.script("return document.documentElement.scrollWidth"), width, view)
                 self.assertEqual(self.browser.script("return document.querySelectorAll('main img, main script, main b > *').length"), 0)
                 self.assertNotIn("taken", self.browser.driver.title)
-                self.picture(view.split("/")[0] or "overview", width)
+                self.picture(f"hostile-{view.split('/')[0] or 'overview'}", width)
         self.browser.size(1200, 900)
         self.browser.view("notices")
         self.browser.sees("<script>")
@@ -157,7 +158,7 @@ class Page(SharedWorldTest):
         self.world.restart_service()
         wait_until(lambda: "Not connected" not in self.browser.text(), "the page finds the service again")
         self.browser.view(f"job/{self.job}")
-        wait_until(lambda: self.browser.one("h1").text == "shop.example", "the job")
+        wait_until(lambda: self.browser.heading() == "shop.example", "the job")
         self.browser.button("Pause: shop.example").click()
         self.browser.button("Pause", "dialog").click()
         wait_until(lambda: self.world.job(self.job)["paused"], "the change is made with a new token")
@@ -180,6 +181,20 @@ class Page(SharedWorldTest):
         colours = self.browser.script("return [getComputedStyle(document.body).color, getComputedStyle(document.body).backgroundColor]")
         self.assertEqual(colours, ["rgb(233, 236, 242)", "rgb(18, 21, 27)"])
         self.picture("dark", 1200)
+
+    def picture_every_view(self):
+        if "PAGE_SCREENSHOTS" not in os.environ:
+            return
+        self.world.query("problems.register", id="0", name="certificate_missing", level="2", owner="root", param_name="blog.example", param_reason="no address")
+        for width in (360, 1200):
+            self.browser.size(width, 900)
+            for view, words in (("", "What needs"), ("jobs", "Search"), (f"job/{self.job}", "Story"), (f"job/{self.other}", "blog"), ("notices", "Dismiss"), ("deeds", "Log")):
+                self.browser.view(view)
+                self.browser.sees(words)
+                wait_until(lambda: self.browser.script("return document.readyState") == "complete", "the view")
+                self.picture(view.replace("/", "-") or "overview", width)
+        self.world.ask("problem", "clear", "--all")
+        self.browser.size(1200, 900)
 
     def picture(self, name, width):
         if folder := os.environ.get("PAGE_SCREENSHOTS"):

@@ -194,7 +194,8 @@ Response Api::LogIn(const Request& request) {
         response.headers["Retry-After"] = "60";
         return response;
     }
-    const auto token = request.content_type.starts_with("application/json") ? TokenIn(request.body) : std::nullopt;
+    const auto token =
+        request.content_type.starts_with("application/json") ? TokenIn(request.body) : std::nullopt;
     if (!token) return Refusal(400, "value", "a log-in is {\"token\": \"...\"}");
     const auto cookie = gate_.LogIn(*token, request.agent);
     if (!cookie) {
@@ -204,7 +205,8 @@ Response Api::LogIn(const Request& request) {
     return {200, "application/json", "{}", {{"Set-Cookie", *cookie}}};
 }
 
-vek_client::Result Api::Ask(const std::string& function, std::map<std::string, std::string> parameters) {
+vek_client::Result Api::Ask(const std::string& function,
+                            const std::map<std::string, std::string>& parameters) {
     const std::string query = vek_client::Bind("func=" + function, parameters);
     const zelvek::Answer answer = AnswerQuery(services_, {Parameters(query), {}});
     return vek_client::Result(answer.text);

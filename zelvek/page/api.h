@@ -45,7 +45,7 @@ private:
     static const std::vector<Route>& AllRoutes();
 
     Response Dispatch(const Request& request);
-    vek_client::Result Ask(const std::string& function, std::map<std::string, std::string> parameters);
+    vek_client::Result Ask(const std::string& function, const std::map<std::string, std::string>& parameters);
     std::string LanguageOf(const Request& request) const;
     void Note(const Visitor& visitor, const std::string& what);
     void CheckJob(const Call& call);

@@ -16,7 +16,6 @@ namespace zelvek::page {
 namespace {
 
 using page_sessions::Kind;
-using page_sessions::Session;
 using vek_date::DateTime;
 
 constexpr std::size_t kMostFailures = 10;

@@ -2,7 +2,6 @@
 
 #include <microhttpd.h>
 
-#include <cstring>
 #include <string>
 
 #include "zelvek/base/signals_blocked.h"
@@ -75,7 +74,7 @@ long Streams::Read(Stream& stream, char* buffer, std::size_t size) {
     stream.told = all.version_;
     const std::string text = "retry: 2000\ndata: " + std::to_string(stream.told) + "\n\n";
     if (text.size() > size) return -1;
-    std::memcpy(buffer, text.data(), text.size());
+    text.copy(buffer, text.size());
     return static_cast<long>(text.size());
 }
 

@@ -17,7 +17,8 @@ class PageAccess : public PageTest {};
 
 // Behaviours of: The page
 
-// Behaviour: A link opens the page once; the session's cookie is out of reach for code and for other sites, outlives a
+// Behaviour: A link opens the page once; the session's cookie is out of reach for code and for other sites,
+// outlives a
 //   restart of the service, and neither it nor the link's secret stands in the database
 TEST_F(PageAccess, ALinkOpensThePageOnce) {
     StartPage();
@@ -46,7 +47,8 @@ TEST_F(PageAccess, ALinkOpensThePageOnce) {
     EXPECT_EQ(Get("/api/status", {{"Cookie", cookie_ + "0"}}).status, 401);
 }
 
-// Behaviour: A session ends by logging out, by `zelvek page sessions`, when nothing was done in it for some time though
+// Behaviour: A session ends by logging out, by `zelvek page sessions`, when nothing was done in it for some
+// time though
 //   the open page has asked by itself, and after its longest time
 TEST_F(PageAccess, SessionsEnd) {
     StartPage({{"--page-idle", "2"}});
@@ -67,16 +69,18 @@ TEST_F(PageAccess, SessionsEnd) {
     EXPECT_TRUE(Eventually([&] { return Get("/api/status").status == 401; }));
 }
 
-// Behaviour: A change that the page itself has not asked for changes nothing: without its token, with another one, from
+// Behaviour: A change that the page itself has not asked for changes nothing: without its token, with another
+// one, from
 //   another site, or as a form
 TEST_F(PageAccess, ChangesComeFromThePageAlone) {
     StartPage();
     LogIn();
     const std::string id = AddJob();
     const std::string path = "/api/jobs/" + id + "/pause";
-    for (const Headers& headers : {Headers{{"X-Zelvek-Csrf", ""}}, Headers{{"X-Zelvek-Csrf", std::string(64, '0')}},
-                                   Headers{{"Origin", "http://evil.example"}}, Headers{{"Origin", "null"}},
-                                   Headers{{"Content-Type", "text/plain"}}})
+    for (const Headers& headers :
+         {Headers{{"X-Zelvek-Csrf", ""}}, Headers{{"X-Zelvek-Csrf", std::string(64, '0')}},
+          Headers{{"Origin", "http://evil.example"}}, Headers{{"Origin", "null"}},
+          Headers{{"Content-Type", "text/plain"}}})
         EXPECT_EQ(Post(path, headers).status, 403);
     EXPECT_EQ(Get(path).status, 405);
     EXPECT_FALSE(Get("/api/jobs/" + id).Json()["paused"].asBool());
@@ -98,13 +102,15 @@ TEST_F(PageAccess, OtherNamesAreNotAnswered) {
     EXPECT_EQ(Get("/", {{"Host", ""}}).status, 421);
 }
 
-// Behaviour: Every answer forbids code and styles but the page's own files, frames, guesses at its type, and copies of
+// Behaviour: Every answer forbids code and styles but the page's own files, frames, guesses at its type, and
+// copies of
 //   what is told; files are asked for anew and sent only where they have changed
 TEST_F(PageAccess, AnswersSayWhatBrowsersMayDo) {
     StartPage();
     for (const char* path : {"/", "/page.js", "/api/session", "/nothing"}) {
         const Reply reply = Get(path);
-        EXPECT_THAT(reply.Header("Content-Security-Policy"), StartsWith("default-src 'none'; script-src 'self'; "));
+        EXPECT_THAT(reply.Header("Content-Security-Policy"),
+                    StartsWith("default-src 'none'; script-src 'self'; "));
         EXPECT_THAT(reply.Header("Content-Security-Policy"), HasSubstr("frame-ancestors 'none'"));
         EXPECT_THAT(reply.Header("Content-Security-Policy"), Not(HasSubstr("unsafe")));
         EXPECT_EQ(reply.Header("X-Content-Type-Options"), "nosniff");
@@ -114,7 +120,8 @@ TEST_F(PageAccess, AnswersSayWhatBrowsersMayDo) {
     const std::string version = Get("/page.js").Header("ETag");
     EXPECT_EQ(Get("/page.js", {{"If-None-Match", version}}).status, 304);
     EXPECT_EQ(Get("/page.js", {{"If-None-Match", "\"x\""}}).status, 200);
-    for (const char* path : {"/../notices.de.txt", "/%2e%2e/notices.de.txt", "//page.js", "/texts/", "/api/", "/api"})
+    for (const char* path :
+         {"/../notices.de.txt", "/%2e%2e/notices.de.txt", "//page.js", "/texts/", "/api/", "/api"})
         EXPECT_THAT(Get(path).status, ::testing::AnyOf(401, 404)) << path;
     EXPECT_EQ(Post("/page.js").status, 405);
 }
@@ -133,14 +140,16 @@ TEST_F(PageAccess, RequestsHaveLimits) {
     EXPECT_EQ(reply.Header("Retry-After"), "60");
 }
 
-// Behaviour: Over the socket the web server says whose jobs a request sees and touches; one that says it twice, or
+// Behaviour: Over the socket the web server says whose jobs a request sees and touches; one that says it
+// twice, or
 //   somebody else at the socket, gets nothing
 TEST_F(PageAccess, AUserSeesOwnJobsAlone) {
     StartPageOnSocket();
     const std::string annas = AddJob({{"user_name", "anna"}, {"certname", "annas"}});
     const std::string berts = AddJob({{"user_name", "bert"}, {"certname", "berts"}});
     for (const std::string owner : {"anna", "bert", "root"})
-        Ask("func=problems.register&name=ambrin_pause&level=1&param_name=x", {{"id", owner}, {"owner", owner}});
+        Ask("func=problems.register&name=ambrin_pause&level=1&param_name=x",
+            {{"id", owner}, {"owner", owner}});
     EXPECT_EQ(Get("/api/session").status, 401);
     const Headers anna{{"X-Panel-User", "anna"}};
     const Json::Value session = Get("/api/session", anna).Json();
@@ -159,14 +168,16 @@ TEST_F(PageAccess, AUserSeesOwnJobsAlone) {
     const Json::Value notices = Get("/api/notices", anna).Json()["notices"];
     ASSERT_EQ(notices.size(), 1U);
     EXPECT_EQ(notices[0]["owner"].asString(), "anna");
-    for (const char* path : {"/api/runs", "/api/limits", "/api/deeds"}) EXPECT_EQ(Get(path, anna).status, 404);
+    for (const char* path : {"/api/runs", "/api/limits", "/api/deeds"})
+        EXPECT_EQ(Get(path, anna).status, 404);
     for (const int number : {1, 2, 3}) {
         const std::string path = "/api/notices/" + std::to_string(number) + "/clear";
         EXPECT_EQ(Post(path, anna).status, number == notices[0]["number"].asInt() ? 200 : 404);
     }
     EXPECT_EQ(Get("/api/session", {{"X-Panel-User", "anna\r\nX-Panel-User: bert"}}).status, 401);
     EXPECT_EQ(Get("/api/session", {{"X-Panel-User", "../anna"}}).status, 401);
-    EXPECT_EQ(Post("/api/jobs/" + berts + "/pause", {{"X-Panel-User", "bert"}}).status, 403) << "anna's token";
+    EXPECT_EQ(Post("/api/jobs/" + berts + "/pause", {{"X-Panel-User", "bert"}}).status, 403)
+        << "anna's token";
     EXPECT_THAT(Zelvek({"page", "log"}).out, HasSubstr("user anna (by the web server)"));
     std::filesystem::permissions(Path("."), std::filesystem::perms(0711));
     EXPECT_EQ(InChild([&] {
@@ -175,7 +186,8 @@ TEST_F(PageAccess, AUserSeesOwnJobsAlone) {
               0);
 }
 
-// Behaviour: What is done by the page is noted with who did it and what, for the administrator and in the service's log
+// Behaviour: What is done by the page is noted with who did it and what, for the administrator and in the
+// service's log
 TEST_F(PageAccess, WhatIsDoneIsNoted) {
     StartPage();
     LogIn("anna");
@@ -191,7 +203,8 @@ TEST_F(PageAccess, WhatIsDoneIsNoted) {
     EXPECT_THAT(service().Err(), HasSubstr("page: user anna (session 2) pause job " + id + " (shop)"));
 }
 
-// Behaviour: The reader's language is the first of the browser's that is there, by weight; English where none is
+// Behaviour: The reader's language is the first of the browser's that is there, by weight; English where none
+// is
 TEST(PageLanguage, IsTheReadersWhereItIsThere) {
     const std::set<std::string> there{"de", "en"};
     EXPECT_EQ(page::ChosenLanguage("de-AT,de;q=0.9,en;q=0.8", there), "de");

@@ -25,7 +25,8 @@ Json::Value JsonOf(const std::string& text) { return Reply{200, "", text}.Json()
 std::set<std::string> PlacesIn(const std::string& text) {
     static const std::regex form(R"(\{[a-z]+\})");
     std::set<std::string> places;
-    for (std::sregex_iterator each(text.begin(), text.end(), form), end; each != end; ++each) places.insert(each->str());
+    for (std::sregex_iterator each(text.begin(), text.end(), form), end; each != end; ++each)
+        places.insert(each->str());
     return places;
 }
 
@@ -80,14 +81,16 @@ TEST_F(PageInterface, JobsComeAsTheCommandLineHasThem) {
     EXPECT_EQ(Get("/api/jobs/1").Json(), JsonOf(Zelvek({"job", "show", "1", "--json"}).out));
     const Json::Value first = Get("/api/jobs?order=name&limit=2").Json();
     ASSERT_EQ(first["jobs"].size(), 2U);
-    EXPECT_EQ(first["jobs"][0]["certname"].asString() + first["jobs"][1]["certname"].asString(), "a.exampleb.example");
+    EXPECT_EQ(first["jobs"][0]["certname"].asString() + first["jobs"][1]["certname"].asString(),
+              "a.exampleb.example");
     const Json::Value second = Get("/api/jobs?order=name&limit=2&after=" + first["next"].asString()).Json();
     ASSERT_EQ(second["jobs"].size(), 1U);
     EXPECT_TRUE(second["next"].isNull());
     EXPECT_EQ(Get("/api/jobs?begin=c").Json()["jobs"].size(), 1U);
 }
 
-// Behaviour: What needs a person comes with the sentence that `zelvek job show` has, and notifications with their words
+// Behaviour: What needs a person comes with the sentence that `zelvek job show` has, and notifications with
+// their words
 //   in the reader's language
 TEST_F(PageInterface, WhatNeedsAPersonComesInWords) {
     StartPage();
@@ -102,17 +105,20 @@ TEST_F(PageInterface, WhatNeedsAPersonComesInWords) {
     EXPECT_EQ(Get("/api/status").Json()["jobs"]["failing"].asInt(), 1);
     Ask("func=problems.register&id=1&name=certificate_ended&level=3&owner=root&param_name=shop.example");
     const Json::Value notice = Get("/api/notices", {{"Accept-Language", "de"}}).Json()["notices"][0];
-    EXPECT_EQ(notice["subject"].asString(), "Das Zertifikat shop.example ist abgelaufen und wurde nicht erneuert");
+    EXPECT_EQ(notice["subject"].asString(),
+              "Das Zertifikat shop.example ist abgelaufen und wurde nicht erneuert");
     EXPECT_THAT(Get("/api/notices").Json()["notices"][0]["subject"].asString(), HasSubstr("has ended"));
     EXPECT_EQ(Get("/api/session", {{"Accept-Language", "de"}}).Json()["language"].asString(), "de");
 }
 
-// Behaviour: An open page is told of changes, of nothing while nothing changes, and no more once its session ends
+// Behaviour: An open page is told of changes, of nothing while nothing changes, and no more once its session
+// ends
 TEST_F(PageInterface, AnOpenPageIsToldOfChanges) {
     StartPage({{"--sweep-interval", "0.2"}});
     LogIn();
     const int stream = Connect();
-    const std::string request = "GET /api/changes HTTP/1.1\r\nHost: " + host_ + "\r\nCookie: " + cookie_ + "\r\n\r\n";
+    const std::string request =
+        "GET /api/changes HTTP/1.1\r\nHost: " + host_ + "\r\nCookie: " + cookie_ + "\r\n\r\n";
     ::send(stream, request.data(), request.size(), MSG_NOSIGNAL);
     std::string told;
     const auto read = [&] {
@@ -136,14 +142,16 @@ TEST_F(PageInterface, AnOpenPageIsToldOfChanges) {
     ::close(stream);
     LogIn();
     const int open = Connect();
-    const std::string again = "GET /api/changes HTTP/1.1\r\nHost: " + host_ + "\r\nCookie: " + cookie_ + "\r\n\r\n";
+    const std::string again =
+        "GET /api/changes HTTP/1.1\r\nHost: " + host_ + "\r\nCookie: " + cookie_ + "\r\n\r\n";
     ::send(open, again.data(), again.size(), MSG_NOSIGNAL);
     ::usleep(300'000);
     Stop();  // in time, though a page is open
     ::close(open);
 }
 
-// Behaviour: A translation of the page has all of its words, with the same places for values, and the translated notices
+// Behaviour: A translation of the page has all of its words, with the same places for values, and the
+// translated notices
 //   are all there
 TEST(PageTexts, AreWhole) {
     const Json::Value english = JsonOf(ReadFile(PACKAGING "/page/texts/en.json"));
@@ -157,7 +165,8 @@ TEST(PageTexts, AreWhole) {
     for (const auto& [name, text] : built_in) EXPECT_NE(translated.at(name), text) << name;
 }
 
-// Behaviour: The page is served to this machine alone, and who may say whose jobs are seen stands behind a socket
+// Behaviour: The page is served to this machine alone, and who may say whose jobs are seen stands behind a
+// socket
 TEST(PageSettings, AreChecked) {
     const auto refused = [](const page::Settings& settings) {
         try {
@@ -176,7 +185,8 @@ TEST(PageSettings, AreChecked) {
     EXPECT_TRUE(refused({.listen = "127.0.0.1:8443", .user_header = "X-User"}));
     EXPECT_TRUE(refused({.listen = "/run/p", .url = "https://p/", .user_header = "X: y"}));
     EXPECT_TRUE(refused({.listen = "/run/p", .url = "https://p/", .peer = "no such user"}));
-    for (const char* url : {"panel.example", "ftp://p/", "https://", "https://a@p/", "https://p/;x", "https://p/\n"})
+    for (const char* url :
+         {"panel.example", "ftp://p/", "https://", "https://a@p/", "https://p/;x", "https://p/\n"})
         EXPECT_TRUE(refused({.listen = "/run/p", .url = url})) << url;
     const page::Address address = page::AddressOf({.listen = "/run/p", .url = "https://panel.example:8/c"});
     EXPECT_EQ(address.host + " " + address.path, "panel.example:8 /c/");

@@ -26,14 +26,17 @@ protected:
     /// Starts the service with its page on a port of this machine.
     void StartPage(std::map<std::string, std::string> options = {});
 
-    /// Starts it with its page on a socket, behind a web server that says who asks in the header X-Panel-User.
+    /// Starts it with its page on a socket, behind a web server that says who asks in the header
+    /// X-Panel-User.
     void StartPageOnSocket();
 
     /// One request with the session's cookie and token, unless `headers` say otherwise; an empty value leaves
     /// one out.
     Reply Send(const std::string& method, const std::string& path, const Headers& headers = {},
                const std::string& body = "") const;
-    Reply Get(const std::string& path, const Headers& headers = {}) const { return Send("GET", path, headers); }
+    Reply Get(const std::string& path, const Headers& headers = {}) const {
+        return Send("GET", path, headers);
+    }
     Reply Post(const std::string& path, const Headers& headers = {}, const std::string& body = "{}") const {
         return Send("POST", path, headers, body);
     }
