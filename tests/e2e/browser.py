@@ -66,12 +66,28 @@ class Browser:
     def heading(self):
         return self.script("return document.querySelector('h1')?.textContent")
 
-    def button(self, words, inside="main"):
+    def _find(self, words, inside):
         """By what a screen reader calls it, or what stands on it."""
         for found in self.driver.find_elements(By.CSS_SELECTOR, f"{inside} button, {inside} a"):
             if words in (found.accessible_name, found.text):
                 return found
-        raise AssertionError(f"there is no \"{words}\" in {inside}: {self.text()}")
+        return None
+
+    def _do(self, deed, words, inside):
+        """The page changes by itself: what has been found may be another by the time that something is done to it."""
+        def done():
+            with contextlib.suppress(StaleElementReferenceException):
+                if found := self._find(words, inside):
+                    deed(found)
+                    return True
+            return False
+        wait_until(done, f"there is \"{words}\" in {inside}")
+
+    def click(self, words, inside="main"):
+        self._do(lambda found: found.click(), words, inside)
+
+    def focus(self, words, inside="main"):
+        self._do(lambda found: self.script("arguments[0].focus()", found), words, inside)
 
     def press(self, *keys):
         actions = ActionChains(self.driver)
