@@ -15,7 +15,7 @@ namespace zelvek::page {
 
 namespace {
 
-using page_sessions::Kind;
+using KeyKind = page_sessions::Kind;
 using vek_date::DateTime;
 
 constexpr std::size_t kMostFailures = 10;
@@ -83,10 +83,10 @@ std::optional<Visitor> Gate::VisitorOfCookie(const std::string& cookie, bool tou
     if (cookie.empty()) return std::nullopt;
     const DateTime now;
     Transaction transaction(store_);
-    const auto session = page_keys::Find(transaction, Kind::kSession, cookie);
+    const auto session = page_keys::Find(transaction, KeyKind::kSession, cookie);
     if (!session) return std::nullopt;
     if (session->seen < Before(now, settings_.idle) || session->began < Before(now, settings_.longest)) {
-        page_sessions::Remove(transaction, Kind::kSession, session->number);
+        page_sessions::Remove(transaction, KeyKind::kSession, session->number);
         transaction.Commit();
         return std::nullopt;
     }
@@ -114,20 +114,20 @@ bool Gate::IsTooBusy() {
 std::optional<std::string> Gate::LogIn(const std::string& secret, const std::string& agent) {
     const DateTime now;
     Transaction transaction(store_);
-    const auto link = page_keys::Find(transaction, Kind::kLink, secret);
+    const auto link = page_keys::Find(transaction, KeyKind::kLink, secret);
     const bool holds = link && link->began >= Before(now, std::chrono::seconds(page_keys::kLinkSeconds));
-    if (link) page_sessions::Remove(transaction, Kind::kLink, link->number);
+    if (link) page_sessions::Remove(transaction, KeyKind::kLink, link->number);
     if (!holds) {
         transaction.Commit();
         const std::lock_guard lock(mutex_);
         failures_.push_back(std::chrono::steady_clock::now());
         return std::nullopt;
     }
-    page_sessions::RemoveOlder(transaction, Kind::kSession, Before(now, settings_.longest),
+    page_sessions::RemoveOlder(transaction, KeyKind::kSession, Before(now, settings_.longest),
                                Before(now, settings_.idle));
     const std::string time = now.AsDateTime();
     const std::string cookie =
-        page_keys::Make(transaction, {0, Kind::kSession, "", link->user_name, time, time,
+        page_keys::Make(transaction, {0, KeyKind::kSession, "", link->user_name, time, time,
                                       names::MakeText(WithoutControls(agent.substr(0, kMostOfAgent), ' '))});
     const Visitor visitor{link->user_name, std::stoll(cookie), ""};
     page_deeds::Add(transaction, {0, time, NameOf(visitor), "came in by a link"});
@@ -137,7 +137,7 @@ std::optional<std::string> Gate::LogIn(const std::string& secret, const std::str
 
 std::string Gate::LogOut(const Visitor& visitor) {
     Transaction transaction(store_);
-    page_sessions::Remove(transaction, Kind::kSession, visitor.session);
+    page_sessions::Remove(transaction, KeyKind::kSession, visitor.session);
     page_deeds::Add(transaction, {0, DateTime().AsDateTime(), NameOf(visitor), "logged out"});
     transaction.Commit();
     return CookieText("", 0);

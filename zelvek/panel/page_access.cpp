@@ -13,7 +13,7 @@ namespace zelvek {
 
 namespace {
 
-using page_sessions::Kind;
+using KeyKind = page_sessions::Kind;
 
 void MakeLink(Services& services, const Query& query, XmlAnswer& answer) {
     if (services.facts.page.empty())
@@ -24,9 +24,9 @@ void MakeLink(Services& services, const Query& query, XmlAnswer& answer) {
     const vek_date::DateTime now;
     Transaction transaction(services.store);
     const std::string old = vek_date::DateTime(now).AddSeconds(-page_keys::kLinkSeconds).AsDateTime();
-    page_sessions::RemoveOlder(transaction, Kind::kLink, old, old);
+    page_sessions::RemoveOlder(transaction, KeyKind::kLink, old, old);
     const std::string time = now.AsDateTime();
-    const std::string token = page_keys::Make(transaction, {0, Kind::kLink, "", user, time, time, ""});
+    const std::string token = page_keys::Make(transaction, {0, KeyKind::kLink, "", user, time, time, ""});
     transaction.Commit();
     // What stands behind "#" is sent to no server, and so stands in no server's log.
     answer.Doc()
@@ -37,7 +37,7 @@ void MakeLink(Services& services, const Query& query, XmlAnswer& answer) {
 void ListSessions(Services& services, const Query& query, XmlAnswer& answer) {
     const Page page(query);
     Transaction transaction(services.store);
-    for (const auto& session : page_sessions::List(transaction, Kind::kSession, page.after, page.limit)) {
+    for (const auto& session : page_sessions::List(transaction, KeyKind::kSession, page.after, page.limit)) {
         answer.Elem()
             .Value("number", session.number)
             .Value("user_name", session.user_name)
@@ -51,9 +51,9 @@ void EndSessions(Services& services, const Query& query, XmlAnswer& answer) {
     Transaction transaction(services.store);
     long long count = 1;
     if (!query.parameters.Has("number")) {
-        count = page_sessions::RemoveAll(transaction, Kind::kSession);
+        count = page_sessions::RemoveAll(transaction, KeyKind::kSession);
     } else if (const int number = Number(query, "number");
-               !page_sessions::Remove(transaction, Kind::kSession, number)) {
+               !page_sessions::Remove(transaction, KeyKind::kSession, number)) {
         const std::string text = std::to_string(number);
         throw Error(Code::kMissed, "session", text, "there is no session " + text);
     }
