@@ -1,9 +1,15 @@
 """The demonstration: jobs are added, and the service does the rest by itself. Started by scripts/demo."""
 import argparse
+import contextlib
 import os
+import shutil
+import socket
+import socketserver
 import subprocess
 import sys
+import tempfile
 import textwrap
+import threading
 
 import deployment
 import sandbox
@@ -21,6 +27,8 @@ ZONES = {HTTP_SITE: {"@": WEB_ADDRESS, "www": WEB_ADDRESS}, DNS_SITE: {"@": WEB_
 # sixth to a half of that, by chance.
 LIFETIME = 120
 REFUSED_NONCES = 10  # of a hundred, by pebble as it is
+PACKAGING = os.path.realpath(os.path.join(os.path.dirname(__file__), "../../packaging"))
+PAGE = ("127.0.0.1", 8443)
 LIMIT = 600  # seconds; for slow machines, never a time that is waited in full
 
 LOOK = """openssl s_client -connect {name}:443 -servername {name} </dev/null 2>/dev/null |
@@ -34,11 +42,48 @@ def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("--binaries", required=True, type=os.path.abspath)
     parser.add_argument("--authority", choices=["classic", "rfc8555"], default="classic", help="the style of these binaries")
+    parser.add_argument("--page", nargs="?", const="", help="serve the page to this machine's browsers, and wait")
     parser.add_argument("--inside", help=argparse.SUPPRESS)
     options = parser.parse_args()
+    if options.inside is None and options.page is not None:
+        sys.exit(with_page(options))
     if options.inside is None:
         sys.exit(sandbox.run([sys.executable, os.path.abspath(__file__), *sys.argv[1:], "--inside"]))
     sandbox.as_init(lambda: Demonstration(options).run())
+
+
+def with_page(options):
+    """Nothing reaches the private network but this: a port of this machine leads to the page's socket."""
+    with tempfile.TemporaryDirectory(prefix="zelvek-page-") as folder:
+        os.chmod(folder, 0o1777)
+        shutil.copytree(os.path.join(PACKAGING, "page"), os.path.join(folder, "page"))
+        shutil.copy(os.path.join(PACKAGING, "notices.de.txt"), folder)
+        socketserver.ThreadingTCPServer.allow_reuse_address = True
+        with socketserver.ThreadingTCPServer(PAGE, Forward) as server:
+            server.daemon_threads = True
+            server.socket_path = os.path.join(folder, "page.sock")
+            threading.Thread(target=server.serve_forever, daemon=True).start()
+            return sandbox.run([sys.executable, os.path.abspath(__file__), "--binaries", options.binaries, "--authority", options.authority,
+                                "--page", folder, "--inside"])
+
+
+class Forward(socketserver.BaseRequestHandler):
+    def handle(self):
+        with socket.socket(socket.AF_UNIX) as page:
+            with contextlib.suppress(OSError):
+                page.connect(self.server.socket_path)
+                back = threading.Thread(target=pump, args=(page, self.request), daemon=True)
+                back.start()
+                pump(self.request, page)
+                back.join()
+
+
+def pump(source, target):
+    with contextlib.suppress(OSError):
+        while data := source.recv(65536):
+            target.sendall(data)
+    with contextlib.suppress(OSError):
+        target.shutdown(socket.SHUT_WR)
 
 
 class Demonstration:
@@ -52,6 +97,7 @@ class Demonstration:
         self.bare = options.authority == "rfc8555"
         self.elsewhere = None
         self.steps = 0
+        self.page = options.page
 
     def run(self):
         try:
@@ -59,6 +105,8 @@ class Demonstration:
             self.start_service()
             self.show_placeholder(HTTP_SITE)
             http_job, dns_job, moved_job = self.add_jobs()
+            if self.page:
+                return self.show_page()
             first = self.watch_installation(http_job, HTTP_SITE)
             self.watch_failure(moved_job)
             self.show_patience(dns_job)
@@ -100,7 +148,11 @@ class Demonstration:
     def start_service(self):
         self.step("The service with its scheduler, as a user of its own: root reloads the web server when the service asks "
                   "for it.")
-        self.world.start_service("--plugin-log-level", "9", scheduler="on")
+        options = ["--plugin-log-level", "9"]
+        if self.page:
+            options += ["--page-listen", os.path.join(self.page, "page.sock"), "--page-files", os.path.join(self.page, "page"),
+                        "--page-url", "http://{}:{}/".format(*PAGE)]
+        self.world.start_service(*options, scheduler="on")
         command = " ".join(self.world.service.command).replace(self.world.binary("zelvek"), "zelvek")
         print(textwrap.fill(command, 114, initial_indent="    $ ", subsequent_indent="        ", break_on_hyphens=False))
 
@@ -167,6 +219,14 @@ class Demonstration:
         if self.bare:
             self.step("How often a nonce was refused: each cost one more try of a request.")
             self.type(f"grep 'nonce refused' {self.world.plugin_logs}/ambrin.log | wc -l")
+
+    def show_page(self):
+        self.step("The service's page: this link opens it once, within a minute, in a browser of this machine. Enter prints "
+                  "another one, Ctrl-C or the end of input stops everything.")
+        self.type("zelvek page login")
+        for _ in sys.stdin:
+            self.type("zelvek page login")
+        return 0
 
     def look(self, name):
         self.type(LOOK.format(name=name))

@@ -3,6 +3,9 @@
 #include <netdb.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
@@ -93,6 +96,22 @@ Descriptor Listen(const std::string& address) {
         listener = ListenOn(endpoint, AF_INET, address);
     }
     if (!listener) throw IoError("cannot listen on", address, errno);
+    return listener;
+}
+
+Descriptor ListenOnSocket(const std::string& path, unsigned mode) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.size() >= sizeof(address.sun_path)) throw IoError("cannot listen on", path, ENAMETOOLONG);
+    path.copy(address.sun_path, path.size());
+    const auto* any = reinterpret_cast<const sockaddr*>(&address);
+    const Descriptor asking(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (connect(asking.get(), any, sizeof address) == 0) throw IoError("cannot listen on", path, EADDRINUSE);
+    if (errno == ECONNREFUSED) ::unlink(path.c_str());  // of a service that has died
+    Descriptor listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+    if (!listener || bind(listener.get(), any, sizeof address) != 0 || chmod(path.c_str(), mode) != 0 ||
+        listen(listener.get(), kBacklog) != 0)
+        throw IoError("cannot listen on", path, errno);
     return listener;
 }
 

@@ -10,9 +10,9 @@
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/json_output.h"
-#include "zelvek/cli/next_step.h"
 #include "zelvek/cli/pages.h"
 #include "zelvek/cli/table.h"
+#include "zelvek/records/next_step.h"
 
 namespace zelvek::cli {
 
@@ -43,7 +43,7 @@ std::vector<std::string> CertificateRow(const vek_xml::Node& certificate) {
     return {certificate.Value("id"),
             certificate.Value("certname"),
             certificate.Value("user_name"),
-            DayOf(certificate.Value("expires")),
+            records::DayOf(certificate.Value("expires")),
             str::Append(certificate.Value("key_kind"), certificate.Value("key_size"), " "),
             certificate.Value("served"),
             certificate.Value("issuer"),

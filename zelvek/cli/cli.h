@@ -16,6 +16,7 @@ void AddAuthorityCommands(Command& root);
 void AddCertificateCommands(Command& root);
 void AddImportCommands(Command& root);
 void AddStatusCommand(Command& root);
+void AddPageCommands(Command& root);
 
 /// Adds commands that tell of all others: `complete`, for shells, and `manual`.
 void AddGuideCommands(Command& root, const CommandLine& line);
@@ -23,6 +24,6 @@ void AddGuideCommands(Command& root, const CommandLine& line);
 /// All of them, in the order in which the help shows them.
 inline constexpr std::array kEveryNoun{&AddStatusCommand,       &AddDomainCommands,  &AddJobCommands,
                                        &AddCertificateCommands, &AddProblemCommands, &AddAccountCommands,
-                                       &AddAuthorityCommands,   &AddImportCommands};
+                                       &AddAuthorityCommands,   &AddImportCommands,  &AddPageCommands};
 
 }  // namespace zelvek::cli

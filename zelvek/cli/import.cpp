@@ -15,8 +15,8 @@
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/import_sources.h"
 #include "zelvek/cli/json_output.h"
-#include "zelvek/cli/next_step.h"
 #include "zelvek/cli/table.h"
+#include "zelvek/records/next_step.h"
 
 namespace zelvek::cli {
 
@@ -141,7 +141,7 @@ void Print(const std::vector<Imported>& all, bool dry_run) {
     rows.reserve(all.size());
     for (const Imported& imported : all) {
         rows.push_back({StateOfImport(imported, dry_run), imported.job == 0 ? "" : str::Str(imported.job),
-                        imported.name, imported.user, DayOf(imported.expires), TextOf(imported)});
+                        imported.name, imported.user, records::DayOf(imported.expires), TextOf(imported)});
     }
     std::cout << OutputTable({"STATE", "JOB", "CERTIFICATE", "USER", "EXPIRES", "NAMES AND PLACE"}, rows);
     if (dry_run) {

@@ -19,9 +19,9 @@
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/job_view.h"
 #include "zelvek/cli/json_output.h"
-#include "zelvek/cli/next_step.h"
 #include "zelvek/cli/pages.h"
 #include "zelvek/cli/table.h"
+#include "zelvek/records/next_step.h"
 
 namespace zelvek::cli {
 
@@ -52,9 +52,14 @@ using Row = std::vector<std::string>;
 constexpr std::ptrdiff_t kAuthority = 3;  // the column
 
 Row RowOf(const vek_xml::Node& job, const std::string& now) {
-    return {
-        job.Value("id"),         job.Value("certname"), job.Value("user_name"),      job.Value("authority"),
-        job.Value("check_type"), StateOf(job),          DayOf(job.Value("expires")), NextStep(job, now)};
+    return {job.Value("id"),
+            job.Value("certname"),
+            job.Value("user_name"),
+            job.Value("authority"),
+            job.Value("check_type"),
+            StateOf(job),
+            records::DayOf(job.Value("expires")),
+            records::NextStep(job, now)};
 }
 
 /// Where all jobs have the first authority, nobody needs to be told.

@@ -15,23 +15,11 @@
 #include "zelvek/cli/json_output.h"
 #include "zelvek/cli/pages.h"
 #include "zelvek/cli/table.h"
+#include "zelvek/records/problem_record.h"
 
 namespace zelvek::cli {
 
 namespace {
-
-Json::Value ProblemJson(const vek_xml::Node& problem) {
-    Json::Value json;
-    json["number"] = str::Int(problem.Value("number"));  // what "--after" takes
-    for (const char* key : {"id", "name", "level", "owner", "user_name", "state"})
-        json[key] = problem.Value(key);
-    for (const char* key : {"since", "time"}) json[key] = TimeJson(problem.Value(key));
-    json["times"] = str::Int(problem.Value("times"));
-    json["parameters"] = Json::objectValue;
-    for (const auto& parameter : problem.Children("parameter"))
-        json["parameters"][parameter.Value("name")] = parameter.Value("value");
-    return json;
-}
 
 std::string ParameterLine(const vek_xml::Node& problem) {
     std::string line;
@@ -58,7 +46,7 @@ int ListProblems(const ProblemListOptions& options) {
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
     ForEachEntry(ask, "number", options.part, [&](const vek_xml::Node& problem) {
-        json.append(ProblemJson(problem));
+        json.append(records::ProblemJson(problem));
         rows.push_back({problem.Value("number"), problem.Value("time"), problem.Value("state"),
                         problem.Value("level"), problem.Value("owner"), problem.Value("name"),
                         ParameterLine(problem)});

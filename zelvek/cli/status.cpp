@@ -10,15 +10,14 @@
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/job_view.h"
 #include "zelvek/cli/json_output.h"
-#include "zelvek/cli/next_step.h"
 #include "zelvek/cli/status_check.h"
 #include "zelvek/cli/table.h"
+#include "zelvek/records/next_step.h"
+#include "zelvek/records/status_record.h"
 
 namespace zelvek::cli {
 
 namespace {
-
-constexpr const char* kStates[] = {"failed", "failing", "waiting", "running", "verified", "paused"};
 
 std::string AccountText(const vek_client::Result& status) {
     const std::string kid = status.value("kid");
@@ -29,44 +28,9 @@ std::string AccountText(const vek_client::Result& status) {
 std::string CountsText(const vek_client::Result& status) {
     const auto counts = status.xml().GetNode("/doc/jobs");
     std::string text;
-    for (const char* state : kStates) str::inpl::Append(text, counts.Value(state) + " " + state, ", ");
+    for (const char* state : records::kStates)
+        str::inpl::Append(text, counts.Value(state) + " " + state, ", ");
     return text;
-}
-
-Json::Value StatusJson(const vek_client::Result& status) {
-    Json::Value json;
-    for (const char* key : {"version", "database", "authority", "kid"}) json[key] = status.value(key);
-    for (const char* key : {"started", "now"}) json[key] = TimeJson(status.value(key));
-    for (const char* key : {"scheduler", "key"}) json[key] = status.value(key) == "on";
-    json["runs"] = str::Int(status.value("runs"));
-    const auto counts = status.xml().GetNode("/doc/jobs");
-    for (const char* state : kStates) json["jobs"][state] = str::Int(counts.Value(state));
-    json["authorities"] = Json::arrayValue;
-    for (const auto& node : status.xml().GetNodes("/doc/used")) {
-        Json::Value used;
-        for (const char* key : {"name", "directory", "kid"}) used[key] = node.Value(key);
-        for (const char* key : {"default", "key"}) used[key] = node.Value(key) == "on";
-        used["jobs"] = str::Int(node.Value("jobs"));
-        json["authorities"].append(used);
-    }
-    json["ending"] = json["failures"] = Json::arrayValue;
-    for (const auto& node : status.xml().GetNodes("/doc/ending")) {
-        Json::Value job;
-        job["id"] = str::Int(node.Value("id"));
-        for (const char* key : {"certname", "user_name"}) job[key] = node.Value(key);
-        job["expires"] = TimeJson(node.Value("expires"));
-        json["ending"].append(job);
-    }
-    for (const auto& node : status.xml().GetNodes("/doc/failure")) {
-        Json::Value job;
-        for (const char* key : {"id", "failures"}) job[key] = str::Int(node.Value(key));
-        for (const char* key : {"certname", "user_name"}) job[key] = node.Value(key);
-        job["due"] = TimeJson(node.Value("due"));
-        job["failed"] = node.Value("failed") == "on";
-        job["last_error"] = LastError(node);
-        json["failures"].append(job);
-    }
-    return json;
 }
 
 /// Where there are more than the one that new jobs get.
@@ -96,7 +60,7 @@ void Print(const vek_client::Result& status) {
     std::vector<std::vector<std::string>> ending;
     for (const auto& node : status.xml().GetNodes("/doc/ending"))
         ending.push_back({node.Value("id"), node.Value("certname"), node.Value("user_name"),
-                          DayOf(node.Value("expires"))});
+                          records::DayOf(node.Value("expires"))});
     if (!ending.empty())
         std::cout << "\nWhat expires next\n" << OutputTable({"ID", "CERTIFICATE", "USER", "EXPIRES"}, ending);
     std::vector<std::vector<std::string>> failures;
@@ -116,7 +80,7 @@ void AddStatusCommand(Command& root) {
         if (*check) return CheckStatus(*json);
         const auto answer = Ask("zelvek.status", {});
         if (*json) {
-            PrintJson(StatusJson(answer));
+            PrintJson(records::StatusJson(answer));
         } else {
             Print(answer);
         }

@@ -4,8 +4,8 @@
 #include <string_view>
 
 #include "vek/str.h"
-#include "zelvek/base/html_text.h"
 #include "zelvek/base/text.h"
+#include "zelvek/records/event_words.h"
 
 namespace zelvek::cli {
 
@@ -39,36 +39,6 @@ constexpr std::array kTraces{
     Words{"Ambrin get cert order url", "asks for the certificate"},
     Words{"Ambrin cert is received", "the certificate has come, and is installed"},
     Words{"Ambrin stop trying", "stops the job"},
-};
-
-constexpr std::array kEvents{
-    Words{"registration_try", "registers an account"},
-    Words{"registration_success", "the account is registered"},
-    Words{"registration_exist", "the account was registered before"},
-    Words{"registration_fail", "the authority registers no account"},
-    Words{"order_success", "the order is placed"},
-    Words{"order_failed", "the authority takes no order"},
-    Words{"authorization_try", "asks how a name is to be proved"},
-    Words{"authorization_success", "the authority has told how"},
-    Words{"authorization_fail", "the authority does not tell how a name is to be proved"},
-    Words{"challenge_start", "publishes the answers"},
-    Words{"challenge_created", "the answers are published"},
-    Words{"challenge_success", "a name is proved"},
-    Words{"challenge_fail", "the authority refuses a name's proof"},
-    Words{"challenge_req_attempt", "the authority has found a name not proved, or did not say in time"},
-    Words{"cert_order_success", "the order is fulfilled"},
-    Words{"cert_order_fail", "the authority refuses the certificate"},
-    Words{"cert_order_req_attempt", "the authority did not issue the certificate in time"},
-    Words{"cert_recived", "the certificate has come"},
-    Words{"cert_recive_failed", "the authority does not hand out the certificate"},
-    Words{"hardreplace_error", "the certificate cannot be installed"},
-    Words{"acme_request_error", "the authority refuses a request"},
-    Words{"acme_response_error", "the authority's answer cannot be read"},
-    Words{"http_query_error", "the authority cannot be reached"},
-    Words{"panel_error", "the service refuses what the run asks for"},
-    Words{"certificate_imported", "the certificate was taken over as it is"},
-    Words{"job_edited", "somebody has edited the job; its names are"},
-    Words{"timeout_error", "the job had no certificate after a day, and is stopped"},
 };
 
 /// Cuts "[7]", or another word, off the front of a line's text.
@@ -116,19 +86,9 @@ std::string StepOfLine(const std::string& line) {
     return step.empty() ? "" : line.substr(kDateLength, kTimeLength - kDateLength) + "  " + step;
 }
 
-std::string WordsOfEvent(const std::string& event, const std::string& detail) {
-    std::string words = event;
-    for (const Words& known : kEvents) {
-        if (known.beginning == event) words = known.meaning;
-    }
-    const std::string text = TextOfHtml(detail);
-    str::inpl::Append(words, text, words.empty() || text.empty() ? "" : ": ");
-    return WithoutControls(words, ' ');
-}
-
 std::string StepOfEvent(const vek_xml::Node& event) {
     const std::string time = event.Value("time");
-    const std::string words = WordsOfEvent(event.Value("event"), event.Value("detail"));
+    const std::string words = records::WordsOfEvent(event.Value("event"), event.Value("detail"));
     return (time.size() < kTimeLength ? time : time.substr(kDateLength)) + "  " +
            (event.Value("state") == "failed" ? "failed: " : "") + words;
 }

@@ -12,11 +12,8 @@ namespace zelvek::cli {
 /// characters.
 std::string StepOfLine(const std::string& line);
 
-/// What an event of a job's history means, with its detail's text: "the authority refuses a name's proof:
-/// Return code: 403 ...". An event that is not known is told by its name.
-std::string WordsOfEvent(const std::string& event, const std::string& detail);
-
-/// The same with the event's time, on one line: "10:21:03  failed: ...".
+/// What an event of a job's history means (records/event_words.h), with its time, on one line:
+/// "10:21:03  failed: ...".
 std::string StepOfEvent(const vek_xml::Node& event);
 
 }  // namespace zelvek::cli

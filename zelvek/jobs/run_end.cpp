@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "vek/date.h"
 #include "zelvek/store/tallies.h"
 
 namespace zelvek::run_end {
@@ -14,6 +15,11 @@ int BoundOf(std::chrono::milliseconds duration) {
     return *bound;
 }
 
+std::string Today() {
+    constexpr std::size_t kDateLength = sizeof("YYYY-MM-DD") - 1;
+    return vek_date::DateTime().AsDateTime().substr(0, kDateLength);
+}
+
 }  // namespace
 
 std::string ResultOf(const Job& job, Outcome outcome, bool verified_before) {
@@ -24,10 +30,12 @@ std::string ResultOf(const Job& job, Outcome outcome, bool verified_before) {
 
 void Count(Transaction& transaction, const End& end) {
     tallies::CountRun(transaction, end.result, Word(end.outcome));
+    tallies::CountRunOfDay(transaction, Today(), end.result);
     tallies::CountDuration(transaction, {BoundOf(end.duration), 1, end.duration.count()});
 }
 
 void CountDeath(Transaction& transaction) {
+    tallies::CountRunOfDay(transaction, Today(), "died");
     tallies::CountRun(transaction, "died", Word(Outcome::kUnreached));
 }
 

@@ -75,11 +75,11 @@ void NoteRefusal(Services& services, const Query& query, const std::string& func
 
 Functions EveryFunction() {
     Functions all;
-    for (const auto& noun :
-         {functions::JobRecord(), functions::Jobs(), functions::JobChanges(), functions::JobLists(),
-          functions::AnswerFiles(), functions::Records(), functions::Domains(), functions::Certificates(),
-          functions::CertificateList(), functions::CertificateImport(), functions::Problems(),
-          functions::Accounts(), functions::Authorities(), functions::ServiceStatus()}) {
+    for (const auto& noun : {functions::JobRecord(), functions::Jobs(), functions::JobChanges(),
+                             functions::JobLists(), functions::AnswerFiles(), functions::Records(),
+                             functions::Domains(), functions::Certificates(), functions::CertificateList(),
+                             functions::CertificateImport(), functions::Problems(), functions::Accounts(),
+                             functions::Authorities(), functions::ServiceStatus(), functions::PageAccess()}) {
         all.insert(all.end(), noun.begin(), noun.end());
     }
     return all;

@@ -25,6 +25,7 @@ namespace zelvek {
 struct ServiceFacts {
     std::string started = {};  // date-time
     std::string database = {};
+    std::string page = {};  // the address that people open; empty: there is no page
 };
 
 /// What the functions go by, and other options may change while the service runs.
@@ -96,6 +97,7 @@ Functions Problems();
 Functions Accounts();
 Functions Authorities();
 Functions ServiceStatus();
+Functions PageAccess();
 
 }  // namespace functions
 

@@ -70,6 +70,7 @@ Sequence SequenceNamed(const std::string& state, bool of_user) {
         return {all};
     }
     if (state == "waiting") return {waiting};
+    if (state == "failing") return {{Kind::kFailed, waiting.front()}};
     if (state == "failed") return {{Kind::kFailed}};
     if (state == "running") return {{Kind::kRunning}};
     if (state == "verified") return {{Kind::kVerified}};
@@ -168,6 +169,25 @@ void WithName(Transaction& transaction, const Query& query, XmlAnswer& answer) {
     }
 }
 
+/// "NAME/ID", as a page has given it.
+Place PlaceIn(const Query& query) {
+    std::string text = query.parameters.Get("after");
+    if (text.empty()) return {};
+    const std::string id = str::RGetWord(text, '/');
+    if (IsNumber(id)) return {text, str::Int(id)};
+    throw Error(Code::kValue, "after", query.parameters.Get("after"),
+                "\"" + query.parameters.Get("after") + "\" is no place in this list");
+}
+
+/// Those whose certificates' names have this beginning, in the order of the names.
+void InOrderOfNames(Transaction& transaction, const Query& query, XmlAnswer& answer) {
+    const std::string begin = names::MakeText(query.parameters.Get("begin"));
+    const job_lists::ByName selection{begin, query.parameters.Get("user_name"), PlaceIn(query),
+                                      LimitOf(query)};
+    for (const Job& job : job_lists::SomeByName(transaction, selection))
+        AddEntry(transaction, answer, job, job.certname + "/" + str::Str(job.id));
+}
+
 void InSequence(Transaction& transaction, const Query& query, XmlAnswer& answer) {
     const std::string& user = query.parameters.Get("user_name");
     const Sequence sequence = SequenceOf(query, user);
@@ -185,14 +205,23 @@ void InSequence(Transaction& transaction, const Query& query, XmlAnswer& answer)
 
 void ByAttention(Services& services, const Query& query, XmlAnswer& answer) {
     const bool name = query.parameters.Has("name");
-    if ((name ? 1 : 0) + (query.parameters.Has("expires_within") ? 1 : 0) +
+    const bool names = query.parameters.Has("begin") || query.parameters.Get("order") == "name";
+    if ((name ? 1 : 0) + (names ? 1 : 0) + (query.parameters.Has("expires_within") ? 1 : 0) +
             (query.parameters.Get("state").empty() ? 0 : 1) >
         1) {
-        throw Error(Code::kValue,
-                    "a list is by a name, by a state or by the days until certificates end: choose one");
+        throw Error(
+            Code::kValue,
+            "a list is by a name, in the order of names, by a state or by the days until certificates end: "
+            "choose one");
     }
     LivingRuns transaction(services);
-    name ? WithName(transaction, query, answer) : InSequence(transaction, query, answer);
+    if (name) {
+        WithName(transaction, query, answer);
+    } else if (names) {
+        InOrderOfNames(transaction, query, answer);
+    } else {
+        InSequence(transaction, query, answer);
+    }
     transaction.Commit();
 }
 

@@ -81,8 +81,11 @@ void ListProblems(Services& services, const Query& query, XmlAnswer& answer) {
     const problems::State state = ProblemStateNamed(query.parameters.Get("state"));
     const std::string& user = query.parameters.Get("user_name");
     Transaction transaction(services.store);
-    const auto found = user.empty() ? problems::List(transaction, state, page.after, page.limit)
-                                    : problems::ListOfUser(transaction, user, state, page.after, page.limit);
+    const std::string& told = query.parameters.Get("owner");
+    const auto found = !told.empty() ? problems::OpenOf(transaction, told, page.after, page.limit)
+                       : user.empty()
+                           ? problems::List(transaction, state, page.after, page.limit)
+                           : problems::ListOfUser(transaction, user, state, page.after, page.limit);
     for (const auto& problem : found) {
         XmlAnswer::Element element = answer.Elem();
         element.Value("number", problem.number)

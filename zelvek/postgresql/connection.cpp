@@ -18,8 +18,12 @@ long long Number(const std::string& text) {
 /// One use of a prepared statement. All rows are there when the first one is asked for.
 class PostgresqlStatement : public StatementUse {
 public:
-    PostgresqlStatement(Session& session, const std::string& sql)
-        : session_(session), name_(session.NameOf(sql)) {}
+    /// `changed` is set where it changes a row.
+    PostgresqlStatement(Session& session, const std::string& sql, bool& changed)
+        : session_(session),
+          name_(session.NameOf(sql)),
+          reads_(sql.starts_with("SELECT")),
+          changed_(changed) {}
 
     void Give(const std::string& text) override { values_.emplace_back(text); }
     void Give(long long number) override { values_.emplace_back(std::to_string(number)); }
@@ -43,6 +47,7 @@ private:
     void Begin() {
         result_ = session_.client().DoPrepared(name_, values_);
         begun_ = true;
+        if (!reads_ && result_.Changed() > 0) changed_ = true;
     }
 
     void HandOver(int column) {
@@ -70,6 +75,8 @@ private:
 
     Session& session_;
     std::string name_;
+    bool reads_;
+    bool& changed_;
     Values values_;
     std::vector<Column> columns_;
     Result result_;
@@ -98,6 +105,7 @@ void PostgresqlConnection::Execute(const std::vector<std::string>& statements) {
 }
 
 void PostgresqlConnection::Begin() {
+    changed_ = false;
     Client& client = session_.Renewed();
     try {
         BeginAlone(client);
@@ -169,7 +177,7 @@ void PostgresqlConnection::SetLastNumber(const std::string& table, const std::st
 }
 
 std::unique_ptr<StatementUse> PostgresqlConnection::Use(const std::string& sql) {
-    return std::make_unique<PostgresqlStatement>(session_, sql);
+    return std::make_unique<PostgresqlStatement>(session_, sql, changed_);
 }
 
 }  // namespace zelvek::postgresql

@@ -19,6 +19,7 @@ public:
     void Commit() override;
     void Rollback() override;
     void BeginReading() override;
+    bool HasChanged() const override { return changed_; }
     bool EmptyLog() override { return true; }  // what the server's log holds is the server's
     long long Version() override;
     void SetVersion(long long version) override;
@@ -30,6 +31,7 @@ public:
 
 private:
     Session session_;
+    bool changed_ = false;  // since the transaction's beginning
 };
 
 }  // namespace zelvek::postgresql

@@ -65,6 +65,16 @@ std::optional<metrics::Endpoint> WantedEndpoint(Store& store, const ServeOptions
                                             MetricsSettings(options));
 }
 
+std::optional<page::Page> WantedPage(Services& services, const ServeOptions& options) {
+    if (options.page.listen.empty()) return std::nullopt;
+    return std::optional<page::Page>(std::in_place, services, options.page,
+                                     page::Allowed{options.limits.orders, options.limits.failures});
+}
+
+std::string PageAddress(const ServeOptions& options) {
+    return options.page.listen.empty() ? "" : page::AddressOf(options.page).url;
+}
+
 }  // namespace
 
 void CheckPlugin(const ServeOptions& options) {
@@ -84,7 +94,7 @@ RunningService::RunningService(const ServeOptions& options, ServiceSocket& socke
                 InstallSettings(options),
                 reloader_,
                 RulesOf(options),
-                {vek_date::DateTime().AsDateTime(), Place(options.database).Shown()},
+                {vek_date::DateTime().AsDateTime(), Place(options.database).Shown(), PageAddress(options)},
                 &looks_.sites(),
                 {options.plugin, options.authorities},
                 options.groups},
@@ -93,6 +103,7 @@ RunningService::RunningService(const ServeOptions& options, ServiceSocket& socke
       tidying_([this] { TidyCertificates(services_.install); }),
       responder_(WantedResponder(options)),
       watched_(WantedEndpoint(store_, options)),
+      page_(WantedPage(services_, options)),
       server_(services_, socket, groups),
       sweeper_("sweep", sweep_interval_, [this] { Sweep(services_, *retention_.Get()); }),
       reloading_("reload", sweep_interval_, [this] { reloader_.RetryDue(); }) {

@@ -10,6 +10,7 @@
 #include "zelvek/jobs/scheduler.h"
 #include "zelvek/metrics/endpoint.h"
 #include "zelvek/notices/notifier.h"
+#include "zelvek/page/page.h"
 #include "zelvek/panel/functions.h"
 #include "zelvek/publishing/publisher.h"
 #include "zelvek/publishing/responder.h"
@@ -51,6 +52,7 @@ private:
     std::jthread tidying_;
     std::optional<Responder> responder_;
     std::optional<metrics::Endpoint> watched_;
+    std::optional<page::Page> page_;
     Server server_;
     Periodic sweeper_;
     std::optional<RenewalWatch> asking_;

@@ -21,6 +21,7 @@
 #include "zelvek/base/run_directory.h"
 #include "zelvek/base/text.h"
 #include "zelvek/base/version.h"
+#include "zelvek/page/page.h"
 #include "zelvek/service/looks.h"
 #include "zelvek/service/running_service.h"
 #include "zelvek/service/service_manager.h"
@@ -214,6 +215,7 @@ void CheckOptions(const ServeOptions& options) {
     CheckOf(options, "metrics-listen", [&] {
         if (!options.metrics_listen.empty()) metrics::CheckAddress(options.metrics_listen);
     });
+    CheckOf(options, "page-listen", [&] { page::CheckSettings(options.page); });
     CheckOf(options, SelectedBackend(options), [&] { dns::MakeBackend(options.dns); });
     CheckNotices(options);
 }
@@ -228,17 +230,6 @@ void Serve(const ServeOptions& options, const ReadAgain& read_again) {
     if (!store) return;
     RunningService service(options, *store, socket, groups);
     UntilEnd(signals, manager, [&] { return Reload(service, read_again); });
-}
-
-}  // namespace
-
-void Serve(const ServeOptions& options) {
-    vek_proc::LeaveNoCoreFile();
-    const EndSignals signals;
-    ServiceManager manager;
-    ServiceSocket socket(RunDirectory(), manager.TakeSocket());
-    const auto store = OpenStore(Place(options.database), signals);
-    if (store) ServeStore(*store, options, signals, manager, socket);
 }
 
 }  // namespace zelvek

@@ -18,6 +18,7 @@
 #include "zelvek/jobs/limits.h"
 #include "zelvek/metrics/metrics.h"
 #include "zelvek/notices/notifier.h"
+#include "zelvek/page/settings.h"
 #include "zelvek/panel/right.h"
 #include "zelvek/publishing/dns_backends.h"
 #include "zelvek/service/sweep.h"
@@ -35,6 +36,7 @@ struct ServeOptions {
     std::string responder;       // address and port; empty: answer files are served by another web server
     std::string metrics_listen;  // address and port of this machine alone; empty: nobody is served metrics
     metrics::Settings metrics;
+    page::Settings page;
     std::filesystem::path plugin = PluginBesideProgram();
     std::filesystem::path authorities = authorities::DescriptionsOfProgram();
     bool scheduler = true;

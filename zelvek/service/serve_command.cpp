@@ -163,6 +163,31 @@ void AddInstallationOptions(Command& serve, ServeOptions& options) {
         .AtReload();
 }
 
+void AddPageOptions(Command& serve, page::Settings& settings) {
+    serve
+        .AddOption("--page-listen", settings.listen,
+                   "127.0.0.1:PORT, [::1]:PORT or the path of a unix socket where the web page is served")
+        .AtNextStart();
+    serve
+        .AddOption("--page-url", settings.url,
+                   "The address at which people open the page, where a web server stands before it")
+        .AtNextStart();
+    serve.AddOption("--page-peer", settings.peer, "User of that web server, who may use the socket")
+        .AtNextStart();
+    serve
+        .AddOption("--page-user-header", settings.user_header,
+                   "Header in which it says whose jobs a request sees; over the socket alone")
+        .AtNextStart();
+    serve.AddOption("--page-files", settings.files, "The page's files")
+        .NotEmpty()
+        .DefaultText("of the installation")
+        .AtNextStart();
+    serve.AddOption("--page-idle", settings.idle, "Seconds without anything done after which a session ends")
+        .AtNextStart();
+    serve.AddOption("--page-session", settings.longest, "Seconds after which a session ends whatever is done")
+        .AtNextStart();
+}
+
 void AddServeOptions(Command& serve, ServeOptions& options) {
     serve.AddConfigFile("--config",
                         "File of these options, key=value lines; conf.d/*.conf beside it are read, too",
@@ -190,6 +215,7 @@ void AddServeOptions(Command& serve, ServeOptions& options) {
         .AtNextStart();
     AddJobOptions(serve, options);
     AddWatchingOptions(serve, options);
+    AddPageOptions(serve, options.page);
     AddRetentionOptions(serve, options.retention);
     AddNoticeOptions(serve, options.notify);
     for (const dns::BackendKind& kind : dns::BackendKinds()) {

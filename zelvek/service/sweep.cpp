@@ -9,10 +9,12 @@
 #include "zelvek/notices/watch.h"
 #include "zelvek/store/answered.h"
 #include "zelvek/store/history.h"
+#include "zelvek/store/page_deeds.h"
 #include "zelvek/store/problems.h"
 #include "zelvek/store/requests.h"
 #include "zelvek/store/restarts.h"
 #include "zelvek/store/runs.h"
+#include "zelvek/store/tallies.h"
 
 namespace zelvek {
 
@@ -69,6 +71,8 @@ void ForgetOld(Services& services, const Retention& retention, const vek_date::D
     history::RemoveOlder(transaction, DaysBefore(now, retention.history_days), kForgetAtOnce);
     problems::RemoveOlder(transaction, DaysBefore(now, retention.notification_days),
                           retention.notification_entries, kForgetAtOnce);
+    page_deeds::RemoveOlder(transaction, DaysBefore(now, retention.history_days), kForgetAtOnce);
+    tallies::ForgetDaysBefore(transaction, DaysBefore(now, retention.history_days));
     ForgetOldUse(transaction, now.AsDateTime());
     answered::RemoveOlder(transaction, vek_date::DateTime(now).AddSeconds(-kKeepAnswers).AsDateTime(),
                           kForgetAtOnce);

@@ -54,6 +54,9 @@ public:
     virtual void Commit() = 0;
     virtual void Rollback() = 0;
 
+    /// Whether a row was changed since the transaction's beginning.
+    virtual bool HasChanged() const = 0;
+
     /// A transaction that only reads, and sees all as it is at one moment, however long it lasts. Nobody
     /// waits for it.
     virtual void BeginReading() = 0;

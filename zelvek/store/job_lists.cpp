@@ -65,6 +65,21 @@ std::vector<Job> Some(Transaction& transaction, const Selection& selection) {
     });
 }
 
+std::vector<Job> SomeByName(Transaction& transaction, const ByName& selection) {
+    // What follows all names with this beginning, in the order of bytes: no text in UTF-8 has this one.
+    const std::string beyond = selection.begin + "\xff";
+    const bool of_user = !selection.user_name.empty();
+    const std::string condition =
+        std::string(of_user ? "job.user_name = :user AND " : "") +
+        "job.certname >= :begin AND job.certname < :beyond AND (job.certname, job.id) > (:key, :after)"
+        " ORDER BY job.certname, job.id LIMIT :most";
+    return jobs::Select(transaction, condition, [&](Statement& select) {
+        if (of_user) select.With(selection.user_name);
+        select.With(selection.begin).With(beyond).With(selection.after.key);
+        select.With(selection.after.id).With(selection.limit);
+    });
+}
+
 Place PlaceOf(const Selection& selection, const Job& job) {
     switch (KeyOf(ListOf(selection.kind), selection.user_name)) {
         case Key::kDue: return {job.due, job.id};

@@ -44,6 +44,17 @@ struct Selection {
 /// As jobs::FindShown has them. Of one user, lists but kEnding are sorted by id alone.
 std::vector<Job> Some(Transaction& transaction, const Selection& selection);
 
+/// Which jobs a list by name has: those whose certificates' names begin so, in the order of these names.
+struct ByName {
+    std::string begin = {};
+    std::string user_name = {};  // of this user alone, unless it is empty
+    Place after = {};            // its key is a certificate's name
+    int limit = 0;
+};
+
+/// As jobs::FindShown has them.
+std::vector<Job> SomeByName(Transaction& transaction, const ByName& selection);
+
 /// The place of a job in such a list.
 Place PlaceOf(const Selection& selection, const Job& job);
 

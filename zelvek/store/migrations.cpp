@@ -66,6 +66,37 @@ constexpr const char* kDeaths = "ALTER TABLE job ADD COLUMN died INTEGER NOT NUL
 constexpr const char* kProblemsOfUsers =
     "CREATE INDEX problem_by_user ON problem (user_name, number) WHERE user_name > '';\n";
 
+// What the service's page needs: who has been let in, who has done what, jobs by name, notifications by who
+// is told, and how many runs ended on each day.
+constexpr const char* kPage = R"sql(
+CREATE TABLE page_session (
+    number INTEGER PRIMARY KEY AUTOINCREMENT,
+    kind TEXT NOT NULL,
+    hash TEXT NOT NULL,
+    user_name TEXT NOT NULL,
+    began TEXT NOT NULL,
+    seen TEXT NOT NULL,
+    agent TEXT NOT NULL
+) STRICT;
+CREATE INDEX page_session_by_kind ON page_session (kind, number);
+CREATE TABLE page_deed (
+    number INTEGER PRIMARY KEY,
+    time TEXT NOT NULL,
+    who TEXT NOT NULL,
+    what TEXT NOT NULL
+) STRICT;
+CREATE INDEX page_deed_by_time ON page_deed (time, number);
+CREATE TABLE run_day (
+    day TEXT NOT NULL,
+    outcome TEXT NOT NULL,
+    runs INTEGER NOT NULL,
+    PRIMARY KEY (day, outcome)
+) STRICT;
+CREATE INDEX job_by_certname ON job (certname, id);
+CREATE INDEX job_of_user_by_certname ON job (user_name, certname, id);
+CREATE INDEX problem_of_owner ON problem (owner, number) WHERE unsolved = 1;
+)sql";
+
 }  // namespace
 
 const std::vector<const char*>& Migrations() {
@@ -95,7 +126,8 @@ const std::vector<const char*>& Migrations() {
                                                      kAuthorities,
                                                      kTallies,
                                                      kDeaths,
-                                                     kProblemsOfUsers};
+                                                     kProblemsOfUsers,
+                                                     kPage};
     return migrations;
 }
 

@@ -195,6 +195,12 @@ std::vector<Problem> ListOfUser(Transaction& transaction, const std::string& use
     return Read(transaction, select.With(user).With(after).With(limit));
 }
 
+std::vector<Problem> OpenOf(Transaction& transaction, const std::string& owner, long long after, int limit) {
+    Statement select = transaction.Prepare(
+        kSelect + "owner = :owner AND unsolved = 1 AND number > :after ORDER BY number LIMIT :most");
+    return Read(transaction, select.With(owner).With(after).With(limit));
+}
+
 std::optional<Problem> Find(Transaction& transaction, long long number) {
     Statement select = transaction.Prepare(kSelect + "number = :number");
     const std::vector<Problem> found = Read(transaction, select.With(number));

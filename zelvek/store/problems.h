@@ -73,6 +73,9 @@ std::vector<Problem> ListOfUser(Transaction& transaction, const std::string& use
 /// Those in this state with numbers above `after`, at most `limit`, by number.
 std::vector<Problem> List(Transaction& transaction, State state, long long after, int limit);
 
+/// The open ones that this owner is told, with numbers above `after`, at most `limit`, by number.
+std::vector<Problem> OpenOf(Transaction& transaction, const std::string& owner, long long after, int limit);
+
 /// Removes those that are older than `time`, the oldest first, then those beyond the newest `most`; at most
 /// `limit` altogether. Returns how many it has removed.
 long long RemoveOlder(Transaction& transaction, const std::string& time, long long most, int limit);

@@ -17,6 +17,7 @@ struct SqliteConnection::State {
     explicit State(const std::string& database) : session(soci::sqlite3, database) {}
 
     soci::session session;
+    bool changed = false;                         // since the transaction's beginning
     std::map<std::string, soci::statement> kept;  // by text; those that are in use are taken out
 };
 

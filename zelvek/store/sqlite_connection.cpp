@@ -54,9 +54,12 @@ void SqliteConnection::CheckIsOurs() {
 void SqliteConnection::Begin() {
     file_.CheckIsThere();
     Statement(*this, "BEGIN IMMEDIATE").Run();
+    state_->changed = false;
 }
 
 void SqliteConnection::Commit() { Statement(*this, "COMMIT").Run(); }
+
+bool SqliteConnection::HasChanged() const { return state_->changed; }
 
 void SqliteConnection::Rollback() { Statement(*this, "ROLLBACK").Run(); }
 

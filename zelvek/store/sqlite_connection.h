@@ -22,6 +22,7 @@ public:
     void Commit() override;
     void Rollback() override;
     void BeginReading() override;
+    bool HasChanged() const override;
     bool EmptyLog() override;
     long long Version() override;
     void SetVersion(long long version) override;

@@ -44,6 +44,8 @@ public:
         failed_ = true;
         const bool row = Translated([&] { return Step(); });
         failed_ = false;
+        // One that changes rows and has columns gives the changed ones.
+        if (row && !text_.starts_with("SELECT")) connection_.changed = true;
         return row;
     }
 
@@ -55,6 +57,7 @@ public:
             return statement_.get_affected_rows();
         });
         failed_ = false;
+        if (changed > 0) connection_.changed = true;
         return changed;
     }
 

@@ -159,6 +159,11 @@ void Store::TellOfDue(std::function<void(const std::string& due)> listener) {
     due_listener_ = std::move(listener);
 }
 
+void Store::TellOfChange(std::function<void()> listener) {
+    const std::lock_guard lock(mutex_);
+    change_listener_ = std::move(listener);
+}
+
 Transaction::Transaction(Store& store) : store_(store), lock_(store.mutex_) { store_.connection_->Begin(); }
 
 Transaction::~Transaction() {
@@ -168,9 +173,11 @@ Transaction::~Transaction() {
 std::vector<std::string> Transaction::Prepared() const { return store_.connection_->Prepared(); }
 
 void Transaction::Commit() {
+    const bool changed = store_.connection_->HasChanged();
     store_.connection_->Commit();
     open_ = false;
     if (!due_.empty() && store_.due_listener_) store_.due_listener_(due_);
+    if (changed && store_.change_listener_) store_.change_listener_();
 }
 
 void Transaction::NoteDue(const std::string& time) {

@@ -39,12 +39,17 @@ public:
     /// a change; it must not use the store. An empty one ends that.
     void TellOfDue(std::function<void(const std::string& due)> listener);
 
+    /// Has `listener` told, on the thread that commits it, of each transaction that has changed something; it
+    /// must not use the store. An empty one ends that.
+    void TellOfChange(std::function<void()> listener);
+
 private:
     friend class Transaction;
     std::mutex mutex_;
     std::unique_ptr<Connection> connection_;
     bool untidy_ = true;  // a service that was killed may have left keys in the log
     std::function<void(const std::string&)> due_listener_;
+    std::function<void()> change_listener_;
 };
 
 /// Everything that one piece of work reads and writes, seen by others as a whole or not at all. Others wait

@@ -21,6 +21,30 @@ std::vector<Runs> OfRuns(Transaction& transaction) {
     return all;
 }
 
+void CountRunOfDay(Transaction& transaction, const std::string& day, const std::string& outcome) {
+    transaction
+        .Prepare(
+            "INSERT INTO run_day (day, outcome, runs) VALUES (:day, :outcome, 1)"
+            " ON CONFLICT (day, outcome) DO UPDATE SET runs = run_day.runs + 1")
+        .With(day)
+        .With(outcome)
+        .Run();
+}
+
+std::vector<RunsOfDay> OfRunsSince(Transaction& transaction, const std::string& day) {
+    Statement select =
+        transaction.Prepare("SELECT day, outcome, runs FROM run_day WHERE day >= :day ORDER BY day, outcome");
+    RunsOfDay some;
+    select.With(day).Into(some.day).Into(some.outcome).Into(some.runs);
+    std::vector<RunsOfDay> found;
+    while (select.Next()) found.push_back(some);
+    return found;
+}
+
+void ForgetDaysBefore(Transaction& transaction, const std::string& day) {
+    transaction.Prepare("DELETE FROM run_day WHERE day < :day").With(day).Run();
+}
+
 void CountDuration(Transaction& transaction, const Durations& one) {
     transaction
         .Prepare(

@@ -22,6 +22,22 @@ void CountRun(Transaction& transaction, const std::string& outcome, const std::s
 
 std::vector<Runs> OfRuns(Transaction& transaction);
 
+/// Runs that ended alike on one day.
+struct RunsOfDay {
+    std::string day;  // a date
+    std::string outcome;
+    long long runs = 0;
+};
+
+/// One more run has ended so on that day.
+void CountRunOfDay(Transaction& transaction, const std::string& day, const std::string& outcome);
+
+/// From `day` on, in the order of the days.
+std::vector<RunsOfDay> OfRunsSince(Transaction& transaction, const std::string& day);
+
+/// Forgets the days before `day`.
+void ForgetDaysBefore(Transaction& transaction, const std::string& day);
+
 /// Runs that took at most `bound` seconds and longer than the next smaller bound; 0 is no bound.
 struct Durations {
     long long bound = 0;

@@ -111,7 +111,7 @@ TEST_F(QueryPlans, EveryOperationIsCarriedOut) {
 // Behaviour: No operation of the store ...
 TEST_F(QueryPlans, WhatReadsOrSortsMuchIsFound) {
     const std::map<std::string, std::string> bad{
-        {"SELECT id FROM job WHERE certname = :name", "SCAN job"},
+        {"SELECT id FROM job WHERE domain = :name", "SCAN job"},
         {"SELECT id FROM job WHERE user_name = :user ORDER BY domain", "TEMP B-TREE"},
         {"SELECT id FROM job WHERE job.id > :after AND res_name = :name ORDER BY id LIMIT :most",
          "SEARCH job"},

@@ -13,6 +13,8 @@
 #include "zelvek/store/job_lists.h"
 #include "zelvek/store/job_names.h"
 #include "zelvek/store/jobs.h"
+#include "zelvek/store/page_deeds.h"
+#include "zelvek/store/page_sessions.h"
 #include "zelvek/store/problems.h"
 #include "zelvek/store/publications.h"
 #include "zelvek/store/reloads.h"
@@ -75,6 +77,11 @@ Operations JobOperations() {
              jobs::Select(transaction, "job.id = :id", [](Statement& select) { select.With(1); });
          }},
         {"job_lists::Some", &ListEveryKind},
+        {"job_lists::SomeByName",
+         [](Transaction& transaction) {
+             for (const std::string user : {"", "anna"})
+                 job_lists::SomeByName(transaction, {"a", user, {}, 10});
+         }},
         {"job_lists::Count", &CountEveryKind},
         {"job_names::Set", [](Transaction& transaction) { job_names::Set(transaction, 1, "a.example"); }},
         {"job_names::JobsOf", [](Transaction& transaction) { job_names::JobsOf(transaction, "a", 0, 10); }},
@@ -236,9 +243,41 @@ Operations OtherOperations() {
          [](Transaction& transaction) {
              tallies::CountDuration(transaction, {1, 1, 1});
          }},
+        {"tallies::CountRunOfDay",
+         [](Transaction& transaction) { tallies::CountRunOfDay(transaction, "d", "o"); }},
+        {"tallies::OfRunsSince", [](Transaction& transaction) { tallies::OfRunsSince(transaction, "d"); }},
+        {"tallies::ForgetDaysBefore",
+         [](Transaction& transaction) { tallies::ForgetDaysBefore(transaction, "d"); }},
         {"tallies::OfDurations", [](Transaction& transaction) { tallies::OfDurations(transaction); }},
         {"tallies::OfNotices", [](Transaction& transaction) { tallies::OfNotices(transaction); }},
         {"tallies::OfEnds", [](Transaction& transaction) { tallies::OfEnds(transaction, "d", 10); }},
+        {"page_sessions::Add", [](Transaction& transaction) { page_sessions::Add(transaction, {}); }},
+        {"page_sessions::Find",
+         [](Transaction& transaction) {
+             page_sessions::Find(transaction, page_sessions::Kind::kSession, 1);
+         }},
+        {"page_sessions::List",
+         [](Transaction& transaction) {
+             page_sessions::List(transaction, page_sessions::Kind::kSession, 0, 10);
+         }},
+        {"page_sessions::SetSeen",
+         [](Transaction& transaction) { page_sessions::SetSeen(transaction, 1, "t"); }},
+        {"page_sessions::Remove",
+         [](Transaction& transaction) {
+             page_sessions::Remove(transaction, page_sessions::Kind::kSession, 1);
+         }},
+        {"page_sessions::RemoveAll",
+         [](Transaction& transaction) {
+             page_sessions::RemoveAll(transaction, page_sessions::Kind::kSession);
+         }},
+        {"page_sessions::RemoveOlder",
+         [](Transaction& transaction) {
+             page_sessions::RemoveOlder(transaction, page_sessions::Kind::kLink, "t", "t");
+         }},
+        {"page_deeds::Add", [](Transaction& transaction) { page_deeds::Add(transaction, {}); }},
+        {"page_deeds::Newest", [](Transaction& transaction) { page_deeds::Newest(transaction, 10, 10); }},
+        {"page_deeds::RemoveOlder",
+         [](Transaction& transaction) { page_deeds::RemoveOlder(transaction, "t", 10); }},
         {"problems::Raise",
          [](Transaction& transaction) {
              for (const std::string id : {"1", "2"})
@@ -268,6 +307,7 @@ Operations OtherOperations() {
                  problems::ListOfUser(transaction, "anna", state, 0, 10);
              }
          }},
+        {"problems::OpenOf", [](Transaction& transaction) { problems::OpenOf(transaction, "anna", 0, 10); }},
         {"problems::RemoveOlder",
          [](Transaction& transaction) { problems::RemoveOlder(transaction, "a", 10, 5); }},
         {"problems::Find", [](Transaction& transaction) { problems::Find(transaction, 1); }},

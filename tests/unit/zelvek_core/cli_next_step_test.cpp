@@ -1,8 +1,8 @@
-#include "zelvek/cli/next_step.h"
+#include "zelvek/records/next_step.h"
 
 #include <gtest/gtest.h>
 
-namespace zelvek::cli {
+namespace zelvek::records {
 namespace {
 
 std::string Next(const std::map<std::string, std::string>& values) {
@@ -35,4 +35,4 @@ TEST(NextSteps, AreToldInFewWords) {
 }
 
 }  // namespace
-}  // namespace zelvek::cli
+}  // namespace zelvek::records

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "zelvek/records/event_words.h"
+
 namespace zelvek::cli {
 namespace {
 
@@ -50,7 +52,7 @@ TEST(Steps, AreNotEveryLineOfTheLog) {
 TEST(Steps, HoldNoControlCharactersAndNoEndlessTexts) {
     EXPECT_EQ(Trace("domain '\x1b[31m\u202e'"), "10:21:03  has to prove ?[31m?");
     EXPECT_LT(Trace("domain '" + std::string(100'000, 'x') + "'").size(), 400U);
-    EXPECT_EQ(WordsOfEvent("cert_order_fail", "a\x1b[31m\nb"),
+    EXPECT_EQ(records::WordsOfEvent("cert_order_fail", "a\x1b[31m\nb"),
               "the authority refuses the certificate: a [31m b");
 }
 
@@ -63,7 +65,7 @@ TEST(Steps, TellWhatFailed) {
         "10:21:03  failed: the authority refuses a name's proof: Return code: 403 Details: no answer");
     EXPECT_EQ(Event("processing", "order_success", ""), "10:21:03  the order is placed");
     EXPECT_EQ(Event("processing", "news", "of a later version"), "10:21:03  news: of a later version");
-    EXPECT_EQ(WordsOfEvent("", "a text alone"), "a text alone");
+    EXPECT_EQ(records::WordsOfEvent("", "a text alone"), "a text alone");
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
-#include "zelvek/cli/next_step.h"
+#include "zelvek/records/next_step.h"
 
 #include "vek/str.h"
-#include "zelvek/cli/job_view.h"
+#include "zelvek/records/job_record.h"
 
-namespace zelvek::cli {
+namespace zelvek::records {
 
 namespace {
 
@@ -45,4 +45,4 @@ std::string NextStep(const vek_xml::Node& job, const std::string& now) {
     return (Failures(job).empty() ? "runs " : "next try ") + ShortTime(due, now) + Failures(job);
 }
 
-}  // namespace zelvek::cli
+}  // namespace zelvek::records

@@ -5,7 +5,7 @@
 #include "vek/client.h"
 
 /// When things happen to jobs, in few words.
-namespace zelvek::cli {
+namespace zelvek::records {
 
 /// What happens to the job next, and when: "renews 2031-02-03", "next try 12:30 UTC (2 failures)". `now` is a
 /// date-time, and the day that is not named.
@@ -17,4 +17,4 @@ std::string WithZone(const std::string& time);
 /// The day of a date-time; any other text as it is.
 std::string DayOf(const std::string& time);
 
-}  // namespace zelvek::cli
+}  // namespace zelvek::records
