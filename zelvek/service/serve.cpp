@@ -212,12 +212,13 @@ void Serve(const ServeOptions& options) {
                       reloader,
                       {options.retry_interval},
                       options.retention.history_entries,
-                      {vek_date::DateTime().AsDateTime(), options.database, options.scheduler}};
+                      {vek_date::DateTime().AsDateTime(), options.database, options.scheduler},
+                      nullptr,
+                      {options.plugin, options.authorities},
+                      options.groups};
     notices::Notifier notifier(store, options.notify);
     Looks looks(store, publisher, options);
     services.sites = looks.sites();
-    services.plugins = {options.plugin, options.authorities};
-    services.groups = options.groups;
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });
     const auto responder = WantedResponder(options);
