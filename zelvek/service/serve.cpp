@@ -196,8 +196,7 @@ void Serve(const ServeOptions& options) {
     vek_proc::LeaveNoCoreFile();
     const EndSignals signals;
     ServiceManager manager;
-    const Groups groups = FindGroups(options.groups);
-    ServiceSocket socket(RunDirectory(), groups, manager.TakeSocket());
+    ServiceSocket socket(RunDirectory(), FindGroups(options.groups), manager.TakeSocket());
     Store store(WithParent(options.database));
     CheckPlaces(options);
     const auto backend = dns::MakeBackend(options.dns);
@@ -212,19 +211,18 @@ void Serve(const ServeOptions& options) {
                       reloader,
                       {options.retry_interval},
                       options.retention.history_entries,
-                      {vek_date::DateTime().AsDateTime(), options.database, options.scheduler},
-                      nullptr,
-                      {options.plugin, options.authorities},
-                      options.groups};
+                      {vek_date::DateTime().AsDateTime(), options.database, options.scheduler}};
     notices::Notifier notifier(store, options.notify);
     Looks looks(store, publisher, options);
     services.sites = looks.sites();
+    services.plugins = {options.plugin, options.authorities};
+    services.groups = options.groups;
     // It takes a while where there are many certificates, and may go on while queries are answered.
     const std::jthread tidying([&] { TidyCertificates(installed); });
     const auto responder = WantedResponder(options);
     const auto watched = WantedEndpoint(store, options);
     // What is made last ends first: runs end while the server still takes their records.
-    const Server server(services, socket, groups);
+    const Server server(services, socket);
     const Periodic sweeper("sweep", options.sweep_interval, [&] { Sweep(services, options.retention); });
     notifier.Start(options.sweep_interval);
     std::optional<RenewalWatch> asking;
