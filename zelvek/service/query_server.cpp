@@ -191,8 +191,8 @@ void Note(void* server, MHD_Connection* connection, void** /*state*/,
 
 }  // namespace
 
-Server::Server(Services& services, ServiceSocket& socket, const Groups& groups)
-    : services_(services), socket_(socket), groups_(groups), listener_(socket.ReleaseListener()) {
+Server::Server(Services& services, ServiceSocket& socket)
+    : services_(services), socket_(socket), listener_(socket.ReleaseListener()) {
     // The library's own time limit would count the time that our answer takes, and begin anew with each byte.
     constexpr unsigned kFlags = MHD_USE_POLL_INTERNAL_THREAD | MHD_USE_THREAD_PER_CONNECTION | MHD_USE_ITC;
     daemon_ = MHD_start_daemon(kFlags, 0, nullptr, nullptr, &Handle, this,  //

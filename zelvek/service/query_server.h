@@ -14,7 +14,7 @@ namespace zelvek {
 class Server {
 public:
     /// Errors: Error.
-    Server(Services& services, ServiceSocket& socket, const Groups& groups);
+    Server(Services& services, ServiceSocket& socket);
 
     /// Takes no new connections, lets the queries that have arrived be answered, and ends. Connections that
     /// are not taken yet wait for the next service, where the socket is a service manager's.
@@ -30,7 +30,7 @@ public:
 
     Services& services() { return services_; }
     Connections& connections() { return connections_; }
-    const Groups& groups() const { return groups_; }
+    const Groups& groups() const { return socket_.groups(); }
 
 private:
     /// Leaves the socket to whoever has it after this service.
@@ -44,7 +44,6 @@ private:
 
     Services& services_;
     ServiceSocket& socket_;
-    Groups groups_;
     int listener_;  // the daemon closes it; -1 once it is left
     Connections connections_;
     MHD_Daemon* daemon_ = nullptr;

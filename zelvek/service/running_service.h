@@ -28,7 +28,7 @@ namespace zelvek {
 class RunningService {
 public:
     /// Errors: Error for options that cannot be used.
-    RunningService(const ServeOptions& options, Store& store, ServiceSocket& socket, const Groups& groups);
+    RunningService(const ServeOptions& options, Store& store, ServiceSocket& socket);
     ~RunningService();
     RunningService(const RunningService&) = delete;
     RunningService& operator=(const RunningService&) = delete;

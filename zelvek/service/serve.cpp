@@ -207,6 +207,7 @@ std::string SelectedBackend(const ServeOptions& options) {
 }  // namespace
 
 void CheckOptions(const ServeOptions& options) {
+    CheckOf(options, "database", [&] { CheckPlace(Place(options.database)); });
     CheckOf(options, "admin-group", [&] { FindGroups(options.groups); });
     CheckOf(options, "certs-owner", [&] { InstallSettings(options); });
     CheckOf(options, "check-sites", [&] { WatchSettings(options); });
@@ -224,11 +225,10 @@ void Serve(const ServeOptions& options, const ReadAgain& read_again) {
     vek_proc::LeaveNoCoreFile();
     const Signals signals;
     ServiceManager manager;
-    const Groups groups = FindGroups(options.groups);
-    ServiceSocket socket(RunDirectory(), groups, manager.TakeSocket());
+    ServiceSocket socket(RunDirectory(), FindGroups(options.groups), manager.TakeSocket());
     const auto store = OpenStore(Place(options.database), signals);
     if (!store) return;
-    RunningService service(options, *store, socket, groups);
+    RunningService service(options, *store, socket);
     UntilEnd(signals, manager, [&] { return Reload(service, read_again); });
 }
 

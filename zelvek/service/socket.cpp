@@ -104,21 +104,22 @@ ServiceSocket::ServiceSocket(const fs::path& directory, const Groups& groups, De
     : path_(Prepared(directory) / "zelvek.sock"),
       lock_(Lock(directory / "zelvek.lock", "another service runs on " + path_.string() + " already")),
       handed_over_(handed_over),
-      listener_(std::move(handed_over)) {
+      listener_(std::move(handed_over)),
+      groups_(groups) {
     if (handed_over_) {
         CheckHandedOver(listener_, path_);
     } else {
         RemoveOld();
         listener_ = Listen(path_);
     }
-    LetIn(groups);
+    LetIn();
 }
 
-void ServiceSocket::LetIn(const Groups& groups) const try {
+void ServiceSocket::LetIn() const try {
     constexpr unsigned kPass = 1;
     constexpr unsigned kConnect = 6;
-    LetGroups(path_, kConnect, groups.All());
-    LetGroups(path_.parent_path(), kPass, groups.All());
+    LetGroups(path_, kConnect, groups_.All());
+    LetGroups(path_.parent_path(), kPass, groups_.All());
 } catch (const Error& error) {
     // Certificates matter more than who may look at them.
     Log(std::string("members of groups cannot use the service: ") + error.what());

@@ -40,16 +40,20 @@ public:
 
     const std::filesystem::path& path() const { return path_; }
 
+    /// Whom the socket is open to besides.
+    const Groups& groups() const { return groups_; }
+
 private:
     /// The socket's file of a service that has died.
     void RemoveOld() const;
 
-    void LetIn(const Groups& groups) const;
+    void LetIn() const;
 
     std::filesystem::path path_;
     FileLock lock_;
     bool handed_over_;
     Descriptor listener_;
+    Groups groups_;
 };
 
 /// Who is at the other end of a connection: user and process, as they were when it was made. Errors: Error of
