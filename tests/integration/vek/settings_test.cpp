@@ -115,6 +115,7 @@ TEST(TransferSettings, LookRootsUpInAHashedFolderOfTheSystem) {
     const std::string path = folder.path();
     EXPECT_FALSE(LooksUpIn(nullptr));
     EXPECT_FALSE(LooksUpIn((path + "/missing").c_str()));
+    EXPECT_FALSE(LooksUpIn("/dev/null")) << "no folder";
     for (const char* name : {"ca.crt", "root-one.0", "5ed36f99.pem", "5ed36f9.0", "5ed36f99.01"}) {
         std::ofstream(folder.file(name)) << "";
         EXPECT_EQ(LooksUpIn(path.c_str()), name == std::string("root-one.0")) << name;
