@@ -18,7 +18,7 @@ namespace {
 using rows::Row;
 using rows::Table;
 
-constexpr int kPage = 500;  // rows in memory at once
+constexpr int kRowsAtOnce = 500;  // rows in memory at once
 
 /// Opened for this alone, after it was brought to the newest version.
 std::unique_ptr<Connection> OpenNewest(const Place& place) try {
@@ -93,7 +93,7 @@ long long ForEachPage(Connection& store, const Table& table, Row after, const Ta
     const std::vector<std::string> columns = rows::ColumnsOf(store, table);
     long long mended = 0;
     for (;;) {
-        std::vector<Row> page = rows::Page(store, table, columns, after, kPage);
+        std::vector<Row> page = rows::Page(store, table, columns, after, kRowsAtOnce);
         if (page.empty()) return mended;
         after = KeyOf(table, page.back());
         std::erase_if(page, [&](const Row& row) { return IsMark(table, row); });

@@ -102,7 +102,7 @@ Json::Value Api::Status(const Call& call) {
         Json::Value& count = json["notices"][problem.state];
         count = count.asInt() + 1;
     }
-    json["scheduler"] = services_.facts.scheduler;
+    json["scheduler"] = services_.rules.Get()->scheduler;
     json["now"] = records::TimeJson(DateTime().AsDateTime());
     return json;
 }

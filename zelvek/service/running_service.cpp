@@ -83,8 +83,8 @@ void CheckPlugin(const ServeOptions& options) {
     }
 }
 
-RunningService::RunningService(const ServeOptions& options, ServiceSocket& socket, const Groups& groups)
-    : store_(WithParent(options.database)),
+RunningService::RunningService(const ServeOptions& options, Store& store, ServiceSocket& socket)
+    : store_(store),
       publisher_(store_, CheckPlaces(options), dns::MakeBackend(options.dns)),
       reloader_(store_, options.reload),
       notifier_(store_, options.notify),
@@ -104,7 +104,7 @@ RunningService::RunningService(const ServeOptions& options, ServiceSocket& socke
       responder_(WantedResponder(options)),
       watched_(WantedEndpoint(store_, options)),
       page_(WantedPage(services_, options)),
-      server_(services_, socket, groups),
+      server_(services_, socket),
       sweeper_("sweep", sweep_interval_, [this] { Sweep(services_, *retention_.Get()); }),
       reloading_("reload", sweep_interval_, [this] { reloader_.RetryDue(); }) {
     notifier_.Start(sweep_interval_);
