@@ -58,9 +58,6 @@ CREATE TRIGGER job_removed_with_end AFTER DELETE ON job WHEN OLD.expires > '' BE
     ; END;
 )sql";
 
-// Whether a job's last run has died is known of those that die from now on.
-constexpr const char* kDeaths = "ALTER TABLE job ADD COLUMN died INTEGER NOT NULL DEFAULT 0";
-
 // A user of the panel sees the notifications about their own certificates; those about nobody's are not among
 // them, and what asks for a cause has an index of its own.
 constexpr const char* kProblemsOfUsers =
@@ -125,7 +122,6 @@ const std::vector<const char*>& Migrations() {
                                                      kSiteChecks,
                                                      kAuthorities,
                                                      kTallies,
-                                                     kDeaths,
                                                      kProblemsOfUsers,
                                                      kPage};
     return migrations;

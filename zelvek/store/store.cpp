@@ -8,6 +8,7 @@
 #include <utility>
 #include <variant>
 
+#include "vek/str.h"
 #include "zelvek/base/error.h"
 #include "zelvek/base/job.h"
 #include "zelvek/base/log.h"
@@ -30,7 +31,8 @@ void RollBack(Connection& connection) {
     }
 }
 
-/// The statements of a migration: each ends with ";" at the end of a line.
+/// The statements of a migration: each ends with ";" at the end of a line. Errors: Error of code kInternal
+/// for one that does not end.
 std::vector<std::string> Statements(const std::string& migration) {
     std::vector<std::string> statements;
     std::string statement;
@@ -41,6 +43,8 @@ std::vector<std::string> Statements(const std::string& migration) {
         statements.push_back(statement);
         statement.clear();
     }
+    if (!str::Trim(statement).empty())
+        throw Error(Code::kInternal, "a migration's statement has no end: " + statement);
     return statements;
 }
 
