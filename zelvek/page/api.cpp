@@ -2,6 +2,7 @@
 
 #include <json/json.h>
 
+#include <algorithm>
 #include <charconv>
 #include <exception>
 #include <memory>

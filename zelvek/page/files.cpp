@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <fstream>
 #include <iterator>
+#include <system_error>
 
 #include "zelvek/base/error.h"
 #include "zelvek/base/secret.h"

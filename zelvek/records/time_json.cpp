@@ -5,11 +5,11 @@
 namespace zelvek::records {
 
 Json::Value TimeJson(const std::string& time) {
-    constexpr std::size_t kDateTime = 19;
-    constexpr std::size_t kDay = 10;
+    constexpr std::size_t kLength = 19;
+    constexpr std::size_t kBlank = 10;  // between date and time
     if (time.empty()) return Json::nullValue;
-    if (time.size() != kDateTime || time[kDay] != ' ') return time;
-    return time.substr(0, kDay) + "T" + time.substr(kDay + 1) + "Z";
+    if (time.size() != kLength || time[kBlank] != ' ') return time;
+    return time.substr(0, kBlank) + "T" + time.substr(kBlank + 1) + "Z";
 }
 
 }  // namespace zelvek::records

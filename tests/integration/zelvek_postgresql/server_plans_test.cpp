@@ -125,7 +125,7 @@ TEST_F(ServerPlans, EveryStatementUsesAnIndex) {
 TEST_F(ServerPlans, WhatReadsMuchIsFound) {
     std::vector<std::string> statements;
     for (const std::string statement :
-         {"SELECT id FROM job WHERE certname = :name", "DELETE FROM job_event WHERE detail = :detail",
+         {"SELECT id FROM job WHERE domain = :name", "DELETE FROM job_event WHERE detail = :detail",
           "SELECT count(*) FROM account", "SELECT id FROM job_event ORDER BY id"}) {
         Do([&](Transaction& transaction) { transaction.Prepare(statement); });
         statements.push_back(statement);

@@ -21,16 +21,16 @@ const std::set<std::string> kHoldsWhatIsLookedFor{
 // Indexes over times, of which all that is older, or newer, than a time is looked for, and over names, of
 // which all with one beginning are.
 const std::set<std::string> kOverTimes{
-    "answered_query_by_time",      "csr_by_time",       "job_by_last_run",   "job_by_renewal",
-    "job_event_by_time",           "problem_by_time",   "reload_by_next",    "authority_use_by_time",
-    "job_by_ask_renewal",          "job_by_notice",     "recipient_by_next", "delivery_by_recipient",
-    "sqlite_autoindex_job_name_1", "site_check_by_next"};
+    "answered_query_by_time",      "csr_by_time",        "job_by_last_run",   "job_by_renewal",
+    "job_event_by_time",           "problem_by_time",    "reload_by_next",    "authority_use_by_time",
+    "job_by_ask_renewal",          "job_by_notice",      "recipient_by_next", "delivery_by_recipient",
+    "sqlite_autoindex_job_name_1", "site_check_by_next", "page_deed_by_time", "job_by_certname"};
 
 // Tables that stay small: the sweep forgets readers that have died, "waiting" is what is due, and "busy" has
 // the users with runs under way; there are few authorities, and few words
-// and bounds by which runs and notifications are counted.
-const std::set<std::string> kSmallTables{"reader",    "waiting",      "busy",         "authority_count",
-                                         "run_count", "run_duration", "problem_count"};
+// and bounds by which runs and notifications are counted; of days there are as many as histories are kept.
+const std::set<std::string> kSmallTables{"reader",    "waiting",      "busy",          "authority_count",
+                                         "run_count", "run_duration", "problem_count", "run_day"};
 
 // The index of which just what is looked for is read, so that it may be sorted: the jobs that are due, for
 // users to take turns.
@@ -61,7 +61,8 @@ Step Parse(const std::string& line) {
 /// A page of a whole table has no condition but where it begins, so it reads no row that it does not give.
 bool IsPage(const std::string& statement) {
     static const std::regex form(R"( WHERE [a-z.]+ > :after ORDER BY [a-z.]+ LIMIT :most$)");
-    return std::regex_search(statement, form);
+    static const std::regex backwards(R"( WHERE [a-z.]+ < :before ORDER BY [a-z.]+ DESC LIMIT :most$)");
+    return std::regex_search(statement, form) || std::regex_search(statement, backwards);
 }
 
 /// The same of the open notifications, by the index that holds just these.
