@@ -49,7 +49,8 @@ TEST_F(Customer, HasTheirNotificationsAlone) {
         Ask("func=problems.register&sok=ok&name=trouble&level=low",
             {{"id", user}, {"owner", user}, {"param_name", "shop.example"}});
     }
-    const auto of_anna = Ask("func=zelvek.problem.list&user_name=anna").xml().GetNodes("/doc/elem");
+    const auto listed = Ask("func=zelvek.problem.list&user_name=anna");
+    const auto of_anna = listed.xml().GetNodes("/doc/elem");
     ASSERT_EQ(of_anna.size(), 1U);
     EXPECT_EQ(of_anna.front().Value("id"), "anna");
     EXPECT_EQ(ErrorOf("func=zelvek.problem.clear&number=2&user_name=anna"), "missed");
