@@ -7,6 +7,7 @@
 #include "zelvek/cli/ask.h"
 #include "zelvek/cli/cli.h"
 #include "zelvek/cli/json_output.h"
+#include "zelvek/cli/pages.h"
 #include "zelvek/cli/table.h"
 
 namespace zelvek::cli {
@@ -55,10 +56,13 @@ struct DomainListOptions {
 };
 
 int ListDomains(const DomainListOptions& options) {
-    const auto answer = Ask("zelvek.domain.list", {{"user_name", options.user}});
+    const auto ask = [&](std::map<std::string, std::string> parameters) {
+        parameters["user_name"] = options.user;
+        return Ask("zelvek.domain.list", parameters);
+    };
     Json::Value json(Json::arrayValue);
     std::vector<std::vector<std::string>> rows;
-    for (const auto& node : answer.xml().GetNodes("/doc/elem")) {
+    ForEachEntry(ask, "id", {}, [&](const vek_xml::Node& node) {
         const bool zone = node.Value("zone") == "on";
         Json::Value domain;
         domain["name"] = node.Value("name");
@@ -66,7 +70,7 @@ int ListDomains(const DomainListOptions& options) {
         domain["zone"] = zone;
         json.append(domain);
         rows.push_back({node.Value("name"), node.Value("user"), zone ? "yes" : "no"});
-    }
+    });
     if (options.json) {
         PrintJson(json);
     } else {

@@ -280,10 +280,18 @@ Reason Installed(const JobFacts& facts) {
     return {Sentence({"the certificate is installed and ends " + At(job.expires), renewal}), {}};
 }
 
+Reason Paused(const Job& job) {
+    const bool installed = job.verified && !job.expires.empty();
+    return {Sentence({"the job is paused: it is neither run nor renewed",
+                      "\"zelvek job resume " + str::Str(job.id) + "\" lets it go on"}),
+            {installed ? "The certificate is installed and ends " + At(job.expires) : ""}};
+}
+
 Reason ByState(const JobFacts& facts) {
     const Job& job = facts.job;
+    if (job.processing && !job.verified) return {"A run of the job is under way.", {}};
+    if (job.paused && !job.failed) return Paused(job);
     if (job.verified) return Installed(facts);
-    if (job.processing) return {"A run of the job is under way.", {}};
     return job.failed ? Stopped(facts) : Waiting(facts);
 }
 
@@ -297,7 +305,7 @@ Reason ReasonOf(const JobFacts& facts) {
         if (!job.expires.empty())
             reason.details.push_back("The certificate of before is still installed, and ends " +
                                      At(job.expires));
-        if (!job.processing && job.failures > 0) reason.details.push_back(Retry(job));
+        if (!job.processing && !job.paused && job.failures > 0) reason.details.push_back(Retry(job));
     }
     if (job.verified && facts.served && facts.served->state == served::kUnreachable) {
         reason.details.push_back("Whether the web server shows the certificate could not be seen: " +

@@ -91,7 +91,7 @@ struct Notifier::Means {
 
 std::shared_ptr<Notifier::Means> Notifier::MeansOf(Settings settings) {
     CheckSettings(settings);
-    const auto means = std::make_shared<Means>(Means{std::move(settings)});
+    auto means = std::make_shared<Means>(Means{std::move(settings)});
     Settings& used = means->settings;
     if (!used.texts.empty()) means->texts = Texts(used.texts);
     if (!used.addresses.empty()) means->addresses = ReadAddressFile(used.addresses);

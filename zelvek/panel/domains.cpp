@@ -90,7 +90,10 @@ void ListDomains(Services& services, const Query& query, XmlAnswer& answer) {
     Transaction transaction(services.store);
     const auto found =
         user.empty() ? domains::List(transaction, page.after, page.limit) : domains::Of(transaction, user);
+    int left = page.limit;
     for (const auto& domain : found) {
+        if (domain.id <= page.after) continue;
+        if (left-- == 0) break;
         answer.Elem()
             .Value("id", domain.id)
             .Value("name", domain.name)

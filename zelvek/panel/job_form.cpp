@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <set>
 
 #include "vek/client.h"
 #include "vek/date.h"
@@ -43,16 +44,20 @@ std::string CsrRequest(const Query& query, const std::string& certname) {
     return vek_client::Bind(vek_client::Bind("certname_ascii=?", {str::puny::Encode(certname)}), entries);
 }
 
+// More than any authority takes; each further one would be looked at once more for nothing.
+constexpr std::size_t kMostNames = 1000;
+
 /// The full list of names, the main one first, each once.
 std::string Aliases(const Query& query, const std::string& main, bool wildcards) {
-    std::vector<std::string> seen;
+    const auto given = str::Split(main + " " + query.parameters.Get("aliases"), " ");
+    if (given.size() > kMostNames)
+        throw Error(Code::kValue, "aliases", std::to_string(given.size()),
+                    "a job has at most " + std::to_string(kMostNames) + " names");
+    std::set<std::string> seen;
     std::string aliases;
-    for (const std::string& name : str::Split(main + " " + query.parameters.Get("aliases"), " ")) {
+    for (const std::string& name : given) {
         names::CheckDomain(name, wildcards);
-        const std::string canonical = names::Canonical(name);
-        if (std::find(seen.begin(), seen.end(), canonical) != seen.end()) continue;
-        seen.push_back(canonical);
-        str::inpl::Append(aliases, name, " ");
+        if (seen.insert(names::Canonical(name)).second) str::inpl::Append(aliases, name, " ");
     }
     return aliases;
 }

@@ -9,6 +9,7 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <utility>
 
 #include "vek/client.h"
 #include "vek/err.h"
@@ -49,21 +50,25 @@ public:
         std::signal(SIGCHLD, SIG_DFL);  // plug-ins could not be waited for otherwise
     }
 
-    int Wait() const {
+    int Wait() {
+        if (std::exchange(reload_asked_, false)) return SIGHUP;
         int signal = 0;
         sigwait(&signals_, &signal);
         return signal;
     }
 
-    /// Whether the service is asked to end within that time.
-    bool EndComesWithin(std::chrono::seconds time) const {
+    /// Whether the service is asked to end within that time. Who asks it to read its options again is heard
+    /// by the next `Wait`.
+    bool EndComesWithin(std::chrono::seconds time) {
         const timespec limit{time.count(), 0};
         const int signal = ::sigtimedwait(&signals_, nullptr, &limit);
+        reload_asked_ = reload_asked_ || signal == SIGHUP;
         return signal > 0 && signal != SIGHUP;
     }
 
 private:
     sigset_t signals_{};
+    bool reload_asked_ = false;
 };
 
 uid_t IdOf(const std::string& user) {
@@ -84,7 +89,7 @@ Place WithParent(const Place& database) {
 
 /// A server may begin after the service, or be away: it is waited for. Null when the service is to end
 /// before.
-std::unique_ptr<Store> OpenStore(const Place& database, const Signals& signals) {
+std::unique_ptr<Store> OpenStore(const Place& database, Signals& signals) {
     constexpr std::chrono::seconds kLongestPause{10};
     for (std::chrono::seconds pause{1};; pause = std::min(2 * pause, kLongestPause)) {
         try {
@@ -142,8 +147,7 @@ std::string Reload(RunningService& service, const ReadAgain& read_again) try {
 
 /// Says that the service is there, and returns when it is asked to end. `reload` has it read its options
 /// again and says what came of that.
-void UntilEnd(const Signals& signals, const ServiceManager& manager,
-              const std::function<std::string()>& reload) {
+void UntilEnd(Signals& signals, const ServiceManager& manager, const std::function<std::string()>& reload) {
     const auto watched = WatchOneself(manager);
     manager.TellReady();
     std::cout << "zelvek: ready" << std::endl;
@@ -223,7 +227,7 @@ void CheckOptions(const ServeOptions& options) {
 
 void Serve(const ServeOptions& options, const ReadAgain& read_again) {
     vek_proc::LeaveNoCoreFile();
-    const Signals signals;
+    Signals signals;
     ServiceManager manager;
     ServiceSocket socket(RunDirectory(), FindGroups(options.groups), manager.TakeSocket());
     const auto store = OpenStore(Place(options.database), signals);

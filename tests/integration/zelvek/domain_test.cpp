@@ -1,4 +1,8 @@
 // Users' domains and TXT records in their zones.
+#include <SQLiteCpp/SQLiteCpp.h>
+
+#include <algorithm>
+
 #include "service.h"
 
 namespace zelvek::testing {
@@ -144,6 +148,33 @@ TEST_F(Domain, WithoutADnsBackEndNothingIsWrittenAndNothingIsThereToDelete) {
     }
     EXPECT_EQ(Delete("anna", "shop.example", "_acme-challenge.shop.example. TXT  v"), "");
     EXPECT_EQ(Ask("func=zelvek.domain.list").xml().GetNode("/doc/elem").Value("zone"), "off");
+}
+
+// Behaviour: All domains are listed, however many, a user's too; the query takes them page by page
+TEST_F(Domain, AllAreListed) {
+    Start();
+    Stop();
+    constexpr int kDomains = 1100;
+    {
+        SQLite::Database database(Database().string(), SQLite::OPEN_READWRITE, 10000);
+        SQLite::Transaction transaction(database);
+        for (int i = 0; i < kDomains; ++i) {
+            const std::string name = "d" + std::to_string(i) + ".example";
+            database.exec("INSERT INTO domain (name, ascii, user_name) VALUES ('" + name + "', '" + name +
+                          "', 'anna')");
+        }
+        transaction.commit();
+    }
+    Start();
+    for (const std::vector<std::string>& words :
+         {std::vector<std::string>{"domain", "list"}, {"domain", "list", "--user", "anna"}}) {
+        const std::string listed = Zelvek(words).out;
+        EXPECT_EQ(std::count(listed.begin(), listed.end(), '\n'), kDomains + 1) << "with its head";
+    }
+    const auto page = Ask("func=zelvek.domain.list&user_name=anna&after=1000&limit=10");
+    const auto elements = page.xml().GetNodes("/doc/elem");
+    ASSERT_EQ(elements.size(), 10U);
+    EXPECT_EQ(elements.front().Value("id"), "1001");
 }
 
 }  // namespace

@@ -146,6 +146,23 @@ TEST(ReasonOfAJob, WhatFailsWithoutAnAnswerHasSentencesToo) {
               "The last run was ended while the authority finished the order" + kDue);
 }
 
+// Behaviour: A paused job is told as paused, with how it goes on, whatever would be next otherwise
+TEST(ReasonOfAJob, APausedJobIsToldAsPaused) {
+    const std::string paused =
+        "The job is paused: it is neither run nor renewed; \"zelvek job resume 7\" lets it go on.";
+    JobFacts facts = Facts({Failed("challenge_req_attempt")});
+    facts.job.id = 7;
+    facts.job.paused = true;
+    facts.job.failures = 2;
+    EXPECT_EQ(SentenceOf(facts), paused);
+    EXPECT_THAT(ReasonOf(facts).details, testing::IsEmpty());
+    facts.job.verified = true;
+    facts.job.expires = "2031-05-04 10:22:41";
+    EXPECT_EQ(SentenceOf(facts), paused);
+    EXPECT_THAT(ReasonOf(facts).details,
+                testing::ElementsAre("The certificate is installed and ends at 2031-05-04 10:22:41 UTC"));
+}
+
 // Behaviour: A check that fails without a reason is told as that, not as the order that is not ready after it
 TEST(ReasonOfAJob, AHiddenReasonIsSaidToBeHidden) {
     const std::string hidden =
